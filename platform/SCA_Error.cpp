@@ -1,0 +1,62 @@
+#include "platform/SCA_Error.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr unsigned long kFirstHttpCode = 200;
+constexpr unsigned long kLastHttpCode = 999;
+
+struct CodeText {
+  unsigned long code;
+  const char* text;
+};
+
+constexpr CodeText kTexts[] = {
+    {0, "no error"},
+    {ETIMEDOUT, "timed out"},
+    {ECONNRESET, "the peer closed the connection"},
+    {SCA_ErrorNoJar, "the Tika server JAR file does not exist"},
+    {SCA_ErrorCancelled, "cancelled"},
+    {SCA_ErrorAlreadyActive, "the Tika server is already active"},
+    {SCA_ErrorCannotCreate, "an object could not be created, or is already connected"},
+    {SCA_ErrorInvalidData, "invalid or missing data"},
+    {SCA_ErrorRootConfig, "the contents of the root configuration were refused"},
+    {SCA_ErrorNotStarted, "the Java process could not be started"},
+    {SCA_ErrorProcessEnded, "the Java process ended by itself"},
+    {SCA_ErrorTika422, "the server could not parse the document (HTTP 422)"},
+    {SCA_ErrorTika500, "the server failed on the document (HTTP 500)"},
+    {SCA_ErrorHostName, "the host name could not be resolved"},
+    {SCA_ErrorHostNameInvalid, "the host name is empty or too long"},
+    {SCA_ErrorHeaderTooLong, "the HTTP header of the reply is too long"},
+    {SCA_ErrorNotRegularFile, "not a regular file"},
+    {SCA_ErrorFileShrank, "the file became shorter while it was read"},
+    {SCA_ErrorCommandLine, "the command line is empty, too long or has an open quote"},
+};
+
+struct HttpTexts {
+  HttpTexts() {
+    for (unsigned long i = 0; i < texts.size(); ++i) {
+      std::snprintf(texts[i].data(), texts[i].size(), "the server answered HTTP %lu",
+                    kFirstHttpCode + i);
+    }
+  }
+  std::array<std::array<char, 32>, kLastHttpCode - kFirstHttpCode + 1> texts;
+};
+
+}  // namespace
+
+const char* SCA_ErrorText(unsigned long code) {
+  for (const CodeText& entry : kTexts) {
+    if (entry.code == code) return entry.text;
+  }
+  if (code >= kFirstHttpCode && code <= kLastHttpCode) {
+    static const HttpTexts http;
+    return http.texts[code - kFirstHttpCode].data();
+  }
+  const char* text = code < kFirstHttpCode ? strerrordesc_np(static_cast<int>(code)) : nullptr;
+  return text != nullptr ? text : "unknown error";
+}

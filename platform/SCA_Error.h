@@ -1,0 +1,35 @@
+/// Every error code that an operation of the library can store, and its text.
+///
+/// Ranges: 1 to 199 are the operating system's `errno` values (`ETIMEDOUT` for every time-out,
+/// `ECONNRESET` when the peer closed the connection); 200 to 999 are HTTP reply codes; 100100 to
+/// 100199 are the library's documented codes; 100200 to 100299 tell apart what the platform layer
+/// found.
+#ifndef SCA_PLATFORM_SCA_ERROR_H
+#define SCA_PLATFORM_SCA_ERROR_H
+
+#include "platform/SCA_Object.h"
+
+constexpr unsigned long SCA_ErrorNoJar = 100113;      ///< the server's JAR file does not exist
+constexpr unsigned long SCA_ErrorCancelled = 100120;  ///< a cancel event or a callback said stop
+constexpr unsigned long SCA_ErrorAlreadyActive = 100128;  ///< the server is already active
+constexpr unsigned long SCA_ErrorCannotCreate = 100137;   ///< not created, or connected already
+constexpr unsigned long SCA_ErrorInvalidData = 100138;    ///< missing, malformed or unfit data
+constexpr unsigned long SCA_ErrorRootConfig = 100139;     ///< the root configuration was refused
+constexpr unsigned long SCA_ErrorNotStarted = 100189;     ///< the Java process was not started
+constexpr unsigned long SCA_ErrorProcessEnded = 100190;   ///< the Java process ended by itself
+constexpr unsigned long SCA_ErrorTika422 = 100191;        ///< the Tika server answered HTTP 422
+constexpr unsigned long SCA_ErrorTika500 = 100194;        ///< the Tika server answered HTTP 500
+
+constexpr unsigned long SCA_ErrorHostName = 100200;         ///< a host name did not resolve
+constexpr unsigned long SCA_ErrorHostNameInvalid = 100201;  ///< empty or over-long host name
+constexpr unsigned long SCA_ErrorHeaderTooLong = 100202;    ///< HTTP header exceeds its buffer
+constexpr unsigned long SCA_ErrorNotRegularFile = 100203;   ///< a pipe, socket or device
+constexpr unsigned long SCA_ErrorFileShrank = 100204;       ///< fewer bytes than the file announced
+constexpr unsigned long SCA_ErrorCommandLine = 100205;      ///< a command line nobody can start
+
+/// @return One English line for the code, without its number and without a line end: "Connection
+///         refused", "the server answered HTTP 503". Never null; static storage. For codes that
+///         the library does not know, "unknown error".
+SCA_API const char* SCA_ErrorText(unsigned long code);
+
+#endif  // SCA_PLATFORM_SCA_ERROR_H

@@ -1,0 +1,73 @@
+/// Files: reading a file of known size, and replacing a file so that readers see the old one or
+/// the new one, whole.
+/// Threads: one thread at a time per object.
+#ifndef SCA_PLATFORM_SCA_FILE_H
+#define SCA_PLATFORM_SCA_FILE_H
+
+#include <string>
+
+#include "platform/SCA_Object.h"
+
+/// Open flags: an existing regular file, for reading from its start to its end.
+constexpr unsigned long SCA_FileOpenRead = 0x60A;
+
+/// An open file. Every operation gives 1, or 0 with the code in `*error`.
+class SCA_API SCA_File : public SCA_Object {
+ public:
+  SCA_File();
+  ~SCA_File() override;  ///< Closes.
+  SCA_File(const SCA_File&) = delete;
+  SCA_File& operator=(const SCA_File&) = delete;
+
+  /// Opens a file, closing the one that was open. Never waits: a pipe or a device is refused with
+  /// `SCA_ErrorNotRegularFile`, a directory with `EISDIR`.
+  /// @param flags  `SCA_FileOpenRead`; others give `EINVAL`.
+  int Open(const char* fileName, unsigned long flags, unsigned long* error);
+  void Close();
+
+  /// @param size  Receives the size in bytes.
+  int GetSize(unsigned long long* size, unsigned long* error);
+
+  /// Reads on from where the last read ended.
+  /// @param count  Bytes wanted, at most 0x7FFFF000.
+  /// @param read   Receives the bytes read: `count`, fewer at the end of the file, 0 behind it.
+  int Read(char* buffer, unsigned long count, unsigned long* read, unsigned long* error);
+
+ private:
+  int fd_ = -1;
+};
+
+/// Permissions of a new file: for its owner alone (configuration, logs), or as the process's umask
+/// has it (results that a user asked for).
+enum class SCA_FileAccess { Private, Default };
+
+/// Whether a commit waits until the file is on the disk (settings, which exist once), or leaves
+/// that to the system (results, which can be made again).
+enum class SCA_FileCommit { Durable, Fast };
+
+/// A file written aside, in the directory of its target, that takes the target's place when it is
+/// committed. Destroyed without that, it leaves nothing behind. A reader sees the old file or the
+/// new one, whole; with a durable commit this holds after a crash at any point too.
+class SCA_API SCA_ReplacementFile : public SCA_Object {
+ public:
+  SCA_ReplacementFile();
+  ~SCA_ReplacementFile() override;
+  SCA_ReplacementFile(const SCA_ReplacementFile&) = delete;
+  SCA_ReplacementFile& operator=(const SCA_ReplacementFile&) = delete;
+
+  /// Creates the file aside, dropping one that was not committed.
+  int Open(const char* targetName, SCA_FileAccess access, unsigned long* error);
+  /// Appends `length` bytes, all of them or the operation fails.
+  int Write(const char* data, unsigned long length, unsigned long* error);
+  /// Puts the file in the target's place. On failure the target is what it was.
+  int Commit(SCA_FileCommit commit, unsigned long* error);
+
+ private:
+  void Discard();
+
+  int fd_ = -1;
+  std::string targetName_;
+  std::string asideName_;
+};
+
+#endif  // SCA_PLATFORM_SCA_FILE_H

@@ -1,0 +1,76 @@
+/// A child process whose output is read line by line, and that leaves nothing behind.
+/// Threads: one thread at a time; the thread that starts the child must outlive it, see `Start`.
+#ifndef SCA_PLATFORM_SCA_PROCESS_H
+#define SCA_PLATFORM_SCA_PROCESS_H
+
+#include "platform/SCA_Object.h"
+
+/// Start options: what `Start` is documented to be called with. Standard output and standard error
+/// go into one pipe; the rest of the behaviour is fixed.
+constexpr unsigned long SCA_ProcessReadOutput = 8;
+
+/// How a child ended.
+struct SCA_ProcessExit {
+  int exitCode = 0;  ///< valid when `signal` is 0
+  int signal = 0;    ///< the signal that ended it, else 0
+};
+
+/// One child process with its descendants, which share a process group of their own. The child gets
+/// no descriptor but its output pipe and an empty standard input, default signal handling, and
+/// SIGKILL when the thread that started it ends, by a crash of the whole process too.
+class SCA_API SCA_Process : public SCA_Object {
+ public:
+  /// Stops the child as `Stop` does.
+  ~SCA_Process() override = default;
+
+  /// Sets a variable of the child's environment, which is otherwise the caller's at the time of the
+  /// start. Before `Start`.
+  /// @return 1, or 0 for an invalid name or without memory.
+  virtual int SetEnvironment(const char* name, const char* value) = 0;
+
+  /// Starts a command without a shell. The line is split at blanks; double quotes group and are
+  /// dropped. A program without a slash is looked up in PATH.
+  /// @param flags    0.
+  /// @param options  `SCA_ProcessReadOutput`.
+  /// @param error    `ENOENT` and the like when the program cannot be executed,
+  ///                 `SCA_ErrorCommandLine` for a line that is empty or has an open quote, `EBUSY`
+  ///                 when a child runs already.
+  /// @return 1 once the program runs, else 0.
+  virtual int Start(const char* command, unsigned long flags, unsigned long options,
+                    unsigned long* error) = 0;
+
+  /// Waits until output can be read. Returns early, with 0, when the child has ended and all it
+  /// printed has been read; where the output alone has ended it waits for the child.
+  /// @param reserved  0.
+  /// @return 1 when `ReadOutputLine` will give a line or a part of one, else 0.
+  virtual int WaitForOutput(unsigned long timeoutMs, int reserved) = 0;
+
+  /// Takes one line of output without its line end; never waits. A line longer than the buffer
+  /// comes in pieces; a line that is not complete yet is left until it is, or until the output
+  /// ends. Empty lines are skipped.
+  /// @param size    Capacity of `buffer` in bytes, > 1.
+  /// @param length  Receives the bytes of the line; 0 when there is none now.
+  /// @return 1, or 0 when the output cannot be read.
+  virtual int ReadOutputLine(char* buffer, unsigned long size, unsigned long* length,
+                             unsigned long* error) = 0;
+
+  /// @return 1 while the child itself runs, whatever its descendants do.
+  virtual int IsRunning() = 0;
+  /// @return The child's process id, which is also its group's; 0 before the start. Kept after the
+  ///         end.
+  virtual unsigned long GetProcessId() const = 0;
+  /// @return 1 with the way the child ended, 0 when it runs or never ran.
+  virtual int GetExit(SCA_ProcessExit* exit) = 0;
+
+  /// Ends the child and its group: SIGTERM, up to `graceMs` for the child to end, then SIGKILL for
+  /// whatever is left; the child is reaped. Its last output can still be read.
+  virtual void Stop(unsigned long graceMs) = 0;
+};
+
+/// Milliseconds that a destroyed process object gives its child to end by itself.
+constexpr unsigned long SCA_ProcessStopGraceMs = 2000;
+
+/// @return The object, which the caller ends by `Destroy()`; null when memory is exhausted.
+SCA_API SCA_Process* SCA_CreateProcess();
+
+#endif  // SCA_PLATFORM_SCA_PROCESS_H

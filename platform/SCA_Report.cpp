@@ -1,0 +1,61 @@
+#include "platform/SCA_Report.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "platform/SCA_Lock.h"
+
+namespace {
+
+void PrintToStandardError(void* /*context*/, unsigned long level, const char* source, int line,
+                          const char* text) {
+  // A library does not chat on its host's terminal: warnings and errors only.
+  if (level >= SCA_LevelWarning) std::fprintf(stderr, "%s:%d: %s\n", source, line, text);
+}
+
+struct Sink {
+  SCA_ReportSink function = PrintToStandardError;
+  void* context = nullptr;
+};
+
+class CurrentSink {
+ public:
+  Sink Get() SCA_EXCLUDES(lock_) {
+    const SCA_LockGuard guard(lock_);
+    return sink_;
+  }
+  void Set(Sink sink) SCA_EXCLUDES(lock_) {
+    const SCA_LockGuard guard(lock_);
+    sink_ = sink;
+  }
+
+ private:
+  SCA_Lock lock_;
+  Sink sink_ SCA_GUARDED_BY(lock_);
+};
+
+// Never destroyed: threads may still report while the process exits.
+CurrentSink& GetCurrentSink() {
+  static CurrentSink& sink = *new CurrentSink;
+  return sink;
+}
+
+}  // namespace
+
+void SCA_ReportFunction::operator()(unsigned long level, const char* format, ...) const {
+  char text[SCA_MaxReportText];
+  va_list arguments;
+  va_start(arguments, format);
+  if (std::vsnprintf(text, sizeof text, format, arguments) < 0) text[0] = '\0';
+  va_end(arguments);
+  const Sink sink = GetCurrentSink().Get();
+  sink.function(sink.context, level, source_, line_, text);
+}
+
+SCA_ReportFunction SCA_GetReportFunction(const char* source, int line) {
+  return SCA_ReportFunction(source, line);
+}
+
+void SCA_SetReportSink(SCA_ReportSink sink, void* context) {
+  GetCurrentSink().Set(sink != nullptr ? Sink{sink, context} : Sink{});
+}

@@ -1,0 +1,112 @@
+#include "platform/SCA_Sync.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <new>
+
+#include "platform/SCA_Report.h"
+
+namespace {
+
+class Event final : public SCA_VirtualEvent {
+ public:
+  Event(bool manualReset, bool initialState) : manualReset_(manualReset), set_(initialState) {
+    SetValid(1);
+  }
+
+  void Set() override {
+    const SCA_LockGuard guard(lock_);
+    set_.store(true, std::memory_order_release);
+    // Under the lock: a waiter that returns may destroy the event at once.
+    if (manualReset_) {
+      condition_.notify_all();
+    } else {
+      condition_.notify_one();
+    }
+  }
+
+  void Reset() override {
+    const SCA_LockGuard guard(lock_);
+    set_.store(false, std::memory_order_relaxed);
+  }
+
+  int Wait(unsigned long timeoutMs) override {
+    // Cancel events are polled once per chunk, and nearly always unset.
+    if (timeoutMs == 0 && !set_.load(std::memory_order_acquire)) return 0;
+    SCA_LockGuard guard(lock_);
+    const auto isSet = [this] { return set_.load(std::memory_order_relaxed); };
+    if (timeoutMs == SCA_Infinite) {
+      condition_.wait(guard, isSet);
+    } else if (!condition_.wait_for(guard, std::chrono::milliseconds(timeoutMs), isSet)) {
+      return 0;
+    }
+    if (!manualReset_) set_.store(false, std::memory_order_relaxed);
+    return 1;
+  }
+
+ private:
+  const bool manualReset_;
+  SCA_Lock lock_;
+  std::condition_variable_any condition_;
+  std::atomic<bool> set_;  // written under the lock
+};
+
+// A mutex is an event that begins set and ends one wait at a time: whoever took it holds the mutex.
+// Unlike the standard timed mutex, its waits run on the steady clock under ThreadSanitizer's eyes.
+class Mutex final : public SCA_VirtualMutex {
+ public:
+  Mutex() { SetValid(1); }
+  int Lock(unsigned long timeoutMs) override { return free_.Wait(timeoutMs); }
+  void Unlock() override { free_.Set(); }
+
+ private:
+  Event free_{false, true};
+};
+
+}  // namespace
+
+SCA_VirtualEvent* SCA_CreateEvent(int manualReset, int initialState) {
+  return new (std::nothrow) Event(manualReset != 0, initialState != 0);
+}
+
+SCA_VirtualMutex* SCA_CreateMutex() {
+  return new (std::nothrow) Mutex;
+}
+
+SCA_Event::SCA_Event(int manualReset, int initialState)
+    : event_(SCA_CreateEvent(manualReset, initialState)) {
+  if (event_ == nullptr) {
+    SCA_GetReportFunction("SCA_Sync", __LINE__)(SCA_LevelError, "Cannot create SCA_VirtualEvent");
+    return;
+  }
+  SetValid(1);
+}
+
+void SCA_Event::Set() {
+  if (event_ != nullptr) event_->Set();
+}
+
+void SCA_Event::Reset() {
+  if (event_ != nullptr) event_->Reset();
+}
+
+int SCA_Event::Wait(unsigned long timeoutMs) {
+  return event_ != nullptr ? event_->Wait(timeoutMs) : 0;
+}
+
+SCA_Mutex::SCA_Mutex() : mutex_(SCA_CreateMutex()) {
+  if (mutex_ == nullptr) {
+    SCA_GetReportFunction("SCA_Sync", __LINE__)(SCA_LevelError, "Cannot create SCA_VirtualMutex");
+    return;
+  }
+  SetValid(1);
+}
+
+int SCA_Mutex::Lock(unsigned long timeoutMs) SCA_NO_THREAD_SAFETY_ANALYSIS {
+  return mutex_ != nullptr ? mutex_->Lock(timeoutMs) : 0;
+}
+
+void SCA_Mutex::Unlock() SCA_NO_THREAD_SAFETY_ANALYSIS {
+  if (mutex_ != nullptr) mutex_->Unlock();
+}

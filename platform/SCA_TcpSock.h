@@ -1,0 +1,92 @@
+/// A TCP connection as seen by the client, and the seam by which tests replace it.
+/// Threads: one thread at a time per socket, except that any thread may set its cancel event.
+#ifndef SCA_PLATFORM_SCA_TCPSOCK_H
+#define SCA_PLATFORM_SCA_TCPSOCK_H
+
+#include "platform/SCA_Object.h"
+#include "platform/SCA_Sync.h"
+
+/// `SetOption` number: send small packets at once (TCP_NODELAY); the value is 1 or 0.
+constexpr int SCA_SockOptionNoDelay = 3;
+
+/// Milliseconds without progress after which a receive or a send gives up, until `SetIdleTimeout`
+/// or a wait says otherwise.
+constexpr unsigned long SCA_SockIdleTimeoutMs = 60000;
+
+/// The operations of a connected stream socket. All give 1 on success, or 0 with the code in
+/// `*error`: `ETIMEDOUT` for a time-out, `ECONNRESET` when the peer has closed,
+/// `SCA_ErrorCancelled` when the cancel event was set, else the system's error.
+class SCA_API SCA_VirtualTcpSock : public SCA_Object {
+ public:
+  /// Connects to the first address of the host that answers.
+  /// @param host       Name or numeric address, 1 to 259 bytes.
+  /// @param timeoutMs  Limit for name resolution and all addresses together; 0 stands for
+  ///                   `SCA_SockIdleTimeoutMs`, `SCA_Infinite` for no limit.
+  virtual int Connect(const char* host, unsigned short port, unsigned long timeoutMs,
+                      unsigned long* error) = 0;
+
+  /// Waits until a receive would not block. A peer that has closed in good order ends the wait with
+  /// success, and the receive tells; a broken connection fails it.
+  /// @param timeoutMs  0 only asks. Also bounds the receives and sends that follow.
+  virtual int WaitForData(unsigned long timeoutMs, unsigned long* error) = 0;
+
+  /// Takes what has arrived, waiting for the first byte.
+  /// @param length    Capacity of `buffer` in bytes, > 0.
+  /// @param received  Receives 1 to `length`; untouched on failure.
+  virtual int Receive(char* buffer, unsigned long length, unsigned long* received,
+                      unsigned long* error) = 0;
+
+  /// Sends all `length` bytes or fails.
+  /// @param sent  Receives the bytes handed to the system, also on failure.
+  virtual int Send(const char* buffer, unsigned long length, unsigned long* sent,
+                   unsigned long* error) = 0;
+
+  virtual int SetOption(int option, int value) = 0;
+
+  /// Lets waits end early: a connect, wait, receive or send that blocks looks at the event at least
+  /// every 100 ms, a wait at its start too.
+  /// @param cancel  Not owned; null for none. Must live until it is replaced.
+  virtual void SetCancelEvent(SCA_Event* cancel) = 0;
+
+  /// @param timeoutMs  How long a receive or send may stay without progress; 0 stands for
+  ///                   `SCA_SockIdleTimeoutMs`.
+  virtual void SetIdleTimeout(unsigned long timeoutMs) = 0;
+};
+
+/// Makes sockets; see `SCA_SetTcpSockFactory`.
+using SCA_TcpSockFactory = SCA_VirtualTcpSock* (*)(int handle);
+
+/// @param handle  A connected descriptor that the socket takes over, or -1 for a socket that is yet
+///                to connect.
+/// @return The object, which the caller ends by `Destroy()`; null when it cannot be created (a
+///         handle is then closed).
+SCA_API SCA_VirtualTcpSock* SCA_CreateTcpSock(int handle);
+
+/// Replaces what `SCA_CreateTcpSock` makes, for the tests and fuzz targets that are linked with the
+/// library's objects; null restores real sockets. Threads: set before sockets are made.
+void SCA_SetTcpSockFactory(SCA_TcpSockFactory factory);
+
+/// Owner of a socket that `SCA_CreateTcpSock(-1)` made; forwards every operation to it. Invalid
+/// when none could be made; no operation may then be called.
+class SCA_API SCA_TcpSock : public SCA_VirtualTcpSock {
+ public:
+  SCA_TcpSock();
+  SCA_TcpSock(const SCA_TcpSock&) = delete;
+  SCA_TcpSock& operator=(const SCA_TcpSock&) = delete;
+
+  int Connect(const char* host, unsigned short port, unsigned long timeoutMs,
+              unsigned long* error) override;
+  int WaitForData(unsigned long timeoutMs, unsigned long* error) override;
+  int Receive(char* buffer, unsigned long length, unsigned long* received,
+              unsigned long* error) override;
+  int Send(const char* buffer, unsigned long length, unsigned long* sent,
+           unsigned long* error) override;
+  int SetOption(int option, int value) override;
+  void SetCancelEvent(SCA_Event* cancel) override;
+  void SetIdleTimeout(unsigned long timeoutMs) override;
+
+ private:
+  SCA_Owned<SCA_VirtualTcpSock> socket_;
+};
+
+#endif  // SCA_PLATFORM_SCA_TCPSOCK_H

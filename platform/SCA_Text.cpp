@@ -1,0 +1,50 @@
+#include "platform/SCA_Text.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+bool IsSeparator(char c) {
+  return c == ' ' || c == '\t';
+}
+
+char ToLower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+}  // namespace
+
+int SCA_CopyText(char* target, unsigned long size, const char* source, SCA_TextFit fit) {
+  if (source == nullptr) source = "";
+  const unsigned long length = std::strlen(source);
+  const bool fits = length < size;
+  if (!fits && fit == SCA_TextFit::Refuse) return 0;
+  const unsigned long copied = std::min(length, size - 1);
+  std::memcpy(target, source, copied);
+  target[copied] = '\0';
+  return fits ? 1 : 0;
+}
+
+int SCA_GetToken1(const char* text, unsigned long* position, char* token, unsigned long size) {
+  if (text == nullptr) return 0;
+  const char* begin = text + *position;
+  while (IsSeparator(*begin)) ++begin;
+  const char* end = begin;
+  while (*end != '\0' && !IsSeparator(*end)) ++end;
+  *position = static_cast<unsigned long>(end - text);
+  if (begin == end) return 0;
+  const unsigned long copied = std::min(static_cast<unsigned long>(end - begin), size - 1);
+  std::memcpy(token, begin, copied);
+  token[copied] = '\0';
+  return 1;
+}
+
+int SCA_StrCompareNoCase(const char* left, const char* right) {
+  if (left == nullptr || right == nullptr) return left == right ? 1 : 0;
+  while (*left != '\0' && ToLower(*left) == ToLower(*right)) {
+    ++left;
+    ++right;
+  }
+  return ToLower(*left) == ToLower(*right) ? 1 : 0;
+}

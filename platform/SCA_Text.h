@@ -1,0 +1,41 @@
+/// Bounded text copies, tokens and comparisons. Texts are bytes; no locale is consulted.
+/// Threads: free functions without shared state.
+#ifndef SCA_PLATFORM_SCA_TEXT_H
+#define SCA_PLATFORM_SCA_TEXT_H
+
+#include "platform/SCA_Object.h"
+
+/// What becomes of a text that is longer than its field.
+enum class SCA_TextFit {
+  Cut,    ///< the field keeps the first bytes that fit
+  Refuse  ///< the field keeps what it held
+};
+
+/// Copies a zero-terminated text into a field.
+/// @param target  Field of `size` bytes, terminating zero included.
+/// @param size    > 0.
+/// @param source  Null counts as the empty text. May not overlap the target.
+/// @return 1 when the whole text was copied; 0 when it was cut or refused.
+SCA_API int SCA_CopyText(char* target, unsigned long size, const char* source, SCA_TextFit fit);
+
+template <unsigned long N>
+int SCA_CopyText(char (&target)[N], const char* source, SCA_TextFit fit) {
+  return SCA_CopyText(target, N, source, fit);
+}
+
+/// Takes the next token of a text whose tokens are separated by runs of blanks and tabs.
+/// @param text      Zero-terminated; null counts as empty.
+/// @param position  In: byte position to go on from, at most the text's length; out: the position
+///                  behind the token.
+/// @param token     Receives the token, zero-terminated, cut to `size` - 1 bytes; the position
+///                  moves past the whole token all the same. Untouched when there is none.
+/// @param size      Capacity of `token` in bytes, > 0.
+/// @return 1 when there was a token, else 0.
+SCA_API int SCA_GetToken1(const char* text, unsigned long* position, char* token,
+                          unsigned long size);
+
+/// @return 1 when the texts are equal, the case of the ASCII letters ignored; a null text equals
+///         only another null.
+SCA_API int SCA_StrCompareNoCase(const char* left, const char* right);
+
+#endif  // SCA_PLATFORM_SCA_TEXT_H

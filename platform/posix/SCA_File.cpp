@@ -1,0 +1,144 @@
+#include "platform/SCA_File.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <atomic>
+
+#include "platform/SCA_Error.h"
+#include "platform/posix/SCA_Posix.h"
+
+namespace {
+
+int Fail(unsigned long code, unsigned long* error) {
+  *error = code;
+  return 0;
+}
+
+unsigned long KindError(const struct stat& status) {
+  if (S_ISREG(status.st_mode)) return 0;
+  return S_ISDIR(status.st_mode) ? EISDIR : SCA_ErrorNotRegularFile;
+}
+
+std::string DirectoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// Creates a file under a name nobody uses yet, short whatever the target's name: a name that just
+// fits its directory must not fail for a suffix.
+SCA_Fd CreateAside(const std::string& directory, mode_t mode, std::string* name) {
+  static std::atomic<unsigned> counter{0};
+  for (;;) {
+    *name = directory + "/.sca-" + std::to_string(::getpid()) + "-" + std::to_string(++counter) +
+            ".tmp";
+    SCA_Fd fd(SCA_Retry(
+        [&] { return ::open(name->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode); }));
+    // A process that was killed may have left the name; the counter finds another.
+    if (fd.IsOpen() || errno != EEXIST) return fd;
+  }
+}
+
+int Sync(int fd, SCA_FileCommit commit) {
+  return commit == SCA_FileCommit::Durable ? SCA_Retry([&] { return ::fsync(fd); }) : 0;
+}
+
+}  // namespace
+
+SCA_File::SCA_File() {
+  SetValid(1);
+}
+
+SCA_File::~SCA_File() {
+  Close();
+}
+
+int SCA_File::Open(const char* fileName, unsigned long flags, unsigned long* error) {
+  Close();
+  if (flags != SCA_FileOpenRead || fileName == nullptr) return Fail(EINVAL, error);
+  // O_NONBLOCK: opening a named pipe would otherwise wait for a writer.
+  SCA_Fd fd(SCA_Retry([&] { return ::open(fileName, O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
+  struct stat status {};
+  if (!fd.IsOpen() || ::fstat(fd.Get(), &status) != 0) return Fail(SCA_SystemError(), error);
+  if (const unsigned long code = KindError(status); code != 0) return Fail(code, error);
+  ::posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  fd_ = fd.Release();
+  return 1;
+}
+
+void SCA_File::Close() {
+  SCA_Fd closing(std::exchange(fd_, -1));
+}
+
+int SCA_File::GetSize(unsigned long long* size, unsigned long* error) {
+  struct stat status {};
+  if (::fstat(fd_, &status) != 0) return Fail(SCA_SystemError(), error);
+  *size = static_cast<unsigned long long>(status.st_size);
+  return 1;
+}
+
+int SCA_File::Read(char* buffer, unsigned long count, unsigned long* read, unsigned long* error) {
+  unsigned long total = 0;
+  while (total < count) {
+    const ssize_t got = SCA_Retry([&] { return ::read(fd_, buffer + total, count - total); });
+    if (got < 0) return Fail(SCA_SystemError(), error);
+    if (got == 0) break;
+    total += static_cast<unsigned long>(got);
+  }
+  *read = total;
+  return 1;
+}
+
+SCA_ReplacementFile::SCA_ReplacementFile() {
+  SetValid(1);
+}
+
+SCA_ReplacementFile::~SCA_ReplacementFile() {
+  Discard();
+}
+
+int SCA_ReplacementFile::Open(const char* targetName, SCA_FileAccess access, unsigned long* error) {
+  Discard();
+  targetName_ = targetName;
+  const mode_t mode = access == SCA_FileAccess::Private ? 0600 : 0666;
+  SCA_Fd fd = CreateAside(DirectoryOf(targetName_), mode, &asideName_);
+  if (!fd.IsOpen()) {
+    asideName_.clear();
+    return Fail(SCA_SystemError(), error);
+  }
+  fd_ = fd.Release();
+  return 1;
+}
+
+int SCA_ReplacementFile::Write(const char* data, unsigned long length, unsigned long* error) {
+  while (length > 0) {
+    const ssize_t written = SCA_Retry([&] { return ::write(fd_, data, length); });
+    if (written < 0) return Fail(SCA_SystemError(), error);
+    data += written;
+    length -= static_cast<unsigned long>(written);
+  }
+  return 1;
+}
+
+int SCA_ReplacementFile::Commit(SCA_FileCommit commit, unsigned long* error) {
+  if (Sync(fd_, commit) != 0 || ::rename(asideName_.c_str(), targetName_.c_str()) != 0) {
+    const unsigned long code = SCA_SystemError();
+    Discard();
+    return Fail(code, error);
+  }
+  asideName_.clear();
+  Discard();
+  // A failure here leaves a whole new file whose name a power cut may still take back; there is
+  // nothing the caller could do about it.
+  const SCA_Fd directory(
+      ::open(DirectoryOf(targetName_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (directory.IsOpen()) Sync(directory.Get(), commit);
+  return 1;
+}
+
+void SCA_ReplacementFile::Discard() {
+  SCA_Fd closing(std::exchange(fd_, -1));
+  if (!asideName_.empty()) ::unlink(asideName_.c_str());
+  asideName_.clear();
+}

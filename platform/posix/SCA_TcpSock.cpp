@@ -1,0 +1,331 @@
+#include "platform/SCA_TcpSock.h"
+
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "platform/SCA_Error.h"
+#include "platform/posix/SCA_Posix.h"
+
+namespace {
+
+// How often a blocked wait looks at the cancel event, and how long one without an event sleeps.
+constexpr int kCancelSliceMs = 100;
+constexpr int kIdleSliceMs = 60000;
+
+constexpr std::size_t kMaxHostLength = 259;
+
+int Fail(unsigned long code, unsigned long* error) {
+  *error = code;
+  return 0;
+}
+
+// One address to connect to.
+struct Address {
+  sockaddr_storage storage{};
+  socklen_t length = 0;
+};
+
+struct Resolution {
+  unsigned long error = 0;
+  std::vector<Address> addresses;
+};
+
+Resolution Resolve(const char* host, unsigned short port, int flags) {
+  addrinfo hints{};
+  hints.ai_family = AF_UNSPEC;
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_flags = AI_NUMERICSERV | flags;
+  addrinfo* found = nullptr;
+  Resolution result;
+  const int code = ::getaddrinfo(host, std::to_string(port).c_str(), &hints, &found);
+  if (code != 0) {
+    result.error = code == EAI_SYSTEM ? SCA_SystemError() : SCA_ErrorHostName;
+    return result;
+  }
+  const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, &::freeaddrinfo);
+  for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
+    Address address;
+    std::memcpy(&address.storage, entry->ai_addr, entry->ai_addrlen);
+    address.length = entry->ai_addrlen;
+    result.addresses.push_back(address);
+  }
+  return result;
+}
+
+// A resolver's answer can take many seconds, and nothing ends the call: it runs on a thread of its
+// own, which is left behind with its result when the waiter gives up.
+struct PendingResolution {
+  SCA_Event done{1, 0};
+  Resolution result;
+};
+
+class TcpSock final : public SCA_VirtualTcpSock {
+ public:
+  explicit TcpSock(SCA_Fd fd) : fd_(std::move(fd)) { SetValid(1); }
+
+  int Connect(const char* host, unsigned short port, unsigned long timeoutMs,
+              unsigned long* error) override;
+  int WaitForData(unsigned long timeoutMs, unsigned long* error) override;
+  int Receive(char* buffer, unsigned long length, unsigned long* received,
+              unsigned long* error) override;
+  int Send(const char* buffer, unsigned long length, unsigned long* sent,
+           unsigned long* error) override;
+  int SetOption(int option, int value) override;
+  void SetCancelEvent(SCA_Event* cancel) override { cancel_ = cancel; }
+  void SetIdleTimeout(unsigned long timeoutMs) override {
+    idleTimeoutMs_ = timeoutMs != 0 ? timeoutMs : SCA_SockIdleTimeoutMs;
+  }
+
+ private:
+  // Measured best against 4 KiB and 32 KiB chunks: a larger one leaves the first-level cache.
+  static constexpr std::size_t kLookAheadSize = 16384;
+
+  bool IsCancelled() const { return cancel_ != nullptr && cancel_->Wait(0) != 0; }
+  std::size_t Held() const { return lookEnd_ - lookBegin_; }
+
+  // Polls until one of the events shows, the deadline passes or the cancel event is set.
+  // Gives the events seen, or 0 with the code in *error.
+  short Poll(short events, const SCA_Deadline& deadline, unsigned long* error) const;
+  int ResolveHost(const char* host, unsigned short port, const SCA_Deadline& deadline,
+                  Resolution* resolution, unsigned long* error) const;
+  int ConnectAddress(const Address& address, const SCA_Deadline& deadline, unsigned long* error);
+  std::size_t TakeHeld(char* buffer, std::size_t length);
+  std::size_t ReadAvailable(char* buffer, std::size_t length);
+
+  SCA_Fd fd_;
+  SCA_Event* cancel_ = nullptr;
+  unsigned long idleTimeoutMs_ = SCA_SockIdleTimeoutMs;
+
+  // The look-ahead: bytes read from the socket and not yet received by the caller. Once the input
+  // has ended, inputEnd_ holds the code that a receive gives when the look-ahead is empty.
+  unsigned long inputEnd_ = 0;
+  bool closedInOrder_ = false;
+  std::size_t lookBegin_ = 0;
+  std::size_t lookEnd_ = 0;
+  char lookAhead_[kLookAheadSize];
+};
+
+short TcpSock::Poll(short events, const SCA_Deadline& deadline, unsigned long* error) const {
+  const int slice = cancel_ != nullptr ? kCancelSliceMs : kIdleSliceMs;
+  for (;;) {
+    pollfd entry{fd_.Get(), events, 0};
+    const int count = ::poll(&entry, 1, deadline.PollTimeout(slice));
+    if (count > 0) return entry.revents;
+    if (count < 0 && errno != EINTR) {
+      *error = SCA_SystemError();
+      return 0;
+    }
+    if (IsCancelled() || deadline.HasPassed()) {
+      *error = IsCancelled() ? SCA_ErrorCancelled : ETIMEDOUT;
+      return 0;
+    }
+  }
+}
+
+int TcpSock::ResolveHost(const char* host, unsigned short port, const SCA_Deadline& deadline,
+                         Resolution* resolution, unsigned long* error) const {
+  *resolution = Resolve(host, port, AI_NUMERICHOST);
+  if (!resolution->addresses.empty()) return 1;
+  const auto pending = std::make_shared<PendingResolution>();
+  try {
+    std::thread([pending, name = std::string(host), port] {
+      pending->result = Resolve(name.c_str(), port, 0);
+      pending->done.Set();
+    }).detach();
+  } catch (const std::system_error&) {
+    return Fail(EAGAIN, error);
+  }
+  while (pending->done.Wait(static_cast<unsigned long>(deadline.PollTimeout(kCancelSliceMs))) ==
+         0) {
+    if (IsCancelled()) return Fail(SCA_ErrorCancelled, error);
+    if (deadline.HasPassed()) return Fail(ETIMEDOUT, error);
+  }
+  *resolution = pending->result;
+  return resolution->error == 0 ? 1 : Fail(resolution->error, error);
+}
+
+int TcpSock::Connect(const char* host, unsigned short port, unsigned long timeoutMs,
+                     unsigned long* error) {
+  fd_.Reset();
+  inputEnd_ = 0;
+  closedInOrder_ = false;
+  lookBegin_ = lookEnd_ = 0;
+  if (host == nullptr || *host == '\0' || std::strlen(host) > kMaxHostLength) {
+    return Fail(SCA_ErrorHostNameInvalid, error);
+  }
+  if (timeoutMs == 0) timeoutMs = SCA_SockIdleTimeoutMs;
+  const SCA_Deadline deadline(timeoutMs);
+  Resolution resolution;
+  if (ResolveHost(host, port, deadline, &resolution, error) == 0) return 0;
+  // Each address gets its share of the time, so that one that never answers leaves some for the
+  // next.
+  std::size_t left = resolution.addresses.size();
+  for (const Address& address : resolution.addresses) {
+    const unsigned long share =
+        timeoutMs == SCA_Infinite
+            ? SCA_Infinite
+            : static_cast<unsigned long>(deadline.PollTimeout(INT_MAX)) / left--;
+    if (ConnectAddress(address, SCA_Deadline(share), error) != 0) return 1;
+    if (*error == SCA_ErrorCancelled) break;
+  }
+  return 0;
+}
+
+int TcpSock::ConnectAddress(const Address& address, const SCA_Deadline& deadline,
+                            unsigned long* error) {
+  SCA_Fd fd(::socket(address.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  if (!fd.IsOpen()) return Fail(SCA_SystemError(), error);
+  fd_ = std::move(fd);
+  const auto* peer = reinterpret_cast<const sockaddr*>(&address.storage);
+  // An interrupted connect goes on in the background, as one in progress does.
+  if (::connect(fd_.Get(), peer, address.length) != 0) {
+    unsigned long code = SCA_SystemError();
+    if ((code == EINPROGRESS || code == EINTR) && Poll(POLLOUT, deadline, &code) != 0) {
+      int pending = 0;
+      socklen_t size = sizeof pending;
+      ::getsockopt(fd_.Get(), SOL_SOCKET, SO_ERROR, &pending, &size);
+      code = static_cast<unsigned long>(pending);
+    }
+    if (code != 0) {
+      fd_.Reset();
+      return Fail(code, error);
+    }
+  }
+  // On loopback the system may choose the very port that is being called, and the socket then
+  // talks to itself.
+  Address own;
+  own.length = sizeof own.storage;
+  ::getsockname(fd_.Get(), reinterpret_cast<sockaddr*>(&own.storage), &own.length);
+  if (own.length == address.length &&
+      std::memcmp(&own.storage, &address.storage, own.length) == 0) {
+    fd_.Reset();
+    return Fail(ECONNREFUSED, error);
+  }
+  return 1;
+}
+
+std::size_t TcpSock::TakeHeld(char* buffer, std::size_t length) {
+  const std::size_t count = std::min(length, Held());
+  std::memcpy(buffer, lookAhead_ + lookBegin_, count);
+  lookBegin_ += count;
+  return count;
+}
+
+// Reads without waiting: first into the caller's memory, then, the look-ahead being empty, into the
+// look-ahead. Gives the bytes that the caller got.
+std::size_t TcpSock::ReadAvailable(char* buffer, std::size_t length) {
+  lookBegin_ = lookEnd_ = 0;
+  iovec targets[2] = {{buffer, length}, {lookAhead_, sizeof lookAhead_}};
+  const ssize_t count = SCA_Retry([&] {
+    return length == 0 ? ::recv(fd_.Get(), lookAhead_, sizeof lookAhead_, 0)
+                       : ::readv(fd_.Get(), targets, 2);
+  });
+  if (count > 0) {
+    const auto got = static_cast<std::size_t>(count);
+    const std::size_t taken = std::min(got, length);
+    lookEnd_ = got - taken;
+    return taken;
+  }
+  if (count == 0) {
+    inputEnd_ = ECONNRESET;
+    closedInOrder_ = true;
+  } else if (errno != EAGAIN) {
+    inputEnd_ = SCA_SystemError();
+  }
+  return 0;
+}
+
+int TcpSock::WaitForData(unsigned long timeoutMs, unsigned long* error) {
+  if (timeoutMs != 0) idleTimeoutMs_ = timeoutMs;
+  // At the start of each wait: a peer that always has something to say must not outrun a cancel.
+  if (IsCancelled()) return Fail(SCA_ErrorCancelled, error);
+  if (Held() > 0) return 1;
+  if (inputEnd_ == 0) ReadAvailable(nullptr, 0);
+  if (Held() > 0) return 1;
+  const SCA_Deadline deadline(timeoutMs);
+  while (inputEnd_ == 0) {
+    if (Poll(POLLIN, deadline, error) == 0) return 0;
+    ReadAvailable(nullptr, 0);
+    if (Held() > 0) return 1;
+  }
+  return closedInOrder_ ? 1 : Fail(inputEnd_, error);
+}
+
+int TcpSock::Receive(char* buffer, unsigned long length, unsigned long* received,
+                     unsigned long* error) {
+  std::size_t count = TakeHeld(buffer, length);
+  // The look-ahead must not show a cut that a plain receive at this moment would not have shown:
+  // when it runs out with room left, the socket is asked once more.
+  if (count < length && inputEnd_ == 0) count += ReadAvailable(buffer + count, length - count);
+  if (count == 0 && inputEnd_ == 0) {
+    const SCA_Deadline deadline(idleTimeoutMs_);
+    do {
+      if (Poll(POLLIN, deadline, error) == 0) return 0;
+      count = ReadAvailable(buffer, length);
+    } while (count == 0 && inputEnd_ == 0);
+  }
+  if (count == 0) return Fail(inputEnd_, error);
+  *received = count;
+  return 1;
+}
+
+int TcpSock::Send(const char* buffer, unsigned long length, unsigned long* sent,
+                  unsigned long* error) {
+  unsigned long total = 0;
+  *sent = 0;
+  while (total < length) {
+    const ssize_t count =
+        SCA_Retry([&] { return ::send(fd_.Get(), buffer + total, length - total, MSG_NOSIGNAL); });
+    if (count >= 0) {
+      total += static_cast<unsigned long>(count);
+      *sent = total;
+      continue;
+    }
+    if (errno != EAGAIN) return Fail(SCA_SystemError(), error);
+    const short events = Poll(POLLOUT | POLLRDHUP, SCA_Deadline(idleTimeoutMs_), error);
+    if (events == 0) return 0;
+    // A peer that has closed and reads no more would leave this send waiting for ever.
+    if ((events & POLLOUT) == 0) return Fail(ECONNRESET, error);
+  }
+  return 1;
+}
+
+int TcpSock::SetOption(int option, int value) {
+  if (option != SCA_SockOptionNoDelay) return 0;
+  return ::setsockopt(fd_.Get(), IPPROTO_TCP, TCP_NODELAY, &value, sizeof value) == 0 ? 1 : 0;
+}
+
+SCA_VirtualTcpSock* CreateRealSocket(int handle) {
+  SCA_Fd fd(handle);
+  if (fd.IsOpen()) {
+    ::fcntl(handle, F_SETFD, FD_CLOEXEC);
+    ::fcntl(handle, F_SETFL, ::fcntl(handle, F_GETFL) | O_NONBLOCK);
+  }
+  return new (std::nothrow) TcpSock(std::move(fd));
+}
+
+std::atomic<SCA_TcpSockFactory> currentFactory{CreateRealSocket};
+
+}  // namespace
+
+SCA_VirtualTcpSock* SCA_CreateTcpSock(int handle) {
+  return currentFactory.load(std::memory_order_relaxed)(handle);
+}
+
+void SCA_SetTcpSockFactory(SCA_TcpSockFactory factory) {
+  currentFactory.store(factory != nullptr ? factory : CreateRealSocket, std::memory_order_relaxed);
+}
