@@ -1,0 +1,245 @@
+#include "client/SCA_TikaClient.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include "platform/SCA_Error.h"
+#include "platform/SCA_Report.h"
+#include "platform/SCA_Text.h"
+#include "platform/SCA_Time.h"
+
+namespace {
+
+constexpr char kSource[] = "SCA_TikaClient";
+constexpr char kUserAgent[] = "Orvane HTTP Client";
+
+constexpr unsigned long kHeaderBufferSize = 2048;
+constexpr unsigned long kPieceSize = 4096;    // of a body sent or received by HTTP/1.0
+constexpr unsigned long kMaxGetBody = 65535;  // bytes
+constexpr unsigned long kMaxPutReplyBody = 0x3D090000;
+constexpr unsigned long kMaxVersionLength = 100;
+
+int Fail(unsigned long code, unsigned long* error) {
+  *error = code;
+  return 0;
+}
+
+}  // namespace
+
+SCA_TikaClient::SCA_TikaClient(SCA_TikaConfigOrv* settings, const char* serverName,
+                               unsigned short port)
+    : settings_(settings), port_(port) {
+  SetValid(SetServerName(serverName) != 0 && settings != nullptr ? 1 : 0);
+}
+
+SCA_TikaClient::~SCA_TikaClient() {
+  Disconnect();
+}
+
+int SCA_TikaClient::SetServerName(const char* serverName) {
+  if (SCA_CopyText(serverName_, serverName, SCA_TextFit::Refuse) != 0) return 1;
+  SCA_GetReportFunction(kSource, __LINE__)(
+      SCA_LevelError, "SCA_TikaClient::SetServerName: a server name of %lu bytes is too long",
+      static_cast<unsigned long>(std::strlen(serverName)));
+  return 0;
+}
+
+int SCA_TikaClient::Connect(unsigned long timeout, unsigned long* error) {
+  if (socket_ != nullptr) {
+    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
+                                             "SCA_TikaClient::Connect: already connected");
+    return Fail(SCA_ErrorCannotCreate, error);
+  }
+  socket_.reset(new (std::nothrow) SCA_TcpSock);
+  if (socket_ == nullptr || socket_->IsValid() == 0) {
+    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
+                                             "SCA_TikaClient::Connect: cannot create socket");
+    Disconnect();
+    return Fail(SCA_ErrorCannotCreate, error);
+  }
+  socket_->SetCancelEvent(cancel_);
+  if (socket_->Connect(serverName_, port_, timeout, error) == 0) {
+    Disconnect();
+    return 0;
+  }
+  // A request's header and its first block are two sends; the second must not wait for the
+  // acknowledgement of the first. Without the option the client still works, only slower.
+  socket_->SetOption(SCA_SockOptionNoDelay, 1);
+  connectTime_.Set(SCA_GetAbsTime());
+  connectCount_.Add(1);
+  return 1;
+}
+
+int SCA_TikaClient::Disconnect() {
+  socket_.reset();
+  return 1;
+}
+
+int SCA_TikaClient::InitDataBuffer() {
+  dataBuffer_.reset();
+  dataCapacity_ = 0;
+  // In 64 bits: the extra byte of the largest buffer size must not wrap to nothing.
+  const unsigned long bytes = static_cast<unsigned long>(bufferSize_) + 1;
+  dataBuffer_.reset(new (std::nothrow) char[bytes]);
+  if (dataBuffer_ == nullptr) {
+    SCA_GetReportFunction(kSource, __LINE__)(
+        SCA_LevelError, "SCA_TikaClient::InitDataBuffer: cannot alloc %lu bytes of memory", bytes);
+    return 0;
+  }
+  dataCapacity_ = bufferSize_;
+  return 1;
+}
+
+int SCA_TikaClient::SendAll(const char* data, unsigned long length, unsigned long* sent,
+                            unsigned long* error) {
+  if (socket_ == nullptr) return Fail(ENOTCONN, error);
+  return socket_->Send(data, length, sent, error);
+}
+
+int SCA_TikaClient::ReadHttpHeader(char* buffer, unsigned long capacity,
+                                   unsigned long* headerLength, unsigned long* received,
+                                   unsigned long* error) {
+  return ReadHeaderWithin(settings_->GetNetworkTimeout(), buffer, capacity, headerLength, received,
+                          error);
+}
+
+int SCA_TikaClient::ReadHeaderWithin(unsigned long timeoutMs, char* buffer, unsigned long capacity,
+                                     unsigned long* headerLength, unsigned long* received,
+                                     unsigned long* error) {
+  if (socket_ == nullptr) return Fail(ENOTCONN, error);
+  unsigned long total = 0;
+  while (total < capacity) {
+    unsigned long count = 0;
+    if (socket_->WaitForData(timeoutMs, error) == 0 ||
+        socket_->Receive(buffer + total, capacity - total, &count, error) == 0) {
+      return 0;
+    }
+    total += count;
+    buffer[total] = '\0';
+    if (SCA_HttpParser::IsHeaderReady(buffer, total + 1, headerLength) != 0) {
+      *received = total;
+      return 1;
+    }
+  }
+  return Fail(SCA_ErrorHeaderTooLong, error);
+}
+
+int SCA_TikaClient::SendRequestLine(const char* method, const char* path, unsigned long* error) {
+  char request[kHeaderBufferSize];
+  const int length =
+      std::snprintf(request, sizeof request, "%s %s HTTP/1.0\r\nHost: %s\r\nUser-Agent: %s\r\n\r\n",
+                    method, path, serverName_, kUserAgent);
+  if (length < 0 || static_cast<unsigned long>(length) >= sizeof request) {
+    return Fail(SCA_ErrorHeaderTooLong, error);
+  }
+  unsigned long sent = 0;
+  return SendAll(request, static_cast<unsigned long>(length), &sent, error);
+}
+
+int SCA_TikaClient::GetRequest(const char* path, SCA_HttpClientRequest* reply,
+                               unsigned long* error) {
+  char header[kHeaderBufferSize];
+  unsigned long headerLength = 0;
+  unsigned long received = 0;
+  if (SendRequestLine("GET", path, error) == 0 ||
+      ReadHttpHeader(header, sizeof header - 1, &headerLength, &received, error) == 0) {
+    return 0;
+  }
+  if (SCA_HttpParser::ParseHttpHeader(header, headerLength, reply) == 0) {
+    return Fail(SCA_ErrorInvalidData, error);
+  }
+  if (reply->GetReplyCode() != 200) return Fail(reply->GetReplyCode(), error);
+  reply->SetContentLength(kMaxGetBody);
+  if (reply->InitContentBuffer() == 0) return Fail(SCA_ErrorInvalidData, error);
+
+  char* body = reply->GetContentBuffer();
+  unsigned long held = received - headerLength;
+  std::memcpy(body, header + headerLength, held);
+  // By HTTP/1.0 the end of the connection is the end of the body. The room for one byte more than
+  // the limit tells a body that is too long from one that just fits.
+  unsigned long count = 0;
+  unsigned long ended = 0;
+  while (held <= kMaxGetBody &&
+         socket_->Receive(body + held, std::min(kPieceSize, kMaxGetBody + 1 - held), &count,
+                          &ended) != 0) {
+    held += count;
+  }
+  if (held > kMaxGetBody) return Fail(SCA_ErrorInvalidData, error);
+  body[held] = '\0';
+  reply->SetContentLength(held);
+  return 1;
+}
+
+int SCA_TikaClient::GetVersion(char* version, unsigned long size, unsigned long* error) {
+  SCA_HttpClientRequest reply;
+  if (GetRequest("/version", &reply, error) == 0) {
+    SCA_GetReportFunction(kSource, __LINE__)(
+        SCA_LevelError, "SCA_TikaClient::GetVersion: cannot execute GET version request (ERR:%lu)",
+        *error);
+    return 0;
+  }
+  const unsigned long length = reply.GetContentLength();
+  if (length == 0) {
+    SCA_GetReportFunction(kSource, __LINE__)(
+        SCA_LevelError, "SCA_TikaClient::GetVersion: no content returned by GET version request");
+    return Fail(SCA_ErrorInvalidData, error);
+  }
+  if (length > kMaxVersionLength) {
+    SCA_GetReportFunction(kSource, __LINE__)(
+        SCA_LevelError,
+        "SCA_TikaClient::GetVersion: invalid content returned by GET version request");
+    return Fail(SCA_ErrorInvalidData, error);
+  }
+  if (length >= size) return Fail(ENOBUFS, error);
+  std::memcpy(version, reply.GetContentBuffer(), length);
+  version[length] = '\0';
+  return 1;
+}
+
+int SCA_TikaClient::PutRequest(const char* path, SCA_HttpClientRequest* request,
+                               unsigned long* error) {
+  if (SendRequestLine("PUT", path, error) == 0) return 0;
+  unsigned long sent = 0;
+  for (unsigned long done = 0; done < request->GetContentLength(); done += sent) {
+    const unsigned long piece = std::min(kPieceSize, request->GetContentLength() - done);
+    if (SendAll(request->GetContentBuffer() + done, piece, &sent, error) == 0) return 0;
+  }
+
+  char header[kHeaderBufferSize];
+  unsigned long headerLength = 0;
+  unsigned long received = 0;
+  if (ReadHttpHeader(header, sizeof header - 1, &headerLength, &received, error) == 0) return 0;
+  if (SCA_HttpParser::ParseHttpHeader(header, headerLength, request) == 0) return 0;
+  const unsigned long length = request->GetContentLength();
+  if (request->GetReplyCode() != 200 || length == 0 || length > kMaxPutReplyBody) return 0;
+  if (request->InitContentBuffer() == 0) return 0;
+
+  char* body = request->GetContentBuffer();
+  unsigned long held = std::min(received - headerLength, length);
+  std::memcpy(body, header + headerLength, held);
+  while (held < length) {
+    unsigned long count = 0;
+    if (socket_->Receive(body + held, std::min(kPieceSize, length - held), &count, error) == 0) {
+      return 0;
+    }
+    held += count;
+  }
+  body[length] = '\0';
+  return 1;
+}
+
+int SCA_TikaClient::GetFileText(unsigned long variant, const char* fileName, const char* secondName,
+                                SCA_TikaTextCallback callback, void* context, SCA_Event* cancel,
+                                unsigned long* textLength, unsigned long* error) {
+  switch (variant) {
+    case 2:
+      return GetFileTextV2(fileName, secondName, callback, context, cancel, textLength, error);
+    case 3:
+      return GetFileTextV3(fileName, secondName, callback, context, cancel, textLength, error);
+    default:
+      return GetFileTextV1(fileName, secondName, callback, context, cancel, textLength, error);
+  }
+}
