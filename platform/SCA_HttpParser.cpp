@@ -59,7 +59,8 @@ bool ParseStatusLine(std::string_view line, tagSCA_HTTP_REQUEST* record) {
   constexpr std::size_t kCodeAt = 9;
   constexpr std::size_t kCodeEnd = 12;
   if (line.substr(0, kVersion.size()) != kVersion || line.size() < kCodeEnd ||
-      !IsDigit(line[kVersion.size()]) || line[kCodeAt - 1] != ' ' || line[kCodeAt] == '0') {
+      !IsDigit(line[kVersion.size()]) || line[kCodeAt - 1] != ' ' || line[kCodeAt] == '0' ||
+      Any(line, IsControl)) {
     return false;
   }
   for (std::size_t i = kCodeAt; i < kCodeEnd; ++i) {
@@ -124,6 +125,7 @@ int SCA_HttpClientRequest::InitContentBuffer() {
 
 int SCA_HttpParser::IsHeaderReady(const char* text, unsigned long length,
                                   unsigned long* headerLength) {
+  if (length == 0) return 0;
   const std::string_view received(text, ::strnlen(text, length));
   const std::string_view header = SkipEmptyLines(received);
   const std::size_t end = header.find("\r\n\r\n");
@@ -135,18 +137,21 @@ int SCA_HttpParser::IsHeaderReady(const char* text, unsigned long length,
 int SCA_HttpParser::ParseHttpHeader(const char* text, unsigned long headerLength,
                                     tagSCA_HTTP_REQUEST* record) {
   if (headerLength > SCA_HttpMaxHeaderLength) return 0;
-  std::string_view rest = SkipEmptyLines({text, headerLength});
+  std::string_view rest(text, headerLength);
   tagSCA_HTTP_REQUEST parsed;
+  bool hasStatus = false;
   for (unsigned long lines = 0; lines < SCA_HttpMaxHeaderLines; ++lines) {
     const std::size_t end = rest.find(kLineEnd);
     if (end == std::string_view::npos) return 0;
     const std::string_view line = rest.substr(0, end);
     rest.remove_prefix(end + kLineEnd.size());
-    if (line.empty() && lines > 0) {
+    if (line.empty() && hasStatus) {
       *record = parsed;
       return 1;
     }
-    if (!(lines == 0 ? ParseStatusLine(line, &parsed) : ParseField(line, &parsed))) return 0;
+    if (line.empty()) continue;
+    if (!(hasStatus ? ParseField(line, &parsed) : ParseStatusLine(line, &parsed))) return 0;
+    hasStatus = true;
   }
   return 0;
 }

@@ -176,7 +176,8 @@ class Process final : public SCA_Process {
   std::vector<std::string> MakeEnvironment() const;
   unsigned long StartPlanned(std::vector<std::string>* words);
   bool HasLine() const;
-  void FillBuffer();
+  bool FillBuffer();
+  void Drop(std::size_t count);
   void PollOutputAndEnd(int timeoutMs);
 
   std::vector<std::string> variables_;  // NAME=VALUE
@@ -266,15 +267,33 @@ bool Process::HasLine() const {
          (held_ > 0 && !output_.IsOpen());
 }
 
-void Process::FillBuffer() {
-  if (!output_.IsOpen() || held_ == sizeof buffer_) return;
+// Drops bytes from the front, and with them the empty lines that then stand there.
+void Process::Drop(std::size_t count) {
+  for (;;) {
+    if (count < held_ && buffer_[count] == '\n') {
+      ++count;
+    } else if (count + 1 < held_ && buffer_[count] == '\r' && buffer_[count + 1] == '\n') {
+      count += 2;
+    } else {
+      break;
+    }
+  }
+  held_ -= count;
+  std::memmove(buffer_, buffer_ + count, held_);
+}
+
+// Gives false when nothing could be read now.
+bool Process::FillBuffer() {
+  if (!output_.IsOpen() || held_ == sizeof buffer_) return false;
   const ssize_t count =
       SCA_Retry([&] { return ::read(output_.Get(), buffer_ + held_, sizeof buffer_ - held_); });
   if (count > 0) {
     held_ += static_cast<std::size_t>(count);
-  } else if (count == 0 || errno != EAGAIN) {
-    output_.Reset();
+    Drop(0);
+    return true;
   }
+  if (count == 0 || errno != EAGAIN) output_.Reset();
+  return false;
 }
 
 void Process::PollOutputAndEnd(int timeoutMs) {
@@ -288,13 +307,12 @@ int Process::WaitForOutput(unsigned long timeoutMs, int /*reserved*/) {
   for (;;) {
     // Asked before the pipe is read: what a child printed is there when its end is seen.
     const bool ended = IsRunning() == 0;
-    const std::size_t before = held_;
-    if (!HasLine()) FillBuffer();
+    const bool hasRead = !HasLine() && FillBuffer();
     if (HasLine()) return 1;
     // A descendant may hold the pipe open; the child's own last words are not kept back for it.
-    if (ended && held_ == before) return held_ > 0 ? 1 : 0;
+    if (ended && !hasRead) return held_ > 0 ? 1 : 0;
     if (deadline.HasPassed()) return 0;
-    if (!ended) PollOutputAndEnd(deadline.PollTimeout(kPollSliceMs));
+    if (!hasRead) PollOutputAndEnd(deadline.PollTimeout(kPollSliceMs));
   }
 }
 
@@ -303,23 +321,23 @@ int Process::ReadOutputLine(char* buffer, unsigned long size, unsigned long* len
   if (size < 2) return Fail(EINVAL, error);
   *length = 0;
   buffer[0] = '\0';
-  while (*length == 0) {
-    const bool ended = IsRunning() == 0;
-    if (!HasLine()) FillBuffer();
-    const bool lastWords = ended && held_ > 0;
-    if (!HasLine() && !lastWords) break;
-    const auto* newline = static_cast<const char*>(std::memchr(buffer_, '\n', held_));
-    const std::size_t whole =
-        newline != nullptr ? static_cast<std::size_t>(newline - buffer_) : held_;
-    const std::size_t taken = std::min<std::size_t>(whole, size - 1);
-    const std::size_t used = taken == whole && newline != nullptr ? taken + 1 : taken;
-    std::memcpy(buffer, buffer_, taken);
-    const bool hasReturn = used > taken && taken > 0 && buffer[taken - 1] == '\r';
-    *length = taken - (hasReturn ? 1 : 0);
-    buffer[*length] = '\0';
-    held_ -= used;
-    std::memmove(buffer_, buffer_ + used, held_);
-  }
+  const bool ended = IsRunning() == 0;
+  if (!HasLine()) FillBuffer();
+  if (!HasLine() && !(ended && held_ > 0)) return 1;
+  const auto* newline = static_cast<const char*>(std::memchr(buffer_, '\n', held_));
+  const bool hasEnd = newline != nullptr;
+  std::size_t whole = hasEnd ? static_cast<std::size_t>(newline - buffer_) : held_;
+  const std::size_t lineEnd = hasEnd ? 1 : 0;
+  // A CR at the end of a piece waits for what follows: it may belong to the line's end.
+  const bool endsInReturn = whole > 1 && buffer_[whole - 1] == '\r';
+  if (endsInReturn) --whole;
+  const std::size_t taken = std::min<std::size_t>(whole, size - 1);
+  std::memcpy(buffer, buffer_, taken);
+  buffer[taken] = '\0';
+  *length = taken;
+  const bool isPiece = !hasEnd && held_ == sizeof buffer_;
+  const bool isLineDone = taken == whole && !isPiece;
+  Drop(isLineDone ? taken + (endsInReturn ? 1 : 0) + lineEnd : taken);
   return 1;
 }
 

@@ -1,0 +1,20 @@
+/// What the three decoders are to make of a reply that arrives in given pieces: written over
+/// positions in the whole reply, without buffers, so that it shares nothing with the decoders.
+#ifndef SCA_TESTS_CLIENT_DECODER_MODEL_H
+#define SCA_TESTS_CLIENT_DECODER_MODEL_H
+
+#include <string>
+#include <vector>
+
+struct ModelOutcome {
+  unsigned long code = 0;  ///< 0: success
+  bool keepsValid = true;
+  std::string text;  ///< collected until the end, delivered or not
+};
+
+/// @param headerLength  Of the reply's header, leading empty lines included.
+/// The replies hold no chunk that is too large for the data buffer.
+ModelOutcome PredictOutcome(unsigned long variant, const std::vector<std::string>& pieces,
+                            std::size_t headerLength);
+
+#endif  // SCA_TESTS_CLIENT_DECODER_MODEL_H

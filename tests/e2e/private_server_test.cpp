@@ -1,0 +1,59 @@
+// tikaextract with a private Tika server: nothing of it outlives the program.
+
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <csignal>
+#include <filesystem>
+#include <random>
+
+#include "tests/support/Program.h"
+
+namespace {
+
+const std::string kSample = SCA_SAMPLES_DIR "/quarterly-report-en.docx";
+
+TEST(PrivateServer, ExtractsAndIsGoneWithTheProgram) {
+  Program program("tikaextract", {"--java-heap", "256", "--verbose", kSample});
+  EXPECT_EQ(program.Wait(), 0) << program.Error();
+  EXPECT_NE(program.Output().find("Quarterly"), std::string::npos) << program.Output();
+  // Both JVMs of the server have the limit, not the one that was started alone.
+  EXPECT_NE(program.Error().find("Picked up JAVA_TOOL_OPTIONS: -Xmx256m"), std::string::npos);
+  EXPECT_TRUE(program.Family().empty());
+}
+
+TEST(PrivateServer, JarThatDoesNotStartIsQuoted) {
+  const TempDir dir;
+  Program program("tikaextract", {"--jar", dir.Write("broken.jar", "no jar"), kSample});
+  EXPECT_EQ(program.Wait(), 3);
+  EXPECT_NE(program.Error().find("the Tika server ended with exit status 1; its last lines:\n"),
+            std::string::npos)
+      << program.Error();
+  EXPECT_NE(program.Error().find("jarfile"), std::string::npos) << program.Error();
+}
+
+TEST(PrivateServer, InterruptStopsItBeforeTheProgramEnds) {
+  Program program("tikaextract", {"--verbose", kSample});
+  ASSERT_TRUE(program.WaitForError("tikaextract: started java"));
+  program.Signal(SIGINT);
+  EXPECT_EQ(program.Wait(), 130);
+  EXPECT_TRUE(program.Family().empty());
+}
+
+TEST(PrivateServer, KilledProgramLeavesNoJavaBehind) {
+  const unsigned seed = std::random_device()();
+  std::mt19937 random(seed);
+  std::uniform_int_distribution<int> moment(0, 5000);
+  for (int round = 0; round < 8; ++round) {
+    const int afterMs = moment(random);
+    SCOPED_TRACE(::testing::Message() << "seed " << seed << ", killed after " << afterMs << " ms");
+    Program program("tikaextract", {kSample, kSample});
+    // The moment itself is what is tested here, not a thing to wait for.
+    ::poll(nullptr, 0, afterMs);
+    program.Signal(SIGKILL);
+    program.Wait();
+    EXPECT_TRUE(program.FamilyEndsWithin(5)) << program.Family().size() << " processes live on";
+  }
+}
+
+}  // namespace

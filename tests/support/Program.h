@@ -1,0 +1,46 @@
+/// Runs one of the built programs as a user would.
+#ifndef SCA_TESTS_SUPPORT_PROGRAM_H
+#define SCA_TESTS_SUPPORT_PROGRAM_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/TempDir.h"
+
+/// A program under way, with its output in files. Killed when it outlives the object. All that it
+/// starts carries its mark in the environment.
+class Program {
+ public:
+  /// @param name         Of a program in the build's bin directory.
+  /// @param environment  Further variables, as NAME=VALUE.
+  Program(const std::string& name, const std::vector<std::string>& arguments,
+          const std::vector<std::string>& environment = {});
+  ~Program();
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  /// Waits for the end, a minute at most.
+  /// @return The exit status, or 128 and the signal's number; -1 after the minute.
+  int Wait();
+  void Signal(int number);
+  /// Waits until standard error holds a text, a minute at most.
+  bool WaitForError(const std::string& text);
+
+  std::string Output() const { return ReadFile(dir_.File("out")); }
+  std::string Error() const { return ReadFile(dir_.File("err")); }
+  /// @return The ids of living processes that this one started, itself included.
+  std::vector<pid_t> Family() const;
+  /// @return True when no process of the family is left within the time.
+  bool FamilyEndsWithin(int seconds) const;
+
+ private:
+  TempDir dir_;
+  std::string mark_;
+  pid_t pid_ = 0;
+  int status_ = -1;
+  bool hasEnded_ = false;
+};
+
+#endif  // SCA_TESTS_SUPPORT_PROGRAM_H
