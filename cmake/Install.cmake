@@ -14,5 +14,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/sca_tikaConfigVersion.cma
 install(FILES ${PROJECT_BINARY_DIR}/sca_tikaConfig.cmake
   ${PROJECT_BINARY_DIR}/sca_tikaConfigVersion.cmake DESTINATION ${package_dir})
 
+file(RELATIVE_PATH SCA_INCLUDE_FROM_PC
+  /${CMAKE_INSTALL_LIBDIR}/pkgconfig /${CMAKE_INSTALL_INCLUDEDIR})
 configure_file(cmake/sca_tika.pc.in ${PROJECT_BINARY_DIR}/sca_tika.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/sca_tika.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -354,6 +354,10 @@ TEST(Upload, ManyFilesGoOverOneConnection) {
   EXPECT_EQ(real.client.GetTotalFiles(), 150U);
   EXPECT_EQ(real.client.GetConnectCount(), 1U);
   EXPECT_EQ(server.Connections(), 1);
+  // What is told of the last extraction does not outlive it.
+  std::string text;
+  EXPECT_EQ(real.Extract(1, dir.File("missing"), &text), static_cast<unsigned long>(ENOENT));
+  EXPECT_EQ(real.client.GetLastTextLength() + real.client.GetLastFileSize(), 0U);
 }
 
 }  // namespace

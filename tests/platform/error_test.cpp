@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <set>
@@ -11,71 +12,43 @@
 
 namespace {
 
-const std::vector<unsigned long> kNamedCodes = {SCA_ErrorNoJar,
-                                                SCA_ErrorCancelled,
-                                                SCA_ErrorAlreadyActive,
-                                                SCA_ErrorCannotCreate,
-                                                SCA_ErrorInvalidData,
-                                                SCA_ErrorRootConfig,
-                                                SCA_ErrorNotStarted,
-                                                SCA_ErrorProcessEnded,
-                                                SCA_ErrorTika422,
-                                                SCA_ErrorTika500,
-                                                SCA_ErrorHostName,
-                                                SCA_ErrorHostNameInvalid,
-                                                SCA_ErrorHeaderTooLong,
-                                                SCA_ErrorNotRegularFile,
-                                                SCA_ErrorFileShrank,
-                                                SCA_ErrorCommandLine,
-                                                ENOENT,
-                                                EACCES,
-                                                EISDIR,
-                                                ENOSPC,
-                                                EPIPE,
-                                                EBADF,
-                                                ENAMETOOLONG,
-                                                ECONNREFUSED,
-                                                ECONNRESET,
-                                                ETIMEDOUT,
-                                                0};
-
 TEST(ErrorText, IsOneLineWithoutTheNumberForEveryCode) {
-  const std::pair<unsigned long, unsigned long> ranges[] = {
-      {0, 1300}, {100000, 100400}, {0xFFFFFF00, 0x100000500}, {~0UL - 1, ~0UL}};
-  for (const auto& [first, last] : ranges) {
-    for (unsigned long code = first; code != last; ++code) {
+  for (const unsigned long first : {0UL, 100000UL, 0xFFFFFF00UL, ~0UL - 1300}) {
+    for (unsigned long code = first; code != first + 1300; ++code) {
       SCOPED_TRACE(code);
       ASSERT_NE(SCA_ErrorText(code), nullptr);
       const std::string text = SCA_ErrorText(code);
-      bool hasLetter = false;
-      for (const char c : text) {
-        hasLetter = hasLetter || std::isalpha(static_cast<unsigned char>(c)) != 0;
-        EXPECT_NE(std::isprint(static_cast<unsigned char>(c)), 0) << text;
-      }
-      EXPECT_TRUE(hasLetter) << text;
+      const auto is = [&](int (*kind)(int)) {
+        return std::count_if(text.begin(), text.end(), kind);
+      };
+      EXPECT_GT(is(std::isalpha), 0) << text;
+      EXPECT_EQ(is(std::iscntrl), 0) << text;
       EXPECT_TRUE(code <= 999 || text.find(std::to_string(code)) == std::string::npos) << text;
     }
   }
 }
 
-TEST(ErrorText, TellsKnownCodesApart) {
+TEST(ErrorText, TellsKnownCodesApartAndDoesNotGuessAtOthers) {
+  const std::set<unsigned long> known = {
+      0,      ENOENT, EACCES, EISDIR, ENOSPC, EPIPE,  ECONNREFUSED, ECONNRESET, ETIMEDOUT,
+      100113, 100120, 100128, 100137, 100138, 100139, 100189,       100190,     100191,
+      100194, 100200, 100201, 100202, 100203, 100204, 100205};
   std::set<std::string> texts = {"unknown error"};
-  for (const unsigned long code : kNamedCodes) {
+  for (const unsigned long code : known) {
     EXPECT_TRUE(texts.insert(SCA_ErrorText(code)).second) << code << ' ' << SCA_ErrorText(code);
   }
-}
-
-TEST(ErrorText, DoesNotGuessAtCodesItDoesNotKnow) {
-  for (const unsigned long code : {199UL, 1000UL, 100000UL, 100119UL, 100199UL, 100299UL, 100300UL,
-                                   0x100000000UL + ETIMEDOUT, 0x100000000UL + 404, ~0UL}) {
+  for (unsigned long code = 100000; code < 100400; ++code) {
+    EXPECT_EQ(SCA_ErrorText(code) == std::string("unknown error"), known.count(code) == 0) << code;
+  }
+  for (const unsigned long code : {199UL, 1000UL, (1UL << 32) + ETIMEDOUT, (1UL << 32) + 404}) {
     EXPECT_STREQ(SCA_ErrorText(code), "unknown error") << code;
   }
 }
 
 TEST(ErrorText, NamesHttpRepliesFromEveryThreadAndStaysValid) {
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([] {
+  std::vector<std::thread> threads(4);
+  for (std::thread& thread : threads) {
+    thread = std::thread([] {
       const char* const kept = SCA_ErrorText(503);
       for (unsigned long code = 200; code <= 999; ++code) {
         EXPECT_EQ(SCA_ErrorText(code), "the server answered HTTP " + std::to_string(code));

@@ -29,7 +29,8 @@ class ScriptedSocket final : public SCA_VirtualTcpSock {
     script_.waitTimeouts.push_back(timeoutMs);
     const int number = waits_++;
     if (script_.onWait) script_.onWait(number);
-    if (cancel_ != nullptr && cancel_->Wait(0) != 0) return Fail(SCA_ErrorCancelled, error);
+    const bool looks = cancel_ != nullptr && !script_.ignoresCancel;
+    if (looks && cancel_->Wait(0) != 0) return Fail(SCA_ErrorCancelled, error);
     return number == script_.failWait ? Fail(script_.failCode, error) : 1;
   }
 

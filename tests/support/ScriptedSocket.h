@@ -21,6 +21,7 @@ struct SocketScript {
   unsigned long failCode = 5;       ///< the code they fail with
   unsigned long sendTakes = 0;
   bool failConnect = false;
+  bool ignoresCancel = false;  ///< its waits do not look at the cancel event
   /// Called before the wait, receive or send of a number.
   std::function<void(int)> onWait;
   std::function<void(int)> onReceive;
