@@ -17,7 +17,8 @@ struct SCA_ProcessExit {
 
 /// One child process with its descendants, which share a process group of their own. The child gets
 /// no descriptor but its output pipe and an empty standard input, default signal handling, and
-/// SIGKILL when the thread that started it ends, by a crash of the whole process too.
+/// SIGKILL when the thread that started it ends. When this process ends, by a SIGKILL too, a small
+/// guardian process (`sh`) kills the whole group.
 class SCA_API SCA_Process : public SCA_Object {
  public:
   /// Stops the child as `Stop` does.

@@ -107,6 +107,7 @@ struct ChildPlan {
   int input;
   int output;
   int failure;  // takes the errno of a failed start
+  bool diesWithParent;
   pid_t parent;
 };
 
@@ -115,8 +116,10 @@ __attribute__((no_sanitize("address", "thread", "undefined"))) int RunChild(void
   ::setpgid(0, 0);
   // The kernel kills the child when the thread that started it ends, whatever ended it. The thread
   // may have ended before the call; then nobody would send the signal any more.
-  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (::getppid() != plan->parent) ::_exit(127);
+  if (plan->diesWithParent) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != plan->parent) ::_exit(127);
+  }
   struct sigaction standard;
   std::memset(&standard, 0, sizeof standard);
   standard.sa_handler = SIG_DFL;
@@ -156,6 +159,71 @@ pid_t Spawn(ChildPlan* plan) {
   return pid;
 }
 
+// Starts a program. Gives its pid, or 0 with the error in *code.
+pid_t Launch(const char* program, const std::vector<char*>& arguments,
+             const std::vector<char*>& environment, int input, int output, bool diesWithParent,
+             unsigned long* code) {
+  Pipe failure;
+  if (!failure.Open()) {
+    *code = SCA_SystemError();
+    return 0;
+  }
+  ChildPlan plan{program, arguments.data(),    environment.data(), input,
+                 output,  failure.write.Get(), diesWithParent,     ::getpid()};
+  const pid_t pid = Spawn(&plan);
+  if (pid < 0) {
+    *code = SCA_SystemError();
+    return 0;
+  }
+  failure.write.Reset();
+  int failed = 0;
+  // Ends at once: the exec closed the other end, or the child wrote and exited.
+  const ssize_t got = SCA_Retry([&] { return ::read(failure.read.Get(), &failed, sizeof failed); });
+  if (got != sizeof failed) return pid;
+  SCA_Retry([&] { return ::waitpid(pid, nullptr, 0); });
+  *code = static_cast<unsigned long>(failed);
+  return 0;
+}
+
+// A process that waits for the end of this one and then kills a group. The signal that the kernel
+// sends reaches the child alone; what the child has started may need many seconds to notice, or
+// never do. The guardian holds the only other end of a pipe: it wakes when the pipe closes,
+// whatever ended its owner.
+class Guardian {
+ public:
+  Guardian() = default;
+  ~Guardian() { Dismiss(); }
+  Guardian(const Guardian&) = delete;
+  Guardian& operator=(const Guardian&) = delete;
+
+  /// Best effort: without it the child is still killed, only its descendants are left to
+  /// themselves.
+  void Watch(pid_t group, int output) {
+    Pipe pipe;
+    if (!pipe.Open()) return;
+    std::vector<std::string> words = {"sh", "-c", "read _; kill -s KILL -- \"-$0\"",
+                                      std::to_string(group)};
+    unsigned long ignored = 0;
+    pid_ =
+        Launch("/bin/sh", PointersTo(words), {nullptr}, pipe.read.Get(), output, false, &ignored);
+    pipe_ = std::move(pipe.write);
+  }
+
+  /// To be called before the group's name can be given away.
+  void Dismiss() {
+    if (pid_ != 0) {
+      ::kill(pid_, SIGKILL);
+      SCA_Retry([&] { return ::waitpid(pid_, nullptr, 0); });
+    }
+    pid_ = 0;
+    pipe_.Reset();
+  }
+
+ private:
+  pid_t pid_ = 0;
+  SCA_Fd pipe_;
+};
+
 class Process final : public SCA_Process {
  public:
   Process() { SetValid(1); }
@@ -174,7 +242,7 @@ class Process final : public SCA_Process {
 
  private:
   std::vector<std::string> MakeEnvironment() const;
-  unsigned long StartPlanned(std::vector<std::string>* words);
+  unsigned long StartWords(std::vector<std::string>* words);
   bool HasLine() const;
   bool FillBuffer();
   void Drop(std::size_t count);
@@ -186,6 +254,7 @@ class Process final : public SCA_Process {
   bool ended_ = false;
   SCA_ProcessExit exit_;
   SCA_Fd pidFd_;
+  Guardian guardian_;
 
   SCA_Fd output_;  // closed once the output has ended
   std::size_t held_ = 0;
@@ -221,44 +290,35 @@ int Process::Start(const char* command, unsigned long flags, unsigned long optio
   if (pid_ != 0) return Fail(EBUSY, error);
   std::vector<std::string> words;
   if (!SplitCommand(command, &words)) return Fail(SCA_ErrorCommandLine, error);
-  const unsigned long code = StartPlanned(&words);
+  const unsigned long code = StartWords(&words);
   return code == 0 ? 1 : Fail(code, error);
 }
 
 // Gives 0 or the error code.
-unsigned long Process::StartPlanned(std::vector<std::string>* words) {
+unsigned long Process::StartWords(std::vector<std::string>* words) {
   Pipe output;
-  Pipe failure;
-  const SCA_Fd input = AboveStandard(SCA_Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC)));
-  if (!input.IsOpen() || !output.Open() || !failure.Open() ||
-      ::fcntl(output.read.Get(), F_SETFL, O_NONBLOCK) != 0) {
+  const SCA_Fd null = AboveStandard(SCA_Fd(::open("/dev/null", O_RDWR | O_CLOEXEC)));
+  if (!null.IsOpen() || !output.Open() || ::fcntl(output.read.Get(), F_SETFL, O_NONBLOCK) != 0) {
     return SCA_SystemError();
   }
   const std::string program = FindProgram(words->front());
   std::vector<std::string> environment = MakeEnvironment();
-  const std::vector<char*> arguments = PointersTo(*words);
-  const std::vector<char*> variables = PointersTo(environment);
-  ChildPlan plan{program.c_str(),    arguments.data(),    variables.data(), input.Get(),
-                 output.write.Get(), failure.write.Get(), ::getpid()};
-  const pid_t pid = Spawn(&plan);
-  if (pid < 0) return SCA_SystemError();
-
-  output.write.Reset();
-  failure.write.Reset();
-  int code = 0;
-  // Ends at once: the exec closed the other end, or the child wrote and exited.
-  const ssize_t got = SCA_Retry([&] { return ::read(failure.read.Get(), &code, sizeof code); });
+  unsigned long code = 0;
+  const pid_t pid = Launch(program.c_str(), PointersTo(*words), PointersTo(environment), null.Get(),
+                           output.write.Get(), true, &code);
+  if (pid == 0) return code;
   // By number: the header of glibc 2.36 lacks the C linkage.
   SCA_Fd pidFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
-  if (got == sizeof code || !pidFd.IsOpen()) {
-    if (got != sizeof code) code = errno;
+  if (!pidFd.IsOpen()) {
+    code = SCA_SystemError();
     ::kill(pid, SIGKILL);
     SCA_Retry([&] { return ::waitpid(pid, nullptr, 0); });
-    return static_cast<unsigned long>(code);
+    return code;
   }
   pid_ = pid;
   pidFd_ = std::move(pidFd);
   output_ = std::move(output.read);
+  guardian_.Watch(pid, null.Get());
   return 0;
 }
 
@@ -379,6 +439,7 @@ void Process::Stop(unsigned long graceMs) {
   ::kill(-pid_, SIGKILL);
   SCA_Retry([&] { return ::waitid(P_PID, static_cast<id_t>(pid_), nullptr, WEXITED | WNOWAIT); });
   IsRunning();
+  guardian_.Dismiss();
   SCA_Retry([&] { return ::waitpid(pid_, nullptr, 0); });
   reaped_ = true;
 }

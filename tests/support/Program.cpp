@@ -8,9 +8,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -30,11 +30,9 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
   return pointers;
 }
 
-// Living processes alone: one that has ended and not been reaped has an empty environment.
-bool HasInEnvironment(const fs::path& process, const std::string& text) {
-  std::ifstream file(process / "environ", std::ios::binary);
-  const std::string environment{std::istreambuf_iterator<char>(file), {}};
-  return environment.find(text) != std::string::npos;
+std::string ReadProcess(const fs::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 }  // namespace
@@ -101,13 +99,17 @@ bool Program::WaitForError(const std::string& text) {
   return true;
 }
 
-std::vector<pid_t> Program::Family() const {
-  std::vector<pid_t> family;
+std::vector<std::string> Program::Family() const {
+  std::vector<std::string> family;
   std::error_code ignored;
   for (const fs::directory_entry& entry : fs::directory_iterator("/proc", ignored)) {
     const std::string name = entry.path().filename().string();
     if (name.find_first_not_of("0123456789") != std::string::npos) continue;
-    if (HasInEnvironment(entry.path(), mark_)) family.push_back(std::atoi(name.c_str()));
+    // Living processes alone: one that has ended and not been reaped has an empty environment.
+    if (ReadProcess(entry.path() / "environ").find(mark_) == std::string::npos) continue;
+    std::string command = ReadProcess(entry.path() / "cmdline");
+    std::replace(command.begin(), command.end(), '\0', ' ');
+    family.push_back(name + ": " + command);
   }
   return family;
 }

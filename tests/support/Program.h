@@ -30,8 +30,8 @@ class Program {
 
   std::string Output() const { return ReadFile(dir_.File("out")); }
   std::string Error() const { return ReadFile(dir_.File("err")); }
-  /// @return The ids of living processes that this one started, itself included.
-  std::vector<pid_t> Family() const;
+  /// @return The living processes that this one started, itself included: id and command line.
+  std::vector<std::string> Family() const;
   /// @return True when no process of the family is left within the time.
   bool FamilyEndsWithin(int seconds) const;
 
