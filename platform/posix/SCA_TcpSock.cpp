@@ -271,12 +271,13 @@ std::size_t TcpSock::Read(char* buffer, std::size_t length, int flags) {
 int TcpSock::WaitAndRead(char* buffer, std::size_t length, unsigned long timeoutMs,
                          std::size_t* count, unsigned long* error) {
   const SCA_Deadline deadline(timeoutMs);
+  bool hasSlice = timeoutMs >= kCancelSliceMs;
   for (;;) {
-    const bool hasSlice = deadline.PollTimeout(kCancelSliceMs) == kCancelSliceMs;
     *count = Read(buffer, length, hasSlice ? 0 : MSG_DONTWAIT);
     if (*count > 0 || Held() > 0 || inputEnd_ != 0) return 1;
     if (!hasSlice && Poll(POLLIN, deadline, error) == 0) return 0;
     if (IsCancelled()) return Fail(SCA_ErrorCancelled, error);
+    hasSlice = deadline.PollTimeout(kCancelSliceMs) == kCancelSliceMs;
   }
 }
 

@@ -27,7 +27,7 @@ using Texts = std::vector<std::string>;
 
 constexpr char kWorker[] = "/proc/self/exe --worker ";
 constexpr char kVariable[] = "SCA_TEST_VARIABLE";
-constexpr unsigned long kLongGraceMs = 10 * kDeadlineMs;
+constexpr unsigned long kLongGraceMs = kDeadlineMs;
 constexpr std::size_t kFloodLines = 50000;
 
 struct Child {
@@ -154,6 +154,11 @@ int PlayPart(const std::string& part, const Texts& arguments) {
     Write(std::to_string(child.Pid()) + "\n");
     WaitForEver();
   }
+  if (part == "ancestor") {
+    Child child;
+    Write(child.Play("bequeath").back() + "\n");
+    WaitForEver();
+  }
   return 0;
 }
 
@@ -241,7 +246,7 @@ TEST(Process, StopEndsWillingAndStubbornChildren) {
     const Stopwatch watch;
     child.process->Stop(stubborn ? 50 : kLongGraceMs);
     child.process->Stop(kLongGraceMs);
-    EXPECT_LT(watch.Ms(), kDeadlineMs);
+    EXPECT_LT(watch.Ms(), kDeadlineMs / 2);
     EXPECT_EQ(child.End(), stubborn ? -SIGKILL : -SIGTERM);
     EXPECT_EQ(child.ReadAll(), Texts({"not read yet"}));
   }
@@ -344,14 +349,18 @@ TEST(Process, LeavesNeitherDescriptorsNorAZombieBehind) {
   }
 }
 
-TEST(Process, TheChildDiesWithItsParent) {
-  Child middle;
-  std::string pid;
-  ASSERT_EQ(middle.Start(std::string(kWorker) + "parent"), 0U);
-  ASSERT_TRUE(middle.ReadLine(&pid));
-  EXPECT_FALSE(Ends(pid, 0));
-  ::kill(middle.Pid(), SIGKILL);
-  EXPECT_TRUE(Ends(pid));
+TEST(Process, TheChildAndItsDescendantsDieWithTheParent) {
+  // The descendant of the second has lost its own parent and ignores SIGTERM.
+  for (const char* part : {"parent", "ancestor"}) {
+    SCOPED_TRACE(part);
+    Child middle;
+    std::string pid;
+    ASSERT_EQ(middle.Start(std::string(kWorker) + part), 0U);
+    ASSERT_TRUE(middle.ReadLine(&pid));
+    EXPECT_FALSE(Ends(pid, 0));
+    ::kill(middle.Pid(), SIGKILL);
+    EXPECT_TRUE(Ends(pid));
+  }
 }
 
 TEST(Process, TheChildDiesWithTheThreadThatStartedIt) {
