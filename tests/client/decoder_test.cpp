@@ -58,7 +58,7 @@ std::vector<Reply> Replies() {
 std::vector<std::vector<std::string>> Deliveries(const std::string& reply) {
   constexpr std::size_t kShort = 90;
   std::vector<std::vector<std::string>> deliveries{{reply}};
-  for (const std::size_t size : {1, 2, 3, 4, 5, 6, 7, 8, 16, 31}) {
+  for (const std::size_t size : {1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 16U, 31U}) {
     deliveries.push_back(InPieces(reply, size));
   }
   for (std::size_t first = 1; first < reply.size(); ++first) {

@@ -1,6 +1,7 @@
 #include "platform/SCA_Sync.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <memory>
@@ -34,17 +35,19 @@ TEST(Event, ManualStaysSetAndAutoEndsOneWait) {
 TEST(Event, SetWakesEveryWaiterOfAManualEventAndOneOfAnAutoEvent) {
   for (const int manual : {0, 1}) {
     SCA_Event event(manual, 0);
-    std::atomic<int> waiting{0};
     std::atomic<int> woken{0};
-    std::vector<std::thread> threads(4);
-    for (std::thread& thread : threads) {
-      thread = std::thread([&] {
-        waiting.fetch_add(1);
+    std::atomic<int> ids[4] = {};
+    std::vector<std::thread> threads;
+    for (std::atomic<int>& id : ids) {
+      threads.emplace_back([&] {
+        id = ::gettid();
         EXPECT_EQ(event.Wait(kDeadlineMs), 1);
         woken.fetch_add(1);
       });
     }
-    EXPECT_TRUE(Eventually([&] { return waiting == 4; }));
+    for (const std::atomic<int>& id : ids) {
+      EXPECT_TRUE(Eventually([&] { return id != 0; }) && BlocksSoon(id));
+    }
     for (int sets = manual != 0 ? 4 : 1; sets <= 4; ++sets) {
       event.Set();
       EXPECT_TRUE(Eventually([&] { return woken >= sets; }));

@@ -5,6 +5,8 @@
 #include <poll.h>
 
 #include <chrono>
+#include <fstream>
+#include <string>
 
 /// Longer than anything that works ever takes.
 constexpr int kDeadlineMs = 30000;
@@ -29,6 +31,16 @@ bool Eventually(Condition condition) {
     ::poll(nullptr, 0, 1);
   }
   return true;
+}
+
+/// Waits until a thread of this process, known by its id in the system, sleeps.
+inline bool BlocksSoon(int threadId) {
+  return Eventually([threadId] {
+    std::ifstream file("/proc/self/task/" + std::to_string(threadId) + "/stat");
+    std::string stat;
+    std::getline(file, stat);
+    return stat.find(") S ") != std::string::npos;
+  });
 }
 
 #endif  // SCA_TESTS_SUPPORT_TIMING_H
