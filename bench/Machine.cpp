@@ -1,0 +1,112 @@
+#include "bench/Machine.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+constexpr char kDefaultFile[] = "/proc/sys/net/ipv4/tcp_congestion_control";
+
+std::string Processor() {
+  std::ifstream file("/proc/cpuinfo");
+  for (std::string line; std::getline(file, line);) {
+    if (line.rfind("model name", 0) == 0) return line.substr(line.find(':') + 2);
+  }
+  return "unknown processor";
+}
+
+bool SetDefault(const std::string& name) {
+  std::ofstream file(kDefaultFile);
+  file << name << std::flush;
+  return file.good();
+}
+
+}  // namespace
+
+void PrintMachine() {
+  utsname system{};
+  ::uname(&system);
+  std::printf("sca_tika %s, %s, %u cores, %s %s, compiler %s\n", SCA_VERSION, Processor().c_str(),
+              std::thread::hardware_concurrency(), system.sysname, system.release, __VERSION__);
+}
+
+std::string DefaultCongestionControl() {
+  std::string name;
+  std::ifstream(kDefaultFile) >> name;
+  return name;
+}
+
+std::vector<std::string> CongestionControls() {
+  const std::string usual = DefaultCongestionControl();
+  return usual == "cubic" ? std::vector<std::string>{usual}
+                          : std::vector<std::string>{usual, "cubic"};
+}
+
+bool MayChoose(const std::string& congestionControl) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const bool may = ::setsockopt(fd, IPPROTO_TCP, TCP_CONGESTION, congestionControl.data(),
+                                static_cast<socklen_t>(congestionControl.size())) == 0;
+  ::close(fd);
+  return may;
+}
+
+CongestionControl::CongestionControl(const std::string& name)
+    : former_(DefaultCongestionControl()), set_(former_ == name || SetDefault(name)) {}
+
+CongestionControl::~CongestionControl() {
+  if (set_ && DefaultCongestionControl() != former_) SetDefault(former_);
+}
+
+std::string CongestionControlInUse() {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const int fd = std::atoi(entry.path().filename().c_str());
+    sockaddr_storage peer{};
+    socklen_t peerLength = sizeof peer;
+    char name[16] = "";
+    socklen_t length = sizeof name - 1;
+    if (::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) == 0 &&
+        ::getsockopt(fd, IPPROTO_TCP, TCP_CONGESTION, name, &length) == 0) {
+      names.insert(name);
+    }
+  }
+  std::string all;
+  for (const std::string& name : names) all += (all.empty() ? "" : " ") + name;
+  return all;
+}
+
+ScratchDir::ScratchDir()
+    : path_((std::filesystem::temp_directory_path() / "sca-bench-XXXXXX").string()) {
+  if (::mkdtemp(path_.data()) == nullptr) throw std::runtime_error("cannot create " + path_);
+}
+
+ScratchDir::~ScratchDir() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string ScratchDir::MakeFile(const std::string& name, unsigned long long size) const {
+  const std::string path = (std::filesystem::path(path_) / name).string();
+  std::ofstream file(path, std::ios::binary);
+  const std::string block(1 << 16, 'x');
+  for (unsigned long long left = size; left > 0;) {
+    const auto count = std::min<unsigned long long>(left, block.size());
+    file.write(block.data(), static_cast<std::streamsize>(count));
+    left -= count;
+  }
+  file.close();
+  if (!file) throw std::runtime_error("cannot write " + path);
+  return path;
+}
