@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr off_t kReadAheadSize = 131072;  // what the system reads ahead unasked
+
 int Fail(unsigned long code, unsigned long* error) {
   *error = code;
   return 0;
@@ -62,7 +64,8 @@ int SCA_File::Open(const char* fileName, unsigned long flags, unsigned long* err
   struct stat status {};
   if (!fd.IsOpen() || ::fstat(fd.Get(), &status) != 0) return Fail(SCA_SystemError(), error);
   if (const unsigned long code = KindError(status); code != 0) return Fail(code, error);
-  ::posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  // A small file is read whole by one read; the advice would cost more than it gives.
+  if (status.st_size > kReadAheadSize) ::posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   fd_ = fd.Release();
   return 1;
 }
