@@ -33,7 +33,8 @@ std::string_view SkipEmptyLines(std::string_view text) {
 
 std::string_view Trim(std::string_view text) {
   const std::size_t begin = text.find_first_not_of(" \t");
-  if (begin == std::string_view::npos) return {};
+  // Empty but not null: what is copied from it must have an address.
+  if (begin == std::string_view::npos) return text.substr(0, 0);
   return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
 }
 

@@ -467,6 +467,8 @@ TEST(Decoder, ReplyHeaderDecidesBeforeAnyText) {
       {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello", 100138, false,
        "unsupported transfer encoding - "},
       {"HTTP/1.1 200 OK\r\n\r\nhello", 100138, false, "unsupported transfer encoding - "},
+      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: \r\n\r\n", 100138, false,
+       "unsupported transfer encoding - "},
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: Chunked\r\n\r\n", 100138, false,
        "unsupported transfer encoding - Chunked"},
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip\r\n" + chunked, 100138, false,
