@@ -18,22 +18,9 @@ std::vector<std::string> CongestionControls();
 /// @return Whether this user may choose it for a socket.
 bool MayChoose(const std::string& congestionControl);
 
-/// Gives sockets that are made meanwhile another congestion control. It is the system's default
-/// that is changed, so this is to last no longer than making them takes.
-class CongestionControl {
- public:
-  explicit CongestionControl(const std::string& name);
-  ~CongestionControl();  ///< Restores the default.
-  CongestionControl(const CongestionControl&) = delete;
-  CongestionControl& operator=(const CongestionControl&) = delete;
-
-  /// @return Whether the default could be changed; it takes root.
-  bool IsSet() const { return set_; }
-
- private:
-  const std::string former_;
-  bool set_;
-};
+/// Gives the sockets that this process makes from now on, in whatever library, another congestion
+/// control: before they connect, since a paced connection stays paced. Empty for the default.
+void ChooseCongestionControl(const std::string& name);
 
 /// @return The congestion controls of this process's connections: one name, or several with
 ///         blanks between them; empty without a connection.

@@ -25,14 +25,14 @@ void MeasureUpload(const std::string& congestionControl, const BenchOptions& opt
   const ChunkedReply reply(kTextSize, kTextSize);
   const ReplyServer server(reply);
   const PeerTarget target{server.Port(), reply.WireSize(), kTextSize};
-  // Each time takes a new connection, made while the congestion control is the default.
+  // Each time takes a new connection, whose history is in what it costs.
   const auto connect = [&](Peer* peer) {
-    const CongestionControl setting(congestionControl);
     peer->Disconnect();
     if (peer->Exchange(tinyFile) != kTextSize) throw std::runtime_error("tiny file refused");
     const std::string inUse = CongestionControlInUse();
     if (inUse != congestionControl) throw std::runtime_error("connections use " + inUse);
   };
+  ChooseCongestionControl(congestionControl);
   Contest contest;
   for (const char* name : {kBareName, kOurNames[0], kOtherNames[0], kOtherNames[1]}) {
     const std::shared_ptr<Peer> peer = MakePeer(name, target);
@@ -58,7 +58,7 @@ int main(int argc, char** argv) try {
   const ScratchDir dir;
   Results results;
   for (const std::string& congestionControl : CongestionControls()) {
-    if (CongestionControl(congestionControl).IsSet()) {
+    if (MayChoose(congestionControl)) {
       MeasureUpload(congestionControl, options, dir, &results);
     } else {
       std::printf("%s: skipped, this user may not choose it\n", congestionControl.c_str());
