@@ -185,6 +185,11 @@ class SCA_API SCA_TikaClient : public SCA_Object {
                     unsigned long* error);
 
  private:
+  // Ends what was allocated at a page's start.
+  struct AlignedDelete {
+    void operator()(char* memory) const noexcept;
+  };
+
   // The parts of an extraction; client/SCA_TikaExtraction.h has them.
   struct Outcome;
   struct Variant;
@@ -249,7 +254,7 @@ class SCA_API SCA_TikaClient : public SCA_Object {
   char serverName_[260] = "";
   unsigned short port_ = 80;
   std::uint32_t debugLevel_ = 0;
-  std::unique_ptr<char[]> dataBuffer_;
+  std::unique_ptr<char[], AlignedDelete> dataBuffer_;
   std::uint32_t bufferSize_ = 0x100000;
   unsigned long dataCapacity_ = 0;  // buffer size that the data buffer was made for
   SCA_Event* cancel_ = nullptr;

@@ -104,6 +104,8 @@ SCA_TikaClient::Outcome SCA_TikaClient::Upload(const Exchange& exchange, const c
                                    "Content-Length: %llu\r\n"
                                    "\r\n",
                                    serverName_, port_, size);
+  // A small file then takes one packet, and the server wakes once.
+  if (size > 0 && socket_ != nullptr) socket_->SetOption(SCA_SockOptionMoreFollows, 1);
   unsigned long sent = 0;
   if (SendAll(request, static_cast<unsigned long>(length), &sent, &code) == 0) {
     return SendFailed(code);

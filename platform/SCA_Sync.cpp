@@ -32,8 +32,14 @@ class Event final : public SCA_VirtualEvent {
   }
 
   int Wait(unsigned long timeoutMs) override {
-    // Cancel events are polled once per chunk, and nearly always unset.
+    // Cancel events are polled several times per chunk, and nearly always unset.
     if (timeoutMs == 0 && !set_.load(std::memory_order_acquire)) return 0;
+    return WaitLocked(timeoutMs);
+  }
+
+ private:
+  // Apart, so that the usual way above has no frame to set up.
+  __attribute__((noinline)) int WaitLocked(unsigned long timeoutMs) {
     SCA_LockGuard guard(lock_);
     const auto isSet = [this] { return set_.load(std::memory_order_relaxed); };
     if (timeoutMs == SCA_Infinite) {
@@ -45,7 +51,6 @@ class Event final : public SCA_VirtualEvent {
     return 1;
   }
 
- private:
   const bool manualReset_;
   SCA_Lock lock_;
   std::condition_variable_any condition_;

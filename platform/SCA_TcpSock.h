@@ -8,6 +8,9 @@
 
 /// `SetOption` number: send small packets at once (TCP_NODELAY); the value is 1 or 0.
 constexpr int SCA_SockOptionNoDelay = 3;
+/// `SetOption` number: another send follows the next one at once, so that both may travel in one
+/// packet (MSG_MORE); holds for one send. The value is 1 or 0.
+constexpr int SCA_SockOptionMoreFollows = 5;
 
 /// Milliseconds without progress after which a receive or a send gives up, until `SetIdleTimeout`
 /// or a wait says otherwise.

@@ -117,6 +117,7 @@ class TcpSock final : public SCA_VirtualTcpSock {
   SCA_Fd fd_;
   SCA_Event* cancel_ = nullptr;
   unsigned long idleTimeoutMs_ = SCA_SockIdleTimeoutMs;
+  bool moreFollows_ = false;  // for the next send alone
 
   // The look-ahead: bytes read from the socket and not yet received by the caller. Once the input
   // has ended, inputEnd_ holds the code that a receive gives when the look-ahead is empty.
@@ -171,6 +172,7 @@ int TcpSock::Connect(const char* host, unsigned short port, unsigned long timeou
   fd_.Reset();
   inputEnd_ = 0;
   closedInOrder_ = false;
+  moreFollows_ = false;
   lookBegin_ = lookEnd_ = 0;
   if (host == nullptr || *host == '\0' || std::strlen(host) > kMaxHostLength) {
     return Fail(SCA_ErrorHostNameInvalid, error);
@@ -310,12 +312,13 @@ int TcpSock::Receive(char* buffer, unsigned long length, unsigned long* received
 
 int TcpSock::Send(const char* buffer, unsigned long length, unsigned long* sent,
                   unsigned long* error) {
+  const int flags =
+      MSG_NOSIGNAL | MSG_DONTWAIT | (std::exchange(moreFollows_, false) ? MSG_MORE : 0);
   unsigned long total = 0;
   *sent = 0;
   while (total < length) {
-    const ssize_t count = SCA_Retry([&] {
-      return ::send(fd_.Get(), buffer + total, length - total, MSG_NOSIGNAL | MSG_DONTWAIT);
-    });
+    const ssize_t count =
+        SCA_Retry([&] { return ::send(fd_.Get(), buffer + total, length - total, flags); });
     if (count >= 0) {
       total += static_cast<unsigned long>(count);
       *sent = total;
@@ -333,6 +336,10 @@ int TcpSock::Send(const char* buffer, unsigned long length, unsigned long* sent,
 }
 
 int TcpSock::SetOption(int option, int value) {
+  if (option == SCA_SockOptionMoreFollows) {
+    moreFollows_ = value != 0;
+    return 1;
+  }
   if (option != SCA_SockOptionNoDelay) return 0;
   return ::setsockopt(fd_.Get(), IPPROTO_TCP, TCP_NODELAY, &value, sizeof value) == 0 ? 1 : 0;
 }
