@@ -26,6 +26,10 @@ constexpr unsigned long SCA_ErrorHeaderTooLong = 100202;    ///< HTTP header exc
 constexpr unsigned long SCA_ErrorNotRegularFile = 100203;   ///< a pipe, socket or device
 constexpr unsigned long SCA_ErrorFileShrank = 100204;       ///< fewer bytes than the file announced
 constexpr unsigned long SCA_ErrorCommandLine = 100205;      ///< a command line nobody can start
+constexpr unsigned long SCA_ErrorFileForeign = 100206;      ///< not one of the library's files
+constexpr unsigned long SCA_ErrorFileDamaged = 100207;      ///< a file cut or changed
+constexpr unsigned long SCA_ErrorFileNewer = 100208;        ///< a file of a later version
+constexpr unsigned long SCA_ErrorDataTooLarge = 100209;     ///< an object beyond its limits
 
 /// @return One English line for the code, without its number and without a line end: "Connection
 ///         refused", "the server answered HTTP 503". Never null; static storage. For codes that

@@ -1,0 +1,292 @@
+#include "foundation/SCA_ConfigBytes.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <new>
+
+#include "foundation/SCA_ConfigStream.h"
+#include "platform/SCA_Error.h"
+
+namespace {
+
+constexpr char kFieldMark = '0' + SCA_FieldTypePlain;
+constexpr char kObjectMark = '0' + SCA_FieldTypeObject;
+constexpr char kEndMark = '0';
+constexpr unsigned long kEndSize = 2;
+
+int Fail(unsigned long code, unsigned long* error) {
+  *error = code;
+  return 0;
+}
+
+// Bytes of the record's start, which is all of a plain field.
+unsigned long RecordSize(const SCA_Field& field) {
+  const unsigned long name = field.GetNameLength();    // with the separator behind it
+  const unsigned long value = field.GetValueLength();  // 0 also stands for a lone separator
+  const bool isObject = field.GetType() == SCA_FieldTypeObject;
+  return 2 + name + (isObject ? kEndSize : std::max(value, 1UL));
+}
+
+struct Measure {
+  unsigned long bytes = 0;
+  unsigned long members = 0;
+
+  bool Add(const SCA_ConfigObj& object, unsigned long depth) {
+    bytes += RecordSize(object);
+    members += object.GetFieldCount();
+    if (depth > SCA_MaxConfigDepth || members > SCA_MaxConfigMembers) return false;
+    for (const SCA_Field* member = object.GetFields().GetHead(); member != nullptr;
+         member = member->GetNext()) {
+      if (const SCA_ConfigObj* child = SCA_ToConfigObj(member)) {
+        if (!Add(*child, depth + 1)) return false;
+      } else {
+        bytes += RecordSize(*member);
+      }
+    }
+    return bytes <= SCA_MaxConfigBytes;
+  }
+};
+
+// Room for `size` bytes at a time, in memory that has been measured to hold them all.
+struct MemoryTarget {
+  char* at;
+
+  char* Room(unsigned long /*size*/) { return at; }
+  void Filled(char* end) { at = end; }
+};
+
+// The same in blocks that go to a sink; after it has refused one the others are dropped.
+struct BlockTarget {
+  explicit BlockTarget(const SCA_ConfigSink& receiver) : sink(receiver) {}
+
+  char* Room(unsigned long size) {
+    if (size > sizeof block - used) Flush();
+    return block + used;
+  }
+  void Filled(const char* end) { used = static_cast<std::size_t>(end - block); }
+  void Flush() {
+    isOpen = isOpen && (used == 0 || sink(block, used));
+    used = 0;
+  }
+
+  const SCA_ConfigSink& sink;
+  bool isOpen = true;
+  std::size_t used = 0;
+  char block[2 * SCA_ConfigReader::kLongestRecord];
+};
+
+char* PutText(char* at, const char* text, std::size_t length) {
+  if (length > 0) std::memcpy(at, text, length);
+  at[length] = SCA_FieldSeparator;
+  return at + length + 1;
+}
+
+template <class Target>
+void PutStart(const SCA_Field& field, Target* target) {
+  char* at = target->Room(RecordSize(field));
+  *at++ = static_cast<char>('0' + field.GetType());
+  *at++ = SCA_FieldSeparator;
+  at = PutText(at, field.GetName(), field.GetNameLength() - 1);
+  if (field.GetType() == SCA_FieldTypePlain) {
+    at = PutText(at, field.GetValue(), std::max(field.GetValueLength(), 1UL) - 1);
+  }
+  target->Filled(at);
+}
+
+template <class Target>
+void Put(const SCA_ConfigObj& object, Target* target) {
+  PutStart(object, target);
+  for (const SCA_Field* member = object.GetFields().GetHead(); member != nullptr;
+       member = member->GetNext()) {
+    if (const SCA_ConfigObj* child = SCA_ToConfigObj(member)) {
+      Put(*child, target);
+    } else {
+      PutStart(*member, target);
+    }
+  }
+  char* at = target->Room(kEndSize);
+  *at++ = kEndMark;
+  *at++ = SCA_FieldSeparator;
+  target->Filled(at);
+}
+
+// The first byte that is 0x00 or 0x01, or the end. Eight at a time: with its lowest bit cleared
+// such a byte is 0, and only such a byte borrows into its highest bit, or one above it.
+const char* FindMark(const char* at, const char* end) {
+  constexpr std::uint64_t kLow = 0x0101010101010101;
+  constexpr std::uint64_t kHigh = 0x8080808080808080;
+  for (; end - at >= 8; at += 8) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, at, sizeof word);
+    word &= ~kLow;
+    if (((word - kLow) & ~word & kHigh) != 0) break;
+  }
+  while (at != end && static_cast<unsigned char>(*at) > 1) ++at;
+  return at;
+}
+
+}  // namespace
+
+unsigned long SCA_MeasureConfig(const SCA_ConfigObj& object, unsigned long* bytes) {
+  if (object.GetName() == nullptr) return SCA_ErrorInvalidData;
+  Measure measure;
+  if (!measure.Add(object, 1)) return SCA_ErrorDataTooLarge;
+  *bytes = measure.bytes;
+  return 0;
+}
+
+bool SCA_StreamConfig(const SCA_ConfigObj& object, const SCA_ConfigSink& sink) {
+  BlockTarget target(sink);
+  Put(object, &target);
+  target.Flush();
+  return target.isOpen;
+}
+
+int SCA_WriteConfigBytes(const SCA_ConfigObj& object, char* buffer, unsigned long size,
+                         unsigned long* written, unsigned long* error) {
+  unsigned long bytes = 0;
+  if (const unsigned long code = SCA_MeasureConfig(object, &bytes); code != 0) {
+    return Fail(code, error);
+  }
+  if (bytes > size) return Fail(ENOBUFS, error);
+  MemoryTarget target{buffer};
+  Put(object, &target);
+  *written = bytes;
+  return 1;
+}
+
+int SCA_ReadConfigBytes(const char* bytes, unsigned long length, SCA_ConfigObj* object,
+                        SCA_ConfigFault* fault, unsigned long* error) {
+  SCA_ConfigObj root;
+  SCA_ConfigReader reader(&root);
+  reader.Feed(bytes, length, true);
+  object->Clear();
+  if (fault != nullptr) *fault = reader.Fault();
+  if (reader.Error() != 0) return Fail(reader.Error(), error);
+  return object->TakeContent(&root);
+}
+
+SCA_ConfigReader::Step SCA_ConfigReader::Fail(unsigned long code, const char* text,
+                                              const char* where) {
+  error_ = code;
+  fault_.offset = taken_ + static_cast<unsigned long long>(where - block_);
+  fault_.text = text;
+  return Step::Failed;
+}
+
+SCA_ConfigReader::Step SCA_ConfigReader::OutOfBytes(const char* where) {
+  if (!isLast_) return Step::NeedsMore;
+  return Fail(SCA_ErrorInvalidData, "the data end within an object", where);
+}
+
+std::size_t SCA_ConfigReader::Feed(const char* block, std::size_t length, bool isLast) {
+  at_ = block_ = block;
+  end_ = block + length;
+  isLast_ = isLast;
+  Step step = error_ == 0 ? Step::Taken : Step::Failed;
+  while (step == Step::Taken && !isComplete_) {
+    const char* start = SkipSeparators();
+    step = TakeRecord(start);
+    if (step == Step::NeedsMore) at_ = start;
+  }
+  if (step == Step::Taken && at_ != end_) {
+    Fail(SCA_ErrorInvalidData, "bytes follow the end of the object", at_);
+  }
+  const auto count = static_cast<std::size_t>(at_ - block);
+  taken_ += count;
+  return count;
+}
+
+// Further separators behind a field belong to it.
+const char* SCA_ConfigReader::SkipSeparators() {
+  while (followsField_ && at_ != end_ && *at_ == SCA_FieldSeparator) ++at_;
+  return at_;
+}
+
+SCA_ConfigReader::Step SCA_ConfigReader::TakeRecord(const char* start) {
+  if (taken_ + static_cast<unsigned long long>(start - block_) >= SCA_MaxConfigBytes) {
+    return Fail(SCA_ErrorDataTooLarge, "an object is longer than 64 MiB", start);
+  }
+  if (end_ - at_ < 2) return OutOfBytes(end_);
+  const char mark = at_[0];
+  if (at_[1] != SCA_FieldSeparator || (mark != kObjectMark && current_ == nullptr) ||
+      (mark != kObjectMark && mark != kFieldMark && mark != kEndMark)) {
+    return Fail(SCA_ErrorInvalidData, "no record of a field or an object begins here", start);
+  }
+  at_ += 2;
+  if (mark == kEndMark) {
+    followsField_ = false;
+    current_ = --depth_ > 0 ? current_->GetParent() : nullptr;
+    isComplete_ = depth_ == 0;
+    return Step::Taken;
+  }
+  Text name;
+  const Step step = TakeText(SCA_MaxFieldName, "a name is longer than 10240 bytes", &name);
+  if (step != Step::Taken) return step;
+  if (current_ != nullptr && members_ >= SCA_MaxConfigMembers) {
+    return Fail(SCA_ErrorDataTooLarge, "there are more than 100000 members", start);
+  }
+  if (mark == kFieldMark) return TakeField(name);
+  if (depth_ >= SCA_MaxConfigDepth) {
+    return Fail(SCA_ErrorDataTooLarge, "objects are nested deeper than 64", start);
+  }
+  return BeginObject(name);
+}
+
+// A text and the separator behind it.
+SCA_ConfigReader::Step SCA_ConfigReader::TakeText(std::size_t limit, const char* tooLong,
+                                                  Text* text) {
+  const auto left = static_cast<std::size_t>(end_ - at_);
+  const char* mark = FindMark(at_, at_ + std::min(left, limit + 1));
+  text->data = at_;
+  text->length = static_cast<std::size_t>(mark - at_);
+  if (text->length > limit) return Fail(SCA_ErrorInvalidData, tooLong, at_);
+  if (mark == end_) return OutOfBytes(end_);
+  if (*mark == '\0') return Fail(SCA_ErrorInvalidData, "a zero byte stands in a text", mark);
+  at_ = mark + 1;
+  return Step::Taken;
+}
+
+bool SCA_ConfigReader::Assign(std::string* text, bool* isPresent, const Text& source) {
+  try {
+    text->assign(source.data, source.length);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  *isPresent = true;
+  return true;
+}
+
+SCA_ConfigReader::Step SCA_ConfigReader::TakeField(const Text& name) {
+  Text value;
+  const Step step = TakeText(SCA_MaxFieldValue, "a value is longer than 20480 bytes", &value);
+  if (step != Step::Taken) return step;
+  SCA_Owned<SCA_Field> field(new (std::nothrow) SCA_Field(current_));
+  if (field == nullptr || !Assign(&field->name_, &field->hasName_, name) ||
+      !Assign(&field->value_, &field->hasValue_, value)) {
+    return Fail(ENOMEM, "there is no memory for a field", name.data);
+  }
+  current_->GetFields().AddItemToTail(field.release());
+  ++members_;
+  followsField_ = true;
+  return Step::Taken;
+}
+
+SCA_ConfigReader::Step SCA_ConfigReader::BeginObject(const Text& name) {
+  SCA_Owned<SCA_ConfigObj> child(
+      current_ != nullptr ? new (std::nothrow) SCA_ConfigObj("", current_) : nullptr);
+  SCA_ConfigObj* object = current_ != nullptr ? child.get() : root_;
+  if (object == nullptr || !Assign(&object->name_, &object->hasName_, name)) {
+    return Fail(ENOMEM, "there is no memory for an object", name.data);
+  }
+  if (current_ != nullptr) {
+    current_->GetFields().AddItemToTail(child.release());
+    ++members_;
+  }
+  current_ = object;
+  ++depth_;
+  followsField_ = false;
+  return Step::Taken;
+}
