@@ -1,0 +1,270 @@
+#include "foundation/SCA_ConfigFile.h"
+
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "platform/SCA_Error.h"
+#include "tests/foundation/config_tree.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+constexpr unsigned long kType = 9001;
+constexpr unsigned long kVersion = 9;
+
+void Fill(SCA_ConfigObj* root, int number) {
+  root->AddField("Number", number, 0);
+  SCA_ConfigObj* child = root->AddConfigObj("Child");
+  child->AddField("Text", "some text", 0);
+  child->AddField("Empty", "", 0);
+}
+
+int Save(const SCA_ConfigObj& object, const std::string& file, unsigned long* error) {
+  return object.Save(file.c_str(), kType, kVersion, error);
+}
+
+unsigned long LoadError(const std::string& file, SCA_ConfigFileInfo* info = nullptr) {
+  SCA_ConfigObj object("former", nullptr);
+  object.AddField("former", 1, 0);
+  unsigned long error = 0;
+  const int result = SCA_LoadConfigFile(file.c_str(), &object, info, &error);
+  EXPECT_EQ(result, error == 0 ? 1 : 0);
+  EXPECT_EQ(object.GetFieldCount() == 0, error != 0) << "a failure leaves the object empty";
+  return error;
+}
+
+// Runs a piece of work in a child process, which gives the code that the work gives.
+unsigned long InChild(const std::function<unsigned long()>& work) {
+  const pid_t pid = ::fork();
+  if (pid == 0) ::_exit(static_cast<int>(work()));
+  int status = 0;
+  EXPECT_EQ(::waitpid(pid, &status, 0), pid);
+  return WIFEXITED(status) ? static_cast<unsigned long>(WEXITSTATUS(status)) : 999;
+}
+
+TEST(ConfigFile, RandomTreesSurvive) {
+  const TempDir dir;
+  std::mt19937 random(99);
+  for (int round = 0; round < 40; ++round) {
+    SCA_ConfigObj root("root", nullptr);
+    for (int i = 0; i < 30; ++i) Grow(&root, &random, 5);  // beyond the size of a block
+    unsigned long error = 0;
+    ASSERT_EQ(Save(root, dir.File("file"), &error), 1) << error;
+    SCA_ConfigObj read("another name", nullptr);
+    SCA_ConfigFileInfo info;
+    ASSERT_EQ(SCA_LoadConfigFile(dir.File("file").c_str(), &read, &info, &error), 1) << error;
+    ASSERT_EQ(Describe(read), Describe(root));
+    ASSERT_EQ(info.fileType, kType);
+    ASSERT_EQ(info.formatVersion, kVersion);
+    ASSERT_EQ(info.fileSize, std::filesystem::file_size(dir.File("file")));
+  }
+}
+
+TEST(ConfigFile, NoCutAndNoChangedByteIsAccepted) {
+  const TempDir dir;
+  SCA_ConfigObj root("root", nullptr);
+  Fill(&root, 42);
+  unsigned long error = 0;
+  ASSERT_EQ(Save(root, dir.File("file"), &error), 1);
+  const std::string whole = ReadFile(dir.File("file"));
+  EXPECT_EQ(whole.substr(0, 18), "SCA-CONFIG 1 9001 ");
+  SCA_ConfigFileInfo info;
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    const std::string file = dir.Write("cut", whole.substr(0, length));
+    ASSERT_EQ(LoadError(file, &info), SCA_ErrorFileDamaged) << length;
+    ASSERT_LE(info.fault.offset, length);
+    ASSERT_STRNE(info.fault.text, "");
+  }
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    for (int bit = 0; bit < 8; ++bit) {
+      std::string changed = whole;
+      changed[at] = static_cast<char>(changed[at] ^ (1 << bit));
+      const unsigned long code = LoadError(dir.Write("changed", changed));
+      ASSERT_TRUE(code == SCA_ErrorFileDamaged || (at < 11 && code == SCA_ErrorFileForeign) ||
+                  ((at == 11 || at == 12) && code == SCA_ErrorFileNewer))
+          << at << " " << bit << " " << code;
+    }
+  }
+  EXPECT_EQ(LoadError(dir.Write("longer", whole + "x"), &info), SCA_ErrorFileDamaged);
+  EXPECT_EQ(info.fault.offset, whole.size());
+}
+
+TEST(ConfigFile, EachFailureHasItsCode) {
+  const TempDir dir;
+  SCA_ConfigObj root("root", nullptr);
+  unsigned long error = 0;
+  EXPECT_EQ(LoadError(dir.File("missing")), static_cast<unsigned long>(ENOENT));
+  EXPECT_EQ(LoadError(dir.Path()), static_cast<unsigned long>(EISDIR));
+  EXPECT_EQ(LoadError(dir.Write("foreign", "{\"port\": 9500}")), SCA_ErrorFileForeign);
+  EXPECT_EQ(LoadError(dir.Write("later", "SCA-CONFIG 2 anything")), SCA_ErrorFileNewer);
+  // A body and checksum made by another implementation.
+  EXPECT_EQ(LoadError(dir.Write("newer",
+                                "SCA-CONFIG 1 9001 10 6 e56627d1\n2\x01r\x01"
+                                "0\x01")),
+            SCA_ErrorFileNewer);
+  EXPECT_EQ(root.Load(nullptr, &error), 0);
+  EXPECT_EQ(error, static_cast<unsigned long>(EINVAL));
+  EXPECT_EQ(root.Save(dir.File("f").c_str(), kType, SCA_ConfigFormatVersion + 1, &error), 0);
+  EXPECT_EQ(error, static_cast<unsigned long>(EINVAL));
+  EXPECT_EQ(Save(root, dir.File("none/f"), &error), 0);
+  EXPECT_EQ(error, static_cast<unsigned long>(ENOENT));
+  SCA_ConfigObj* object = &root;
+  for (unsigned long depth = 0; depth < SCA_MaxConfigDepth; ++depth) {
+    object = object->AddConfigObj("o");
+  }
+  EXPECT_EQ(Save(root, dir.File("f"), &error), 0);
+  EXPECT_EQ(error, SCA_ErrorDataTooLarge);
+  EXPECT_FALSE(std::filesystem::exists(dir.File("f")));
+}
+
+TEST(ConfigFile, AClosedDirectoryIsNoPermission) {
+  const TempDir dir;
+  std::filesystem::create_directory(dir.File("closed"));
+  const std::string file = dir.Write("closed/file", "content");
+  std::filesystem::permissions(dir.File("closed"), std::filesystem::perms::none);
+  EXPECT_EQ(InChild([&]() -> unsigned long {
+              constexpr uid_t kNobody = 65534;
+              if (::geteuid() == 0 && ::setresuid(kNobody, kNobody, kNobody) != 0) return 998;
+              SCA_ConfigObj root("root", nullptr);
+              unsigned long error = 0;
+              if (Save(root, file, &error) != 0 || error != EACCES) return 1;
+              return LoadError(file) == EACCES ? 0 : 2;
+            }),
+            0U);
+  std::filesystem::permissions(dir.File("closed"), std::filesystem::perms::owner_all);
+  EXPECT_EQ(ReadFile(file), "content");
+}
+
+// Makes every further write of this process fail as on a full disk.
+bool FillTheDisk() {
+  sock_filter filter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_write, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSPC),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  sock_fprog program{std::size(filter), filter};
+  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+TEST(ConfigFile, AFullDiskLeavesTheOldFile) {
+  const TempDir dir;
+  const std::string file = dir.Write("file", "old");
+  EXPECT_EQ(InChild([&]() -> unsigned long {
+              SCA_ConfigObj root("root", nullptr);
+              unsigned long error = 0;
+              if (!FillTheDisk()) return 998;
+              return Save(root, file, &error) == 0 ? error : 0;
+            }),
+            static_cast<unsigned long>(ENOSPC));
+  EXPECT_EQ(ReadFile(file), "old");
+  const std::filesystem::directory_iterator begin(dir.Path());
+  EXPECT_EQ(std::distance(begin, {}), 1) << "nothing is left beside it";
+}
+
+// Lets a traced child go on to the entry or the exit of its next system call, `steps` times.
+// @return False when it has ended before.
+bool StepChild(pid_t pid, int steps) {
+  int status = 0;
+  if (::waitpid(pid, &status, 0) != pid || !WIFSTOPPED(status)) return false;
+  for (int step = 0; step < steps; ++step) {
+    ::ptrace(PTRACE_SYSCALL, pid, nullptr, nullptr);
+    if (::waitpid(pid, &status, 0) != pid || !WIFSTOPPED(status)) return false;
+  }
+  return true;
+}
+
+TEST(ConfigFile, AKillAtAnyMomentLeavesTheOldOrTheNewFile) {
+  const TempDir dir;
+  SCA_ConfigObj oldRoot("root", nullptr);
+  SCA_ConfigObj newRoot("root", nullptr);
+  Fill(&oldRoot, 1);
+  Fill(&newRoot, 2);
+  unsigned long error = 0;
+  int kills = 0;
+  int olds = 0;
+  for (bool isAlive = true; isAlive; ++kills) {
+    ASSERT_EQ(Save(oldRoot, dir.File("file"), &error), 1);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+      ::raise(SIGSTOP);
+      ::_exit(Save(newRoot, dir.File("file"), &error));
+    }
+    isAlive = StepChild(pid, kills);
+    if (isAlive) {
+      ::kill(pid, SIGKILL);
+      ::waitpid(pid, nullptr, 0);
+    }
+    SCA_ConfigObj read;
+    ASSERT_EQ(read.Load(dir.File("file").c_str(), &error), 1) << kills << " " << error;
+    const std::string text = Describe(read);
+    ASSERT_TRUE(text == Describe(oldRoot) || text == Describe(newRoot)) << kills;
+    ASSERT_TRUE(isAlive || text == Describe(newRoot));
+    olds += text == Describe(oldRoot) ? 1 : 0;
+  }
+  EXPECT_GT(olds, 5) << "some kills come before the file is replaced ...";
+  EXPECT_GT(kills, olds + 1) << "... and some after";
+}
+
+TEST(ConfigFile, ReadersAndTwoWritersSeeWholeFiles) {
+  const TempDir dir;
+  const std::string file = dir.File("file");
+  const auto write = [&](int number) {
+    SCA_ConfigObj root("root", nullptr);
+    for (int i = 0; i < 2000; ++i) root.AddField("Number", number, 0);
+    unsigned long error = 0;
+    for (int i = 0; i < 50; ++i) {
+      if (Save(root, file, &error) == 0) ::_exit(1);
+    }
+    ::_exit(0);
+  };
+  SCA_ConfigObj first("root", nullptr);
+  unsigned long error = 0;
+  ASSERT_EQ(Save(first, file, &error), 1);
+  pid_t writers[2];
+  for (int i = 0; i < 2; ++i) {
+    writers[i] = ::fork();
+    if (writers[i] == 0) write(i);
+  }
+  for (const pid_t writer : writers) {
+    int status = 0;
+    while (::waitpid(writer, &status, WNOHANG) == 0) {
+      SCA_ConfigObj read;
+      EXPECT_EQ(read.Load(file.c_str(), &error), 1) << error;
+    }
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.Path()), {}), 1);
+}
+
+TEST(ConfigFile, IsPrivateAndReplacesALink) {
+  const TempDir dir;
+  const std::string other = dir.Write("other", "not ours");
+  std::filesystem::create_symlink(other, dir.File("file"));
+  SCA_ConfigObj root("root", nullptr);
+  unsigned long error = 0;
+  ASSERT_EQ(Save(root, dir.File("file"), &error), 1);
+  EXPECT_EQ(ReadFile(other), "not ours");
+  struct stat status {};
+  ASSERT_EQ(::lstat(dir.File("file").c_str(), &status), 0);
+  EXPECT_TRUE(S_ISREG(status.st_mode));
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+}
+
+}  // namespace
