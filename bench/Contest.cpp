@@ -1,6 +1,6 @@
 #include "bench/Contest.h"
 
-#include <sys/resource.h>
+#include <time.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -21,14 +21,10 @@ constexpr int kRounds = 21;
 constexpr int kQuickRounds = 3;
 constexpr int kMaxFailures = 20;
 
-double Seconds(const timeval& time) {
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-}
-
 double ThreadCpu() {
-  rusage usage{};
-  ::getrusage(RUSAGE_THREAD, &usage);
-  return Seconds(usage.ru_utime) + Seconds(usage.ru_stime);
+  timespec time{};
+  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
 double Now() {
@@ -145,11 +141,11 @@ void Results::AddCosts(const Contest& contest, const std::string& work, const st
 }
 
 void Results::Print() const {
-  std::printf("\n%-40s %-16s %13s %6s", "work", "unit", "ours", "limit");
+  std::printf("\n%-48s %-16s %13s %6s", "work", "unit", "ours", "limit");
   for (const auto& peer : rows_.front().peers) std::printf("   %-20s", peer.first.c_str());
   std::printf("\n");
   for (const ResultRow& row : rows_) {
-    std::printf("%-40s %-16s %6.2f (%.2f)", row.work.c_str(), row.unit.c_str(), row.ours.median,
+    std::printf("%-48s %-16s %6.2f (%.2f)", row.work.c_str(), row.unit.c_str(), row.ours.median,
                 row.ours.spread);
     if (row.limit.has_value()) {
       std::printf(" %5.2f%c", *row.limit, row.ours.median <= *row.limit ? ' ' : '!');

@@ -29,88 +29,110 @@ unsigned long RecordSize(const SCA_Field& field) {
   return 2 + name + (isObject ? kEndSize : std::max(value, 1UL));
 }
 
-struct Measure {
-  unsigned long bytes = 0;
-  unsigned long members = 0;
-
-  bool Add(const SCA_ConfigObj& object, unsigned long depth) {
-    bytes += RecordSize(object);
-    members += object.GetFieldCount();
-    if (depth > SCA_MaxConfigDepth || members > SCA_MaxConfigMembers) return false;
-    for (const SCA_Field* member = object.GetFields().GetHead(); member != nullptr;
-         member = member->GetNext()) {
-      if (const SCA_ConfigObj* child = SCA_ToConfigObj(member)) {
-        if (!Add(*child, depth + 1)) return false;
-      } else {
-        bytes += RecordSize(*member);
-      }
-    }
-    return bytes <= SCA_MaxConfigBytes;
-  }
-};
-
-// Room for `size` bytes at a time, in memory that has been measured to hold them all.
-struct MemoryTarget {
-  char* at;
-
-  char* Room(unsigned long /*size*/) { return at; }
-  void Filled(char* end) { at = end; }
-};
-
-// The same in blocks that go to a sink; after it has refused one the others are dropped.
-struct BlockTarget {
-  explicit BlockTarget(const SCA_ConfigSink& receiver) : sink(receiver) {}
-
-  char* Room(unsigned long size) {
-    if (size > sizeof block - used) Flush();
-    return block + used;
-  }
-  void Filled(const char* end) { used = static_cast<std::size_t>(end - block); }
-  void Flush() {
-    isOpen = isOpen && (used == 0 || sink(block, used));
-    used = 0;
-  }
-
-  const SCA_ConfigSink& sink;
-  bool isOpen = true;
-  std::size_t used = 0;
-  char block[2 * SCA_ConfigReader::kLongestRecord];
-};
-
 char* PutText(char* at, const char* text, std::size_t length) {
   if (length > 0) std::memcpy(at, text, length);
   at[length] = SCA_FieldSeparator;
   return at + length + 1;
 }
 
-template <class Target>
-void PutStart(const SCA_Field& field, Target* target) {
-  char* at = target->Room(RecordSize(field));
+// The start of a record, which is all of a plain field.
+char* PutRecord(char* at, const SCA_Field& field) {
   *at++ = static_cast<char>('0' + field.GetType());
   *at++ = SCA_FieldSeparator;
   at = PutText(at, field.GetName(), field.GetNameLength() - 1);
-  if (field.GetType() == SCA_FieldTypePlain) {
-    at = PutText(at, field.GetValue(), std::max(field.GetValueLength(), 1UL) - 1);
-  }
-  target->Filled(at);
+  if (field.GetType() != SCA_FieldTypePlain) return at;
+  return PutText(at, field.GetValue(), std::max(field.GetValueLength(), 1UL) - 1);
 }
 
-template <class Target>
-void Put(const SCA_ConfigObj& object, Target* target) {
-  PutStart(object, target);
-  for (const SCA_Field* member = object.GetFields().GetHead(); member != nullptr;
-       member = member->GetNext()) {
-    if (const SCA_ConfigObj* child = SCA_ToConfigObj(member)) {
-      Put(*child, target);
-    } else {
-      PutStart(*member, target);
-    }
-  }
-  char* at = target->Room(kEndSize);
+char* PutEnd(char* at) {
   *at++ = kEndMark;
   *at++ = SCA_FieldSeparator;
-  target->Filled(at);
+  return at;
 }
+
+// Where records go. Each takes the start of a record, or the end of an object, whose size has been
+// counted with the start; false refuses it.
+
+struct CountingTarget {
+  bool Record(const SCA_Field& field) {
+    bytes += RecordSize(field);
+    return bytes <= SCA_MaxConfigBytes;
+  }
+  bool End() { return true; }
+
+  unsigned long bytes = 0;
+};
+
+struct MemoryTarget {
+  bool Record(const SCA_Field& field) {
+    const unsigned long size = RecordSize(field);
+    if (size > room) return false;
+    room -= size;
+    at = PutRecord(at, field);
+    return true;
+  }
+  bool End() {
+    at = PutEnd(at);
+    return true;
+  }
+
+  char* at;
+  unsigned long room;
+};
+
+// Collects blocks for a sink.
+struct BlockTarget {
+  explicit BlockTarget(const SCA_ConfigSink& receiver) : sink(receiver) {}
+
+  bool Record(const SCA_Field& field) {
+    if (!MakeRoom(RecordSize(field))) return false;
+    at = PutRecord(at, field);
+    return true;
+  }
+  bool End() {
+    if (!MakeRoom(kEndSize)) return false;
+    at = PutEnd(at);
+    return true;
+  }
+  bool MakeRoom(unsigned long size) {
+    return size <= static_cast<unsigned long>(block + sizeof block - at) || Flush();
+  }
+  bool Flush() {
+    const auto length = static_cast<std::size_t>(at - block);
+    at = block;
+    return sink(block, length);
+  }
+
+  const SCA_ConfigSink& sink;
+  char block[2 * SCA_ConfigReader::kLongestRecord];
+  char* at = block;
+};
+
+// Walks a tree within the limits of depth and members.
+template <class Target>
+class Writer {
+ public:
+  explicit Writer(Target* target) : target_(target) {}
+
+  // @return False beyond the limits, or when the target refused a record.
+  bool Put(const SCA_ConfigObj& object, unsigned long depth = 1) {
+    members_ += object.GetFieldCount();
+    isWithinLimits_ = depth <= SCA_MaxConfigDepth && members_ <= SCA_MaxConfigMembers;
+    if (!isWithinLimits_ || !target_->Record(object)) return false;
+    for (const SCA_Field* member = object.GetFields().GetHead(); member != nullptr;
+         member = member->GetNext()) {
+      const SCA_ConfigObj* child = SCA_ToConfigObj(member);
+      if (!(child != nullptr ? Put(*child, depth + 1) : target_->Record(*member))) return false;
+    }
+    return target_->End();
+  }
+  bool IsWithinLimits() const { return isWithinLimits_; }
+
+ private:
+  Target* target_;
+  unsigned long members_ = 0;
+  bool isWithinLimits_ = true;
+};
 
 // The first byte that is 0x00 or 0x01, or the end. Eight at a time: with its lowest bit cleared
 // such a byte is 0, and only such a byte borrows into its highest bit, or one above it.
@@ -131,29 +153,27 @@ const char* FindMark(const char* at, const char* end) {
 
 unsigned long SCA_MeasureConfig(const SCA_ConfigObj& object, unsigned long* bytes) {
   if (object.GetName() == nullptr) return SCA_ErrorInvalidData;
-  Measure measure;
-  if (!measure.Add(object, 1)) return SCA_ErrorDataTooLarge;
-  *bytes = measure.bytes;
+  CountingTarget target;
+  if (!Writer<CountingTarget>(&target).Put(object)) return SCA_ErrorDataTooLarge;
+  *bytes = target.bytes;
   return 0;
 }
 
 bool SCA_StreamConfig(const SCA_ConfigObj& object, const SCA_ConfigSink& sink) {
   BlockTarget target(sink);
-  Put(object, &target);
-  target.Flush();
-  return target.isOpen;
+  return Writer<BlockTarget>(&target).Put(object) && target.Flush();
 }
 
 int SCA_WriteConfigBytes(const SCA_ConfigObj& object, char* buffer, unsigned long size,
                          unsigned long* written, unsigned long* error) {
-  unsigned long bytes = 0;
-  if (const unsigned long code = SCA_MeasureConfig(object, &bytes); code != 0) {
-    return Fail(code, error);
+  if (object.GetName() == nullptr) return Fail(SCA_ErrorInvalidData, error);
+  MemoryTarget target{buffer, std::min(size, SCA_MaxConfigBytes)};
+  Writer<MemoryTarget> writer(&target);
+  if (!writer.Put(object)) {
+    const bool isTooLarge = !writer.IsWithinLimits() || size >= SCA_MaxConfigBytes;
+    return Fail(isTooLarge ? SCA_ErrorDataTooLarge : ENOBUFS, error);
   }
-  if (bytes > size) return Fail(ENOBUFS, error);
-  MemoryTarget target{buffer};
-  Put(object, &target);
-  *written = bytes;
+  *written = static_cast<unsigned long>(target.at - buffer);
   return 1;
 }
 

@@ -25,6 +25,7 @@ struct SCA_ConfigFault {
 };
 
 /// Writes an object into memory.
+/// @param buffer   Holds anything after a failure.
 /// @param size     Capacity of the buffer in bytes; `GetDataSize()` is always enough.
 /// @param written  Receives the bytes written.
 /// @param error    `SCA_ErrorDataTooLarge` beyond the limits, `SCA_ErrorInvalidData` for an object
