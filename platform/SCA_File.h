@@ -1,5 +1,5 @@
-/// Files: reading a file of known size, and replacing a file so that readers see the old one or
-/// the new one, whole.
+/// Files: reading a file of known size, adding lines to one, and replacing a file so that readers
+/// see the old one or the new one, whole.
 /// Threads: one thread at a time per object.
 #ifndef SCA_PLATFORM_SCA_FILE_H
 #define SCA_PLATFORM_SCA_FILE_H
@@ -10,6 +10,8 @@
 
 /// Open flags: an existing regular file, for reading from its start to its end.
 constexpr unsigned long SCA_FileOpenRead = 0x60A;
+/// Open flags: a regular file, for writing at its end; made for its owner alone when there is none.
+constexpr unsigned long SCA_FileAppend = 0x60B;
 
 /// An open file. Every operation gives 1, or 0 with the code in `*error`.
 class SCA_API SCA_File : public SCA_Object {
@@ -21,7 +23,7 @@ class SCA_API SCA_File : public SCA_Object {
 
   /// Opens a file, closing the one that was open. Never waits: a pipe or a device is refused with
   /// `SCA_ErrorNotRegularFile`, a directory with `EISDIR`.
-  /// @param flags  `SCA_FileOpenRead`; others give `EINVAL`.
+  /// @param flags  `SCA_FileOpenRead` or `SCA_FileAppend`; others give `EINVAL`.
   int Open(const char* fileName, unsigned long flags, unsigned long* error);
   void Close();
 
@@ -32,6 +34,13 @@ class SCA_API SCA_File : public SCA_Object {
   /// @param count  Bytes wanted, at most 0x7FFFF000.
   /// @param read   Receives the bytes read: `count`, fewer at the end of the file, 0 behind it.
   int Read(char* buffer, unsigned long count, unsigned long* read, unsigned long* error);
+
+  /// Moves the place of the next read. A write goes to the end wherever that place is.
+  /// @param position  Bytes from the start.
+  int SetPosition(unsigned long long position, unsigned long* error);
+
+  /// Writes a text and a line end, by one call to the system: lines of several writers do not mix.
+  int WriteString(const char* text, unsigned long* error);
 
  private:
   int fd_ = -1;

@@ -15,6 +15,15 @@ struct SCA_ProcessExit {
   int signal = 0;    ///< the signal that ended it, else 0
 };
 
+/// What a child and its living descendants use together.
+struct SCA_ProcessFigures {
+  unsigned long long workingSetSize = 0;      ///< bytes in memory
+  unsigned long long readOperationCount = 0;  ///< since the start, as are the following
+  unsigned long long writeOperationCount = 0;
+  unsigned long long readTransferCount = 0;   ///< bytes
+  unsigned long long writeTransferCount = 0;  ///< bytes
+};
+
 /// One child process with its descendants, which share a process group of their own. The child gets
 /// no descriptor but its output pipe and an empty standard input, default signal handling, and
 /// SIGKILL when the thread that started it ends. When this process ends, by a SIGKILL too, a small
@@ -47,13 +56,21 @@ class SCA_API SCA_Process : public SCA_Object {
   virtual int WaitForOutput(unsigned long timeoutMs, int reserved) = 0;
 
   /// Takes one line of output without its line end; never waits. A line longer than the buffer
-  /// comes in pieces; a line that is not complete yet is left until it is, or until the output
-  /// ends. Empty lines are skipped.
+  /// comes in pieces, cut between UTF-8 characters; a line that is not complete yet is left until
+  /// it is, or until the output ends. Empty lines are skipped.
   /// @param size    Capacity of `buffer` in bytes, > 1.
   /// @param length  Receives the bytes of the line; 0 when there is none now.
   /// @return 1, or 0 when the output cannot be read.
   virtual int ReadOutputLine(char* buffer, unsigned long size, unsigned long* length,
                              unsigned long* error) = 0;
+
+  /// @return 1 when the line that was read last goes on with the next piece.
+  virtual int IsLineContinued() const = 0;
+
+  /// Sums the figures of the child's process group. Processes that have joined it are seen a
+  /// second later at most; the operations and bytes of those that have gone stay in the sums.
+  /// @return 1, or 0 when nothing of the group runs, the figures then being untouched.
+  virtual int GetFigures(SCA_ProcessFigures* figures) = 0;
 
   /// @return 1 while the child itself runs, whatever its descendants do.
   virtual int IsRunning() = 0;
@@ -62,6 +79,10 @@ class SCA_API SCA_Process : public SCA_Object {
   virtual unsigned long GetProcessId() const = 0;
   /// @return 1 with the way the child ended, 0 when it runs or never ran.
   virtual int GetExit(SCA_ProcessExit* exit) = 0;
+
+  /// Sends SIGTERM to the group and comes back at once: the child's last output can be read while
+  /// it ends.
+  virtual void Terminate() = 0;
 
   /// Ends the child and its group: SIGTERM, up to `graceMs` for the child to end, then SIGKILL for
   /// whatever is left; the child is reaped. Its last output can still be read.

@@ -26,6 +26,23 @@ int SCA_CopyText(char* target, unsigned long size, const char* source, SCA_TextF
   return fits ? 1 : 0;
 }
 
+unsigned long SCA_CutLength(const char* text, unsigned long length) {
+  constexpr unsigned long kLongestRest = 3;  // bytes of a character behind its first
+  const auto isInside = [text](unsigned long at) {
+    return (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80;
+  };
+  unsigned long cut = length;
+  while (cut > 0 && length - cut < kLongestRest && isInside(cut)) --cut;
+  return isInside(cut) || cut == 0 ? length : cut;
+}
+
+void SCA_BlankControls(char* text, unsigned long length) {
+  constexpr char kDelete = 0x7F;
+  for (char* c = text; c != text + length; ++c) {
+    if ((static_cast<unsigned char>(*c) < ' ' && *c != '\t') || *c == kDelete) *c = ' ';
+  }
+}
+
 int SCA_GetToken1(const char* text, unsigned long* position, char* token, unsigned long size) {
   if (text == nullptr) return 0;
   const char* begin = text + *position;

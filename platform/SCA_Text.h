@@ -23,6 +23,14 @@ int SCA_CopyText(char (&target)[N], const char* source, SCA_TextFit fit) {
   return SCA_CopyText(target, N, source, fit);
 }
 
+/// @return The bytes to keep of a text that is cut after `length` of its bytes, so that no UTF-8
+///         character is left in part: at most three fewer. What is no UTF-8 is cut where it is.
+SCA_API unsigned long SCA_CutLength(const char* text, unsigned long length);
+
+/// Makes a text fit to be stored and shown on one line: every control byte but the tab, zeros too,
+/// becomes a blank.
+SCA_API void SCA_BlankControls(char* text, unsigned long length);
+
 /// Takes the next token of a text whose tokens are separated by runs of blanks and tabs.
 /// @param text      Zero-terminated; null counts as empty.
 /// @param position  In: byte position to go on from, at most the text's length; out: the position

@@ -43,3 +43,12 @@ int SCA_GetDateString(char* text, unsigned long size) {
 int SCA_GetTimeString(char* text, unsigned long size) {
   return FormatLocal(std::time(nullptr), "%H:%M:%S", text, size);
 }
+
+void SCA_GetCurrentDate(int* year, int* month, int* day) {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  *year = local.tm_year + 1900;
+  *month = local.tm_mon + 1;
+  *day = local.tm_mday;
+}

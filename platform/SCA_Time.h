@@ -23,4 +23,7 @@ SCA_API int SCA_FormatAbsTime(unsigned long long absTime, char* text, unsigned l
 SCA_API int SCA_GetDateString(char* text, unsigned long size);
 SCA_API int SCA_GetTimeString(char* text, unsigned long size);
 
+/// The current local date: the year in full, the month and the day from 1.
+SCA_API void SCA_GetCurrentDate(int* year, int* month, int* day);
+
 #endif  // SCA_PLATFORM_SCA_TIME_H

@@ -2,14 +2,17 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 
 #include <atomic>
+#include <cstring>
 
 #include "platform/SCA_Error.h"
 #include "platform/posix/SCA_Posix.h"
 
 namespace {
 
+constexpr mode_t kPrivateFile = 0600;
 constexpr off_t kReadAheadSize = 131072;  // what the system reads ahead unasked
 
 int Fail(unsigned long code, unsigned long* error) {
@@ -58,14 +61,19 @@ SCA_File::~SCA_File() {
 
 int SCA_File::Open(const char* fileName, unsigned long flags, unsigned long* error) {
   Close();
-  if (flags != SCA_FileOpenRead || fileName == nullptr) return Fail(EINVAL, error);
-  // O_NONBLOCK: opening a named pipe would otherwise wait for a writer.
-  SCA_Fd fd(SCA_Retry([&] { return ::open(fileName, O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
+  const bool isForReading = flags == SCA_FileOpenRead;
+  if ((!isForReading && flags != SCA_FileAppend) || fileName == nullptr) return Fail(EINVAL, error);
+  const int mode = isForReading ? O_RDONLY : O_WRONLY | O_APPEND | O_CREAT;
+  // O_NONBLOCK: opening a named pipe would otherwise wait for its other end.
+  SCA_Fd fd(
+      SCA_Retry([&] { return ::open(fileName, mode | O_CLOEXEC | O_NONBLOCK, kPrivateFile); }));
   struct stat status {};
   if (!fd.IsOpen() || ::fstat(fd.Get(), &status) != 0) return Fail(SCA_SystemError(), error);
   if (const unsigned long code = KindError(status); code != 0) return Fail(code, error);
   // A small file is read whole by one read; the advice would cost more than it gives.
-  if (status.st_size > kReadAheadSize) ::posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  if (isForReading && status.st_size > kReadAheadSize) {
+    ::posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  }
   fd_ = fd.Release();
   return 1;
 }
@@ -93,6 +101,21 @@ int SCA_File::Read(char* buffer, unsigned long count, unsigned long* read, unsig
   return 1;
 }
 
+int SCA_File::SetPosition(unsigned long long position, unsigned long* error) {
+  const off_t moved = ::lseek(fd_, static_cast<off_t>(position), SEEK_SET);
+  return moved >= 0 ? 1 : Fail(SCA_SystemError(), error);
+}
+
+int SCA_File::WriteString(const char* text, unsigned long* error) {
+  char lineEnd = '\n';
+  const std::size_t length = std::strlen(text);
+  iovec parts[2] = {{const_cast<char*>(text), length}, {&lineEnd, 1}};
+  const ssize_t written = SCA_Retry([&] { return ::writev(fd_, parts, 2); });
+  if (written < 0) return Fail(SCA_SystemError(), error);
+  // A regular file takes less only when there is no room for more.
+  return static_cast<std::size_t>(written) == length + 1 ? 1 : Fail(ENOSPC, error);
+}
+
 SCA_ReplacementFile::SCA_ReplacementFile() {
   SetValid(1);
 }
@@ -104,7 +127,7 @@ SCA_ReplacementFile::~SCA_ReplacementFile() {
 int SCA_ReplacementFile::Open(const char* targetName, SCA_FileAccess access, unsigned long* error) {
   Discard();
   targetName_ = targetName;
-  const mode_t mode = access == SCA_FileAccess::Private ? 0600 : 0666;
+  const mode_t mode = access == SCA_FileAccess::Private ? kPrivateFile : 0666;
   SCA_Fd fd = CreateAside(DirectoryOf(targetName_), mode, &asideName_);
   if (!fd.IsOpen()) {
     asideName_.clear();

@@ -13,11 +13,14 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Text.h"
 #include "platform/posix/SCA_Posix.h"
+#include "platform/posix/SCA_ProcessGroup.h"
 
 extern char** environ;
 
@@ -243,9 +246,12 @@ class Process final : public SCA_Process {
   int WaitForOutput(unsigned long timeoutMs, int reserved) override;
   int ReadOutputLine(char* buffer, unsigned long size, unsigned long* length,
                      unsigned long* error) override;
+  int IsLineContinued() const override { return isLineContinued_ ? 1 : 0; }
+  int GetFigures(SCA_ProcessFigures* figures) override;
   int IsRunning() override;
   unsigned long GetProcessId() const override { return static_cast<unsigned long>(pid_); }
   int GetExit(SCA_ProcessExit* exit) override;
+  void Terminate() override;
   void Stop(unsigned long graceMs) override;
 
  private:
@@ -263,9 +269,11 @@ class Process final : public SCA_Process {
   SCA_ProcessExit exit_;
   SCA_Fd pidFd_;
   Guardian guardian_;
+  std::optional<SCA_ProcessGroup> group_;  // of a child that has not been reaped
 
   SCA_Fd output_;  // closed once the output has ended
   std::size_t held_ = 0;
+  bool isLineContinued_ = false;
   char buffer_[kOutputBufferSize];
 };
 
@@ -327,6 +335,7 @@ unsigned long Process::StartWords(std::vector<std::string>* words) {
   pidFd_ = std::move(pidFd);
   output_ = std::move(output.read);
   guardian_.Watch(pid, null.Get());
+  group_.emplace(pid);
   return 0;
 }
 
@@ -399,14 +408,22 @@ int Process::ReadOutputLine(char* buffer, unsigned long size, unsigned long* len
   // A CR at the end of a piece waits for what follows: it may belong to the line's end.
   const bool endsInReturn = whole > 1 && buffer_[whole - 1] == '\r';
   if (endsInReturn) --whole;
-  const std::size_t taken = std::min<std::size_t>(whole, size - 1);
+  const bool isPiece = !hasEnd && held_ == sizeof buffer_;
+  // Of a full buffer the last byte stays: whether a character ends there is not known yet.
+  const std::size_t room = std::min<std::size_t>(size - 1, sizeof buffer_ - 1);
+  const std::size_t taken =
+      whole <= room ? whole : static_cast<std::size_t>(SCA_CutLength(buffer_, room));
   std::memcpy(buffer, buffer_, taken);
   buffer[taken] = '\0';
   *length = taken;
-  const bool isPiece = !hasEnd && held_ == sizeof buffer_;
   const bool isLineDone = taken == whole && !isPiece;
+  isLineContinued_ = !isLineDone;
   Drop(isLineDone ? taken + (endsInReturn ? 1 : 0) + lineEnd : taken);
   return 1;
+}
+
+int Process::GetFigures(SCA_ProcessFigures* figures) {
+  return group_.has_value() ? group_->GetFigures(figures) : 0;
 }
 
 int Process::IsRunning() {
@@ -433,9 +450,13 @@ int Process::GetExit(SCA_ProcessExit* exit) {
   return 1;
 }
 
+void Process::Terminate() {
+  if (pid_ != 0 && !reaped_) ::kill(-pid_, SIGTERM);
+}
+
 void Process::Stop(unsigned long graceMs) {
   if (pid_ == 0 || reaped_) return;
-  ::kill(-pid_, SIGTERM);
+  Terminate();
   const SCA_Deadline deadline(graceMs);
   while (IsRunning() != 0 && !deadline.HasPassed()) {
     PollOutputAndEnd(deadline.PollTimeout(kPollSliceMs));
@@ -450,6 +471,7 @@ void Process::Stop(unsigned long graceMs) {
   guardian_.Dismiss();
   SCA_Retry([&] { return ::waitpid(pid_, nullptr, 0); });
   reaped_ = true;
+  group_.reset();
 }
 
 }  // namespace

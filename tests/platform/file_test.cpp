@@ -227,4 +227,29 @@ TEST(ReplacementFile, AWriteThatFailsIsReported) {
   EXPECT_EQ(NamesIn(dir).size(), 2U);
 }
 
+TEST(File, LinesAreAddedAtTheEndWhoeverWrites) {
+  const TempDir dir;
+  const std::string path = dir.File("log");
+  SCA_File first;
+  SCA_File second;
+  ASSERT_EQ(OpenError(first, path, SCA_FileAppend), 0U);
+  ASSERT_EQ(OpenError(second, path, SCA_FileAppend), 0U);
+  struct stat status {};
+  ASSERT_EQ(::stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600U);
+  unsigned long error = 0;
+  for (SCA_File* file : {&first, &second, &first}) {
+    EXPECT_EQ(file->SetPosition(0, &error), 1);
+    EXPECT_EQ(file->WriteString(file == &first ? "one" : "", &error), 1);
+  }
+  EXPECT_EQ(ReadFile(path), "one\n\none\n");
+  EXPECT_EQ(SizeOf(second), 9U);
+  ASSERT_EQ(OpenError(first, path), 0U);
+  EXPECT_EQ(first.SetPosition(5, &error), 1);
+  EXPECT_EQ(ReadSome(first, 100), "one\n");
+  EXPECT_EQ(first.WriteString("x", &error), 0) << "opened for reading";
+  EXPECT_EQ(OpenError(first, dir.Path(), SCA_FileAppend), Code(EISDIR));
+  EXPECT_EQ(OpenError(first, dir.File("none/log"), SCA_FileAppend), Code(ENOENT));
+}
+
 }  // namespace

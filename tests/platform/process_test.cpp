@@ -116,12 +116,45 @@ void PrintState() {
   }
 }
 
+volatile std::sig_atomic_t terminations = 0;
+
+// Holds memory and writes 1 MiB. At the first SIGTERM has a descendant that does the same, and
+// that ends at the next.
+[[noreturn]] void Eat(int megabytes) {
+  sigset_t blocked;
+  sigset_t open;
+  ::sigemptyset(&blocked);
+  ::sigaddset(&blocked, SIGTERM);
+  ::sigprocmask(SIG_BLOCK, &blocked, &open);
+  std::signal(SIGTERM, [](int) { terminations = terminations + 1; });
+  const auto consume = [megabytes] {
+    static std::string eaten;
+    eaten.assign(static_cast<std::size_t>(megabytes) << 20, 'x');
+    const SCA_Fd null(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+    for (std::size_t i = 0; i < 16; ++i) {
+      if (::write(null.Get(), eaten.data(), 1 << 16) != 1 << 16) ::_exit(1);
+    }
+  };
+  consume();
+  Write("ready\n");
+  while (terminations == 0) ::sigsuspend(&open);
+  const pid_t heir = ::fork();
+  if (heir == 0) {
+    ::alarm(60);
+    consume();
+    while (terminations < 2) ::sigsuspend(&open);
+    ::_exit(0);
+  }
+  WaitForEver();
+}
+
 int PlayPart(const std::string& part, const Texts& arguments) {
   const auto number = [&] { return std::stoi(arguments.at(0)); };
   if (part == "exit") return number();
   if (part == "raise") ::raise(number());
   if (part == "emit") Write(Unescaped(arguments.at(0)));
   if (part == "long") Write(std::string(static_cast<std::size_t>(number()), 'x') + "\r\nend\n");
+  if (part == "eater") Eat(number());
   if (part == "state") PrintState();
   if (part == "words") {
     for (const std::string& word : arguments) Write("[" + word + "]");
@@ -228,6 +261,48 @@ TEST(Process, LongLinesComeInPiecesWithoutTheirLineEnd) {
       EXPECT_EQ(line.size(), static_cast<std::size_t>(length)) << "in " << size;
     }
   }
+}
+
+TEST(Process, PiecesEndBetweenCharactersAndSayWhetherTheLineGoesOn) {
+  Child child;
+  const std::string text = "a\u00e9\u20ac\U0001F600" + std::string(9000, 'x') + "\u20ac";
+  ASSERT_EQ(child.Start(kWorker + ("emit " + text + "\\nnext\\n")), 0U);
+  std::string whole;
+  for (const unsigned long size : {3UL, 5UL, 4UL, 6UL, 16384UL, 16384UL, 16384UL}) {
+    std::string piece;
+    ASSERT_TRUE(child.ReadLine(&piece, size));
+    EXPECT_NE(static_cast<unsigned char>(piece.front()) & 0xC0, 0x80) << "begins inside";
+    whole += piece;
+    if (child.process->IsLineContinued() == 0) break;
+  }
+  EXPECT_TRUE(whole == text) << whole.size();
+  EXPECT_EQ(child.ReadAll(), Texts({"next"}));
+  EXPECT_EQ(child.process->IsLineContinued(), 0);
+}
+
+TEST(Process, FiguresAreThoseOfTheGroup) {
+  Child child;
+  SCA_ProcessFigures figures;
+  EXPECT_EQ(child.process->GetFigures(&figures), 0) << "never ran";
+  child.StartReady("eater 64");
+  ASSERT_EQ(child.process->GetFigures(&figures), 1);
+  EXPECT_GE(figures.workingSetSize, 64ULL << 20);
+  // The descendant eats as much again, and is seen with the next look at the group.
+  child.process->Terminate();
+  EXPECT_TRUE(Eventually([&] {
+    return child.process->GetFigures(&figures) != 0 && figures.workingSetSize >= 128ULL << 20 &&
+           figures.writeTransferCount >= 2ULL << 20;
+  })) << figures.workingSetSize;
+  EXPECT_GE(figures.writeOperationCount, 32U);
+  const unsigned long long written = figures.writeTransferCount;
+  child.process->Terminate();
+  // What has been written by those that have gone stays counted.
+  EXPECT_TRUE(Eventually([&] {
+    return child.process->GetFigures(&figures) != 0 && figures.workingSetSize < 128ULL << 20;
+  })) << figures.workingSetSize;
+  EXPECT_GE(figures.writeTransferCount, written);
+  child.process->Stop(0);
+  EXPECT_EQ(child.process->GetFigures(&figures), 0);
 }
 
 TEST(Process, AFloodIsReadWholeAndInOrder) {

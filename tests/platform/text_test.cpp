@@ -68,4 +68,18 @@ TEST(StrCompareNoCase, IgnoresTheCaseOfAsciiLettersOnly) {
   }
 }
 
+TEST(Text, IsCutBetweenCharacters) {
+  const std::tuple<const char*, unsigned long, unsigned long> rows[] = {
+      {"abc", 2, 2},      {"abc", 3, 3},        {"a\u00e9", 2, 1},     {"a\u20acb", 3, 1},
+      {"a\u20acb", 4, 4}, {"\U0001F600", 3, 3}, {"a\U0001F600", 4, 1}, {"\x80\x80\x80\x80", 3, 3},
+      {"", 0, 0}};
+  for (const auto& [text, length, cut] : rows) EXPECT_EQ(SCA_CutLength(text, length), cut) << text;
+}
+
+TEST(Text, ControlsBecomeBlanks) {
+  std::string text("a\0b\x01\tc\n\x1f\x7f\u20ac\r", 13);
+  SCA_BlankControls(text.data(), text.size());
+  EXPECT_EQ(text, "a b \tc   \u20ac ");
+}
+
 }  // namespace

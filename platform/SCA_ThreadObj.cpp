@@ -1,0 +1,76 @@
+#include "platform/SCA_ThreadObj.h"
+
+#include <cerrno>
+#include <new>
+#include <system_error>
+
+#include "platform/SCA_Report.h"
+
+namespace {
+
+constexpr char kSource[] = "SCA_ThreadObj";
+
+int Fail(unsigned long code, unsigned long* error) {
+  *error = code;
+  return 0;
+}
+
+}  // namespace
+
+SCA_ThreadObj::SCA_ThreadObj(int /*reserved*/) {
+  SetValid(1);
+}
+
+SCA_ThreadObj::~SCA_ThreadObj() {
+  // The deriving class has joined its worker by now; what is left here is a worker without a body.
+  SCA_ThreadObj::Unlock(kSource);
+}
+
+bool SCA_ThreadObj::IsWorker() const {
+  return worker_.load() == std::this_thread::get_id();
+}
+
+int SCA_ThreadObj::Lock(const char* caller, unsigned long* error) {
+  if (IsWorker()) return Fail(EDEADLK, error);
+  const SCA_LockGuard guard(control_);
+  if (thread_.joinable()) {
+    if (!hasEnded_.load()) return Fail(EBUSY, error);
+    thread_.join();
+  }
+  if (stop_ == nullptr) stop_.reset(new (std::nothrow) SCA_Event(1, 0));
+  if (stop_ == nullptr || stop_->IsValid() == 0) {
+    stop_.reset();
+    return Fail(ENOMEM, error);
+  }
+  stop_->Reset();
+  published_.store(stop_.get(), std::memory_order_release);
+  hasEnded_.store(false);
+  try {
+    thread_ = std::thread([this] {
+      worker_.store(std::this_thread::get_id());
+      ThreadFunc();
+      worker_.store(std::thread::id());
+      hasEnded_.store(true);
+    });
+  } catch (const std::system_error& failure) {
+    hasEnded_.store(true);
+    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "%s: cannot start a thread", caller);
+    return Fail(static_cast<unsigned long>(failure.code().value()), error);
+  } catch (const std::bad_alloc&) {
+    hasEnded_.store(true);
+    return Fail(ENOMEM, error);
+  }
+  return 1;
+}
+
+int SCA_ThreadObj::Unlock(const char* /*caller*/) {
+  // Before the lock, which the thread that joins the worker holds until it has ended.
+  if (SCA_Event* stop = GetStopEvent(); stop != nullptr) stop->Set();
+  if (IsWorker()) return 1;
+  const SCA_LockGuard guard(control_);
+  if (!thread_.joinable()) return 1;
+  // Again: a start that came in between has reset it.
+  stop_->Set();
+  thread_.join();
+  return 1;
+}
