@@ -35,15 +35,6 @@ char* PutText(char* at, const char* text, std::size_t length) {
   return at + length + 1;
 }
 
-// The start of a record, which is all of a plain field.
-char* PutRecord(char* at, const SCA_Field& field) {
-  *at++ = static_cast<char>('0' + field.GetType());
-  *at++ = SCA_FieldSeparator;
-  at = PutText(at, field.GetName(), field.GetNameLength() - 1);
-  if (field.GetType() != SCA_FieldTypePlain) return at;
-  return PutText(at, field.GetValue(), std::max(field.GetValueLength(), 1UL) - 1);
-}
-
 char* PutEnd(char* at) {
   *at++ = kEndMark;
   *at++ = SCA_FieldSeparator;
@@ -68,7 +59,7 @@ struct MemoryTarget {
     const unsigned long size = RecordSize(field);
     if (size > room) return false;
     room -= size;
-    at = PutRecord(at, field);
+    at = SCA_PutRecord(at, field);
     return true;
   }
   bool End() {
@@ -86,7 +77,7 @@ struct BlockTarget {
 
   bool Record(const SCA_Field& field) {
     if (!MakeRoom(RecordSize(field))) return false;
-    at = PutRecord(at, field);
+    at = SCA_PutRecord(at, field);
     return true;
   }
   bool End() {
@@ -150,6 +141,14 @@ const char* FindMark(const char* at, const char* end) {
 }
 
 }  // namespace
+
+char* SCA_PutRecord(char* at, const SCA_Field& field) {
+  *at++ = static_cast<char>('0' + field.GetType());
+  *at++ = SCA_FieldSeparator;
+  at = PutText(at, field.GetName(), field.GetNameLength() - 1);
+  if (field.GetType() != SCA_FieldTypePlain) return at;
+  return PutText(at, field.GetValue(), std::max(field.GetValueLength(), 1UL) - 1);
+}
 
 unsigned long SCA_MeasureConfig(const SCA_ConfigObj& object, unsigned long* bytes) {
   if (object.GetName() == nullptr) return SCA_ErrorInvalidData;
@@ -226,7 +225,8 @@ const char* SCA_ConfigReader::SkipSeparators() {
 }
 
 SCA_ConfigReader::Step SCA_ConfigReader::TakeRecord(const char* start) {
-  if (taken_ + static_cast<unsigned long long>(start - block_) >= SCA_MaxConfigBytes) {
+  const auto offset = taken_ + static_cast<unsigned long long>(start - block_);
+  if (offset + kEndSize > SCA_MaxConfigBytes) {
     return Fail(SCA_ErrorDataTooLarge, "an object is longer than 64 MiB", start);
   }
   if (end_ - at_ < 2) return OutOfBytes(end_);
@@ -269,23 +269,14 @@ SCA_ConfigReader::Step SCA_ConfigReader::TakeText(std::size_t limit, const char*
   return Step::Taken;
 }
 
-bool SCA_ConfigReader::Assign(std::string* text, bool* isPresent, const Text& source) {
-  try {
-    text->assign(source.data, source.length);
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
-  *isPresent = true;
-  return true;
-}
-
 SCA_ConfigReader::Step SCA_ConfigReader::TakeField(const Text& name) {
   Text value;
   const Step step = TakeText(SCA_MaxFieldValue, "a value is longer than 20480 bytes", &value);
   if (step != Step::Taken) return step;
   SCA_Owned<SCA_Field> field(new (std::nothrow) SCA_Field(current_));
-  if (field == nullptr || !Assign(&field->name_, &field->hasName_, name) ||
-      !Assign(&field->value_, &field->hasValue_, value)) {
+  if (field == nullptr ||
+      SCA_Field::Assign(&field->name_, &field->hasName_, name.data, name.length) == 0 ||
+      SCA_Field::Assign(&field->value_, &field->hasValue_, value.data, value.length) == 0) {
     return Fail(ENOMEM, "there is no memory for a field", name.data);
   }
   current_->GetFields().AddItemToTail(field.release());
@@ -298,7 +289,8 @@ SCA_ConfigReader::Step SCA_ConfigReader::BeginObject(const Text& name) {
   SCA_Owned<SCA_ConfigObj> child(
       current_ != nullptr ? new (std::nothrow) SCA_ConfigObj("", current_) : nullptr);
   SCA_ConfigObj* object = current_ != nullptr ? child.get() : root_;
-  if (object == nullptr || !Assign(&object->name_, &object->hasName_, name)) {
+  if (object == nullptr ||
+      SCA_Field::Assign(&object->name_, &object->hasName_, name.data, name.length) == 0) {
     return Fail(ENOMEM, "there is no memory for an object", name.data);
   }
   if (current_ != nullptr) {

@@ -34,7 +34,7 @@ SCA_API int SCA_WriteConfigBytes(const SCA_ConfigObj& object, char* buffer, unsi
                                  unsigned long* written, unsigned long* error);
 
 /// Reads an object from bytes that may come from anywhere. Takes time linear in their number, and
-/// memory for at most one field to four bytes and `SCA_MaxConfigMembers` in all.
+/// memory for one field to four bytes, or `SCA_MaxConfigMembers` in all.
 /// @param object  Receives name and members in place of its own; without members after a failure.
 /// @param length  Of the bytes; all of them must belong to the object.
 /// @param fault   May be null.

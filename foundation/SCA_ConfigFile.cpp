@@ -32,6 +32,7 @@ struct Header {
   SCA_ConfigFileInfo* info;
   unsigned long long objectSize = 0;
   std::uint32_t checksum = 0;
+  std::size_t versionOffset = 0;
   std::size_t checkedSize = 0;  // of what the checksum covers: all before it
   std::size_t size = 0;
 
@@ -63,13 +64,18 @@ struct Header {
     if (!TakeNumber(&rest, ' ', 10, &info->layout)) {
       return Damaged(offset(), "the header has no layout number here");
     }
+    if (info->layout == 0) return Damaged(kMagic.size(), "there is no layout 0");
     if (info->layout > SCA_ConfigLayout) {
       info->fault = {kMagic.size(), "the layout is newer than this program"};
       return SCA_ErrorFileNewer;
     }
-    if (!TakeNumber(&rest, ' ', 10, &info->fileType) ||
-        !TakeNumber(&rest, ' ', 10, &info->formatVersion) ||
-        !TakeNumber(&rest, ' ', 10, &objectSize)) {
+    std::uint32_t number = 0;
+    bool isRead = TakeNumber(&rest, ' ', 10, &number);
+    if (isRead) info->fileType = number;
+    versionOffset = offset();
+    isRead = isRead && TakeNumber(&rest, ' ', 10, &number);
+    if (isRead) info->formatVersion = number;
+    if (!isRead || !TakeNumber(&rest, ' ', 10, &objectSize)) {
       return Damaged(offset(), "the header has no number here");
     }
     checkedSize = offset();
@@ -80,8 +86,12 @@ struct Header {
       return Damaged(checkedSize, "the header has no checksum here");
     }
     size = offset();
-    return 0;
+    if (objectSize <= SCA_MaxConfigBytes) return 0;
+    info->fault = {versionOffset, "the object is longer than 64 MiB"};
+    return SCA_ErrorDataTooLarge;
   }
+
+  unsigned long long FileSize() const { return size + objectSize; }
 };
 
 // Blocks of a file; what the reader leaves of one is put before the next.
@@ -122,8 +132,8 @@ class BlockFile {
   bool isLast_ = false;
 };
 
-// The object behind the header, to the file's end: all of it goes into the checksum, also what the
-// reader no longer takes.
+// The object behind the header: all of it goes into the checksum, also what the reader no longer
+// takes. Of a file that is longer than its header says no more is read than shows that.
 unsigned long LoadObject(BlockFile* file, const Header& header, SCA_ConfigReader* reader) {
   std::uint32_t checksum = SCA_Crc32(0, file->Block().data(), header.checkedSize);
   const std::string_view first = file->Block().substr(header.size);
@@ -132,7 +142,7 @@ unsigned long LoadObject(BlockFile* file, const Header& header, SCA_ConfigReader
   for (;;) {
     const std::string_view left = file->Block().substr(taken);
     taken += reader->Feed(left.data(), left.size(), file->IsLast());
-    if (file->IsLast()) break;
+    if (file->IsLast() || file->Total() > header.FileSize()) break;
     if (reader->Error() != 0) taken = file->Block().size();
     if (const unsigned long code = file->Next(taken); code != 0) return code;
     taken = 0;
@@ -143,9 +153,9 @@ unsigned long LoadObject(BlockFile* file, const Header& header, SCA_ConfigReader
   info->fault = reader->Fault();
   info->fault.offset += header.size;
   if (reader->Error() == ENOMEM) return ENOMEM;
-  if (file->Total() != header.size + header.objectSize) {
-    const bool isCut = file->Total() < header.size + header.objectSize;
-    return header.Damaged(std::min(file->Total(), header.size + header.objectSize),
+  if (file->Total() != header.FileSize()) {
+    const bool isCut = file->Total() < header.FileSize();
+    return header.Damaged(std::min(file->Total(), header.FileSize()),
                           isCut ? "the file ends before the length that its header gives"
                                 : "bytes follow the length that the file's header gives");
   }
@@ -156,7 +166,7 @@ unsigned long LoadObject(BlockFile* file, const Header& header, SCA_ConfigReader
     return SCA_ErrorFileDamaged;
   }
   if (info->formatVersion > SCA_ConfigFormatVersion) {
-    info->fault = {kMagic.size(), "the format version is newer than this program"};
+    info->fault = {header.versionOffset, "the format version is newer than this program"};
     return SCA_ErrorFileNewer;
   }
   return reader->Error() == SCA_ErrorInvalidData ? SCA_ErrorFileDamaged : reader->Error();
@@ -180,10 +190,13 @@ int SCA_LoadConfigFile(const char* fileName, SCA_ConfigObj* object, SCA_ConfigFi
   SCA_ConfigFileInfo unused;
   SCA_ConfigFileInfo* target = info != nullptr ? info : &unused;
   *target = SCA_ConfigFileInfo();
-  object->Clear();
   SCA_ConfigObj root;
-  const unsigned long code = fileName != nullptr ? Load(fileName, target, &root) : EINVAL;
-  return code == 0 ? object->TakeContent(&root) : Fail(code, error);
+  unsigned long code = fileName != nullptr ? Load(fileName, target, &root) : EINVAL;
+  // Not before: the file's name may stand in the object.
+  if (code == 0 && object->TakeContent(&root) == 0) code = ENOMEM;
+  if (code == 0) return 1;
+  object->Clear();
+  return Fail(code, error);
 }
 
 int SCA_SaveConfigFile(const SCA_ConfigObj& object, const char* fileName, unsigned long fileType,

@@ -21,7 +21,7 @@ struct SCA_ConfigFileInfo {
   unsigned long layout = 0;
   unsigned long fileType = 0;
   unsigned long formatVersion = 0;
-  unsigned long long fileSize = 0;  ///< bytes read
+  unsigned long long fileSize = 0;  ///< bytes read; of a file that is too long not all
   SCA_ConfigFault fault;            ///< its offset counts from the file's start
 };
 

@@ -69,7 +69,12 @@ int SCA_ConfigObj::AddField(const char* name, const char* value, int checkDuplic
 template <class T>
 int SCA_ConfigObj::AddNumber(const char* name, T value, int checkDuplicate) {
   char text[32];
-  if (value > std::numeric_limits<Stored<T>>::max()) return 0;
+  if (value > std::numeric_limits<Stored<T>>::max()) {
+    SCA_GetReportFunction(kSource, __LINE__)(
+        SCA_LevelDebug, "SCA_ConfigObj::AddField: a number of more than 32 bits for %s",
+        name != nullptr ? name : "(null)");
+    return 0;
+  }
   *std::to_chars(text, text + sizeof text - 1, value).ptr = '\0';
   return AddField(name, text, checkDuplicate);
 }
@@ -141,7 +146,7 @@ int SCA_ConfigObj::AddField(SCA_Field* member, int check, int setParent) {
 
 int SCA_ConfigObj::GetField(const char* name, char* buffer, unsigned long size) const {
   const SCA_Field* member = fields_.GetListItem(name);
-  if (member == nullptr || member->type_ != SCA_FieldTypePlain) return 0;
+  if (member == nullptr || member->type_ != SCA_FieldTypePlain || size == 0) return 0;
   SCA_CopyText(buffer, size, member->value_.c_str(), SCA_TextFit::Cut);
   return 1;
 }
@@ -241,10 +246,16 @@ int SCA_ConfigObj::DeleteFieldByIndex(unsigned long index) {
 
 int SCA_ConfigObj::TakeContent(SCA_ConfigObj* source) {
   if (source == this) return 1;
-  name_.swap(source->name_);
-  std::swap(hasName_, source->hasName_);
+  if (source->hasName_ &&
+      Assign(&name_, &hasName_, source->name_.data(), source->name_.size()) == 0) {
+    return 0;
+  }
+  // Aside first: the source may be one of the members that go.
+  SCA_FieldList taken;
+  taken.TakeAll(&source->fields_, this);
   fields_.Clear();
-  fields_.TakeAll(&source->fields_, this);
+  fields_.TakeAll(&taken, this);
+  SetValid(hasName_ ? 1 : 0);
   return 1;
 }
 

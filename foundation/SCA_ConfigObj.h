@@ -14,8 +14,11 @@
 /// the type: no blanks, no plus sign, nothing behind it. `unsigned long` and `unsigned int` hold 32
 /// bits here, `unsigned long long` 64.
 ///
-/// int results are 1 for success and 0 for failure; a failed operation changes nothing. What is
-/// refused is reported at level 2.
+/// int results are 1 for success and 0 for failure; a failed operation changes nothing, but for an
+/// out-parameter that is said to become null. What is refused is reported at level 2.
+///
+/// Trees of any depth can be built and cleared; what visits a whole tree recurses, and is meant for
+/// trees that can be saved, which are at most `SCA_MaxConfigDepth` deep.
 /// Threads: one at a time per tree.
 class SCA_API SCA_ConfigObj : public SCA_Field {
  public:
@@ -55,7 +58,8 @@ class SCA_API SCA_ConfigObj : public SCA_Field {
   /// @}
 
   /// @name Linking existing members at the tail; this object owns them then
-  /// On failure the caller keeps the member. A member without a name is refused.
+  /// On failure the caller keeps the member. A member without a name is refused. It must be in no
+  /// list yet, and neither this object nor one above it.
   /// @{
   /// Renames the member, after the check.
   int AddField(const char* name, SCA_Field* member, int check);
@@ -69,7 +73,7 @@ class SCA_API SCA_ConfigObj : public SCA_Field {
   /// @return 0, with nothing written, when there is no such member, when it is an object, or when
   ///         its value is not of the type.
   /// @{
-  /// @param size  Capacity of the buffer in bytes, > 0; a longer value is cut.
+  /// @param size  Capacity of the buffer in bytes; 0 fails. A longer value is cut.
   int GetField(const char* name, char* buffer, unsigned long size) const;
   int GetField(const char* name, unsigned short* value) const;
   int GetField(const char* name, int* value) const;
@@ -78,7 +82,7 @@ class SCA_API SCA_ConfigObj : public SCA_Field {
   int GetField(const char* name, unsigned long long* value) const;
   /// @}
 
-  /// @name Lookup
+  /// @name Lookup; a `SCA_Field**` receives null on failure
   /// @{
   /// @param out  Receives the first member of that name, a plain field too: for members that come
   ///             from outside use `GetConfigObj`. Untouched on failure.
@@ -101,7 +105,10 @@ class SCA_API SCA_ConfigObj : public SCA_Field {
   int DeleteFieldByIndex(unsigned long index);
   /// Deletes every member. @return 1.
   int Clear() { return fields_.Clear(); }
-  /// Takes the other object's name and members, which it loses; this one's are deleted.
+  /// Takes the other object's members, which it loses, and a copy of its name; this one's members
+  /// are deleted.
+  /// @param source  May be below this object, not above it.
+  /// @return 0 without the memory for the name.
   int TakeContent(SCA_ConfigObj* source);
 
   /// @name A field's operations, for the whole tree

@@ -10,6 +10,10 @@
 /// Takes the bytes of a run of blocks; false ends the writing.
 using SCA_ConfigSink = std::function<bool(const char* data, std::size_t length)>;
 
+/// Writes the start of a record, which is all of a plain field.
+/// @param at  Has room for `GetDataSize()` bytes. @return The end of what was written.
+char* SCA_PutRecord(char* at, const SCA_Field& field);
+
 /// @param bytes  Receives the size of the byte form.
 /// @return 0, or the code with which such an object is refused.
 unsigned long SCA_MeasureConfig(const SCA_ConfigObj& object, unsigned long* bytes);
@@ -50,7 +54,6 @@ class SCA_ConfigReader {
   Step BeginObject(const Text& name);
   Step Fail(unsigned long code, const char* text, const char* where);
   Step OutOfBytes(const char* where);
-  static bool Assign(std::string* text, bool* isPresent, const Text& source);
 
   SCA_ConfigObj* root_;
   SCA_ConfigObj* current_ = nullptr;  // the object whose members come; null outside the root

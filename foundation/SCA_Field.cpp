@@ -4,6 +4,7 @@
 #include <new>
 
 #include "foundation/SCA_ConfigObj.h"
+#include "foundation/SCA_ConfigStream.h"
 #include "platform/SCA_Report.h"
 
 namespace {
@@ -24,12 +25,6 @@ bool ScanText(const char* text, std::size_t limit, std::size_t* length) {
   return text[i] == SCA_FieldSeparator;
 }
 
-char* Append(char* target, const char* data, std::size_t length) {
-  if (length > 0) std::memcpy(target, data, length);
-  target[length] = SCA_FieldSeparator;
-  return target + length + 1;
-}
-
 int ReportDifference(const char* what, int line) {
   SCA_GetReportFunction(kSource, line)(SCA_LevelDebug, "%s", what);
   return 0;
@@ -42,7 +37,7 @@ SCA_Field::SCA_Field(const char* name, SCA_ConfigObj* parent)
 
 SCA_Field::SCA_Field(unsigned long type, const char* name, SCA_ConfigObj* parent)
     : parent_(parent), type_(static_cast<std::uint32_t>(type)) {
-  SetValid(SetName(name));
+  SetName(name);
 }
 
 SCA_Field::~SCA_Field() = default;
@@ -63,7 +58,9 @@ int SCA_Field::SetName(const char* name) {
     SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelDebug, "Invalid field name.");
     return 0;
   }
-  return Assign(&name_, &hasName_, name, length);
+  if (Assign(&name_, &hasName_, name, length) == 0) return 0;
+  SetValid(1);
+  return 1;
 }
 
 int SCA_Field::SetValue(const char* data, unsigned long length) {
@@ -122,16 +119,13 @@ int SCA_Field::CopyFrom(const SCA_Field* source) {
   }
   hasName_ = true;
   hasValue_ = source->hasValue_;
+  SetValid(1);
   return 1;
 }
 
 int SCA_Field::WriteData(char* buffer, unsigned long /*size*/, unsigned long* position) const {
-  char* at = buffer + *position;
-  *at++ = static_cast<char>('0' + type_);
-  *at++ = SCA_FieldSeparator;
-  at = Append(at, name_.data(), name_.size());
-  at = Append(at, value_.data(), value_.size());
-  *position = static_cast<unsigned long>(at - buffer);
+  const char* end = SCA_PutRecord(buffer + *position, *this);
+  *position = static_cast<unsigned long>(end - buffer);
   return 1;
 }
 

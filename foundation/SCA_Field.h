@@ -66,6 +66,7 @@ class SCA_API SCA_Field : public SCA_Object {
   /// @name Members: a plain field has none
   /// @{
   virtual unsigned long GetFieldCount() const;
+  /// @param out  Receives null on failure.
   virtual int GetFieldByIndex(unsigned long index, SCA_Field** out) const;
   virtual int GetFieldByName(const char* name, SCA_Field** out) const;
   /// @return This member and all below it.
@@ -82,7 +83,8 @@ class SCA_API SCA_Field : public SCA_Object {
   /// @param size      Not consulted by a plain field.
   /// @param position  In and out.
   virtual int WriteData(char* buffer, unsigned long size, unsigned long* position) const;
-  /// Reads a record that this library has written and that is followed by a byte other than 0x01;
+  /// Reads a record that this library has written, kind byte and all its separators, and that is
+  /// followed by a byte other than 0x01;
   /// bytes from outside go through `SCA_ReadConfigBytes`, which knows where they end.
   /// @param position  In and out; left behind the record and every 0x01 after it. Unchanged by a
   ///                  failure, which leaves the field partly replaced: discard it.
@@ -114,7 +116,7 @@ class SCA_API SCA_Field : public SCA_Object {
   explicit SCA_Field(SCA_ConfigObj* parent) : parent_(parent), type_(SCA_FieldTypePlain) {
     SetValid(1);
   }
-  int Assign(std::string* text, bool* isPresent, const char* data, std::size_t length);
+  static int Assign(std::string* text, bool* isPresent, const char* data, std::size_t length);
 
   SCA_Field* next_ = nullptr;
   SCA_Field* prev_ = nullptr;

@@ -10,7 +10,8 @@
 /// members. A member is in at most one list. Names are compared byte by byte; lookups give the
 /// first match from the head and take linear time.
 ///
-/// int results are 1 for success and 0 for failure; a failed operation changes nothing.
+/// int results are 1 for success and 0 for failure; a failed operation changes nothing, but that a
+/// `SCA_Field**` receives null. Members and places that are given belong to this list.
 /// Threads: one at a time.
 class SCA_API SCA_FieldList : public SCA_Object {
  public:
@@ -22,6 +23,7 @@ class SCA_API SCA_FieldList : public SCA_Object {
   unsigned long Count() const { return count_; }
 
   /// @name Linking; the list owns the member then
+  /// @param item  In no list yet.
   /// @return 0 for a null or nameless member, and for a null place.
   /// @{
   int AddItemToHead(SCA_Field* item);
@@ -68,8 +70,9 @@ class SCA_API SCA_FieldList : public SCA_Object {
   int MoveItemDown(const char* name);
   /// @}
 
-  /// Takes all members of another list over, behind those that are here. In constant time but for
-  /// the parent of each, which becomes `parent`.
+  /// Takes all members of another list over, behind those that are here.
+  /// @param other   Not this list.
+  /// @param parent  Becomes the parent of each.
   void TakeAll(SCA_FieldList* other, SCA_ConfigObj* parent);
 
  private:

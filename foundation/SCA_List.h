@@ -87,7 +87,7 @@ class SCA_API SCA_List : public SCA_Object {
   using Comparator = int (*)(const void*, const void*);
 
   explicit SCA_List(unsigned long firstItemId)
-      : nextItemId_(static_cast<std::uint32_t>(firstItemId)), firstItemId_(nextItemId_) {
+      : nextItemId_(Narrow(firstItemId)), firstItemId_(nextItemId_) {
     SetValid(1);
   }
   ~SCA_List() override { DeleteNodes(); }
@@ -97,7 +97,7 @@ class SCA_API SCA_List : public SCA_Object {
   unsigned long Count() const { return count_; }
   /// @return The id that the next insertion with a counted id takes.
   unsigned long GetNextItemId() const { return nextItemId_; }
-  void SetNextItemId(unsigned long id) { nextItemId_ = static_cast<std::uint32_t>(id); }
+  void SetNextItemId(unsigned long id) { nextItemId_ = Narrow(id); }
   /// Deletes the nodes; the next item id is the first one again. @return 1.
   int Clear() {
     DeleteNodes();
@@ -189,7 +189,7 @@ class SCA_API SCA_List : public SCA_Object {
   int GetTailItem(T* item) const { return HandOutItem(tail_, item); }
 
   Node* GetListItem(unsigned long id) const {
-    return Find([id](const Node& node) { return node.id_ == id; });
+    return Find([wanted = Narrow(id)](const Node& node) { return node.id_ == wanted; });
   }
   Node* GetListItem(const char* name) const {
     if (name == nullptr) return nullptr;
@@ -207,7 +207,7 @@ class SCA_API SCA_List : public SCA_Object {
   unsigned long GetItemPos(unsigned long id) const {
     unsigned long position = 0;
     for (const Node* node = head_; node != nullptr; node = node->next_, ++position) {
-      if (node->id_ == id) return position;
+      if (node->id_ == Narrow(id)) return position;
     }
     return SCA_NoItemId;
   }
@@ -275,7 +275,7 @@ class SCA_API SCA_List : public SCA_Object {
   int SetItemId(const char* name, unsigned long id) {
     Node* node = GetListItem(name);
     if (node == nullptr) return 0;
-    node->id_ = static_cast<std::uint32_t>(id);
+    node->id_ = Narrow(id);
     return 1;
   }
   /// @}
@@ -313,6 +313,9 @@ class SCA_API SCA_List : public SCA_Object {
   /// @}
 
  private:
+  // Ids have 32 bits, whatever the type that carries them.
+  static std::uint32_t Narrow(unsigned long id) { return static_cast<std::uint32_t>(id); }
+
   // Where a new node's id comes from; without either pointer or id it has none.
   struct IdSource {
     unsigned long* counted = nullptr;
@@ -323,8 +326,7 @@ class SCA_API SCA_List : public SCA_Object {
 
   void GiveId(Node* node, const IdSource& source) {
     if (source.counted != nullptr) *source.counted = nextItemId_;
-    node->id_ =
-        source.counted != nullptr ? nextItemId_++ : static_cast<std::uint32_t>(source.given);
+    node->id_ = source.counted != nullptr ? nextItemId_++ : Narrow(source.given);
   }
 
   // Links a node that is in no list before `place`, at the tail when that is null.

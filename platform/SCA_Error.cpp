@@ -35,7 +35,7 @@ constexpr CodeText kTexts[] = {
     {SCA_ErrorNotRegularFile, "not a regular file"},
     {SCA_ErrorFileShrank, "the file became shorter while it was read"},
     {SCA_ErrorCommandLine, "the command line is empty, too long or has an open quote"},
-    {SCA_ErrorFileForeign, "the file was not written by this program"},
+    {SCA_ErrorFileForeign, "not a configuration file or report (.trv)"},
     {SCA_ErrorFileDamaged, "the file is damaged"},
     {SCA_ErrorFileNewer, "the file was written by a newer version"},
     {SCA_ErrorDataTooLarge, "the data exceed the limits of depth, members or size"},

@@ -1,6 +1,8 @@
 #include "programs/scaconf/Print.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <string_view>
 
 namespace {
 
@@ -21,22 +23,39 @@ std::string Text(const char* text) {
   return text != nullptr ? text : "";
 }
 
-std::string Escape(const std::string& text) {
+// Bytes of the UTF-8 character that a text begins with, and the character; 0 for other bytes.
+std::size_t DecodeUtf8(std::string_view text, char32_t* character) {
+  const auto first = static_cast<unsigned char>(text.front());
+  std::size_t length = first < 0x80 ? 1 : 0;
+  if (first >= 0xC2 && first < 0xF5) length = first < 0xE0 ? 2 : (first < 0xF0 ? 3 : 4);
+  if (length == 0 || length > text.size()) return 0;
+  constexpr unsigned kFirstBits[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
+  constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+  char32_t decoded = first & kFirstBits[length];
+  for (std::size_t i = 1; i < length; ++i) {
+    const auto next = static_cast<unsigned char>(text[i]);
+    if ((next & 0xC0) != 0x80) return 0;
+    decoded = decoded << 6 | (next & 0x3F);
+  }
+  const bool isSurrogate = decoded >= 0xD800 && decoded < 0xE000;
+  if (decoded < kSmallest[length] || isSurrogate || decoded > 0x10FFFF) return 0;
+  *character = decoded;
+  return length;
+}
+
+bool IsControl(char32_t character) {
+  const bool isDirection = (character >= 0x200E && character <= 0x200F) ||
+                           (character >= 0x2028 && character <= 0x202E) ||
+                           (character >= 0x2066 && character <= 0x2069);
+  return character < 0x20 || (character >= 0x7F && character < 0xA0) || isDirection;
+}
+
+std::string EscapeBytes(std::string_view bytes) {
   std::string shown;
-  for (const char byte : text) {
-    if (byte == '\\') {
-      shown += "\\\\";
-    } else if (byte == '\n') {
-      shown += "\\n";
-    } else if (byte == '\t') {
-      shown += "\\t";
-    } else if (static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F) {
-      char escape[8];
-      std::snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned>(byte));
-      shown += escape;
-    } else {
-      shown += byte;
-    }
+  for (const char byte : bytes) {
+    char escape[8];
+    std::snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned char>(byte));
+    shown += escape;
   }
   return shown;
 }
@@ -72,6 +91,26 @@ Json MemberToJson(const SCA_Field& member) {
 }
 
 }  // namespace
+
+std::string Escape(const std::string& text) {
+  std::string shown;
+  for (std::size_t at = 0; at < text.size();) {
+    char32_t character = 0;
+    const std::size_t decoded = DecodeUtf8(std::string_view(text).substr(at), &character);
+    const std::string bytes = text.substr(at, std::max<std::size_t>(decoded, 1));
+    at += bytes.size();
+    if (bytes == "\\") {
+      shown += "\\\\";
+    } else if (bytes == "\n") {
+      shown += "\\n";
+    } else if (bytes == "\t") {
+      shown += "\\t";
+    } else {
+      shown += decoded > 0 && !IsControl(character) ? bytes : EscapeBytes(bytes);
+    }
+  }
+  return shown;
+}
 
 std::string Summary(const SCA_ConfigFileInfo& info) {
   return "file type " + std::to_string(info.fileType) + TypeName(info.fileType) +

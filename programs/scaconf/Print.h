@@ -7,12 +7,16 @@
 #include "foundation/SCA_ConfigFile.h"
 #include "programs/common/Json.h"
 
+/// Puts a backslash before a backslash and before what would break a line or a terminal: \n, \t,
+/// and \xNN for the bytes of other control characters (directions of writing included) and of what
+/// is not UTF-8.
+std::string Escape(const std::string& text);
+
 /// "file type 9001 (user configuration of the service host), format version 9, 412 bytes"
 std::string Summary(const SCA_ConfigFileInfo& info);
 
 /// Writes an object and its members to standard output, a line each: objects in brackets, fields as
-/// "name = value", members two blanks further in than their object. A backslash stands before one
-/// of its own and before what would break the line: \n, \t, \xNN for other control bytes.
+/// "name = value", escaped, members two blanks further in than their object.
 void PrintText(const SCA_ConfigObj& object);
 
 /// {"name": ..., "members": [{"name": ..., "value": ...}, {"name": ..., "members": [...]}, ...]}:

@@ -81,11 +81,12 @@ Status Show(const Options& options, const std::string& file) {
   if (options.json) {
     ShowJson(options, file, code, info, object);
   } else if (code == 0) {
-    std::printf("%s: %s\n", file.c_str(), Summary(info).c_str());
+    std::printf("%s: %s\n", Escape(file).c_str(), Summary(info).c_str());
     if (!options.check) PrintText(object);
   }
   if (code != 0) {
-    std::fprintf(stderr, "scaconf: %s: %s\n", file.c_str(), Complaint(code, info.fault).c_str());
+    std::fprintf(stderr, "scaconf: %s: %s\n", Escape(file).c_str(),
+                 Complaint(code, info.fault).c_str());
   }
   return StatusOf(code);
 }
@@ -107,9 +108,9 @@ int main(int argc, char** argv) {
   }
   Status status = kSound;
   for (const std::string& file : options.files) status = std::max(status, Show(options, file));
-  if (std::fflush(stdout) != 0) {
-    std::perror("scaconf: standard output");
-    return kUnreadable;
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    std::fprintf(stderr, "scaconf: standard output could not be written\n");
+    status = std::max(status, kUnreadable);
   }
   return status;
 }

@@ -120,6 +120,16 @@ TEST(ConfigBytes, HostileBytesAreRefusedWithTheirPlace) {
       {"the most members", open + repeat(field, SCA_MaxConfigMembers) + close, 0, 0},
       {"a million members", open + repeat(field, 1000000) + close, SCA_ErrorDataTooLarge,
        4 + 6 * SCA_MaxConfigMembers},
+      {"a million objects",
+       open +
+           repeat("2\x01\x01"
+                  "0\x01",
+                  1000000) +
+           close,
+       SCA_ErrorDataTooLarge, 4 + 5 * SCA_MaxConfigMembers},
+      {"the most bytes", open + field + std::string(SCA_MaxConfigBytes - 12, '\x01') + close, 0, 0},
+      {"a byte more", open + field + std::string(SCA_MaxConfigBytes - 11, '\x01') + close,
+       SCA_ErrorDataTooLarge, SCA_MaxConfigBytes - 1},
       {"too many bytes", open + field + std::string(SCA_MaxConfigBytes, '\x01') + close,
        SCA_ErrorDataTooLarge, 10 + SCA_MaxConfigBytes},
   };

@@ -5,6 +5,7 @@
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -13,10 +14,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <utility>
 
+#include "platform/SCA_Crc32.h"
 #include "platform/SCA_Error.h"
 #include "tests/foundation/config_tree.h"
 #include "tests/support/TempDir.h"
@@ -111,15 +115,22 @@ TEST(ConfigFile, EachFailureHasItsCode) {
   EXPECT_EQ(LoadError(dir.Path()), static_cast<unsigned long>(EISDIR));
   EXPECT_EQ(LoadError(dir.Write("foreign", "{\"port\": 9500}")), SCA_ErrorFileForeign);
   EXPECT_EQ(LoadError(dir.Write("later", "SCA-CONFIG 2 anything")), SCA_ErrorFileNewer);
-  // A body and checksum made by another implementation.
+  // A checksum made by another implementation.
   EXPECT_EQ(LoadError(dir.Write("newer",
                                 "SCA-CONFIG 1 9001 10 6 e56627d1\n2\x01r\x01"
                                 "0\x01")),
             SCA_ErrorFileNewer);
   EXPECT_EQ(root.Load(nullptr, &error), 0);
   EXPECT_EQ(error, static_cast<unsigned long>(EINVAL));
-  EXPECT_EQ(root.Save(dir.File("f").c_str(), kType, SCA_ConfigFormatVersion + 1, &error), 0);
-  EXPECT_EQ(error, static_cast<unsigned long>(EINVAL));
+  for (const auto& [type, version] :
+       {std::pair(kType, SCA_ConfigFormatVersion + 1), {1UL << 32, 9UL}}) {
+    error = 0;
+    EXPECT_EQ(root.Save(dir.File("f").c_str(), type, version, &error), 0);
+    EXPECT_EQ(error, static_cast<unsigned long>(EINVAL));
+  }
+  root.AddField("name", dir.File("missing").c_str(), 0);
+  EXPECT_EQ(root.Load(root.GetFields().GetHead()->GetValue(), &error), 0);
+  EXPECT_EQ(error, static_cast<unsigned long>(ENOENT)) << "the file's name may stand in the object";
   EXPECT_EQ(Save(root, dir.File("none/f"), &error), 0);
   EXPECT_EQ(error, static_cast<unsigned long>(ENOENT));
   SCA_ConfigObj* object = &root;
@@ -149,6 +160,13 @@ TEST(ConfigFile, AClosedDirectoryIsNoPermission) {
   EXPECT_EQ(ReadFile(file), "content");
 }
 
+// Makes files that this process writes end at a size, as on a full disk but with another code.
+bool LimitFiles(rlim_t bytes) {
+  ::signal(SIGXFSZ, SIG_IGN);
+  const rlimit limit{bytes, bytes};
+  return ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+}
+
 // Makes every further write of this process fail as on a full disk.
 bool FillTheDisk() {
   sock_filter filter[] = {
@@ -165,16 +183,93 @@ bool FillTheDisk() {
 TEST(ConfigFile, AFullDiskLeavesTheOldFile) {
   const TempDir dir;
   const std::string file = dir.Write("file", "old");
-  EXPECT_EQ(InChild([&]() -> unsigned long {
-              SCA_ConfigObj root("root", nullptr);
-              unsigned long error = 0;
-              if (!FillTheDisk()) return 998;
-              return Save(root, file, &error) == 0 ? error : 0;
-            }),
+  SCA_ConfigObj root("root", nullptr);
+  const std::string value(20000, 'v');
+  for (int i = 0; i < 20; ++i) root.AddField("n", value.c_str(), 0);
+  const auto saveError = [&]() -> unsigned long {
+    unsigned long error = 0;
+    return Save(root, file, &error) == 0 ? error : 0;
+  };
+  EXPECT_EQ(InChild([&] { return FillTheDisk() ? saveError() : 998; }),
             static_cast<unsigned long>(ENOSPC));
-  EXPECT_EQ(ReadFile(file), "old");
+  // Whichever block of the file it is that finds no room.
+  for (const rlim_t room : {10, 1000, 100000, 390000}) {
+    EXPECT_EQ(InChild([&] { return LimitFiles(room) ? saveError() : 998; }),
+              static_cast<unsigned long>(EFBIG));
+    EXPECT_EQ(ReadFile(file), "old");
+  }
   const std::filesystem::directory_iterator begin(dir.Path());
   EXPECT_EQ(std::distance(begin, {}), 1) << "nothing is left beside it";
+}
+
+TEST(ConfigFile, FilesOfManyBlocksAreCheckedToTheirEnd) {
+  const TempDir dir;
+  SCA_ConfigObj root("root", nullptr);
+  const std::string value(1000, 'v');
+  for (int i = 0; i < 500; ++i) root.AddField("n", value.c_str(), 0);
+  unsigned long error = 0;
+  ASSERT_EQ(Save(root, dir.File("file"), &error), 1);
+  const std::string whole = ReadFile(dir.File("file"));
+  const std::size_t record = whole.find("1\x01n", 300000);
+  SCA_ConfigFileInfo info;
+  for (const std::size_t at : {record, record + 100}) {
+    std::string changed = whole;
+    changed[at] = at == record ? '?' : '\0';
+    EXPECT_EQ(LoadError(dir.Write("changed", changed), &info), SCA_ErrorFileDamaged);
+    EXPECT_EQ(info.fault.offset, at) << info.fault.text;
+    EXPECT_EQ(info.fileSize, whole.size());
+  }
+  // No more of an endless file is read than shows that it is one.
+  const std::string sparse = dir.Write("sparse", whole);
+  std::filesystem::resize_file(sparse, 1ULL << 40);
+  EXPECT_EQ(LoadError(sparse, &info), SCA_ErrorFileDamaged);
+  EXPECT_EQ(info.fault.offset, whole.size());
+  EXPECT_LT(info.fileSize, 2 * whole.size());
+}
+
+// A file whose checksum is right, whatever its content.
+std::string Sealed(const std::string& header, const std::string& body) {
+  char checksum[16];
+  std::uint32_t crc = SCA_Crc32(0, header.data(), header.size());
+  crc = SCA_Crc32(crc, body.data(), body.size());
+  std::snprintf(checksum, sizeof checksum, "%08x\n", crc);
+  return header + checksum + body;
+}
+
+TEST(ConfigFile, SoundFilesAreRefusedForWhatTheySay) {
+  const TempDir dir;
+  const std::string body =
+      "2\x01r\x01"
+      "0\x01";
+  std::string deep;
+  for (unsigned long i = 0; i <= SCA_MaxConfigDepth; ++i) deep += "2\x01r\x01";
+  for (unsigned long i = 0; i <= SCA_MaxConfigDepth; ++i) deep += "0\x01";
+  const std::string deepHeader = "SCA-CONFIG 1 1 9 " + std::to_string(deep.size()) + " ";
+  struct {
+    std::string header, body;
+    unsigned long code;
+    unsigned long long offset;
+  } const rows[] = {
+      {"SCA-CONFIG 1 9001 10 6 ", body, SCA_ErrorFileNewer, 18},
+      {"SCA-CONFIG 0 9001 9 6 ", body, SCA_ErrorFileDamaged, 11},
+      {"SCA-CONFIG 1 4294967296 9 6 ", body, SCA_ErrorFileDamaged, 13},
+      {"SCA-CONFIG 1 1 4294967296 6 ", body, SCA_ErrorFileDamaged, 15},
+      {"SCA-CONFIG 1 1 9 67108865 ", body, SCA_ErrorDataTooLarge, 15},
+      {"SCA-CONFIG 1 1 9 5 ", body, SCA_ErrorFileDamaged, 33},
+      {"SCA-CONFIG 1 1 9  6 ", body, SCA_ErrorFileDamaged, 17},
+      {deepHeader, deep, SCA_ErrorDataTooLarge, deepHeader.size() + 9 + 4 * SCA_MaxConfigDepth},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.header);
+    SCA_ConfigFileInfo info;
+    const std::string sealed = Sealed(row.header, row.body);
+    EXPECT_EQ(LoadError(dir.Write("sealed", sealed), &info), row.code) << info.fault.text;
+    EXPECT_EQ(info.fault.offset, row.offset) << info.fault.text;
+  }
+  std::string damaged = Sealed(rows[0].header, body);
+  damaged.back() = '?';
+  EXPECT_EQ(LoadError(dir.Write("both", damaged)), SCA_ErrorFileDamaged)
+      << "what is damaged may only look like a newer file";
 }
 
 // Lets a traced child go on to the entry or the exit of its next system call, `steps` times.

@@ -253,6 +253,7 @@ TEST(ConfigObj, TextsAreCutAtTheBuffer) {
   EXPECT_EQ(object.GetField("child", buffer, sizeof buffer), 0);
   EXPECT_EQ(object.GetField("absent", buffer, sizeof buffer), 0);
   EXPECT_STREQ(buffer, "????");
+  EXPECT_EQ(object.GetField("text", buffer, 0), 0);
   EXPECT_EQ(object.GetField("text", buffer, 4), 1);
   EXPECT_STREQ(buffer, "abc");
   EXPECT_EQ(object.GetField("none", buffer, 4), 1);
@@ -324,6 +325,9 @@ TEST(ConfigObj, RenamesOnlyWhatItLinks) {
   SCA_Field* out = nullptr;
   EXPECT_EQ(object.AddField("", &out, 0, 1), 0);
   EXPECT_EQ(reports.All(), Level2("SCA_ConfigObj", "SCA_ConfigObj::AddField: Invalid field name."));
+  reports.Clear();
+  EXPECT_EQ(object.AddField(nullptr, &out, 0, 1), 0);
+  EXPECT_EQ(reports.All(), Level2("SCA_ConfigObj", "SCA_ConfigObj::AddField: Invalid field name."));
   EXPECT_EQ(object.AddField(nullptr, &out, 0, 0), 0);
   EXPECT_EQ(object.AddField("text", "a\x01", 0), 0);
   EXPECT_EQ(object.AddField("taken", 2, 1), 0);
@@ -344,6 +348,10 @@ TEST(ConfigObj, AnswersForItsMembers) {
   EXPECT_EQ(root.GetDataSize(), 16U + (6 + 11) + (2 + 6 + 5) + (6 + 1 + 5));
 
   SCA_Field* field = nullptr;
+  child->AddField("4294967295", "most", 0);
+  ASSERT_EQ(child->GetFieldById(0xFFFFFFFF, &field), 1);
+  EXPECT_EQ(child->GetFields().RemoveListItem(field), 1);
+  field->Destroy();
   ASSERT_EQ(child->GetFieldById(7, &field), 1);
   char path[64] = "at ";
   field->GetPathName(path);
@@ -396,6 +404,20 @@ TEST(ConfigObj, CopiesAndComparesDeeply) {
   EXPECT_EQ(root.Compare(&copy), 0);
   EXPECT_EQ(reports.All(), Level2("SCA_Field", "Different field value"));
   EXPECT_EQ(root.SetValue("x", 1), 0) << "an object has no value";
+}
+
+TEST(ConfigObj, TakesTheContentOfOneOfItsMembers) {
+  SCA_ConfigObj root("root", nullptr);
+  root.AddField("gone", 1, 0);
+  root.AddConfigObj("child")->AddConfigObj("grandchild")->AddField("n", 7, 0);
+  EXPECT_EQ(root.TakeContent(root.GetConfigObj("child")), 1);
+  EXPECT_STREQ(root.GetName(), "child");
+  EXPECT_EQ(Names(root.GetFields()), "grandchild");
+  EXPECT_EQ(root.GetConfigObj("grandchild")->GetParent(), &root);
+  SCA_ConfigObj nameless(nullptr, nullptr);
+  EXPECT_EQ(nameless.TakeContent(root.GetConfigObj("grandchild")), 1);
+  EXPECT_EQ(nameless.IsValid(), 1);
+  EXPECT_STREQ(root.GetFields().GetHead()->GetName(), "grandchild");
 }
 
 TEST(ConfigObj, EndsHoweverDeepItIs) {

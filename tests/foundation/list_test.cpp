@@ -175,6 +175,7 @@ TEST(List, LooksUpByIdNameAndPosition) {
   EXPECT_EQ(list.GetItemPos(13), 3U);
   EXPECT_EQ(list.GetItemPos(SCA_NoItemId), 2U) << "the first node without an id";
   EXPECT_EQ(list.GetItemPos(12), SCA_NoItemId);
+  EXPECT_EQ(list.GetItemPos((1UL << 32) + 13), 3U) << "ids have 32 bits";
   EXPECT_EQ(list.GetNextItemId(10), 11U);
   EXPECT_EQ(list.GetNextItemId(13), SCA_NoItemId);
   EXPECT_EQ(list.GetPrevItemId(11), 10U);

@@ -18,7 +18,7 @@ class Scaconf : public ::testing::Test {
     root.AddConfigObj("Empty");
     SCA_ConfigObj* child = root.AddConfigObj("Child");
     child->AddField("1", "caf\xC3\xA9", 0);
-    child->AddField("1", "caf\xE9", 0);
+    child->AddField("1", "caf\xE9\x1B\xC2\x9B\xE2\x80\xAE", 0);
     unsigned long error = 0;
     EXPECT_EQ(root.Save(file_.c_str(), SCA_FileTypeReport, 9, &error), 1);
   }
@@ -39,7 +39,7 @@ TEST_F(Scaconf, ShowsAFileAsIndentedText) {
                                   "  [Empty]\n"
                                   "  [Child]\n"
                                   "    1 = caf\xC3\xA9\n"
-                                  "    1 = caf\xE9\n");
+                                  "    1 = caf\\xE9\\x1B\\xC2\\x9B\\xE2\\x80\\xAE\n");
   EXPECT_EQ(program.Error(), "");
 }
 
@@ -53,7 +53,8 @@ TEST_F(Scaconf, ShowsAFileAsJson) {
       {"name": "Empty", "members": []},
       {"name": "Child", "members": [
           {"name": "1", "value": "caf\u00e9"},
-          {"name": "1", "value": "caf\ufffd", "valueBase64": "Y2Fm6Q=="}]}]})");
+          {"name": "1", "valueBase64": "Y2Fm6RvCm+KArg==",
+           "value": "caf\ufffd\u001b\u009b\u202e"}]}]})");
   EXPECT_EQ(line["root"], expected);
 }
 
@@ -69,7 +70,7 @@ TEST_F(Scaconf, ChecksFilesAndTellsWhatIsWrong) {
       {file_, 0, ""},
       {dir_.File("missing"), 1, "No such file or directory"},
       {dir_.Write("foreign", "text"), 3,
-       "the file was not written by this program: byte 0: the file does not begin with "
+       "not a configuration file or report (.trv): byte 0: the file does not begin with "
        "\"SCA-CONFIG \""},
       {dir_.Write("cut", whole.substr(0, 60)), 4,
        "the file is damaged: byte 60: the file ends before the length that its header gives"},
