@@ -40,3 +40,11 @@ void SCA_TcpSock::SetCancelEvent(SCA_Event* cancel) {
 void SCA_TcpSock::SetIdleTimeout(unsigned long timeoutMs) {
   socket_->SetIdleTimeout(timeoutMs);
 }
+
+void SCA_TcpSock::Shutdown() {
+  socket_->Shutdown();
+}
+
+int SCA_TcpSock::IsLoopback() const {
+  return socket_->IsLoopback();
+}

@@ -1,5 +1,6 @@
-/// A TCP connection as seen by the client, and the seam by which tests replace it.
-/// Threads: one thread at a time per socket, except that any thread may set its cancel event.
+/// One end of a TCP connection.
+/// Threads: one thread at a time per socket, except that any thread may set its cancel event and call
+/// `Shutdown` while it is connected.
 #ifndef SCA_PLATFORM_SCA_TCPSOCK_H
 #define SCA_PLATFORM_SCA_TCPSOCK_H
 
@@ -54,20 +55,19 @@ class SCA_API SCA_VirtualTcpSock : public SCA_Object {
   /// @param timeoutMs  How long a receive or send may stay without progress; 0 stands for
   ///                   `SCA_SockIdleTimeoutMs`.
   virtual void SetIdleTimeout(unsigned long timeoutMs) = 0;
-};
 
-/// Makes sockets; see `SCA_SetTcpSockFactory`.
-using SCA_TcpSockFactory = SCA_VirtualTcpSock* (*)(int handle);
+  /// Ends the connection in both directions: what waits for it in another thread ends at once.
+  virtual void Shutdown() = 0;
+
+  /// @return 1 when the peer is on this machine's loopback interface, else 0.
+  virtual int IsLoopback() const = 0;
+};
 
 /// @param handle  A connected descriptor that the socket takes over, or -1 for a socket that is yet
 ///                to connect.
 /// @return The object, which the caller ends by `Destroy()`; null when it cannot be created (a
 ///         handle is then closed).
 SCA_API SCA_VirtualTcpSock* SCA_CreateTcpSock(int handle);
-
-/// Replaces what `SCA_CreateTcpSock` makes, for the tests and fuzz targets that are linked with the
-/// library's objects; null restores real sockets. Threads: set before sockets are made.
-void SCA_SetTcpSockFactory(SCA_TcpSockFactory factory);
 
 /// Owner of a socket that `SCA_CreateTcpSock(-1)` made; forwards every operation to it. Invalid
 /// when none could be made; no operation may then be called.
@@ -87,6 +87,8 @@ class SCA_API SCA_TcpSock : public SCA_VirtualTcpSock {
   int SetOption(int option, int value) override;
   void SetCancelEvent(SCA_Event* cancel) override;
   void SetIdleTimeout(unsigned long timeoutMs) override;
+  void Shutdown() override;
+  int IsLoopback() const override;
 
  private:
   SCA_Owned<SCA_VirtualTcpSock> socket_;

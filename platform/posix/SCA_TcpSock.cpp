@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_TcpSockFactory.h"
 #include "platform/posix/SCA_Posix.h"
 
 namespace {
@@ -90,6 +91,8 @@ class TcpSock final : public SCA_VirtualTcpSock {
            unsigned long* error) override;
   int SetOption(int option, int value) override;
   void SetCancelEvent(SCA_Event* cancel) override { cancel_ = cancel; }
+  void Shutdown() override;
+  int IsLoopback() const override;
   void SetIdleTimeout(unsigned long timeoutMs) override {
     idleTimeoutMs_ = timeoutMs != 0 ? timeoutMs : SCA_SockIdleTimeoutMs;
   }
@@ -279,7 +282,8 @@ int TcpSock::WaitAndRead(char* buffer, std::size_t length, unsigned long timeout
     if (*count > 0 || Held() > 0 || inputEnd_ != 0) return 1;
     if (!hasSlice && Poll(POLLIN, deadline, error) == 0) return 0;
     if (IsCancelled()) return Fail(SCA_ErrorCancelled, error);
-    hasSlice = deadline.PollTimeout(kCancelSliceMs) == kCancelSliceMs;
+    // Without a cancel event there is nothing to look at in between.
+    hasSlice = cancel_ != nullptr && deadline.PollTimeout(kCancelSliceMs) == kCancelSliceMs;
   }
 }
 
@@ -342,6 +346,25 @@ int TcpSock::SetOption(int option, int value) {
   }
   if (option != SCA_SockOptionNoDelay) return 0;
   return ::setsockopt(fd_.Get(), IPPROTO_TCP, TCP_NODELAY, &value, sizeof value) == 0 ? 1 : 0;
+}
+
+void TcpSock::Shutdown() {
+  ::shutdown(fd_.Get(), SHUT_RDWR);
+}
+
+int TcpSock::IsLoopback() const {
+  Address peer;
+  peer.length = sizeof peer.storage;
+  auto* address = reinterpret_cast<sockaddr*>(&peer.storage);
+  if (::getpeername(fd_.Get(), address, &peer.length) != 0) return 0;
+  if (address->sa_family == AF_INET) {
+    const auto& v4 = reinterpret_cast<const sockaddr_in&>(peer.storage);
+    return ntohl(v4.sin_addr.s_addr) >> 24 == IN_LOOPBACKNET ? 1 : 0;
+  }
+  if (address->sa_family != AF_INET6) return 0;
+  const in6_addr& v6 = reinterpret_cast<const sockaddr_in6&>(peer.storage).sin6_addr;
+  const bool isMapped = IN6_IS_ADDR_V4MAPPED(&v6) && v6.s6_addr[12] == IN_LOOPBACKNET;
+  return isMapped || IN6_IS_ADDR_LOOPBACK(&v6) ? 1 : 0;
 }
 
 SCA_VirtualTcpSock* CreateRealSocket(int handle) {

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_TcpSockFactory.h"
 #include "tests/client/client_harness.h"
 #include "tests/support/ScriptedServer.h"
 

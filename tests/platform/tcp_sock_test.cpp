@@ -1,4 +1,4 @@
-#include "platform/SCA_TcpSock.h"
+#include "platform/SCA_TcpSockFactory.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -190,6 +190,8 @@ class PlainSocket final : public SCA_VirtualTcpSock {
   int SetOption(int, int) override { return 0; }
   void SetCancelEvent(SCA_Event*) override {}
   void SetIdleTimeout(unsigned long timeoutMs) override { idleTimeoutMs_ = timeoutMs; }
+  void Shutdown() override {}
+  int IsLoopback() const override { return 1; }
 
  private:
   int Polls(unsigned long timeoutMs, unsigned long* error) {

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_TcpSockFactory.h"
 
 namespace {
 
@@ -70,6 +71,8 @@ class ScriptedSocket final : public SCA_VirtualTcpSock {
   }
   void SetCancelEvent(SCA_Event* cancel) override { cancel_ = cancel; }
   void SetIdleTimeout(unsigned long /*timeoutMs*/) override {}
+  void Shutdown() override {}
+  int IsLoopback() const override { return 1; }
 
  private:
   SocketScript& script_;
