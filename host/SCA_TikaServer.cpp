@@ -367,12 +367,14 @@ int SCA_TikaServer::DoProcess(unsigned long* error) {
 
 std::string SCA_TikaServer::MakeCommand(std::string* toolOptions) const {
   const SCA_LockGuard guard(texts_);
-  const std::string heap = " -Xmx" + std::to_string(GetHeapSize()) + "m";
+  const std::string heap = "-Xmx" + std::to_string(GetHeapSize()) + "m";
   // The environment reaches a JVM that the process forks, and that gets no options from it.
   *toolOptions = NotNull(std::getenv("JAVA_TOOL_OPTIONS"));
-  if (*javaOptions_ != '\0') *toolOptions += std::string(" ") + javaOptions_;
-  *toolOptions += heap;
-  return std::string("java ") + javaOptions_ + heap + " -jar \"" + fileName_ + "\" -h " +
+  for (const char* option : {static_cast<const char*>(javaOptions_), heap.c_str()}) {
+    if (!toolOptions->empty() && *option != '\0') *toolOptions += ' ';
+    *toolOptions += option;
+  }
+  return std::string("java ") + javaOptions_ + " " + heap + " -jar \"" + fileName_ + "\" -h " +
          bindAddress_ + " -port " + std::to_string(GetPortNumber());
 }
 

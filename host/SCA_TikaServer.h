@@ -32,8 +32,8 @@ struct SCA_TikaObituary {
 };
 
 /// Is told of each start and end of the Java process, on the server's worker thread and under no
-/// lock. May read the server and its log, in which nothing is added meanwhile; must not start,
-/// stop, change or destroy the server, nor throw.
+/// lock. May read the server and its log, to which nothing is added meanwhile, and ask it to stop
+/// (`RequestStop`); must not start, change, wait for or destroy it, nor throw.
 class SCA_API SCA_TikaServerObserver {
  public:
   virtual ~SCA_TikaServerObserver();
