@@ -37,9 +37,11 @@ unsigned long SCA_CutLength(const char* text, unsigned long length) {
 }
 
 void SCA_BlankControls(char* text, unsigned long length) {
-  constexpr char kDelete = 0x7F;
+  // Written so that the compiler takes many bytes at once: log messages pass through here.
   for (char* c = text; c != text + length; ++c) {
-    if ((static_cast<unsigned char>(*c) < ' ' && *c != '\t') || *c == kDelete) *c = ' ';
+    const auto byte = static_cast<unsigned char>(*c);
+    const bool isControl = (byte < 0x20 && byte != '\t') || byte == 0x7F;
+    *c = isControl ? ' ' : *c;
   }
 }
 

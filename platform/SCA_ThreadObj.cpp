@@ -10,11 +10,6 @@ namespace {
 
 constexpr char kSource[] = "SCA_ThreadObj";
 
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
-
 }  // namespace
 
 SCA_ThreadObj::SCA_ThreadObj(int /*reserved*/) {
@@ -31,16 +26,25 @@ bool SCA_ThreadObj::IsWorker() const {
 }
 
 int SCA_ThreadObj::Lock(const char* caller, unsigned long* error) {
-  if (IsWorker()) return Fail(EDEADLK, error);
+  const unsigned long code = IsWorker() ? EDEADLK : Start();
+  if (code == 0) return 1;
+  SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelDebug, "%s: cannot start a thread (ERR:%lu)",
+                                           caller, code);
+  *error = code;
+  return 0;
+}
+
+// Gives 0 or the error code.
+unsigned long SCA_ThreadObj::Start() {
   const SCA_LockGuard guard(control_);
   if (thread_.joinable()) {
-    if (!hasEnded_.load()) return Fail(EBUSY, error);
+    if (!hasEnded_.load()) return EBUSY;
     thread_.join();
   }
   if (stop_ == nullptr) stop_.reset(new (std::nothrow) SCA_Event(1, 0));
   if (stop_ == nullptr || stop_->IsValid() == 0) {
     stop_.reset();
-    return Fail(ENOMEM, error);
+    return ENOMEM;
   }
   stop_->Reset();
   published_.store(stop_.get(), std::memory_order_release);
@@ -52,15 +56,14 @@ int SCA_ThreadObj::Lock(const char* caller, unsigned long* error) {
       worker_.store(std::thread::id());
       hasEnded_.store(true);
     });
+    return 0;
   } catch (const std::system_error& failure) {
     hasEnded_.store(true);
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "%s: cannot start a thread", caller);
-    return Fail(static_cast<unsigned long>(failure.code().value()), error);
+    return static_cast<unsigned long>(failure.code().value());
   } catch (const std::bad_alloc&) {
     hasEnded_.store(true);
-    return Fail(ENOMEM, error);
+    return ENOMEM;
   }
-  return 1;
 }
 
 int SCA_ThreadObj::Unlock(const char* /*caller*/) {

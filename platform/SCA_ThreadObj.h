@@ -22,7 +22,7 @@ class SCA_API SCA_ThreadObj : public SCA_Object {
 
   /// Resets the stop event and starts the worker, which runs `ThreadFunc`. A worker that has ended
   /// by itself is joined first.
-  /// @param caller  Names the caller in reports.
+  /// @param caller  Names the caller in the report of a failure.
   /// @param error   `EBUSY` while the worker runs, `EDEADLK` on the worker itself, `EAGAIN` or
   ///                `ENOMEM` when there is no room for a thread.
   /// @return 1 or 0.
@@ -30,7 +30,7 @@ class SCA_API SCA_ThreadObj : public SCA_Object {
 
   /// Sets the stop event and waits for the end of the worker, however long it takes; the worker
   /// itself only sets the event. Does nothing when there is no worker.
-  /// @param caller  Names the caller in reports.
+  /// @param caller  As above.
   /// @return 1.
   virtual int Unlock(const char* caller);
 
@@ -44,6 +44,7 @@ class SCA_API SCA_ThreadObj : public SCA_Object {
 
  private:
   bool IsWorker() const;
+  unsigned long Start() SCA_EXCLUDES(control_);
 
   // Held while a worker is joined: whoever asks for the stop of a thread that another is stopping
   // already must not come back before it has ended. The worker never takes it.

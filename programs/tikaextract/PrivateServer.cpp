@@ -13,17 +13,16 @@
 #include <random>
 
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Process.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
 constexpr char kDefaultJar[] = "tika-server-standard-3.3.2.jar";
-constexpr std::size_t kLinesKept = 20;
-constexpr unsigned long kWatchMs = 100;    // how soon a stop is noticed
+constexpr unsigned long kLinesShown = 20;
 constexpr unsigned long kPollMs = 50;      // between two asks whether the server answers
 constexpr unsigned long kAnswerMs = 2000;  // for one ask
+constexpr unsigned long kPrintMs = 100;    // between two looks at what the server has said
 constexpr std::chrono::seconds kReadyLimit{60};
 
 // Below the range from which the system takes the ports of outgoing connections: one of those must
@@ -80,46 +79,46 @@ std::string ComplainAboutJar(const std::string& jar) {
   return {};
 }
 
-std::string DescribeExit(const SCA_ProcessExit& exit) {
-  if (exit.signal == 0) return "with exit status " + std::to_string(exit.exitCode);
-  return std::string("by signal ") + ::strsignal(exit.signal);
+std::string DescribeEnd(const SCA_TikaObituary& obituary) {
+  if (obituary.signal == 0) return "with exit status " + std::to_string(obituary.exitCode);
+  return std::string("by signal ") + ::strsignal(obituary.signal);
 }
 
 }  // namespace
 
 PrivateServer::PrivateServer(const Options& options, SCA_Event* cancel)
-    : options_(options), cancel_(cancel) {}
-
-PrivateServer::~PrivateServer() {
-  StopThread();
+    : options_(options), cancel_(cancel) {
+  server_.SetBindAddress("127.0.0.1");
+  server_.SetObserver(this);
 }
 
-void PrivateServer::StopThread() {
-  stop_.Set();
-  if (thread_.joinable()) thread_.join();
-  stop_.Reset();
+PrivateServer::~PrivateServer() {
+  server_.StopAll();
+  stopPrinting_.Set();
+  if (printer_.joinable()) printer_.join();
 }
 
 bool PrivateServer::EnsureReady(std::string* complaint) {
-  if (GetState() == State::Ended && !Launch(complaint)) return false;
+  if (server_.IsActive() == 0 && !Launch(complaint)) return false;
   const Clock::time_point limit = Clock::now() + kReadyLimit;
   while (!Answers()) {
     if (cancel_->Wait(kPollMs) != 0) return false;
-    if (GetState() == State::Ended) {
-      *complaint = Describe("");
+    if (HasFailed(complaint)) {
+      server_.StopAll();
       return false;
     }
     if (Clock::now() > limit) {
-      *complaint = Describe("the Tika server did not answer within " +
-                            std::to_string(kReadyLimit.count()) + " s");
+      server_.StopAll();
+      *complaint = "the Tika server did not answer within " + std::to_string(kReadyLimit.count()) +
+                   " s" + LastLines();
       return false;
     }
   }
+  NoteAnswer();
   return true;
 }
 
 bool PrivateServer::Launch(std::string* complaint) {
-  StopThread();
   const std::string jar = JarPath(options_);
   *complaint = ComplainAboutJar(jar);
   if (!complaint->empty()) return false;
@@ -128,71 +127,85 @@ bool PrivateServer::Launch(std::string* complaint) {
     *complaint = "no free port was found on 127.0.0.1 for the Tika server";
     return false;
   }
-  const std::string heap = "-Xmx" + std::to_string(options_.javaHeapMb) + "m";
-  const std::string command =
-      "java " + heap + " -jar \"" + jar + "\" -h 127.0.0.1 -port " + std::to_string(port_);
-  // The server forks the JVM that parses and does not hand its options on: the environment does.
-  const std::string inherited = Environment("JAVA_TOOL_OPTIONS");
-  SetState(State::Starting, "");
-  thread_ =
-      std::thread([this, command, javaOptions = inherited.empty() ? heap : inherited + " " + heap] {
-        Watch(command, javaOptions);
-      });
+  {
+    const SCA_LockGuard guard(lock_);
+    failure_.clear();
+  }
+  unsigned long error = 0;
+  if (server_.SetConfig(jar.c_str(), port_, options_.javaHeapMb, "", &error) == 0 ||
+      server_.StartProcess(&error) == 0) {
+    *complaint = "cannot start a Tika server from '" + jar + "': " + SCA_ErrorText(error);
+    return false;
+  }
+  if (options_.verbose && !printer_.joinable()) {
+    printer_ = std::thread([this] { PrintLines(); });
+  }
   return true;
 }
 
-// Runs on the thread of its own: the process dies with the thread that started it.
-void PrivateServer::Watch(const std::string& command, const std::string& javaOptions) {
-  const SCA_Owned<SCA_Process> process(SCA_CreateProcess());
-  unsigned long error = ENOMEM;
-  if (process == nullptr ||
-      process->SetEnvironment("JAVA_TOOL_OPTIONS", javaOptions.c_str()) == 0 ||
-      process->Start(command.c_str(), 0, SCA_ProcessReadOutput, &error) == 0) {
-    SetState(State::Ended, std::string("cannot start 'java': ") + SCA_ErrorText(error) +
-                               "; install a Java runtime (Debian: default-jre-headless)");
-    return;
+void PrivateServer::OnStart(unsigned long processId) {
+  if (options_.verbose) std::fprintf(stderr, "tikaextract: started java, process %lu\n", processId);
+  beforeOutput_ = server_.GetLog()->GetLastMessageId();
+  const SCA_LockGuard guard(lock_);
+  hasAnswered_ = false;
+}
+
+// A server that has worked is started again by its own rule; one that never comes up would be, a
+// thousand times.
+void PrivateServer::OnEnd(const SCA_TikaObituary& obituary) {
+  const std::string failure = "the Tika server ended " + DescribeEnd(obituary) + LastLines();
+  const SCA_LockGuard guard(lock_);
+  if (hasAnswered_ || obituary.isRequested != 0) return;
+  failure_ = failure;
+  server_.RequestStop();
+}
+
+bool PrivateServer::HasFailed(std::string* complaint) {
+  const bool isActive = server_.IsActive() != 0;
+  const SCA_LockGuard guard(lock_);
+  if (!failure_.empty()) {
+    *complaint = failure_;
+  } else if (!isActive) {
+    *complaint = std::string("cannot start 'java': ") + SCA_ErrorText(server_.GetStatusCode()) +
+                 "; install a Java runtime (Debian: default-jre-headless)";
   }
-  if (options_.verbose) std::fprintf(stderr, "tikaextract: started %s\n", command.c_str());
-  SetState(State::Running, "");
-  char line[4096];
-  unsigned long length = 0;
-  while (stop_.Wait(0) == 0) {
-    if (process->WaitForOutput(kWatchMs, 0) != 0) {
-      while (process->ReadOutputLine(line, sizeof line, &length, &error) != 0 && length > 0) {
-        AddLine(line);
-      }
-    } else if (SCA_ProcessExit exit; process->GetExit(&exit) != 0) {
-      SetState(State::Ended, "the Tika server ended " + DescribeExit(exit));
-      return;
+  return !failure_.empty() || !isActive;
+}
+
+void PrivateServer::NoteAnswer() {
+  const SCA_LockGuard guard(lock_);
+  hasAnswered_ = true;
+}
+
+// What the process printed last, between the messages of its start and the one of its end. While
+// the worker runs, for the worker alone.
+std::string PrivateServer::LastLines() {
+  std::string text;
+  const auto* node = server_.GetLog()->GetMessageList()->GetTail();
+  if (node != nullptr) node = node->GetPrev();
+  for (unsigned long i = 0; i < kLinesShown && node != nullptr; ++i, node = node->GetPrev()) {
+    if (beforeOutput_ != SCA_NoItemId && node->GetId() <= beforeOutput_) break;
+    text.insert(0, std::string("\n  ") + node->GetItem()->text);
+  }
+  return text.empty() ? text : "; its last lines:" + text;
+}
+
+// Prints what comes into the log, and what is left there at the end.
+void PrivateServer::PrintLines() {
+  unsigned long printed = SCA_NoItemId;
+  for (bool isLast = false; !isLast;) {
+    isLast = stopPrinting_.Wait(kPrintMs) != 0;
+    SCA_ConfigObj messages("Log", nullptr);
+    server_.GetLog()->Serialize(&messages, SCA_NoItemId, printed);
+    const SCA_Field* field = messages.GetFields().GetHead();
+    for (; field != nullptr; field = field->GetNext()) {
+      // Level, date and time stand before the text.
+      std::string text = field->GetValue();
+      for (int word = 0; word < 3; ++word) text.erase(0, text.find(' ') + 1);
+      std::fprintf(stderr, "tika: %s\n", text.c_str());
+      printed = std::strtoul(field->GetName(), nullptr, 10);
     }
   }
-}
-
-void PrivateServer::AddLine(const char* line) {
-  if (options_.verbose) std::fprintf(stderr, "tika: %s\n", line);
-  const SCA_LockGuard guard(lock_);
-  lines_.emplace_back(line);
-  if (lines_.size() > kLinesKept) lines_.pop_front();
-}
-
-void PrivateServer::SetState(State state, const std::string& cause) {
-  const SCA_LockGuard guard(lock_);
-  state_ = state;
-  cause_ = cause;
-  if (state == State::Starting) lines_.clear();
-}
-
-PrivateServer::State PrivateServer::GetState() {
-  const SCA_LockGuard guard(lock_);
-  return state_;
-}
-
-std::string PrivateServer::Describe(const std::string& what) {
-  const SCA_LockGuard guard(lock_);
-  std::string text = what.empty() ? cause_ : what;
-  if (!lines_.empty()) text += "; its last lines:";
-  for (const std::string& line : lines_) text += "\n  " + line;
-  return text;
 }
 
 bool PrivateServer::Answers() {

@@ -2,23 +2,24 @@
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_PRIVATESERVER_H
 #define SCA_PROGRAMS_TIKAEXTRACT_PRIVATESERVER_H
 
-#include <deque>
 #include <string>
 #include <thread>
 
 #include "client/SCA_TikaClient.h"
+#include "host/SCA_TikaServer.h"
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_Sync.h"
 #include "programs/tikaextract/Options.h"
 
-/// Starts the server, waits until it answers, reads what it prints and stops it with all its
-/// processes, whatever ends the run.
-/// Threads: used by one thread; a thread of its own starts and watches the process.
-class PrivateServer {
+/// Starts the server, waits until it answers, starts it again when it dies, and stops it with all
+/// its processes, whatever ends the run.
+/// Threads: used by one thread. The server's worker calls the observer's operations; with
+/// `--verbose` a thread of its own prints what the server says.
+class PrivateServer : private SCA_TikaServerObserver {
  public:
   /// @param cancel  Ends the waits; not owned.
   PrivateServer(const Options& options, SCA_Event* cancel);
-  ~PrivateServer();
+  ~PrivateServer() override;
   PrivateServer(const PrivateServer&) = delete;
   PrivateServer& operator=(const PrivateServer&) = delete;
 
@@ -31,27 +32,29 @@ class PrivateServer {
   unsigned short Port() const { return port_; }
 
  private:
-  enum class State { Starting, Running, Ended };
+  void OnStart(unsigned long processId) override SCA_EXCLUDES(lock_);
+  void OnEnd(const SCA_TikaObituary& obituary) override SCA_EXCLUDES(lock_);
 
-  bool Launch(std::string* complaint);
-  void StopThread();
-  void Watch(const std::string& command, const std::string& javaOptions);
-  void AddLine(const char* line) SCA_EXCLUDES(lock_);
-  void SetState(State state, const std::string& cause) SCA_EXCLUDES(lock_);
-  State GetState() SCA_EXCLUDES(lock_);
-  std::string Describe(const std::string& what) SCA_EXCLUDES(lock_);
+  bool Launch(std::string* complaint) SCA_EXCLUDES(lock_);
+  bool HasFailed(std::string* complaint) SCA_EXCLUDES(lock_);
+  void NoteAnswer() SCA_EXCLUDES(lock_);
+  std::string LastLines();
+  void PrintLines();
   bool Answers();
 
   const Options& options_;
   SCA_Event* const cancel_;
   unsigned short port_ = 0;
-  SCA_Event stop_{1, 0};
-  std::thread thread_;
 
   SCA_Lock lock_;
-  State state_ SCA_GUARDED_BY(lock_) = State::Ended;
-  std::string cause_ SCA_GUARDED_BY(lock_);  // why it ended
-  std::deque<std::string> lines_ SCA_GUARDED_BY(lock_);
+  bool hasAnswered_ SCA_GUARDED_BY(lock_) = false;  // the process that runs
+  std::string failure_ SCA_GUARDED_BY(lock_);       // of one that ended without an answer
+
+  unsigned long beforeOutput_ = SCA_NoItemId;  // last message before the output; the worker's
+  SCA_TikaConfigUser config_{nullptr, nullptr};
+  SCA_TikaServer server_{&config_};
+  SCA_Event stopPrinting_{1, 0};
+  std::thread printer_;
 };
 
 #endif  // SCA_PROGRAMS_TIKAEXTRACT_PRIVATESERVER_H

@@ -1,0 +1,21 @@
+#include "host/SCA_PathField.h"
+
+#include "platform/SCA_Report.h"
+
+int SCA_SetPathField(char* field, unsigned long size, const char* value,
+                     const SCA_Reporter& reporter) {
+  if (SCA_CopyText(field, size, value, SCA_TextFit::Refuse) != 0) return 1;
+  SCA_GetReportFunction(reporter.source, __LINE__)(
+      SCA_LevelError, "%s: refused a value of more than %lu bytes - %s", reporter.operation,
+      size - 1, value);
+  return 0;
+}
+
+int SCA_ReadPathField(const SCA_ConfigObj& object, const char* name, char* field,
+                      unsigned long size, const SCA_Reporter& reporter) {
+  SCA_Field* member = nullptr;
+  if (object.GetFieldByName(name, &member) == 0 || member->GetType() != SCA_FieldTypePlain) {
+    return 1;
+  }
+  return SCA_SetPathField(field, size, member->GetValue(), reporter);
+}

@@ -1,0 +1,616 @@
+#include "host/SCA_TikaServer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/SCA_Error.h"
+#include "platform/SCA_Path.h"
+#include "platform/SCA_Process.h"
+#include "platform/SCA_Report.h"
+#include "platform/SCA_Text.h"
+#include "platform/SCA_Time.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr char kSource[] = "SCA_TikaServer";
+constexpr unsigned long kLogCapacity = 500;
+constexpr unsigned long kMaxErrors = 1000;  // unexpected ends that are made good
+constexpr unsigned long kOutputPassMs = 42;
+constexpr int kOutputPassLines = 1000;
+constexpr unsigned long kStopWaitMs = 100;
+// For what a process left in the pipe: one that escaped from the group may go on writing.
+constexpr std::chrono::milliseconds kDrainLimit{1000};
+constexpr std::size_t kLineSize = 260;
+
+struct Status {
+  unsigned long value;
+  const char* text;
+  const char* icon;
+};
+
+constexpr char kIdleIcon[] = ":/images/idle_16px.png";
+constexpr Status kStatuses[] = {
+    {SCA_ServerError, "Error", ":/images/error_16px.png"},
+    {SCA_ServerInactive, "Inactive", kIdleIcon},
+    {SCA_ServerIdle, "Idle", kIdleIcon},
+    {SCA_ServerActive, "Active", ":/images/ready_16px.png"},
+    {SCA_ServerPending, "Pending", kIdleIcon},
+};
+constexpr Status kUnknownStatus = {0, "Unknown", kIdleIcon};
+
+const Status& StatusOf(unsigned long value) {
+  for (const Status& status : kStatuses) {
+    if (status.value == value) return status;
+  }
+  return kUnknownStatus;
+}
+
+struct LevelWord {
+  const char* word;
+  unsigned long level;
+};
+
+constexpr LevelWord kLevelWords[] = {{"INFO", SCA_LevelInfo},
+                                     {"WARN", SCA_LevelWarning},
+                                     {"WARNING:", SCA_LevelWarning},
+                                     {"ERROR", SCA_LevelError}};
+
+// The level that the first word tells; 0 when there is no word.
+unsigned long LevelOf(const char* line) {
+  char word[kLineSize];
+  unsigned long position = 0;
+  if (SCA_GetToken1(line, &position, word, sizeof word) == 0) return 0;
+  for (const LevelWord& entry : kLevelWords) {
+    if (std::strcmp(word, entry.word) == 0) return entry.level;
+  }
+  return SCA_LevelInfo;
+}
+
+const char* NotNull(const char* text) {
+  return text != nullptr ? text : "";
+}
+
+bool HasControls(const char* text) {
+  return std::any_of(text, text + std::strlen(text), [](char c) {
+    return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F;
+  });
+}
+
+// The code with which a text is refused, or 0.
+unsigned long RefuseFileName(const char* fileName) {
+  if (std::strlen(fileName) >= SCA_MaxPath) return ENAMETOOLONG;
+  const bool isFit = std::strpbrk(fileName, "\"\t") == nullptr && !HasControls(fileName);
+  return isFit ? 0 : SCA_ErrorInvalidData;
+}
+
+unsigned long RefuseJavaOptions(const char* options, std::size_t size) {
+  return std::strlen(options) < size && !HasControls(options) ? 0 : SCA_ErrorInvalidData;
+}
+
+int ReportRefusal(const char* operation, unsigned long code) {
+  SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "%s: %s", operation,
+                                           SCA_ErrorText(code));
+  return 0;
+}
+
+int Fail(unsigned long code, unsigned long* error) {
+  *error = code;
+  return 0;
+}
+
+unsigned long long MsSince(Clock::time_point begin) {
+  return static_cast<unsigned long long>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count());
+}
+
+std::string DescribeExit(const SCA_ProcessExit& exit) {
+  if (exit.signal == 0) return "with exit code " + std::to_string(exit.exitCode);
+  const char* name = ::sigdescr_np(exit.signal);
+  return "by signal " + std::to_string(exit.signal) + " (" + (name != nullptr ? name : "unknown") +
+         ")";
+}
+
+}  // namespace
+
+SCA_TikaServerObserver::~SCA_TikaServerObserver() = default;
+
+// One life of the Java process.
+struct SCA_TikaServer::Run {
+  SCA_Owned<SCA_Process> process{SCA_CreateProcess()};
+  std::string command;
+  std::string toolOptions;
+  Clock::time_point begin;
+  unsigned long processId = 0;
+  unsigned long long memoryUsage = 0;
+  char cause[sizeof SCA_TikaServer::restartCause_] = "";
+  unsigned long lineLevel = SCA_LevelInfo;  // of the line whose pieces come
+  bool isInLine = false;
+};
+
+// What an operation that holds a lock has to report once it has left it.
+struct SCA_TikaServer::Complaint {
+  unsigned long code = 0;
+  std::string text;
+
+  int Set(unsigned long newCode, std::string newText) {
+    code = newCode;
+    text = std::move(newText);
+    return 0;
+  }
+};
+
+SCA_TikaServer::SCA_TikaServer(SCA_TikaConfigUser* config)
+    : SCA_ThreadObj(0), offline_(config == nullptr ? 1 : 0), log_(config, kLogCapacity, 0) {
+  SetValid(1);
+}
+
+SCA_TikaServer::~SCA_TikaServer() {
+  StopAll();
+  // A worker that ended by itself, or that was started past `StartProcess`.
+  SCA_TikaServer::Unlock(kSource);
+}
+
+// Configuration
+
+int SCA_TikaServer::CheckConfig(const char* fileName, unsigned short port, unsigned long heapSize,
+                                const char* javaOptions) const {
+  const SCA_LockGuard guard(texts_);
+  return port == GetPortNumber() && heapSize == GetHeapSize() &&
+                 std::strcmp(NotNull(fileName), fileName_) == 0 &&
+                 std::strcmp(NotNull(javaOptions), javaOptions_) == 0
+             ? 1
+             : 0;
+}
+
+int SCA_TikaServer::SetConfig(const char* fileName, unsigned short port, unsigned long heapSize,
+                              const char* javaOptions, unsigned long* error) {
+  fileName = NotNull(fileName);
+  javaOptions = NotNull(javaOptions);
+  unsigned long code = RefuseFileName(fileName);
+  if (code == 0) code = RefuseJavaOptions(javaOptions, sizeof javaOptions_);
+  if (code == 0 && heapSize > UINT32_MAX) code = SCA_ErrorInvalidData;
+  if (code != 0) return Fail(code, error);
+  const SCA_LockGuard order(control_);
+  const SCA_LockGuard guard(texts_);
+  SCA_CopyText(fileName_, fileName, SCA_TextFit::Refuse);
+  SCA_CopyText(javaOptions_, javaOptions, SCA_TextFit::Refuse);
+  SetPortNumber(port);
+  SetHeapSize(heapSize);
+  return 1;
+}
+
+int SCA_TikaServer::SetFileName(const char* fileName) {
+  if (const unsigned long code = RefuseFileName(NotNull(fileName)); code != 0) {
+    return ReportRefusal("SCA_TikaServer::SetFileName", code);
+  }
+  const SCA_LockGuard order(control_);
+  StoreFileName(fileName);
+  return 1;
+}
+
+void SCA_TikaServer::StoreFileName(const char* fileName) {
+  const SCA_LockGuard guard(texts_);
+  SCA_CopyText(fileName_, fileName, SCA_TextFit::Refuse);
+}
+
+int SCA_TikaServer::SetJavaOptions(const char* options) {
+  options = NotNull(options);
+  if (const unsigned long code = RefuseJavaOptions(options, sizeof javaOptions_); code != 0) {
+    return ReportRefusal("SCA_TikaServer::SetJavaOptions", code);
+  }
+  const SCA_LockGuard order(control_);
+  const SCA_LockGuard guard(texts_);
+  return SCA_CopyText(javaOptions_, options, SCA_TextFit::Refuse);
+}
+
+int SCA_TikaServer::SetBindAddress(const char* address) {
+  address = NotNull(address);
+  if (*address == '\0' || std::strpbrk(address, " \t\"") != nullptr || HasControls(address) ||
+      std::strlen(address) >= sizeof bindAddress_) {
+    return ReportRefusal("SCA_TikaServer::SetBindAddress", SCA_ErrorInvalidData);
+  }
+  const SCA_LockGuard order(control_);
+  const SCA_LockGuard guard(texts_);
+  return SCA_CopyText(bindAddress_, address, SCA_TextFit::Refuse);
+}
+
+// Starting and stopping
+
+void SCA_TikaServer::ClearFigures() {
+  for (auto* figure :
+       {&startTime_, &upTime_, &readIops_, &writeIops_, &readData_, &writeData_, &memoryUsage_}) {
+    figure->Set(0);
+  }
+  sessionId_.Set(0);
+  tikaErrors_.Set(0);
+}
+
+// Makes a relative name that is not there the full path beside the host's program.
+int SCA_TikaServer::FindJar(Complaint* complaint) {
+  char fileName[SCA_MaxPath];
+  {
+    const SCA_LockGuard guard(texts_);
+    SCA_CopyText(fileName, fileName_, SCA_TextFit::Cut);
+  }
+  if (SCA_FileExists(fileName) != 0) return 1;
+  const std::string operation = "SCA_TikaServer::StartProcess: ";
+  const auto isMissing = [&](const char* path) {
+    return complaint->Set(SCA_ErrorNoJar,
+                          operation + "Tika server JAR file does not exist - " + path);
+  };
+  if (SCA_IsAbsolutePath(fileName) != 0) return isMissing(fileName);
+  char program[SCA_MaxPath];
+  char directory[SCA_MaxPath];
+  char path[SCA_MaxPath];
+  unsigned long code = ENAMETOOLONG;
+  if (SCA_GetExeFileName(program, sizeof program, &code) == 0 ||
+      SCA_GetDirName(program, directory, sizeof directory) == 0) {
+    SetStatusCode(code);
+    return complaint->Set(
+        code, operation + "Cannot get EXE file name (ERR:" + std::to_string(code) + ")");
+  }
+  if (SCA_FormatPath(path, sizeof path, "%s\\%s", directory, fileName) == 0) {
+    return complaint->Set(ENAMETOOLONG,
+                          operation + "Tika server JAR file path is too long - " + fileName);
+  }
+  if (SCA_FileExists(path) == 0) return isMissing(path);
+  StoreFileName(path);
+  return 1;
+}
+
+int SCA_TikaServer::StartWorker(Complaint* complaint) {
+  if (IsActive() != 0) {
+    return complaint->Set(SCA_ErrorAlreadyActive,
+                          "SCA_TikaServer::StartProcess: the server is already active");
+  }
+  if (offline_ != 0) {
+    return complaint->Set(SCA_ErrorInvalidData,
+                          "SCA_TikaServer::StartProcess: an offline copy cannot be started");
+  }
+  // A worker that has given up may still be on its way out.
+  Unlock(kSource);
+  ClearFigures();
+  if (FindJar(complaint) == 0) {
+    SetProcessStatus(SCA_ServerError);
+    return 0;
+  }
+  SetProcessStatus(SCA_ServerActive);
+  unsigned long code = 0;
+  if (Lock("SCA_TikaServer::StartProcess", &code) != 0) return 1;
+  SetStatusCode(code);
+  SetProcessStatus(SCA_ServerError);
+  return complaint->Set(code, "");
+}
+
+int SCA_TikaServer::StartProcess(unsigned long* error) {
+  Complaint complaint;
+  int isStarted = 0;
+  {
+    const SCA_LockGuard order(control_);
+    isStarted = StartWorker(&complaint);
+  }
+  if (isStarted != 0) return 1;
+  if (!complaint.text.empty()) {
+    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "%s", complaint.text.c_str());
+  }
+  return Fail(complaint.code, error);
+}
+
+int SCA_TikaServer::StopAll() {
+  if (offline_ != 0) return 1;
+  {
+    const SCA_LockGuard order(control_);
+    if (IsActive() == 0) return 1;
+    Unlock(kSource);
+    // The worker has had the last word: one that gave up meanwhile has left an error.
+    if (GetProcessStatus() == SCA_ServerError) return 1;
+    SetProcessStatus(SCA_ServerInactive);
+  }
+  SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelInfo, "Tika server %lu deactivated.",
+                                           GetServerId());
+  return 1;
+}
+
+void SCA_TikaServer::RequestStop() {
+  if (SCA_Event* stop = GetStopEvent(); stop != nullptr) stop->Set();
+}
+
+int SCA_TikaServer::RequestRestart(const char* cause) {
+  if (IsActive() == 0) return 0;
+  const SCA_LockGuard guard(texts_);
+  SCA_CopyText(restartCause_, cause, SCA_TextFit::Cut);
+  isRestartRequested_ = true;
+  return 1;
+}
+
+// The worker
+
+unsigned long SCA_TikaServer::ThreadFunc() {
+  for (;;) {
+    unsigned long code = SCA_ErrorCancelled;
+    // Looked at before each start: neither a start that fails at once nor a process that dies at
+    // once ever gets to the wait below.
+    if (GetStopEvent()->Wait(0) == 0) DoProcess(&code);
+    if (code == SCA_ErrorCancelled) {
+      SetProcessStatus(SCA_ServerInactive);
+      return 1;
+    }
+    if (code == SCA_ErrorProcessEnded) tikaErrors_.Add(1);
+    if (code == SCA_ErrorNotStarted || GetTikaErrors() > kMaxErrors) {
+      SetProcessStatus(SCA_ServerError);
+      return 0;
+    }
+    sessionId_.Add(1);
+  }
+}
+
+int SCA_TikaServer::DoProcess(unsigned long* error) {
+  Run run;
+  run.command = MakeCommand(&run.toolOptions);
+  if (OpenTikaLogSession(run.command.c_str(), error) == 0) return 0;
+  if (const unsigned long code = StartJava(&run); code != 0) {
+    SetStatusCode(code);
+    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
+                                             "Cannot start Tika server %lu (ERR:%lu) - '%s'",
+                                             GetServerId(), code, run.command.c_str());
+    log_.AddMessage(this, SCA_LevelError, "Cannot start the Tika process: %s", SCA_ErrorText(code));
+    return Fail(SCA_ErrorNotStarted, error);
+  }
+  return Fail(WatchJava(&run), error);
+}
+
+std::string SCA_TikaServer::MakeCommand(std::string* toolOptions) const {
+  const SCA_LockGuard guard(texts_);
+  const std::string heap = "-Xmx" + std::to_string(GetHeapSize()) + "m";
+  // The environment reaches a JVM that the process forks, and that gets no options from it.
+  *toolOptions = NotNull(std::getenv("JAVA_TOOL_OPTIONS"));
+  for (const char* option : {static_cast<const char*>(javaOptions_), heap.c_str()}) {
+    if (!toolOptions->empty() && *option != '\0') *toolOptions += ' ';
+    *toolOptions += option;
+  }
+  return std::string("java ") + javaOptions_ + " " + heap + " -jar \"" + fileName_ + "\" -h " +
+         bindAddress_ + " -port " + std::to_string(GetPortNumber());
+}
+
+int SCA_TikaServer::OpenTikaLogSession(const char* command, unsigned long* error) {
+  const std::string rule(std::strlen(command), '-');
+  return log_.AddMessage(this, SCA_LevelInfo, "%s", rule.c_str()) != 0 &&
+                 log_.AddMessage(this, SCA_LevelInfo, "Tika Command: %s", command) != 0 &&
+                 log_.AddMessage(this, SCA_LevelInfo, "%s", rule.c_str()) != 0
+             ? 1
+             : Fail(SCA_ErrorCannotCreate, error);
+}
+
+// Gives 0 or the error code.
+unsigned long SCA_TikaServer::StartJava(Run* run) {
+  unsigned long code = ENOMEM;
+  if (run->process == nullptr ||
+      run->process->SetEnvironment("JAVA_TOOL_OPTIONS", run->toolOptions.c_str()) == 0) {
+    return code;
+  }
+  {
+    // A restart that was asked of the process before this one has been had.
+    const SCA_LockGuard guard(texts_);
+    isRestartRequested_ = false;
+  }
+  if (run->process->Start(run->command.c_str(), 0, SCA_ProcessReadOutput, &code) == 0) return code;
+  run->begin = Clock::now();
+  run->processId = run->process->GetProcessId();
+  SetStartTime(SCA_GetAbsTime());
+  processId_.Set(static_cast<std::uint32_t>(run->processId));
+  SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelInfo,
+                                           "Tika server %lu started on port - %d (PID:%lu)",
+                                           GetServerId(), GetPortNumber(), run->processId);
+  char options[sizeof javaOptions_];
+  {
+    const SCA_LockGuard guard(texts_);
+    SCA_CopyText(options, javaOptions_, SCA_TextFit::Cut);
+  }
+  if (*options != '\0') {
+    SCA_GetReportFunction(kSource, __LINE__)(
+        SCA_LevelInfo, "Tika server %lu custom Java options: %s", GetServerId(), options);
+  }
+  if (observer_ != nullptr) observer_->OnStart(run->processId);
+  return 0;
+}
+
+// Gives the reason for the end.
+unsigned long SCA_TikaServer::WatchJava(Run* run) {
+  for (;;) {
+    ReadOutput(run, kOutputPassMs);
+    // The process tells whether it lives, not its output, which it may close or leave to others.
+    if (run->process->IsRunning() == 0 || IsRestartRequested(run)) {
+      EndJava(run, false);
+      SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "Tika server %lu stopped - '%s'",
+                                               GetServerId(), run->command.c_str());
+      return SCA_ErrorProcessEnded;
+    }
+    const unsigned long long now = SCA_GetAbsTime();
+    const unsigned long long start = std::min(GetStartTime(), now);  // the clock may be set back
+    SetUpTime(now / SCA_AbsTimePerMs - start / SCA_AbsTimePerMs);
+    Sample(run);
+    if (GetStopEvent()->Wait(kStopWaitMs) != 0) {
+      EndJava(run, true);
+      return SCA_ErrorCancelled;
+    }
+  }
+}
+
+// One pass: bounded, so that a flood keeps the worker neither from a stop nor from the figures.
+void SCA_TikaServer::ReadOutput(Run* run, unsigned long timeoutMs) {
+  const Clock::time_point begin = Clock::now();
+  unsigned long long passed = 0;
+  for (int lines = 0; lines < kOutputPassLines && passed < timeoutMs; ++lines) {
+    if (run->process->WaitForOutput(timeoutMs - static_cast<unsigned long>(passed), 0) == 0) return;
+    char line[kLineSize];
+    unsigned long length = 0;
+    unsigned long error = 0;
+    if (run->process->ReadOutputLine(line, sizeof line, &length, &error) == 0 || length == 0) {
+      return;
+    }
+    AddOutput(run, line, length);
+    passed = MsSince(begin);
+  }
+}
+
+void SCA_TikaServer::AddOutput(Run* run, char* line, unsigned long length) {
+  std::replace(line, line + length, '\0', ' ');
+  const bool isFirst = !run->isInLine;
+  run->isInLine = run->process->IsLineContinued() != 0;
+  if (isFirst && !run->isInLine) {
+    unsigned long ignored = 0;
+    AddLogMessage(line, length, &ignored);
+    return;
+  }
+  // A piece of a long line: words inside it say nothing of its level, and its blanks belong to it.
+  if (isFirst) run->lineLevel = std::max(LevelOf(line), SCA_LevelInfo);
+  log_.AddMessage(this, run->lineLevel, "%s", line);
+}
+
+int SCA_TikaServer::AddLogMessage(const char* line, unsigned long /*length*/,
+                                  unsigned long* error) {
+  if (line == nullptr || *line == '\0') return 1;
+  const unsigned long level = LevelOf(line);
+  if (level == 0) return Fail(SCA_ErrorInvalidData, error);
+  return log_.AddMessage(this, level, "%s", line) != 0 ? 1 : Fail(SCA_ErrorCannotCreate, error);
+}
+
+void SCA_TikaServer::Sample(Run* run) {
+  SCA_ProcessFigures figures;
+  if (run->process->GetFigures(&figures) == 0) return;
+  run->memoryUsage = figures.workingSetSize;
+  SetMemoryUsage(figures.workingSetSize);
+  SetReadIOPS(static_cast<std::uint32_t>(figures.readOperationCount));
+  SetWriteIOPS(static_cast<std::uint32_t>(figures.writeOperationCount));
+  SetReadData(figures.readTransferCount);
+  SetWriteData(figures.writeTransferCount);
+}
+
+bool SCA_TikaServer::IsRestartRequested(Run* run) {
+  const SCA_LockGuard guard(texts_);
+  if (!isRestartRequested_) return false;
+  isRestartRequested_ = false;
+  SCA_CopyText(run->cause, restartCause_, SCA_TextFit::Cut);
+  return true;
+}
+
+// Ends the process if it runs, and whatever is left of its group; what it said last is read.
+void SCA_TikaServer::EndJava(Run* run, bool isRequested) {
+  Clock::time_point begin = Clock::now();
+  if (run->process->IsRunning() != 0) run->process->Terminate();
+  while (run->process->IsRunning() != 0 && MsSince(begin) < SCA_ProcessStopGraceMs) {
+    ReadOutput(run, kOutputPassMs);
+  }
+  run->process->Stop(0);
+  begin = Clock::now();
+  while (run->process->WaitForOutput(0, 0) != 0 && Clock::now() - begin < kDrainLimit) {
+    ReadOutput(run, kOutputPassMs);
+  }
+  processId_.Set(0);
+  WriteObituary(*run, isRequested);
+}
+
+void SCA_TikaServer::WriteObituary(const Run& run, bool isRequested) {
+  SCA_ProcessExit exit;
+  run.process->GetExit(&exit);
+  SCA_TikaObituary obituary;
+  obituary.serverId = GetServerId();
+  obituary.processId = run.processId;
+  obituary.exitCode = exit.exitCode;
+  obituary.signal = exit.signal;
+  obituary.runTimeMs = MsSince(run.begin);
+  obituary.memoryUsage = run.memoryUsage;
+  obituary.isRequested = isRequested ? 1 : 0;
+  obituary.cause = run.cause;
+  char text[sizeof tagSCA_ERROR_DESCR::text];
+  char memory[32] = "memory unknown";
+  if (run.memoryUsage != 0) {
+    std::snprintf(memory, sizeof memory, "memory %llu KiB", run.memoryUsage >> 10);
+  }
+  std::snprintf(text, sizeof text, "Tika process %lu ended %s after %llu.%03llu s, %s%s%s",
+                run.processId, DescribeExit(exit).c_str(), obituary.runTimeMs / 1000,
+                obituary.runTimeMs % 1000, memory,
+                isRequested ? ", stopped on request" : (*run.cause != '\0' ? ", restarted: " : ""),
+                isRequested ? "" : run.cause);
+  obituary.text = text;
+  log_.AddMessage(this, isRequested ? SCA_LevelInfo : SCA_LevelError, "%s", text);
+  if (observer_ != nullptr) observer_->OnEnd(obituary);
+}
+
+// Fields
+
+int SCA_TikaServer::Serialize(SCA_ConfigObj* object) const {
+  if (object == nullptr) return 0;
+  char fileName[SCA_MaxPath];
+  char javaOptions[sizeof javaOptions_];
+  {
+    const SCA_LockGuard guard(texts_);
+    SCA_CopyText(fileName, fileName_, SCA_TextFit::Cut);
+    SCA_CopyText(javaOptions, javaOptions_, SCA_TextFit::Cut);
+  }
+  return object->AddField("ServerId", GetServerId(), 0) != 0 &&
+                 object->AddField("SessionId", GetSessionId(), 0) != 0 &&
+                 object->AddField("FileName", fileName, 0) != 0 &&
+                 object->AddField("PortNumber", GetPortNumber(), 0) != 0 &&
+                 object->AddField("HeapSize", GetHeapSize(), 0) != 0 &&
+                 object->AddField("JavaOptions", javaOptions, 0) != 0 &&
+                 object->AddField("ProcessStatus", GetProcessStatus(), 0) != 0 &&
+                 object->AddField("StatusCode", GetStatusCode(), 0) != 0 &&
+                 object->AddField("StartTime", GetStartTime(), 0) != 0 &&
+                 object->AddField("UpTime", GetUpTime(), 0) != 0 &&
+                 object->AddField("ReadIOPS", GetReadIOPS(), 0) != 0 &&
+                 object->AddField("WriteIOPS", GetWriteIOPS(), 0) != 0 &&
+                 object->AddField("ReadData", GetReadData(), 0) != 0 &&
+                 object->AddField("WriteData", GetWriteData(), 0) != 0 &&
+                 object->AddField("MemoryUsage", GetMemoryUsage(), 0) != 0 &&
+                 object->AddField("TikaErrors", GetTikaErrors(), 0) != 0
+             ? 1
+             : 0;
+}
+
+int SCA_TikaServer::Deserialize(const SCA_ConfigObj* object) {
+  if (object == nullptr) return 0;
+  const auto read = [object](const char* name, auto* field) {
+    auto value = field->Get();
+    if (object->GetField(name, &value) != 0) field->Set(value);
+  };
+  read("ServerId", &serverId_);
+  read("SessionId", &sessionId_);
+  read("PortNumber", &portNumber_);
+  read("HeapSize", &heapSize_);
+  read("ProcessStatus", &processStatus_);
+  read("StatusCode", &statusCode_);
+  read("StartTime", &startTime_);
+  read("UpTime", &upTime_);
+  read("ReadIOPS", &readIops_);
+  read("WriteIOPS", &writeIops_);
+  read("ReadData", &readData_);
+  read("WriteData", &writeData_);
+  read("MemoryUsage", &memoryUsage_);
+  read("TikaErrors", &tikaErrors_);
+  constexpr unsigned long kCarriedText = 260;
+  const SCA_LockGuard order(control_);
+  const SCA_LockGuard guard(texts_);
+  object->GetField("FileName", fileName_, kCarriedText);
+  object->GetField("JavaOptions", javaOptions_, kCarriedText);
+  return 1;
+}
+
+int SCA_TikaServer::SetContent(const SCA_TikaServer* source) {
+  SCA_ConfigObj object("Server", nullptr);
+  return source != nullptr && source->Serialize(&object) != 0 ? Deserialize(&object) : 0;
+}
+
+const char* SCA_TikaServer::GetStatusString() const {
+  return StatusOf(GetProcessStatus()).text;
+}
+
+const char* SCA_TikaServer::GetStatusIcon() const {
+  return StatusOf(GetProcessStatus()).icon;
+}

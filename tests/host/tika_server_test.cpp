@@ -1,0 +1,574 @@
+#include "host/SCA_TikaServer.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <thread>
+
+#include "foundation/SCA_ConfigBytes.h"
+#include "host/SCA_TikaServerList.h"
+#include "platform/SCA_Error.h"
+#include "platform/SCA_Process.h"
+#include "tests/support/Environment.h"
+#include "tests/support/ReportCapture.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/Timing.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Texts = std::vector<std::string>;
+
+constexpr std::size_t kHeaderLines = 3;  // of a session in the log
+
+void Write(const std::string& text) {
+  for (std::size_t done = 0; done < text.size();) {
+    const ssize_t count = ::write(STDERR_FILENO, text.data() + done, text.size() - done);
+    if (count > 0) done += static_cast<std::size_t>(count);
+  }
+}
+
+[[noreturn]] void WaitForEver() {
+  for (;;) ::pause();
+}
+
+// Ends in something, so that blanks at the end of a piece are missed.
+std::string LongLine() {
+  return "ERROR " + std::string(2000, 'x') + std::string(1000, ' ') + std::string(6993, 'y') + "z";
+}
+
+int PlayJava(const std::string& part, char** words) {
+  if (part == "words") {
+    for (char** word = words; *word != nullptr; ++word) Write("[" + std::string(*word) + "]");
+    Write("\n" + std::string(::getenv("JAVA_TOOL_OPTIONS")) + "\n");
+  }
+  if (part == "lines") {
+    Write("INFO  [main] %s %d\nWARN a\nWARNING: b\nWarning: c\nERROR: d\nERROR\n\tat e\n   \n\n" +
+          std::string("f\x01g\0h\r\n", 7) + LongLine() + "\nINFO i\n");
+  }
+  if (part == "dies") {
+    Write("last\nwords");
+    return 3;
+  }
+  if (part == "stubborn") std::signal(SIGTERM, SIG_IGN);
+  if (part == "heir") {
+    std::signal(SIGTERM, SIG_IGN);
+    const pid_t heir = ::fork();
+    if (heir != 0) {
+      Write("heir " + std::to_string(heir) + "\n");
+      return 0;
+    }
+    ::alarm(60);  // should the test fail
+    for (;;) Write("the heir talks on\n");
+  }
+  while (part == "flood") Write("INFO flood of the longest possible duration\n");
+  Write("ready\n");
+  if (part == "mute") {
+    ::close(STDOUT_FILENO);
+    ::close(STDERR_FILENO);
+  }
+  WaitForEver();
+}
+
+// A host whose server runs until the host is killed.
+[[noreturn]] void PlayHost(const char* jar) {
+  SCA_TikaConfigUser config(nullptr, nullptr);
+  SCA_TikaServer server(&config);
+  unsigned long error = 0;
+  server.SetConfig(jar, 1, 1, "-part=stubborn", &error);
+  server.StartProcess(&error);
+  while (server.GetLog()->GetMessageCount() <= kHeaderLines) ::poll(nullptr, 0, 1);
+  Write(std::to_string(server.GetProcessId()) + "\n");
+  WaitForEver();
+}
+
+// The test program is its own java and its own host, before the test framework sees the arguments.
+__attribute__((constructor)) void BecomeAnother(int count, char** words) {
+  constexpr char kPart[] = "-part=";
+  const std::string name = fs::path(words[0]).filename().string();
+  if (name == "java" && count > 1 && std::strncmp(words[1], kPart, std::strlen(kPart)) == 0) {
+    ::_exit(PlayJava(words[1] + std::strlen(kPart), words + 1));
+  }
+  if (count > 2 && std::string(words[1]) == "--host") PlayHost(words[2]);
+}
+
+bool Ends(pid_t pid) {
+  const int fd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+  if (fd < 0) return true;
+  pollfd entry{fd, POLLIN, 0};
+  const bool ended = ::poll(&entry, 1, kDeadlineMs) == 1;
+  ::close(fd);
+  return ended;
+}
+
+std::ptrdiff_t EntriesIn(const char* directory) {
+  return std::distance(fs::directory_iterator(directory), fs::directory_iterator());
+}
+
+// Keeps what it is told.
+class Recorder : public SCA_TikaServerObserver {
+ public:
+  void OnStart(unsigned long processId) override {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    starts_.push_back(processId);
+  }
+  void OnEnd(const SCA_TikaObituary& obituary) override {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    EXPECT_EQ(obituary.processId, starts_.back());
+    ends_.push_back(obituary);
+    causes_.emplace_back(obituary.cause);
+    texts_.emplace_back(obituary.text);
+  }
+
+  std::size_t Starts() const {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return starts_.size();
+  }
+  std::size_t Ends() const {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return ends_.size();
+  }
+  SCA_TikaObituary End(std::size_t i, std::string* cause, std::string* text) const {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    *cause = causes_.at(i);
+    *text = texts_.at(i);
+    return ends_.at(i);
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<unsigned long> starts_;
+  std::vector<SCA_TikaObituary> ends_;
+  Texts causes_;
+  Texts texts_;
+};
+
+// The log's texts, each behind its level, as a reader on another thread gets them.
+Texts Lines(SCA_TikaServer& server) {
+  SCA_ConfigObj object("Log", nullptr);
+  EXPECT_EQ(server.GetLog()->Serialize(&object, SCA_NoItemId, SCA_NoItemId), 1);
+  Texts lines;
+  for (const SCA_Field* field = object.GetFields().GetHead(); field; field = field->GetNext()) {
+    const std::string value = field->GetValue();
+    lines.push_back(value.substr(0, 2) + value.substr(22));
+  }
+  return lines;
+}
+
+Texts Slice(const Texts& lines, std::size_t from, std::size_t count) {
+  const auto begin = lines.begin() + static_cast<std::ptrdiff_t>(from);
+  return Texts(begin, begin + static_cast<std::ptrdiff_t>(count));
+}
+
+bool Says(SCA_TikaServer& server, const std::string& text) {
+  return Eventually([&] {
+    const Texts lines = Lines(server);
+    return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+      return line.find(text) != std::string::npos;
+    });
+  });
+}
+
+class Server : public ::testing::Test {
+ protected:
+  Server() {
+    fs::create_symlink(fs::read_symlink("/proc/self/exe"), bin_.File("java"));
+    ::unsetenv("JAVA_TOOL_OPTIONS");
+  }
+
+  void Start(SCA_TikaServer& server, const std::string& part) {
+    unsigned long error = 0;
+    server.SetObserver(&recorder_);
+    ASSERT_EQ(server.SetConfig(jar_.c_str(), 4711, 77, ("-part=" + part).c_str(), &error), 1);
+    ASSERT_EQ(server.StartProcess(&error), 1) << SCA_ErrorText(error);
+  }
+
+  const TempDir bin_;
+  const ScopedVariable path_{"PATH", bin_.Path() + ":" + ::getenv("PATH")};
+  const std::string jar_ = bin_.Write("a b.jar", "");
+  const ReportCapture reports_;
+  Recorder recorder_;
+  SCA_TikaConfigUser config_{nullptr, nullptr};
+  SCA_TikaServer server_{&config_};
+};
+
+TEST_F(Server, TheCommandReachesTheProcessAndWhatItForks) {
+  const ScopedVariable options("JAVA_TOOL_OPTIONS", "-Dhost=1");
+  ASSERT_EQ(server_.SetBindAddress("127.0.0.1"), 1);
+  for (const char* address : {"", "a b", "\"", "a\n"}) {
+    EXPECT_EQ(server_.SetBindAddress(address), 0) << address;
+  }
+  Start(server_, "words -Dx=1");
+  ASSERT_TRUE(Says(server_, "ready"));
+  const Texts lines = Lines(server_);
+  const std::string command =
+      "java -part=words -Dx=1 -Xmx77m -jar \"" + jar_ + "\" -h 127.0.0.1 -port 4711";
+  const std::string rule = "3 " + std::string(command.size(), '-');
+  const Texts expected = {
+      rule,
+      "3 Tika Command: " + command,
+      rule,
+      "3 [-part=words][-Dx=1][-Xmx77m][-jar][" + jar_ + "][-h][127.0.0.1][-port][4711]",
+      "3 -Dhost=1 -part=words -Dx=1 -Xmx77m",
+      "3 ready"};
+  EXPECT_EQ(lines, expected);
+  EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerActive);
+  unsigned long error = 0;
+  EXPECT_EQ(server_.StartProcess(&error), 0);
+  EXPECT_EQ(error, SCA_ErrorAlreadyActive);
+  const unsigned long pid = server_.GetProcessId();
+  EXPECT_EQ(::kill(static_cast<pid_t>(pid), 0), 0);
+  EXPECT_EQ(server_.StopAll(), 1);
+  EXPECT_EQ(server_.StopAll(), 1);
+  EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerInactive);
+  EXPECT_EQ(server_.GetProcessId() + server_.GetTikaErrors(), 0U);
+  const std::vector<CapturedReport> reports = reports_.All();
+  EXPECT_EQ(reports.back().text, "Tika server 0 deactivated.");
+  const std::string started =
+      "Tika server 0 started on port - 4711 (PID:" + std::to_string(pid) + ")";
+  EXPECT_TRUE(std::any_of(reports.begin(), reports.end(),
+                          [&](const CapturedReport& report) { return report.text == started; }));
+}
+
+TEST_F(Server, LinesBecomeMessagesOfTheirLevel) {
+  Start(server_, "lines");
+  ASSERT_TRUE(Says(server_, "ready"));
+  Texts lines = Lines(server_);
+  const Texts first = {"3 INFO  [main] %s %d", "4 WARN a", "4 WARNING: b", "3 Warning: c",
+                       "3 ERROR: d",           "5 ERROR",  "3 \tat e",     "3 f g h"};
+  ASSERT_GT(lines.size(), kHeaderLines + first.size());
+  lines.erase(lines.begin(), lines.begin() + kHeaderLines);
+  EXPECT_EQ(Slice(lines, 0, first.size()), first);
+  std::string whole;
+  std::size_t i = first.size();
+  for (; lines[i] != "3 INFO i"; ++i) {
+    EXPECT_EQ(lines[i].substr(0, 2), "5 ") << "a piece has the level of its line";
+    whole += lines[i].substr(2);
+  }
+  EXPECT_EQ(whole, LongLine());
+  EXPECT_EQ(lines[i + 1], "3 ready");
+  SCA_ConfigObj object("Log", nullptr);
+  unsigned long written = 0;
+  unsigned long error = 0;
+  server_.GetLog()->Serialize(&object, SCA_NoItemId, SCA_NoItemId);
+  std::vector<char> bytes(object.GetDataSize());
+  EXPECT_EQ(SCA_WriteConfigBytes(object, bytes.data(), bytes.size(), &written, &error), 1);
+}
+
+TEST_F(Server, EachDeathLeavesAnObituaryBehindTheLastWords) {
+  Start(server_, "dies");
+  ASSERT_TRUE(Eventually([this] { return recorder_.Starts() >= 3; }));
+  server_.StopAll();
+  std::string cause;
+  std::string text;
+  const SCA_TikaObituary end = recorder_.End(0, &cause, &text);
+  EXPECT_EQ(end.exitCode, 3);
+  EXPECT_EQ(end.signal + end.isRequested, 0);
+  EXPECT_EQ(text.find("Tika process " + std::to_string(end.processId) +
+                      " ended with exit code 3 after 0."),
+            0U)
+      << text;
+  const Texts lines = Lines(server_);
+  ASSERT_GE(lines.size(), 2 * (kHeaderLines + 3));
+  EXPECT_EQ(Slice(lines, kHeaderLines, 3), Texts({"3 last", "3 words", "5 " + text}));
+  EXPECT_EQ(recorder_.Ends(), recorder_.Starts());
+  EXPECT_GE(server_.GetTikaErrors(), 2U);
+  EXPECT_GE(server_.GetSessionId(), 2U);
+}
+
+TEST_F(Server, AKilledProcessIsStartedAgainAndSoIsOneOnRequest) {
+  EXPECT_EQ(server_.RequestRestart("too early"), 0);
+  Start(server_, "waits");
+  std::string cause;
+  std::string text;
+  for (unsigned long round = 1; round <= 2; ++round) {
+    SCOPED_TRACE(round);
+    ASSERT_TRUE(Eventually([&] { return server_.GetUpTime() > 0 && server_.GetProcessId() != 0; }));
+    const auto pid = static_cast<pid_t>(server_.GetProcessId());
+    ASSERT_TRUE(Eventually([&] { return server_.GetMemoryUsage() > 0; }));
+    if (round == 1) ::kill(pid, SIGKILL);
+    if (round == 2) {
+      EXPECT_EQ(server_.RequestRestart("it grew too large"), 1);
+    }
+    ASSERT_TRUE(Eventually([&] { return recorder_.Starts() == round + 1; }));
+    EXPECT_TRUE(Ends(pid));
+    EXPECT_NE(server_.GetProcessId(), static_cast<unsigned long>(pid));
+    EXPECT_TRUE(Eventually([&] { return server_.GetSessionId() == round; }));
+    EXPECT_EQ(server_.GetTikaErrors(), round);
+    const SCA_TikaObituary end = recorder_.End(round - 1, &cause, &text);
+    EXPECT_EQ(end.signal, round == 1 ? SIGKILL : SIGTERM);
+    EXPECT_GT(end.memoryUsage, 0U);
+    EXPECT_EQ(cause, round == 1 ? "" : "it grew too large");
+    EXPECT_NE(text.find(round == 1 ? "by signal 9 (Killed)" : "restarted: it grew too large"),
+              std::string::npos)
+        << text;
+    server_.SetUpTime(0);
+  }
+  server_.StopAll();
+  EXPECT_EQ(recorder_.End(2, &cause, &text).isRequested, 1);
+  EXPECT_EQ(server_.GetTikaErrors(), 2U);
+}
+
+TEST_F(Server, AfterAThousandRestartsItGivesUp) {
+  fs::remove(bin_.File("java"));
+  fs::create_symlink("/bin/false", bin_.File("java"));
+  Start(server_, "is false");
+  // In steps, each with its own deadline: sanitizers make starts slow.
+  for (unsigned long starts = 100; starts <= 1000; starts += 100) {
+    ASSERT_TRUE(Eventually([&] { return recorder_.Starts() >= starts; })) << starts;
+  }
+  ASSERT_TRUE(Eventually([this] { return server_.IsActive() == 0; }));
+  EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerError);
+  EXPECT_EQ(server_.GetTikaErrors(), 1001U);
+  EXPECT_EQ(server_.GetSessionId(), 1000U);
+  EXPECT_EQ(recorder_.Starts(), 1001U);
+  EXPECT_EQ(server_.StopAll(), 1);
+  EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerError) << "a stop does not heal it";
+  // Its worker ended by itself; a start begins afresh, and a stop in the middle holds at once.
+  unsigned long error = 0;
+  ASSERT_EQ(server_.StartProcess(&error), 1);
+  ASSERT_TRUE(Eventually([this] { return server_.GetTikaErrors() > 10; }));
+  const Stopwatch watch;
+  server_.StopAll();
+  EXPECT_LT(watch.Ms(), kDeadlineMs / 10);
+  EXPECT_LT(server_.GetTikaErrors(), 1000U);
+  EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerInactive);
+}
+
+TEST_F(Server, AStartThatFailsBeforeTheProcessIsRetriedUntilTheStop) {
+  server_.GetLog()->SetMaxDebugMessage(0);
+  Start(server_, "waits");
+  ASSERT_TRUE(Eventually([this] { return server_.GetSessionId() > 100; }));
+  server_.StopAll();
+  EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerInactive);
+  EXPECT_EQ(server_.GetTikaErrors() + recorder_.Starts(), 0U);
+}
+
+TEST_F(Server, WhatCannotBeStartedSaysWhy) {
+  unsigned long error = 0;
+  const std::string missing = bin_.File("missing.jar");
+  char program[SCA_MaxPath];
+  ASSERT_EQ(SCA_GetExeFileName(program, sizeof program, &error), 1);
+  const std::string beside = fs::path(program).parent_path().string();
+  const std::string relative = "sca-test-" + std::to_string(::getpid()) + ".jar";
+  struct Row {
+    std::string jar;
+    std::string shown;
+  };
+  for (const Row& row : {Row{missing, missing}, Row{"C:\\missing", "C:\\missing"},
+                         Row{relative, beside + "/" + relative}, Row{bin_.Path(), bin_.Path()}}) {
+    ASSERT_EQ(server_.SetConfig(row.jar.c_str(), 1, 1, "", &error), 1);
+    EXPECT_EQ(server_.StartProcess(&error), 0);
+    EXPECT_EQ(error, SCA_ErrorNoJar);
+    EXPECT_EQ(reports_.All().back().text,
+              "SCA_TikaServer::StartProcess: Tika server JAR file does not exist - " + row.shown);
+    EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerError);
+  }
+  // Beside the program it is found, and nothing else is missing but java.
+  const TempDir none;
+  const ScopedVariable path("PATH", none.Path());
+  fs::copy_file(jar_, beside + "/" + relative);
+  ASSERT_EQ(server_.SetFileName(relative.c_str()), 1);
+  EXPECT_EQ(server_.StartProcess(&error), 1);
+  EXPECT_TRUE(Eventually([this] { return server_.IsActive() == 0; }));
+  fs::remove(beside + "/" + relative);
+  EXPECT_EQ(server_.GetFileName(), beside + "/" + relative);
+  EXPECT_EQ(server_.GetStatusCode(), static_cast<unsigned long>(ENOENT));
+  EXPECT_EQ(Lines(server_).back(), "5 Cannot start the Tika process: No such file or directory");
+  EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerError);
+  SCA_TikaServer offline(nullptr);
+  ASSERT_EQ(offline.SetConfig(jar_.c_str(), 1, 1, "", &error), 1);
+  EXPECT_EQ(offline.StartProcess(&error), 0);
+  EXPECT_EQ(error, SCA_ErrorInvalidData);
+  EXPECT_EQ(offline.GetStopEvent(), nullptr);
+  EXPECT_EQ(offline.GetProcessStatus(), SCA_ServerIdle);
+  EXPECT_EQ(offline.Lock("test", &error), 1) << "past the refusal; the destructor ends it";
+}
+
+TEST_F(Server, AFloodHidesNeitherTheStopNorTheFigures) {
+  Start(server_, "flood");
+  ASSERT_TRUE(Eventually([this] { return server_.GetWriteData() > 100000; }));
+  EXPECT_GT(server_.GetWriteIOPS(), 0U);
+  EXPECT_GT(server_.GetMemoryUsage(), 100000U);
+  const Stopwatch watch;
+  server_.StopAll();
+  EXPECT_LT(watch.Ms(), kDeadlineMs / 10);
+  EXPECT_EQ(server_.GetLog()->GetMessageCount(), 500U);
+}
+
+TEST_F(Server, TheProcessTellsWhetherItLivesAndItsGroupDiesWithIt) {
+  Start(server_, "heir");
+  ASSERT_TRUE(Says(server_, "heir "));
+  ASSERT_TRUE(Eventually([this] { return recorder_.Starts() >= 2; }));
+  server_.StopAll();
+  for (const std::string& line : Lines(server_)) {
+    if (line.rfind("3 heir ", 0) != 0) continue;
+    EXPECT_TRUE(Ends(std::stoi(line.substr(7)))) << line;
+  }
+  SCA_TikaServer mute(&config_);
+  Start(mute, "mute");
+  ASSERT_TRUE(Eventually([&] { return mute.GetUpTime() > 300; }));
+  EXPECT_EQ(mute.GetTikaErrors(), 0U);
+  EXPECT_EQ(mute.GetProcessStatus(), SCA_ServerActive);
+}
+
+TEST_F(Server, StubbornProcessesEndSideBySide) {
+  SCA_TikaServerList list;
+  for (unsigned short port = 1; port <= 5; ++port) {
+    SCA_TikaServer* server = nullptr;
+    unsigned long error = 0;
+    ASSERT_EQ(list.AddServer(&config_, jar_.c_str(), port, 1, "-part=stubborn", &server, &error),
+              1);
+    ASSERT_EQ(server->StartProcess(&error), 1);
+    ASSERT_TRUE(Says(*server, "ready"));
+  }
+  const Stopwatch watch;
+  list.ClearAll();
+  EXPECT_LT(watch.Ms(), 2LL * static_cast<long long>(SCA_ProcessStopGraceMs));
+  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+}
+
+TEST_F(Server, AKilledHostLeavesNoProcess) {
+  const SCA_Owned<SCA_Process> host(SCA_CreateProcess());
+  unsigned long error = 0;
+  const std::string command = "/proc/self/exe --host \"" + jar_ + "\"";
+  ASSERT_EQ(host->Start(command.c_str(), 0, SCA_ProcessReadOutput, &error), 1);
+  char line[64];
+  unsigned long length = 0;
+  std::string all;
+  while (host->WaitForOutput(kDeadlineMs, 0) != 0) {
+    host->ReadOutputLine(line, sizeof line, &length, &error);
+    if (std::all_of(line, line + length, [](char c) { return c >= '0' && c <= '9'; })) break;
+  }
+  const pid_t pid = std::stoi(line);
+  EXPECT_EQ(::kill(pid, 0), 0);
+  ::kill(static_cast<pid_t>(host->GetProcessId()), SIGKILL);
+  EXPECT_TRUE(Ends(pid));
+}
+
+TEST_F(Server, FiveHundredRunsLeaveNothingBehind) {
+  // The first run makes what stays: the table of groups, the sanitizers' own.
+  Start(server_, "waits");
+  server_.StopAll();
+  const std::ptrdiff_t descriptors = EntriesIn("/proc/self/fd");
+  const std::ptrdiff_t threads = EntriesIn("/proc/self/task");
+  constexpr int kServers = 10;
+  std::vector<std::thread> starters;
+  for (int i = 0; i < kServers; ++i) {
+    starters.emplace_back([this] {
+      SCA_TikaServer server(&config_);
+      unsigned long error = 0;
+      EXPECT_EQ(server.SetConfig(jar_.c_str(), 1, 1, "-part=waits", &error), 1);
+      for (int round = 0; round < 500 / kServers; ++round) {
+        EXPECT_EQ(server.StartProcess(&error), 1);
+        // As often before as after the process is there.
+        if (round % 2 == 0) {
+          EXPECT_TRUE(Eventually([&] { return server.GetProcessId() != 0; }));
+        }
+        EXPECT_EQ(server.StopAll(), 1);
+        EXPECT_EQ(server.GetProcessStatus(), SCA_ServerInactive);
+      }
+      EXPECT_EQ(server.StartProcess(&error), 1) << "left to the destructor";
+    });
+  }
+  for (std::thread& starter : starters) starter.join();
+  EXPECT_EQ(EntriesIn("/proc/self/fd"), descriptors);
+  EXPECT_TRUE(Eventually([&] { return EntriesIn("/proc/self/task") == threads; }));
+  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "no child is left, not even a zombie";
+}
+
+TEST_F(Server, StartersStoppersAndReadersMeet) {
+  unsigned long ignored = 0;
+  ASSERT_EQ(server_.SetConfig(jar_.c_str(), 1, 1, "-part=flood", &ignored), 1);
+  std::vector<std::thread> threads;
+  const auto play = [&threads](int rounds, auto action) {
+    threads.emplace_back([rounds, action] {
+      for (int i = 0; i < rounds; ++i) action();
+    });
+  };
+  for (int i = 0; i < 2; ++i) {
+    play(10, [this] {
+      unsigned long error = 0;
+      server_.StartProcess(&error);
+      server_.SetJavaOptions("-part=flood");
+      server_.RequestRestart("by the test");
+      server_.StopAll();
+    });
+  }
+  play(200, [this] {
+    SCA_ConfigObj object("Server", nullptr);
+    SCA_TikaServer copy(nullptr);
+    EXPECT_EQ(server_.Serialize(&object) + copy.Deserialize(&object), 2);
+    EXPECT_EQ(copy.GetFileName(), jar_);
+    server_.CheckConfig("x", 1, 1, "y");
+    Lines(server_);
+  });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerInactive);
+}
+
+TEST(TikaServer, CarriesItsFields) {
+  SCA_TikaConfigUser config(nullptr, nullptr);
+  SCA_TikaServer server(&config);
+  SCA_TikaServer copy(nullptr);
+  constexpr unsigned long long kLarge = (1ULL << 32) + 1;
+  unsigned long error = 0;
+  EXPECT_EQ(server.CheckConfig("", 9998, 1024, ""), 1);
+  const std::string jar = "/" + std::string(299, 'j');
+  ASSERT_EQ(server.SetConfig(jar.c_str(), 65535, 0xFFFFFFFF, "-Da=B", &error), 1);
+  EXPECT_EQ(server.CheckConfig(jar.c_str(), 65535, 0xFFFFFFFF, "-Da=B"), 1);
+  EXPECT_EQ(server.CheckConfig(jar.c_str(), 65535, 0xFFFFFFFF, "-Da=b"), 0);
+  EXPECT_EQ(server.CheckConfig(jar.c_str(), 65534, 0xFFFFFFFF, "-Da=B"), 0);
+  EXPECT_EQ(server.CheckConfig(jar.c_str(), 65535, 0x1FFFFFFFF, "-Da=B"), 0);
+  EXPECT_EQ(server.SetConfig("x", 1, 1, "\n", &error), 0);
+  EXPECT_EQ(server.CheckConfig(jar.c_str(), 65535, 0xFFFFFFFF, "-Da=B"), 1) << "all or nothing";
+  server.SetServerId(1);
+  server.SetSessionId(2);
+  server.SetProcessStatus(14);
+  server.SetStatusCode(4);
+  server.SetTikaErrors(5);
+  server.SetStartTime(kLarge);
+  server.SetUpTime(kLarge + 1);
+  server.SetReadIOPS(kLarge + 2);
+  server.SetWriteIOPS(kLarge + 3);
+  server.SetReadData(kLarge + 4);
+  server.SetWriteData(kLarge + 5);
+  server.SetMemoryUsage(kLarge + 6);
+  ASSERT_EQ(copy.SetContent(&server), 1);
+  EXPECT_EQ(copy.GetFileName(), jar.substr(0, 259)) << "cut, as documented";
+  SCA_ConfigObj sent("Server", nullptr);
+  SCA_ConfigObj received("Server", nullptr);
+  ASSERT_EQ(server.Serialize(&sent) + copy.Serialize(&received), 2);
+  ASSERT_EQ(sent.RemoveField("FileName") + received.RemoveField("FileName"), 2);
+  EXPECT_EQ(sent.GetFieldCount(), 15U);
+  EXPECT_EQ(received.Compare(&sent), 1);
+  EXPECT_EQ(copy.GetMemoryUsage(), kLarge + 6);
+  SCA_ConfigObj nothing("Server", nullptr);
+  EXPECT_EQ(copy.Deserialize(&nothing), 1);
+  EXPECT_EQ(copy.GetWriteData(), kLarge + 5);
+  EXPECT_EQ(copy.IsOffline() - server.IsOffline(), 1);
+  copy.SetProcessStatus(SCA_ServerActive);
+  const ReportCapture reports;
+  EXPECT_EQ(copy.StopAll(), 1);
+  EXPECT_EQ(copy.IsActive(), 1);
+  EXPECT_TRUE(reports.All().empty());
+  const std::tuple<unsigned long, const char*, const char*> rows[] = {
+      {0, "Error", "error"},   {1, "Inactive", "idle"}, {10, "Idle", "idle"},
+      {11, "Active", "ready"}, {14, "Pending", "idle"}, {2, "Unknown", "idle"}};
+  for (const auto& [status, text, icon] : rows) {
+    copy.SetProcessStatus(status);
+    EXPECT_STREQ(copy.GetStatusString(), text);
+    EXPECT_EQ(copy.GetStatusIcon(), ":/images/" + std::string(icon) + "_16px.png");
+  }
+}
+
+}  // namespace
