@@ -39,6 +39,13 @@ constexpr CodeText kTexts[] = {
     {SCA_ErrorFileDamaged, "the file is damaged"},
     {SCA_ErrorFileNewer, "the file was written by a newer version"},
     {SCA_ErrorDataTooLarge, "the data exceed the limits of depth, members or size"},
+    {SCA_ErrorExtractionOff, "text extraction is switched off in the settings"},
+    {SCA_ErrorNoService, "no enabled Tika service takes files of this kind"},
+    {SCA_ErrorQueueFull, "too many extraction requests are pending"},
+    {SCA_ErrorStopping, "the dispatcher is stopping"},
+    {SCA_ErrorNoServer, "no Tika server could be reached"},
+    {SCA_ErrorServersDied, "two Tika servers died while they had the document"},
+    {SCA_ErrorTimeLimit, "the time limit of the file has passed"},
 };
 
 struct HttpTexts {

@@ -30,6 +30,13 @@ constexpr unsigned long SCA_ErrorFileForeign = 100206;      ///< not one of the 
 constexpr unsigned long SCA_ErrorFileDamaged = 100207;      ///< a file cut or changed
 constexpr unsigned long SCA_ErrorFileNewer = 100208;        ///< a file of a later version
 constexpr unsigned long SCA_ErrorDataTooLarge = 100209;     ///< an object beyond its limits
+constexpr unsigned long SCA_ErrorExtractionOff = 100230;    ///< switched off in the settings
+constexpr unsigned long SCA_ErrorNoService = 100231;        ///< no service takes such files
+constexpr unsigned long SCA_ErrorQueueFull = 100232;        ///< too many requests are pending
+constexpr unsigned long SCA_ErrorStopping = 100233;         ///< the dispatcher takes no more
+constexpr unsigned long SCA_ErrorNoServer = 100234;         ///< no server could be reached
+constexpr unsigned long SCA_ErrorServersDied = 100235;      ///< two servers died on one file
+constexpr unsigned long SCA_ErrorTimeLimit = 100236;        ///< a file's time limit has passed
 
 /// @return One English line for the code, without its number and without a line end: "Connection
 ///         refused", "the server answered HTTP 503". Never null; static storage. For codes that
