@@ -39,6 +39,22 @@ constexpr CodeText kTexts[] = {
     {SCA_ErrorFileDamaged, "the file is damaged"},
     {SCA_ErrorFileNewer, "the file was written by a newer version"},
     {SCA_ErrorDataTooLarge, "the data exceed the limits of depth, members or size"},
+    {SCA_ErrorExtractionOff, "text extraction is switched off in the settings"},
+    {SCA_ErrorNoService, "no enabled Tika service takes files of this kind"},
+    {SCA_ErrorQueueFull, "too many extraction requests are pending"},
+    {SCA_ErrorStopping, "the dispatcher is stopping"},
+    {SCA_ErrorNoServer, "no Tika server could be reached"},
+    {SCA_ErrorServersDied, "two Tika servers died while they had the document"},
+    {SCA_ErrorTimeLimit, "the time limit of the file has passed"},
+    {SCA_ErrorFrame, "the peer does not speak the control protocol"},
+    {SCA_ErrorFrameTooLarge, "the message is larger than the control protocol allows (16 MiB)"},
+    {SCA_ErrorFrameForged, "a message on the control connection does not come from its peer"},
+    {SCA_ErrorLoginRefused, "the login was refused: the control keys of both ends differ"},
+    {SCA_ErrorLoginMissing, "the host asks for no login although a control key is set for it"},
+    {SCA_ErrorNoKey, "the host asks for a login and there is no control key for it"},
+    {SCA_ErrorKeyExposed, "the control key file may be read by others: use chmod 600"},
+    {SCA_ErrorKeyInvalid, "the control key file holds no key of 32 to 128 hexadecimal digits"},
+    {SCA_ErrorConnectionLimit, "the host has too many control connections"},
 };
 
 struct HttpTexts {

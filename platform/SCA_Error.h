@@ -30,6 +30,22 @@ constexpr unsigned long SCA_ErrorFileForeign = 100206;      ///< not one of the 
 constexpr unsigned long SCA_ErrorFileDamaged = 100207;      ///< a file cut or changed
 constexpr unsigned long SCA_ErrorFileNewer = 100208;        ///< a file of a later version
 constexpr unsigned long SCA_ErrorDataTooLarge = 100209;     ///< an object beyond its limits
+constexpr unsigned long SCA_ErrorExtractionOff = 100230;    ///< switched off in the settings
+constexpr unsigned long SCA_ErrorNoService = 100231;        ///< no service takes such files
+constexpr unsigned long SCA_ErrorQueueFull = 100232;        ///< too many requests are pending
+constexpr unsigned long SCA_ErrorStopping = 100233;         ///< the dispatcher takes no more
+constexpr unsigned long SCA_ErrorNoServer = 100234;         ///< no server could be reached
+constexpr unsigned long SCA_ErrorServersDied = 100235;      ///< two servers died on one file
+constexpr unsigned long SCA_ErrorTimeLimit = 100236;        ///< a file's time limit has passed
+constexpr unsigned long SCA_ErrorFrame = 100220;            ///< bytes that are no control protocol
+constexpr unsigned long SCA_ErrorFrameTooLarge = 100221;    ///< a message beyond a frame's limit
+constexpr unsigned long SCA_ErrorFrameForged = 100222;      ///< a frame without its proof
+constexpr unsigned long SCA_ErrorLoginRefused = 100223;     ///< the two ends have different keys
+constexpr unsigned long SCA_ErrorLoginMissing = 100224;     ///< a distant port without login
+constexpr unsigned long SCA_ErrorNoKey = 100225;            ///< no key for a port with login
+constexpr unsigned long SCA_ErrorKeyExposed = 100226;       ///< a key that others may read
+constexpr unsigned long SCA_ErrorKeyInvalid = 100227;       ///< a key file with other content
+constexpr unsigned long SCA_ErrorConnectionLimit = 100228;  ///< the server has enough connections
 
 /// @return One English line for the code, without its number and without a line end: "Connection
 ///         refused", "the server answered HTTP 503". Never null; static storage. For codes that

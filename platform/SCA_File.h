@@ -30,6 +30,10 @@ class SCA_API SCA_File : public SCA_Object {
   /// @param size  Receives the size in bytes.
   int GetSize(unsigned long long* size, unsigned long* error);
 
+  /// @return 1 when nobody but its owner may read or write the file, and the owner is this account
+  ///         or root; else 0.
+  int IsPrivate() const;
+
   /// Reads on from where the last read ended.
   /// @param count  Bytes wanted, at most 0x7FFFF000.
   /// @param read   Receives the bytes read: `count`, fewer at the end of the file, 0 behind it.

@@ -39,6 +39,9 @@ SCA_API int SCA_CreateDirectory(const char* path, unsigned long* error);
 /// The name of the account: the environment's LOGNAME, else the password database's.
 SCA_API int SCA_GetUserName(char* name, unsigned long size);
 
+/// The name of this machine.
+SCA_API int SCA_GetHostName(char* name, unsigned long size);
+
 /// The directory in which the account's programs keep their settings: XDG_CONFIG_HOME when it is
 /// absolute, else .config in HOME, else in the home of the password database. It need not exist.
 SCA_API int SCA_GetUserAppConfDir(char* directory, unsigned long size);

@@ -67,4 +67,18 @@ class SCA_API SCA_CAPABILITY("mutex") SCA_Mutex : public SCA_Object {
   SCA_Owned<SCA_VirtualMutex> mutex_;
 };
 
+/// Holds a valid mutex for a scope, however long it takes to get it.
+class SCA_SCOPED_CAPABILITY SCA_MutexGuard {
+ public:
+  explicit SCA_MutexGuard(SCA_Mutex& mutex) SCA_ACQUIRE(mutex) : mutex_(mutex) { Take(); }
+  ~SCA_MutexGuard() SCA_RELEASE() { mutex_.Unlock(); }
+  SCA_MutexGuard(const SCA_MutexGuard&) = delete;
+  SCA_MutexGuard& operator=(const SCA_MutexGuard&) = delete;
+
+ private:
+  void Take() SCA_NO_THREAD_SAFETY_ANALYSIS { mutex_.Lock(SCA_Infinite); }
+
+  SCA_Mutex& mutex_;
+};
+
 #endif  // SCA_PLATFORM_SCA_SYNC_H

@@ -1,6 +1,7 @@
 #include "platform/SCA_Text.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -66,4 +67,31 @@ int SCA_StrCompareNoCase(const char* left, const char* right) {
     ++right;
   }
   return ToLower(*left) == ToLower(*right) ? 1 : 0;
+}
+
+int SCA_HasToken(const char* text, const char* word) {
+  char token[260];
+  unsigned long position = 0;
+  while (SCA_GetToken1(text, &position, token, sizeof token) != 0) {
+    if (SCA_StrCompareNoCase(token, word) != 0) return 1;
+  }
+  return 0;
+}
+
+int SCA_FormatSize(unsigned long long bytes, char* text, unsigned long size) {
+  static constexpr const char* kUnits[] = {"KB", "MB", "GB", "TB", "PB", "EB"};
+  constexpr double kStep = 1024;
+  // What would round to 1024.0 is shown in the next unit.
+  constexpr double kRoundsUp = 1023.95;
+  double amount = static_cast<double>(bytes) / kStep;
+  unsigned long unit = 0;
+  while (amount >= kRoundsUp) {
+    amount /= kStep;
+    ++unit;
+  }
+  const int length = bytes < 1024 ? std::snprintf(text, size, "%llu bytes", bytes)
+                                  : std::snprintf(text, size, "%.1f %s", amount, kUnits[unit]);
+  if (length >= 0 && static_cast<unsigned long>(length) < size) return 1;
+  text[0] = '\0';
+  return 0;
 }

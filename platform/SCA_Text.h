@@ -46,4 +46,13 @@ SCA_API int SCA_GetToken1(const char* text, unsigned long* position, char* token
 ///         only another null.
 SCA_API int SCA_StrCompareNoCase(const char* left, const char* right);
 
+/// @return 1 when a word is one of a text's tokens, the case of the ASCII letters ignored. Tokens
+///         are compared by their first 259 bytes.
+SCA_API int SCA_HasToken(const char* text, const char* word);
+
+/// Writes a number of bytes as people read it: "512 bytes", "1.5 KB" (of 1024 bytes), up to "EB".
+/// @param size  Capacity of `text` in bytes, > 0; 32 hold every number.
+/// @return 1, or 0 when the text did not fit, `text` then being empty.
+SCA_API int SCA_FormatSize(unsigned long long bytes, char* text, unsigned long size);
+
 #endif  // SCA_PLATFORM_SCA_TEXT_H

@@ -1,6 +1,25 @@
 #include "settings/SCA_TikaConfigOrv.h"
 
+#include <new>
+
+#include "platform/SCA_Report.h"
 #include "platform/SCA_Text.h"
+
+namespace {
+
+int Fail(int line, const char* text) {
+  SCA_GetReportFunction("SCA_TikaConfigOrv", line)(SCA_LevelError, "SCA_TikaConfigOrv::%s", text);
+  return 0;
+}
+
+template <class T>
+void ReadField(const SCA_ConfigObj& obj, const char* name, SCA_AtomicValue<T>* member) {
+  T value = member->Get();
+  obj.GetField(name, &value);
+  member->Set(value);
+}
+
+}  // namespace
 
 SCA_TikaConfigOrv::SCA_TikaConfigOrv() {
   SetValid(1);
@@ -32,10 +51,50 @@ void SCA_TikaConfigOrv::SetFileExtensions(const char* extensions) {
 }
 
 int SCA_TikaConfigOrv::MatchExtension(const char* ext) const {
-  char token[260];
-  unsigned long position = 0;
-  while (SCA_GetToken1(fileExtensions_, &position, token, sizeof token) != 0) {
-    if (SCA_StrCompareNoCase(token, ext) != 0) return 1;
+  return SCA_HasToken(fileExtensions_, ext);
+}
+
+int SCA_TikaConfigOrv::Serialize(SCA_ConfigObj* obj) const {
+  if (obj == nullptr) return Fail(__LINE__, "Serialize: config object is not set");
+  const bool isAdded = obj->AddField("Mode", mode_.Get(), 0) != 0 &&
+                       obj->AddField("NetworkTimeout", networkTimeout_.Get(), 0) != 0 &&
+                       obj->AddField("MaxPendingRequests", maxPendingRequests_.Get(), 0) != 0 &&
+                       obj->AddField("JavaOptions", javaOptions_, 0) != 0 &&
+                       obj->AddField("FileExtensions", fileExtensions_, 0) != 0 &&
+                       obj->AddField("ShowParseErrors", showParseErrors_.Get(), 0) != 0;
+  if (!isAdded) return Fail(__LINE__, "Serialize: cannot add a field");
+  return services_.Serialize(obj->AddConfigObj("Services"), 0);
+}
+
+int SCA_TikaConfigOrv::Deserialize(SCA_ConfigObj* obj) {
+  if (obj == nullptr) return Fail(__LINE__, "Deserialize: config object is not set");
+  ClearAll();
+  ReadField(*obj, "Mode", &mode_);
+  ReadField(*obj, "NetworkTimeout", &networkTimeout_);
+  ReadField(*obj, "MaxPendingRequests", &maxPendingRequests_);
+  obj->GetField("JavaOptions", javaOptions_, sizeof javaOptions_);
+  obj->GetField("FileExtensions", fileExtensions_, sizeof fileExtensions_);
+  ReadField(*obj, "ShowParseErrors", &showParseErrors_);
+  if (obj->IsFieldExists("Services") == 0) return 1;
+  // A plain field of that name gives null, which the list refuses.
+  if (services_.Deserialize(obj->GetConfigObj("Services"), 0) != 0) return 1;
+  return Fail(__LINE__, "Deserialize: cannot deserialize the service list");
+}
+
+int SCA_TikaConfigOrv::SetConfig(const SCA_TikaConfigOrv* from) {
+  SCA_ConfigObj temporary(SCA_SettingsName, nullptr);
+  return from != nullptr && from->Serialize(&temporary) != 0 ? Deserialize(&temporary) : 0;
+}
+
+SCA_TikaConfigOrv* SCA_TikaConfigOrv::Clone() const {
+  SCA_Owned<SCA_TikaConfigOrv> copy(new (std::nothrow) SCA_TikaConfigOrv);
+  if (copy == nullptr || copy->IsValid() == 0) {
+    Fail(__LINE__, "Clone: Cannot create SCA_TikaConfigOrv");
+    return nullptr;
   }
-  return 0;
+  if (copy->SetConfig(this) == 0) {
+    Fail(__LINE__, "Clone: Cannot copy Tika configuration");
+    return nullptr;
+  }
+  return copy.release();
 }

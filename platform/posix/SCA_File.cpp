@@ -89,6 +89,13 @@ int SCA_File::GetSize(unsigned long long* size, unsigned long* error) {
   return 1;
 }
 
+int SCA_File::IsPrivate() const {
+  struct stat status {};
+  if (::fstat(fd_, &status) != 0) return 0;
+  const bool isOurs = status.st_uid == ::geteuid() || status.st_uid == 0;
+  return isOurs && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0 ? 1 : 0;
+}
+
 int SCA_File::Read(char* buffer, unsigned long count, unsigned long* read, unsigned long* error) {
   unsigned long total = 0;
   while (total < count) {

@@ -125,6 +125,14 @@ int SCA_GetUserName(char* name, unsigned long size) {
   return Fit(name, size, text) != 0 && !text.empty() ? 1 : 0;
 }
 
+int SCA_GetHostName(char* name, unsigned long size) {
+  char text[260] = "";
+  return ::gethostname(text, sizeof text - 1) == 0 &&
+                 SCA_CopyText(name, size, text, SCA_TextFit::Refuse) != 0
+             ? 1
+             : 0;
+}
+
 int SCA_GetUserAppConfDir(char* directory, unsigned long size) {
   // A relative one is invalid and to be ignored, as the XDG base directories have it.
   const std::string configured = Environment("XDG_CONFIG_HOME");

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -80,6 +81,19 @@ TEST(Text, ControlsBecomeBlanks) {
   std::string text("a\0b\x01\tc\n\x1f\x7f\u20ac\r", 13);
   SCA_BlankControls(text.data(), text.size());
   EXPECT_EQ(text, "a b \tc   \u20ac ");
+}
+
+TEST(Text, SizesAreWrittenAsPeopleReadThem) {
+  const std::pair<unsigned long long, const char*> rows[] = {
+      {0, "0 bytes"},         {1023, "1023 bytes"}, {1024, "1.0 KB"},       {1536, "1.5 KB"},
+      {1048524, "1023.9 KB"}, {1048525, "1.0 MB"},  {1ULL << 40, "1.0 TB"}, {~0ULL, "16.0 EB"}};
+  for (const auto& [bytes, text] : rows) {
+    char buffer[32];
+    EXPECT_EQ(SCA_FormatSize(bytes, buffer, sizeof buffer), 1);
+    EXPECT_STREQ(buffer, text);
+    EXPECT_EQ(SCA_FormatSize(bytes, buffer, std::strlen(text)), 0);
+    EXPECT_STREQ(buffer, "");
+  }
 }
 
 }  // namespace

@@ -82,10 +82,14 @@ void ServerConnection::WaitForEnd() {
   WaitFor(POLLRDHUP);
 }
 
-ScriptedServer::ScriptedServer(Script script, int backlog) : script_(std::move(script)) {
+ScriptedServer::ScriptedServer(Script script, int backlog, unsigned short port)
+    : script_(std::move(script)) {
   listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int reuse = 1;
+  ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
   sockaddr_in address{};
   address.sin_family = AF_INET;
+  address.sin_port = htons(port);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t length = sizeof address;
   auto* generic = reinterpret_cast<sockaddr*>(&address);

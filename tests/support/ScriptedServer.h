@@ -46,7 +46,8 @@ class ScriptedServer {
 
   /// @param script   Run for each connection, one after the other, on the server's thread.
   /// @param backlog  Of the listening socket.
-  explicit ScriptedServer(Script script, int backlog = 16);
+  /// @param port     That of a server that has gone, to come back at; 0 takes a free one.
+  explicit ScriptedServer(Script script, int backlog = 16, unsigned short port = 0);
   ~ScriptedServer();
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;

@@ -1,0 +1,172 @@
+#include "control/SCA_NetLogin.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <string>
+
+#include "platform/SCA_Error.h"
+#include "platform/SCA_Hex.h"
+
+namespace {
+
+constexpr char kMode[] = "LoginMode";
+constexpr char kVersion[] = "Version";
+constexpr char kHostName[] = "HostName";
+constexpr char kStartTime[] = "StartTime";
+constexpr char kConnectTime[] = "ConnectTime";
+constexpr char kNonce[] = "Nonce";
+constexpr char kProof[] = "Proof";
+
+int Fail(unsigned long code, unsigned long* error) {
+  *error = code;
+  return 0;
+}
+
+// Both ends' random numbers of this connection.
+struct Nonces {
+  SCA_Digest client{};
+  SCA_Digest server{};
+};
+
+// The label keeps one end's proof from passing for the other's, or for the key of the session.
+SCA_Digest Prove(const SCA_ControlKey& key, const char* label, const Nonces& nonces) {
+  SCA_HmacSha256 proof(key.bytes, key.length);
+  proof.Update(label, std::strlen(label));
+  proof.Update(nonces.client.data(), nonces.client.size());
+  proof.Update(nonces.server.data(), nonces.server.size());
+  return proof.Finish();
+}
+SCA_Digest ClientProof(const SCA_ControlKey& key, const Nonces& nonces) {
+  return Prove(key, "client", nonces);
+}
+SCA_Digest ServerProof(const SCA_ControlKey& key, const Nonces& nonces) {
+  return Prove(key, "server", nonces);
+}
+SCA_Digest SessionKey(const SCA_ControlKey& key, const Nonces& nonces) {
+  return Prove(key, "session", nonces);
+}
+
+void AddDigest(SCA_NetMessage* message, const char* name, const SCA_Digest& digest) {
+  message->GetData()->AddField(name, SCA_ToHex(digest.data(), digest.size()).c_str(), 0);
+}
+
+bool GetDigest(const SCA_NetMessage& message, const char* name, SCA_Digest* digest) {
+  char text[2 * SCA_DigestSize + 2];
+  return message.GetData()->GetField(name, text, sizeof text) != 0 &&
+         std::strlen(text) == 2 * SCA_DigestSize &&
+         SCA_FromHex(text, 2 * SCA_DigestSize, digest->data()) != 0;
+}
+
+using Clock = std::chrono::steady_clock;
+
+Clock::time_point LoginEnd() {
+  return Clock::now() + std::chrono::milliseconds(SCA_LoginTimeoutMs);
+}
+
+// A frame of the kind that comes next, or the refusal that came in its place.
+int Await(SCA_NetChannel* channel, SCA_FrameKind kind, Clock::time_point end,
+          SCA_NetMessage* message, unsigned long* error) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+  if (left <= 0) return Fail(ETIMEDOUT, error);
+  SCA_NetFrame frame;
+  if (channel->Receive(static_cast<unsigned long>(left), SCA_Infinite, &frame, error) == 0) {
+    return 0;
+  }
+  if (frame.kind == SCA_FrameKind::Refused) return Fail(SCA_NetChannel::CodeOf(frame), error);
+  if (frame.kind != kind || SCA_NetChannel::Decode(frame, message) == 0) {
+    return Fail(SCA_ErrorFrame, error);
+  }
+  return 1;
+}
+
+int SendGreeting(SCA_NetChannel* channel, const SCA_NetGreeting& greeting, const Nonces& nonces,
+                 unsigned long* error) {
+  SCA_NetMessage hello;
+  SCA_ConfigObj* data = hello.GetData();
+  const bool isMade = data->AddField(kMode, greeting.loginMode, 0) != 0 &&
+                      data->AddField(kVersion, greeting.version, 0) != 0 &&
+                      data->AddField(kHostName, greeting.hostName, 0) != 0 &&
+                      data->AddField(kStartTime, greeting.startTime, 0) != 0 &&
+                      data->AddField(kConnectTime, greeting.connectTime, 0) != 0;
+  if (!isMade) return Fail(ENOMEM, error);
+  AddDigest(&hello, kNonce, nonces.server);
+  return channel->Send(SCA_FrameKind::Hello, 0, hello, SCA_LoginTimeoutMs, error);
+}
+
+// The client's answer to a challenge, and what the server proves in return.
+int ExchangeProofs(SCA_NetChannel* channel, const SCA_ControlKey& key, Clock::time_point end,
+                   Nonces* nonces, unsigned long* error) {
+  if (SCA_RandomBytes(nonces->client.data(), nonces->client.size()) == 0) {
+    return Fail(ENOSYS, error);
+  }
+  SCA_NetMessage login;
+  AddDigest(&login, kNonce, nonces->client);
+  AddDigest(&login, kProof, ClientProof(key, *nonces));
+  SCA_NetMessage welcome;
+  SCA_Digest proof{};
+  if (channel->Send(SCA_FrameKind::Login, 0, login, SCA_LoginTimeoutMs, error) == 0 ||
+      Await(channel, SCA_FrameKind::Welcome, end, &welcome, error) == 0) {
+    return 0;
+  }
+  if (!GetDigest(welcome, kProof, &proof) || !SCA_EqualDigests(proof, ServerProof(key, *nonces))) {
+    return Fail(SCA_ErrorLoginRefused, error);
+  }
+  channel->Authenticate(SessionKey(key, *nonces));
+  return 1;
+}
+
+}  // namespace
+
+int SCA_AcceptLogin(SCA_NetChannel* channel, const SCA_NetGreeting& greeting,
+                    const SCA_ControlKey* key, unsigned long* error) {
+  Nonces nonces;
+  if (SCA_RandomBytes(nonces.server.data(), nonces.server.size()) == 0) return Fail(ENOSYS, error);
+  if (SendGreeting(channel, greeting, nonces, error) == 0) return 0;
+  if (key != nullptr) {
+    SCA_NetMessage login;
+    SCA_Digest proof{};
+    if (Await(channel, SCA_FrameKind::Login, LoginEnd(), &login, error) == 0) return 0;
+    if (!GetDigest(login, kNonce, &nonces.client) || !GetDigest(login, kProof, &proof) ||
+        !SCA_EqualDigests(proof, ClientProof(*key, nonces))) {
+      channel->SendCode(SCA_FrameKind::Refused, 0, SCA_ErrorLoginRefused, SCA_LoginTimeoutMs);
+      return Fail(SCA_ErrorLoginRefused, error);
+    }
+    SCA_NetMessage welcome;
+    AddDigest(&welcome, kProof, ServerProof(*key, nonces));
+    if (channel->Send(SCA_FrameKind::Welcome, 0, welcome, SCA_LoginTimeoutMs, error) == 0) return 0;
+    channel->Authenticate(SessionKey(*key, nonces));
+  }
+  channel->AllowLargeFrames();
+  return 1;
+}
+
+int SCA_Login(SCA_NetChannel* channel, const char* host, unsigned short port, bool isLoopback,
+              SCA_NetGreeting* greeting, unsigned long* error) {
+  const Clock::time_point end = LoginEnd();
+  SCA_NetMessage hello;
+  Nonces nonces;
+  if (Await(channel, SCA_FrameKind::Hello, end, &hello, error) == 0) return 0;
+  const SCA_ConfigObj& data = *hello.GetData();
+  if (data.GetField(kMode, &greeting->loginMode) == 0 || greeting->loginMode > SCA_LoginKey ||
+      !GetDigest(hello, kNonce, &nonces.server)) {
+    return Fail(SCA_ErrorFrame, error);
+  }
+  data.GetField(kVersion, greeting->version, sizeof greeting->version);
+  data.GetField(kHostName, greeting->hostName, sizeof greeting->hostName);
+  data.GetField(kStartTime, &greeting->startTime);
+  data.GetField(kConnectTime, &greeting->connectTime);
+
+  // Whoever has a key for a distant host would be talking to an impostor if it asked for no login.
+  const bool asksForLogin = greeting->loginMode == SCA_LoginKey;
+  if (asksForLogin || !isLoopback) {
+    SCA_ControlKey key;
+    unsigned long code = 0;
+    const bool hasKey = SCA_GetControlKey(host, port, &key, &code) != 0;
+    if (!hasKey && code != ENOENT) return Fail(code, error);
+    if (hasKey != asksForLogin) return Fail(hasKey ? SCA_ErrorLoginMissing : SCA_ErrorNoKey, error);
+    if (hasKey && ExchangeProofs(channel, key, end, &nonces, error) == 0) return 0;
+  }
+  channel->AllowLargeFrames();
+  return 1;
+}

@@ -1,0 +1,125 @@
+#include "control/SCA_NetServerAgent.h"
+
+#include <cerrno>
+#include <new>
+
+#include "control/SCA_NetChannel.h"
+#include "control/SCA_NetLogin.h"
+#include "control/SCA_VirtualCmdServer.h"
+#include "platform/SCA_Error.h"
+#include "platform/SCA_Report.h"
+
+namespace {
+
+constexpr char kSource[] = "SCA_NetServerAgent";
+// From the first byte of a request to its last: whoever takes longer is not a client of ours.
+constexpr unsigned long kFrameTimeoutMs = 30000;
+constexpr unsigned long kSendTimeoutMs = 30000;
+
+thread_local const SCA_NetServerAgent* currentAgent = nullptr;
+
+}  // namespace
+
+SCA_NetServerAgent::SCA_NetServerAgent(SCA_VirtualCmdServer* server, int handle)
+    : server_(*server), socket_(SCA_CreateTcpSock(handle)) {
+  if (socket_ != nullptr) {
+    channel_.reset(new (std::nothrow) SCA_NetChannel(socket_.get(), SCA_NetSide::Server));
+  }
+  SetValid(channel_ != nullptr ? 1 : 0);
+}
+
+SCA_NetServerAgent::~SCA_NetServerAgent() {
+  Stop();
+  Unlock(kSource);
+}
+
+int SCA_NetServerAgent::SetId(unsigned long id) {
+  id_.Set(static_cast<std::uint32_t>(id));
+  return 1;
+}
+
+const SCA_NetServerAgent* SCA_NetServerAgent::Current() {
+  return currentAgent;
+}
+
+void SCA_NetServerAgent::Stop() {
+  isStopping_.Set(1);
+  // The reply to the request that stops the server goes out first.
+  if (currentAgent == this) return;
+  const SCA_LockGuard guard(socketLock_);
+  if (socket_ != nullptr) socket_->Shutdown();
+}
+
+unsigned long SCA_NetServerAgent::ThreadFunc() {
+  currentAgent = this;
+  if (AcceptPeer()) {
+    server_.ConnectEvent(this);
+    while (isStopping_.Get() == 0 && ServeRequest()) {
+    }
+    server_.DisconnectEvent(this);
+  }
+  channel_.reset();
+  {
+    const SCA_LockGuard guard(socketLock_);
+    socket_.reset();
+  }
+  request_.Init("");
+  reply_.Init("");
+  currentAgent = nullptr;
+  hasEnded_.Set(1);
+  server_.AgentEnded();
+  return 0;
+}
+
+bool SCA_NetServerAgent::AcceptPeer() {
+  unsigned long error = 0;
+  const SCA_ControlKey* key = server_.GetKey();
+  if (SCA_AcceptLogin(channel_.get(), server_.MakeGreeting(), key, &error) == 0) {
+    // Peers that only try the port are no news.
+    const unsigned long level = error == SCA_ErrorLoginRefused ? SCA_LevelWarning : SCA_LevelDebug;
+    SCA_GetReportFunction(kSource, __LINE__)(
+        level, "SCA_NetServerAgent: a control connection was not accepted: %s (ERR:%lu)",
+        SCA_ErrorText(error), error);
+    return false;
+  }
+  isAuthenticated_.Set(key != nullptr ? 1 : 0);
+  isWelcome_.Set(1);
+  SetId(server_.NextAgentId());
+  return true;
+}
+
+bool SCA_NetServerAgent::ServeRequest() {
+  SCA_NetFrame frame;
+  unsigned long error = 0;
+  if (channel_->Receive(SCA_Infinite, kFrameTimeoutMs, &frame, &error) != 0) {
+    // Numbers that count up make a frame worthless to whoever recorded it.
+    if (frame.kind == SCA_FrameKind::Message && frame.sequence == sequence_ + 1 &&
+        SCA_NetChannel::Decode(frame, &request_) != 0) {
+      sequence_ = frame.sequence;
+      reply_.Init("ERR");
+      if (server_.DoCommand(this, &request_, &reply_) == 0) reply_.SetCommandName("ERR");
+      return Reply();
+    }
+    error = SCA_ErrorFrame;
+  }
+  // A peer that has closed is the usual end.
+  if (error != ECONNRESET && isStopping_.Get() == 0) {
+    SCA_GetReportFunction(kSource, __LINE__)(
+        SCA_LevelWarning, "SCA_NetServerAgent: control connection %lu is ended: %s (ERR:%lu)",
+        GetId(), SCA_ErrorText(error), error);
+    channel_->SendCode(SCA_FrameKind::Refused, 0, error, kSendTimeoutMs);
+  }
+  return false;
+}
+
+bool SCA_NetServerAgent::Reply() {
+  unsigned long error = 0;
+  if (channel_->Send(SCA_FrameKind::Message, sequence_, reply_, kSendTimeoutMs, &error) != 0) {
+    return true;
+  }
+  if (error != SCA_ErrorFrameTooLarge && error != SCA_ErrorDataTooLarge) return false;
+  SCA_GetReportFunction(kSource, __LINE__)(
+      SCA_LevelError, "SCA_NetServerAgent: the reply to %s cannot be sent: %s (ERR:%lu)",
+      request_.GetCommandName(), SCA_ErrorText(error), error);
+  return channel_->SendCode(SCA_FrameKind::Failure, sequence_, error, kSendTimeoutMs) != 0;
+}

@@ -1,0 +1,95 @@
+#include "control/SCA_NetTransport.h"
+
+#include <cerrno>
+#include <chrono>
+#include <new>
+
+#include "control/SCA_NetChannel.h"
+#include "control/SCA_NetLogin.h"
+#include "platform/SCA_Error.h"
+#include "platform/SCA_Time.h"
+
+namespace {
+
+int Fail(unsigned long code, unsigned long* error) {
+  *error = code;
+  return 0;
+}
+
+}  // namespace
+
+SCA_NetTransport::SCA_NetTransport(SCA_NetLink* /*link*/) : clientStartTime_(SCA_GetAbsTime()) {
+  SetValid(1);
+}
+
+SCA_NetTransport::~SCA_NetTransport() = default;
+
+int SCA_NetTransport::Drop(unsigned long code, unsigned long* error) {
+  channel_.reset();
+  socket_.reset();
+  return Fail(code, error);
+}
+
+int SCA_NetTransport::Connect(const char* host, unsigned short port, unsigned long timeoutMs,
+                              unsigned long* error) {
+  channel_.reset();
+  socket_.reset(SCA_CreateTcpSock(-1));
+  sequence_ = 0;
+  unsigned long code = ENOMEM;
+  if (socket_ == nullptr) return Fail(code, error);
+  if (socket_->Connect(host, port, timeoutMs, &code) == 0) return Drop(code, error);
+  socket_->SetOption(SCA_SockOptionNoDelay, 1);
+  channel_.reset(new (std::nothrow) SCA_NetChannel(socket_.get(), SCA_NetSide::Client));
+  if (channel_ == nullptr) return Drop(ENOMEM, error);
+  SCA_NetGreeting greeting;
+  const bool isLoopback = socket_->IsLoopback() != 0;
+  if (SCA_Login(channel_.get(), host, port, isLoopback, &greeting, &code) == 0) {
+    return Drop(code, error);
+  }
+  SetServerLoginMode(greeting.loginMode);
+  serverStartTime_ = greeting.startTime;
+  serverConnectTime_ = greeting.connectTime;
+  clientConnectTime_ = SCA_GetAbsTime();
+  return 1;
+}
+
+int SCA_NetTransport::SendMessage(unsigned long timeoutMs, SCA_NetMessage* message,
+                                  unsigned long* error) {
+  if (channel_ == nullptr) return Fail(ENOTCONN, error);
+  unsigned long code = 0;
+  if (channel_->Send(SCA_FrameKind::Message, sequence_ + 1, *message, timeoutMs, &code) != 0) {
+    ++sequence_;
+    return 1;
+  }
+  const bool isUsable = code == SCA_ErrorFrameTooLarge || code == SCA_ErrorDataTooLarge;
+  return isUsable ? Fail(code, error) : Drop(code, error);
+}
+
+int SCA_NetTransport::WaitForMessage(unsigned long timeoutMs, SCA_NetMessage* message,
+                                     unsigned long* error) {
+  using Clock = std::chrono::steady_clock;
+  if (channel_ == nullptr) return Fail(ENOTCONN, error);
+  const Clock::time_point end = Clock::now() + std::chrono::milliseconds(timeoutMs);
+  for (unsigned long leftMs = timeoutMs;;) {
+    SCA_NetFrame frame;
+    unsigned long code = 0;
+    if (channel_->Receive(leftMs, SCA_Infinite, &frame, &code) == 0) {
+      return code == ETIMEDOUT ? Fail(code, error) : Drop(code, error);
+    }
+    if (frame.kind == SCA_FrameKind::Refused) return Drop(SCA_NetChannel::CodeOf(frame), error);
+    const bool isReply =
+        frame.kind == SCA_FrameKind::Message || frame.kind == SCA_FrameKind::Failure;
+    // How many requests ago this one's was; more than half of all numbers means the future.
+    const std::uint32_t age = sequence_ - frame.sequence;
+    if (!isReply || age > UINT32_MAX / 2) return Drop(SCA_ErrorFrame, error);
+    if (age == 0) {
+      if (frame.kind == SCA_FrameKind::Failure) return Fail(SCA_NetChannel::CodeOf(frame), error);
+      if (SCA_NetChannel::Decode(frame, message) != 0) return 1;
+      return Drop(SCA_ErrorFrame, error);
+    }
+    if (timeoutMs == SCA_Infinite) continue;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+    if (left <= 0) return Fail(ETIMEDOUT, error);
+    leftMs = static_cast<unsigned long>(left);
+  }
+}

@@ -1,0 +1,87 @@
+/// The control client: a service host's operations over its control port.
+#ifndef SCA_CONTROL_SCA_TIKASERVICECLIENT_H
+#define SCA_CONTROL_SCA_TIKASERVICECLIENT_H
+
+#include <cstdint>
+
+#include "control/SCA_NetTransport.h"
+#include "control/SCA_TikaServiceVirtual.h"
+
+template <class... Args>
+struct SCA_ServiceCommand;
+
+/// The longest wait for a reply, in milliseconds.
+constexpr unsigned long SCA_MaxReplyTimeoutMs = 60000;
+
+/// Each operation sends one request and waits for its reply. It fails when the connection does,
+/// which `GetLastStatusCode` explains, when the service host answers "ERR", and when the reply
+/// lacks a field or has a plain field where an object belongs. Outputs before a missing field stay
+/// written; objects are handed out all or none.
+/// Threads: one at a time.
+class SCA_API SCA_TikaServiceClient : public SCA_TikaServiceVirtual {
+ public:
+  SCA_TikaServiceClient();
+  ~SCA_TikaServiceClient() override;
+
+  /// Connects to a control port; an earlier connection is closed.
+  /// @param timeoutMs  Limit of the TCP connect, 0 for 60 seconds.
+  /// @param error      As `SCA_NetTransport::Connect` has it. The names and the port then stay.
+  int Connect(const char* host, unsigned short port, unsigned long timeoutMs, unsigned long* error);
+
+  /// @return The host that was given to `Connect`, cut to 31 bytes; "" before.
+  const char* GetName() const { return name_; }
+  /// @return "host:port"; "" before `Connect`.
+  const char* GetFullName() const { return fullName_; }
+  /// @return 0xFFFF before `Connect`.
+  unsigned short GetPort() const { return port_; }
+  /// @return The code of the transport's last failure; a success does not reset it.
+  unsigned long GetLastStatusCode() const { return lastStatusCode_; }
+  void SetLastStatusCode(unsigned long code) { lastStatusCode_ = static_cast<std::uint32_t>(code); }
+  SCA_NetTransport* GetNetTransport() { return &transport_; }
+  /// Milliseconds that each call waits for its reply, at most `SCA_MaxReplyTimeoutMs`.
+  unsigned long GetReplyTimeout() const { return replyTimeout_; }
+  void SetReplyTimeout(unsigned long timeoutMs);
+
+  int GetVersionInfo(char* versionInfo) override;
+  int GetDebugLog(unsigned long lastMessageId, unsigned long count,
+                  SCA_ConfigObj** debugLog) override;
+  int ClearDebugLog() override;
+  int GetStatus(unsigned long* status) override;
+  int GetStatusObj(SCA_ConfigObj** status) override;
+  int GetServerInfo(char* serverVersion, char* serverHostName) override;
+  int GetServiceStatus(unsigned long* serviceStatus, unsigned long* errorServers,
+                       unsigned long* activeServers, unsigned long long* memoryUsage,
+                       unsigned long long* upTime, SCA_ConfigObj** serversStatus) override;
+  int GetServiceStatusEx(SCA_ConfigObj** serviceStatus, SCA_ConfigObj** serversStatus) override;
+  int StopServer() override;
+  int Suspend() override;
+  int GetServerList(SCA_ConfigObj** serverList) override;
+  int GetServer(unsigned long serverId, SCA_ConfigObj** server) override;
+  int GetServerStatusEx(unsigned long serverId, SCA_ConfigObj** status) override;
+  int SaveTikaLog(unsigned long status, const char* logDir, unsigned long* statusCode) override;
+  int GetServerLog(unsigned long serverId, unsigned long lastMessageId, unsigned long count,
+                   SCA_ConfigObj** log) override;
+  int ClearServerLog(unsigned long serverId) override;
+  int AddServer(const char* fileName, unsigned short portNumber, unsigned long heapSize,
+                const char* javaOptions, unsigned long* serverId, unsigned long* serverStatus,
+                unsigned long* statusCode) override;
+  int StartServer(unsigned long serverId, unsigned long* serverStatus,
+                  unsigned long* statusCode) override;
+  int DeleteServer(unsigned long serverId) override;
+  int DeleteAllServers() override;
+
+ private:
+  template <class... Args, class... Given>
+  int Call(const SCA_ServiceCommand<Args...>& command, Given... arguments);
+
+  std::uint32_t replyTimeout_ = SCA_MaxReplyTimeoutMs;
+  SCA_NetTransport transport_;
+  std::uint32_t lastStatusCode_ = 0;
+  SCA_NetMessage request_;
+  SCA_NetMessage reply_;
+  char name_[32] = "";
+  char fullName_[260] = "";
+  unsigned short port_ = 0xFFFF;
+};
+
+#endif  // SCA_CONTROL_SCA_TIKASERVICECLIENT_H

@@ -1,0 +1,103 @@
+/// The command server: a control port, its accepting thread and one agent for each connection.
+/// Threads: one thread builds, opens, stops and destroys it; events and commands come on the
+/// agents' threads, of several connections at once.
+#ifndef SCA_CONTROL_SCA_VIRTUALCMDSERVER_H
+#define SCA_CONTROL_SCA_VIRTUALCMDSERVER_H
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "control/SCA_ControlKey.h"
+#include "control/SCA_NetServerAgent.h"
+
+class SCA_TcpListener;
+struct SCA_NetGreeting;
+
+/// Connections that a server serves at a time, unless it is told otherwise.
+constexpr unsigned long SCA_DefaultMaxConnections = 256;
+
+/// Nothing of a derived class is called before `OpenGate`, the last step of the most derived
+/// constructor; and a most derived class calls `StopAll` in its own destructor, since the agents
+/// call it until then.
+class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
+ public:
+  /// Opens nothing yet.
+  /// @param version  Told to clients; cut at 63 bytes.
+  /// @param port     0 for a free one.
+  /// @param error    Receives `ENOMEM` when the server is not valid.
+  SCA_VirtualCmdServer(const char* version, unsigned short port, unsigned long* error);
+  ~SCA_VirtualCmdServer() override;
+
+  /// @return The name of this machine, up to 259 bytes.
+  const char* GetServerHostName() const { return hostName_; }
+  const char* GetServerVersion() const { return version_; }
+  /// @return The port: as given, and as bound once the gate is open.
+  unsigned short GetPort() const { return port_; }
+
+  /// Before the gate is open only says whether the server is valid; the thread starts with it.
+  int Lock(const char* caller, unsigned long* error) override;
+
+  /// Asks for the login mode, fetches the key in mode 1, binds the port (on loopback alone in mode
+  /// 0) and starts to accept. A failure takes the validity away.
+  /// @param error  `EADDRINUSE`, `EACCES` and the like; the key provider's; `EINVAL` for another
+  ///               mode; `EALREADY`.
+  int OpenGate(unsigned long* error);
+
+  /// Closes the port and ends every connection, those in the middle of a request too once their
+  /// handler returns. No agent is in an event or a command when it returns; called by one of them
+  /// it only starts the ending, and the reply still goes out. @return 1.
+  int StopAll();
+
+  /// @param count  > 0. Beyond it new connections are refused, but first take the place of the
+  ///               oldest that has not logged in.
+  void SetMaxConnections(unsigned long count) { maxConnections_.Set(count); }
+  /// @return The connections whose agents run.
+  unsigned long GetConnectionCount() SCA_EXCLUDES(agentsLock_);
+
+  /// Serves one request, on the agent's thread.
+  /// @param reply  Prepared with the name "ERR", which a result of 0 gives it again.
+  virtual int DoCommand(SCA_NetServerAgent* agent, SCA_NetMessage* request,
+                        SCA_NetMessage* reply) = 0;
+  /// A peer may send requests from now on: accepted, and logged in where that is asked for.
+  virtual int ConnectEvent(SCA_NetServerAgent* agent) = 0;
+  /// A connection that had its connect event has ended.
+  virtual int DisconnectEvent(SCA_NetServerAgent* agent) = 0;
+  virtual unsigned long GetServerLoginMode() = 0;
+
+  /// The accepting thread.
+  unsigned long ThreadFunc() override;
+
+ private:
+  friend class SCA_NetServerAgent;
+  using Agents = std::vector<SCA_Owned<SCA_NetServerAgent>>;
+
+  // For the agents, on their threads.
+  const SCA_ControlKey* GetKey() const { return key_.get(); }
+  SCA_NetGreeting MakeGreeting() const;
+  unsigned long NextAgentId() { return nextAgentId_.fetch_add(1); }
+  void AgentEnded();
+
+  int BindPort(unsigned long* error);
+  void AddConnection(int handle) SCA_EXCLUDES(agentsLock_);
+  bool MakeRoom() SCA_EXCLUDES(agentsLock_);
+  Agents TakeEnded() SCA_EXCLUDES(agentsLock_);
+  Agents TakeAll() SCA_EXCLUDES(agentsLock_);
+  void StopAgents() SCA_EXCLUDES(agentsLock_);
+
+  char version_[64] = "";
+  char hostName_[260] = "";
+  unsigned short port_;
+  const unsigned long long startTime_;
+  bool isOpen_ = false;
+  std::unique_ptr<SCA_ControlKey> key_;  // null in mode 0
+  std::unique_ptr<SCA_TcpListener> listener_;
+  SCA_AtomicValue<unsigned long> maxConnections_{SCA_DefaultMaxConnections};
+  std::atomic<std::uint32_t> nextAgentId_{0};
+  SCA_AtomicValue<int> isStopping_{0};
+  SCA_Lock agentsLock_;
+  Agents agents_ SCA_GUARDED_BY(agentsLock_);  // oldest first
+};
+
+#endif  // SCA_CONTROL_SCA_VIRTUALCMDSERVER_H

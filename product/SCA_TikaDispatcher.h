@@ -1,0 +1,92 @@
+/// Hands extraction requests to Tika servers and sees each of them through to an outcome.
+#ifndef SCA_PRODUCT_SCA_TIKADISPATCHER_H
+#define SCA_PRODUCT_SCA_TIKADISPATCHER_H
+
+#include <memory>
+
+#include "client/SCA_TikaClient.h"
+#include "product/SCA_TikaExtractRequest.h"
+
+class SCA_TikaDispatch;
+
+/// Limits of a dispatcher; times in milliseconds.
+struct SCA_TikaDispatchLimits {
+  unsigned long connectMs = 10000;   ///< for one connection
+  unsigned long fileMs = 0;          ///< for one file, a second try included; 0: none
+  unsigned long idleMs = 150000;     ///< older connections are renewed; servers close after 200 s
+  unsigned long noServerMs = 30000;  ///< a request waits so long while no server is reachable
+  unsigned long firstDelayMs = 100;  ///< before a server that was not reachable is tried again; ...
+  unsigned long lastDelayMs = 10000;  ///< ... grows to this
+  unsigned long variant = 3;          ///< of the reply decoder
+};
+
+/// Called before each connection, on the thread of the client's worker: may start the server, wait
+/// for it, and set the client's port.
+/// @param stop   Set when the dispatcher ends: waits must look at it.
+/// @param error  Receives why there is no server.
+/// @return 0 when there is none; it is asked again later.
+using SCA_TikaPrepareServer = int (*)(SCA_TikaClient* client, SCA_Event* stop, void* context,
+                                      unsigned long* error);
+
+/// One client with one worker for each server added. A worker takes the oldest request that its
+/// client can serve, and keeps the client connected: it renews the connection after a failure and
+/// after a long pause, replaces a client that became invalid, and tries a server that cannot be
+/// reached again with growing delay. A request whose connection broke goes once to another server,
+/// after `SCA_TikaTextSink::Restart` if text had been delivered; when there is no other one, and
+/// the connection had served a file before (the server may have closed it between the two), once
+/// more to the same. A refused file, a time-out and an answer of failure are never tried again.
+///
+/// Threads: any thread may call any operation but the destructor. A limit of the settings may
+/// change at any time; texts and services are copied when the dispatcher is made.
+class SCA_API SCA_TikaDispatcher : public SCA_Object {
+ public:
+  /// Invalid without memory, threads or settings.
+  /// @param settings  Network time-out, mode and limit of pending requests; not owned, must outlive
+  ///                  the dispatcher.
+  SCA_TikaDispatcher(SCA_TikaConfigOrv* settings, const SCA_TikaDispatchLimits& limits);
+  /// Stops.
+  ~SCA_TikaDispatcher() override;
+  SCA_TikaDispatcher(const SCA_TikaDispatcher&) = delete;
+  SCA_TikaDispatcher& operator=(const SCA_TikaDispatcher&) = delete;
+
+  /// Before the first server is added. @param context  Handed to the function.
+  void SetPrepareServer(SCA_TikaPrepareServer prepare, void* context);
+  /// Adds a client for a server. Several for one server serve as many files at once.
+  /// @param serviceId  The service that the server belongs to.
+  /// @param error      `SCA_ErrorHostNameInvalid`, `SCA_ErrorStopping`, `ENOMEM`, `EAGAIN`.
+  int AddServer(const char* hostName, unsigned short port, unsigned long serviceId,
+                unsigned long* error);
+
+  /// Queues a request. Unless its service list was filled by the requester, it receives the enabled
+  /// services of the request's pool that take its extension: by their own list when they process
+  /// custom extensions, else by the settings'.
+  /// @param wait   What happens when the settings' maximum of requests is pending: 1 waits until
+  ///               there is room, 0 refuses. A maximum of 0 refuses in any case.
+  /// @param error  `SCA_ErrorExtractionOff`, `SCA_ErrorNoService`, `SCA_ErrorQueueFull`,
+  ///               `SCA_ErrorStopping`, `SCA_ErrorAlreadyActive` for one submitted before,
+  ///               `SCA_ErrorInvalidData` for one that is not valid, `ENOMEM`.
+  /// @return 1; or 0, the request then being the caller's as before.
+  int Submit(SCA_TikaExtractRequest* request, int wait, unsigned long* error);
+  /// Cancels a request, which ends soon as `Cancelled` unless it ends otherwise before.
+  void Cancel(SCA_TikaExtractRequest* request);
+  /// Cancels every request submitted so far.
+  void CancelAll();
+  /// Gives a request up, whatever has become of it: it is deleted now, or by the worker that has
+  /// it. Its sink may be called until then. The caller must not touch it again.
+  void Abandon(SCA_TikaExtractRequest* request);
+  /// Refuses new requests, ends the submits that wait, cancels every request and ends the workers.
+  /// Every request has its outcome when this returns. Called again, it does nothing. Not to be
+  /// called by a sink.
+  void Stop();
+
+  /// Requests that wait for a worker.
+  unsigned long GetPendingRequests() const;
+  /// Adds an object "Clients" with the idle clients and an object "Requests" with the queued
+  /// requests, each as its list has it.
+  int GetStatus(SCA_ConfigObj* obj);
+
+ private:
+  std::unique_ptr<SCA_TikaDispatch> dispatch_;
+};
+
+#endif  // SCA_PRODUCT_SCA_TIKADISPATCHER_H

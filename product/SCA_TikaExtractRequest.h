@@ -1,0 +1,124 @@
+/// An extraction request as the dispatcher serves it: which file, where its text goes, and how it
+/// ended.
+#ifndef SCA_PRODUCT_SCA_TIKAEXTRACTREQUEST_H
+#define SCA_PRODUCT_SCA_TIKAEXTRACTREQUEST_H
+
+#include <chrono>
+#include <memory>
+
+#include "product/SCA_TikaClientRequest.h"
+
+class SCA_TikaDispatch;
+class SCA_TikaExtractRequest;
+
+/// How a request ended; each ends in exactly one of these.
+enum class SCA_TikaOutcome {
+  None,              ///< it has not ended
+  Extracted,         ///< the whole text was delivered
+  Refused,           ///< a server refused the file: it is empty, encrypted, damaged or too large
+  ServerFailed,      ///< a server answered with a failure, or not as Tika does
+  ConnectionBroken,  ///< the connection broke, and there was no other server to try
+  ServersDied,       ///< two servers broke the connection while they had the file
+  TimedOut,          ///< the server said nothing for the network time-out
+  TimeLimit,         ///< the file took longer than the time limit
+  Cancelled,         ///< its requester, or the end of the dispatcher, cancelled it
+  FileFailed,        ///< the file could not be read
+  SinkFailed,        ///< the receiver of the text refused to go on
+  NoServer           ///< no server that may serve it could be reached
+};
+
+/// @return A word for the outcome, such as "extracted" or "time limit"; static storage.
+SCA_API const char* SCA_TikaOutcomeText(SCA_TikaOutcome outcome);
+
+/// Receives the text of one request. Calls come one at a time, on threads of the dispatcher, under
+/// no lock of the library; they must not throw.
+class SCA_API SCA_TikaTextSink : public SCA_Object {
+ public:
+  SCA_TikaTextSink() { SetValid(1); }
+
+  /// Takes the next block of the text, as `SCA_TikaTextCallback` has it.
+  /// @return 0 stops the extraction, which then ends as `SinkFailed`.
+  virtual int Write(const char* text, unsigned long length, unsigned long offset) = 0;
+  /// Takes back everything written: the file goes to another server, and the text begins anew at
+  /// offset 0. @return 0 stops as above.
+  virtual int Restart() = 0;
+  /// The outcome is recorded; `ready` is signalled after this returns. Until then the request must
+  /// not be deleted.
+  virtual void Finish(SCA_TikaExtractRequest* request);
+};
+
+/// Owns its sink. Made by the requester, who submits it to a dispatcher once and waits for `ready`,
+/// or cancels it, or abandons it.
+/// Threads: until it is submitted and after `ready` the requester's; in between only the cancel
+/// event and what the base class allows.
+class SCA_API SCA_TikaExtractRequest : public SCA_TikaClientRequest {
+ public:
+  /// Invalid without memory, without a sink or a path.
+  /// @param path      The file; copied.
+  /// @param fileExt   Its extension without the dot, which chooses the services.
+  /// @param poolName  The server pool wanted.
+  /// @param sink      Receives the text; taken over in any case.
+  SCA_TikaExtractRequest(const char* path, const char* fileExt, const char* poolName,
+                         SCA_TikaTextSink* sink);
+  /// Leaves the dispatcher that knows it, if any.
+  ~SCA_TikaExtractRequest() override;
+
+  const char* GetPath() const { return path_.get(); }
+  SCA_TikaTextSink* GetSink() { return sink_.get(); }
+  /// Setting it cancels the request; `SCA_TikaDispatcher::Cancel` does so at once where this takes
+  /// a moment.
+  SCA_Event* GetCancel() { return &cancel_; }
+
+  /// @name How it ended; the status code holds the error code, 0 for an extracted text
+  /// @{
+  SCA_TikaOutcome GetOutcome() const { return outcome_; }
+  /// One English line; empty for an extracted text.
+  const char* GetCause() const { return cause_; }
+  /// The server that served it last, as host:port; empty when none did.
+  const char* GetServer() const { return server_; }
+  /// The HTTP code with which a server refused the file before it had read it; 0 for none.
+  unsigned long GetRefusalCode() const { return refusalCode_; }
+  /// Bytes of text delivered; 0 unless it was extracted.
+  unsigned long long GetTextLength() const { return textLength_; }
+  /// Bytes of the file; 0 when it was not opened.
+  unsigned long long GetFileSize() const { return fileSize_; }
+  /// Milliseconds from the first server's taking it to the end, 0 when none took it.
+  unsigned long long GetDuration() const { return durationMs_; }
+  /// How many servers had the file: 0 to 2.
+  unsigned long GetTries() const { return tries_; }
+  /// @}
+
+ private:
+  friend class SCA_TikaDispatch;
+  friend class SCA_TikaWorker;
+  using Clock = std::chrono::steady_clock;
+  using Node = SCA_ListItem<SCA_TikaExtractRequest*>;
+
+  static constexpr unsigned long kNoServer = 0xFFFFFFFF;
+
+  std::unique_ptr<char[]> path_;
+  SCA_Owned<SCA_TikaTextSink> sink_;
+  SCA_Event cancel_{1, 0};
+
+  SCA_TikaOutcome outcome_ = SCA_TikaOutcome::None;
+  char cause_[260] = "";
+  char server_[272] = "";
+  unsigned long refusalCode_ = 0;
+  unsigned long long textLength_ = 0;
+  unsigned long long fileSize_ = 0;
+  unsigned long long durationMs_ = 0;
+  unsigned long tries_ = 0;
+
+  // The dispatcher's, under its lock.
+  SCA_TikaDispatch* dispatch_ = nullptr;  // that knows the request, from submission to the outcome
+  Node* place_ = nullptr;                 // among its requests
+  bool isRetry_ = false;                  // waits for a worker outside of the queue
+  bool isServed_ = false;
+  bool isWaiting_ = false;  // counts against the limit of pending requests
+  bool isOverdue_ = false;  // the time limit has cancelled it
+  Clock::time_point waitsSince_;
+  Clock::time_point beganAt_;
+  unsigned long failedServer_ = kNoServer;  // the server that must not have it again
+};
+
+#endif  // SCA_PRODUCT_SCA_TIKAEXTRACTREQUEST_H
