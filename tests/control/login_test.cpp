@@ -1,0 +1,340 @@
+// Logins, and peers that mean no good, against a real server.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <thread>
+
+#include "control/SCA_NetLogin.h"
+#include "control/SCA_TikaServiceClient.h"
+#include "control/SCA_TikaServiceServer.h"
+#include "platform/SCA_Error.h"
+#include "tests/control/fake_service.h"
+#include "tests/support/ReportCapture.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/Timing.h"
+
+namespace {
+
+// Keys by host: "" for the server's own, any other for clients.
+struct Keys {
+  Keys() { SCA_SetControlKeyProvider(&Keys::Give, this); }
+  ~Keys() { SCA_SetControlKeyProvider(nullptr, nullptr); }
+
+  static int Give(void* context, const char* host, unsigned short /*port*/, SCA_ControlKey* key,
+                  unsigned long* error) {
+    const auto* keys = static_cast<const Keys*>(context);
+    const std::string& text = *host == '\0' ? keys->server : keys->client;
+    *error = keys->error;
+    std::memcpy(key->bytes, text.data(), text.size());
+    key->length = text.size();
+    return text.empty() ? 0 : 1;
+  }
+
+  std::string server = "the key that both ends share....";
+  std::string client = server;
+  unsigned long error = ENOENT;
+};
+
+class Login : public ::testing::Test {
+ protected:
+  Login() : factory_(&service_, 1), server_(&factory_, 0, &error_) {
+    EXPECT_EQ(server_.IsValid(), 1) << SCA_ErrorText(error_);
+  }
+  unsigned long ConnectError() {
+    SCA_TikaServiceClient client;
+    unsigned long error = 0;
+    unsigned long status = 0;
+    if (client.Connect("127.0.0.1", server_.GetPort(), 5000, &error) == 0) return error;
+    EXPECT_EQ(client.GetNetTransport()->GetServerLoginMode(), 1U);
+    return client.GetStatus(&status) != 0 ? 0 : client.GetLastStatusCode();
+  }
+
+  Keys keys_;
+  FakeService service_;
+  FakeFactory factory_;
+  unsigned long error_ = 0;
+  SCA_TikaServiceServer server_;
+};
+
+TEST_F(Login, NeedsTheSameKeyOnBothEnds) {
+  EXPECT_EQ(ConnectError(), 0U);
+  EXPECT_EQ(factory_.Authenticated(), 1);
+  ReportCapture reports;
+  keys_.client[0] = 'T';
+  EXPECT_EQ(ConnectError(), SCA_ErrorLoginRefused);
+  keys_.client += "longer";
+  EXPECT_EQ(ConnectError(), SCA_ErrorLoginRefused);
+  keys_.client.clear();
+  EXPECT_EQ(ConnectError(), SCA_ErrorNoKey);
+  keys_.error = SCA_ErrorKeyExposed;
+  EXPECT_EQ(ConnectError(), SCA_ErrorKeyExposed);
+  EXPECT_EQ(factory_.Connects(), 1) << "a refused login has no events";
+  EXPECT_EQ(service_.Calls().size(), 1U);
+}
+
+// A connection on which a test sends frames of its own making.
+class Peer {
+ public:
+  explicit Peer(unsigned short port, SCA_NetSide side = SCA_NetSide::Client)
+      : socket_(SCA_CreateTcpSock(-1)), channel_(socket_.get(), side) {
+    unsigned long error = 0;
+    EXPECT_EQ(socket_->Connect("127.0.0.1", port, 5000, &error), 1);
+  }
+  std::string ReceiveNonce() {
+    SCA_NetFrame frame;
+    SCA_NetMessage message;
+    char nonce[80] = "";
+    unsigned long error = 0;
+    EXPECT_EQ(channel_.Receive(5000, 5000, &frame, &error), 1) << error;
+    EXPECT_EQ(frame.kind, SCA_FrameKind::Hello);
+    EXPECT_EQ(SCA_NetChannel::Decode(frame, &message), 1);
+    message.GetData()->GetField("Nonce", nonce, sizeof nonce);
+    return nonce;
+  }
+  void Send(const std::string& bytes) {
+    unsigned long sent = 0;
+    unsigned long error = 0;
+    socket_->Send(bytes.data(), bytes.size(), &sent, &error);
+  }
+  // The code with which the server ends the connection.
+  unsigned long Refusal() {
+    SCA_NetFrame frame;
+    unsigned long error = 0;
+    if (channel_.Receive(20000, 20000, &frame, &error) == 0) return error;
+    EXPECT_EQ(frame.kind, SCA_FrameKind::Refused);
+    return SCA_NetChannel::CodeOf(frame);
+  }
+  SCA_NetChannel& Channel() { return channel_; }
+  SCA_VirtualTcpSock& Socket() { return *socket_; }
+
+ private:
+  SCA_Owned<SCA_VirtualTcpSock> socket_;
+  SCA_NetChannel channel_;
+};
+
+// Records what a good client sends, by standing between it and the server.
+std::string RecordGoodClient(unsigned short port) {
+  std::string recorded;
+  ScriptedServer between([&](ServerConnection& client) {
+    Peer upstream(port);
+    char buffer[4096];
+    unsigned long count = 0;
+    unsigned long error = 0;
+    // Hello down, login up, welcome down, a request up, its reply down.
+    for (const bool isUp : {false, true, false, true, false}) {
+      if (isUp) {
+        const std::string bytes = client.Receive();
+        recorded += bytes;
+        upstream.Send(bytes);
+      } else if (upstream.Socket().Receive(buffer, sizeof buffer, &count, &error) != 0) {
+        client.Send(std::string(buffer, count));
+      }
+    }
+    client.WaitForEnd();
+  });
+  SCA_TikaServiceClient client;
+  unsigned long error = 0;
+  unsigned long status = 0;
+  EXPECT_EQ(client.Connect("127.0.0.1", between.Port(), 5000, &error), 1) << SCA_ErrorText(error);
+  EXPECT_EQ(client.GetStatus(&status), 1);
+  return recorded;
+}
+
+TEST_F(Login, CannotBeReplayedReflectedOrTampered) {
+  ReportCapture reports;
+  const std::string recorded = RecordGoodClient(server_.GetPort());
+  ASSERT_EQ(factory_.Connects(), 1);
+  Peer replaying(server_.GetPort());
+  replaying.ReceiveNonce();
+  replaying.Send(recorded);
+  EXPECT_EQ(replaying.Refusal(), SCA_ErrorLoginRefused);
+
+  // The server's own challenge and a guess at its answer to it.
+  Peer reflecting(server_.GetPort());
+  const std::string nonce = reflecting.ReceiveNonce();
+  SCA_NetMessage login;
+  unsigned long error = 0;
+  login.GetData()->AddField("Nonce", nonce.c_str(), 0);
+  login.GetData()->AddField("Proof", nonce.c_str(), 0);
+  EXPECT_EQ(reflecting.Channel().Send(SCA_FrameKind::Login, 0, login, 5000, &error), 1);
+  EXPECT_EQ(reflecting.Refusal(), SCA_ErrorLoginRefused);
+
+  Peer early(server_.GetPort());
+  early.ReceiveNonce();
+  SCA_NetMessage request;
+  request.Init("GetStatus");
+  EXPECT_EQ(early.Channel().Send(SCA_FrameKind::Message, 1, request, 5000, &error), 1);
+  EXPECT_EQ(early.Refusal(), static_cast<unsigned long>(ECONNRESET));
+  EXPECT_EQ(factory_.Connects(), 1);
+  EXPECT_EQ(service_.Calls().size(), 1U);
+}
+
+TEST_F(Login, EveryLaterFrameIsProved) {
+  SCA_NetGreeting greeting;
+  unsigned long error = 0;
+  SCA_NetMessage request;
+  request.Init("GetStatus");
+  for (const std::string what : {"as it is", "again", "skipping one", "twice the login"}) {
+    SCOPED_TRACE(what);
+    ReportCapture reports;
+    Peer peer(server_.GetPort());
+    ASSERT_EQ(SCA_Login(&peer.Channel(), "h", 1, true, &greeting, &error), 1);
+    const bool isGood = what == "as it is";
+    const SCA_FrameKind kind =
+        what == "twice the login" ? SCA_FrameKind::Login : SCA_FrameKind::Message;
+    const std::uint32_t sequence = what == "skipping one" ? 2 : 1;
+    EXPECT_EQ(peer.Channel().Send(kind, sequence, request, 5000, &error), 1);
+    SCA_NetFrame frame;
+    if (isGood || what == "again") {
+      EXPECT_EQ(peer.Channel().Receive(5000, 5000, &frame, &error), 1);
+      EXPECT_EQ(frame.kind, SCA_FrameKind::Message);
+      if (isGood) continue;
+      EXPECT_EQ(peer.Channel().Send(kind, sequence, request, 5000, &error), 1);
+    }
+    EXPECT_EQ(peer.Refusal(), SCA_ErrorFrame);
+  }
+  ReportCapture reports;
+  Peer forging(server_.GetPort());
+  ASSERT_EQ(SCA_Login(&forging.Channel(), "h", 1, true, &greeting, &error), 1);
+  forging.Channel().Authenticate(SCA_Digest{});
+  EXPECT_EQ(forging.Channel().Send(SCA_FrameKind::Message, 1, request, 5000, &error), 1);
+  SCA_NetFrame frame;
+  EXPECT_EQ(forging.Channel().Receive(5000, 5000, &frame, &error), 0);
+  EXPECT_EQ(error, SCA_ErrorFrameForged) << "the refusal is proved with the real key";
+}
+
+TEST_F(Login, AHostThatShouldAskForItAndDoesNotIsRefused) {
+  for (const bool hasKey : {true, false}) {
+    if (!hasKey) keys_.client.clear();
+    for (const bool isLoopback : {true, false}) {
+      FakeFactory open(&service_, 0);
+      unsigned long error = 0;
+      const SCA_TikaServiceServer server(&open, 0, &error);
+      Peer peer(server.GetPort());
+      SCA_NetGreeting greeting;
+      const bool isTaken = isLoopback || !hasKey;
+      EXPECT_EQ(SCA_Login(&peer.Channel(), "h", 1, isLoopback, &greeting, &error), isTaken ? 1 : 0);
+      EXPECT_STREQ(greeting.version, "17.1.12");
+      if (!isTaken) {
+        EXPECT_EQ(error, SCA_ErrorLoginMissing);
+      }
+    }
+  }
+}
+
+TEST_F(Login, AServerThatDoesNotProveTheKeyIsRefused) {
+  ScriptedServer impostor([](ServerConnection& connection) {
+    SCA_Owned<SCA_VirtualTcpSock> socket(SCA_CreateTcpSock(::dup(connection.Fd())));
+    SCA_NetChannel channel(socket.get(), SCA_NetSide::Server);
+    SCA_NetMessage message;
+    unsigned long error = 0;
+    SCA_NetFrame frame;
+    message.GetData()->AddField("LoginMode", 1, 0);
+    message.GetData()->AddField("Nonce", std::string(64, 'a').c_str(), 0);
+    message.GetData()->AddField("Proof", std::string(64, 'b').c_str(), 0);
+    channel.Send(SCA_FrameKind::Hello, 0, message, 1000, &error);
+    channel.Receive(5000, 5000, &frame, &error);
+    channel.Send(SCA_FrameKind::Welcome, 0, message, 1000, &error);
+    connection.WaitForEnd();
+  });
+  SCA_TikaServiceClient client;
+  unsigned long error = 0;
+  EXPECT_EQ(client.Connect("127.0.0.1", impostor.Port(), 5000, &error), 0);
+  EXPECT_EQ(error, SCA_ErrorLoginRefused);
+  EXPECT_EQ(client.GetPort(), 0xFFFF);
+}
+
+TEST_F(Login, HostilePeersDoNotKeepAGoodClientFromBeingServed) {
+  ReportCapture reports;
+  SCA_TikaServiceClient good;
+  unsigned long error = 0;
+  unsigned long status = 0;
+  ASSERT_EQ(good.Connect("127.0.0.1", server_.GetPort(), 5000, &error), 1);
+  const std::string header = "SCA1";
+  const std::string noise[] = {
+      "",                                                                          // says nothing
+      "GET / HTTP/1.1\r\n\r\n",                                                    //
+      header,                                                                      // half a header
+      header + std::string("\xFF\xFF\xFF\xFF\0\0\0\3", 8) + std::string(4, '\0'),  // 4 GiB
+      header + std::string("\0\0\x0F\xFF\0\0\0\3\0\0\0\0", 12) + std::string(9, '\xFF'),
+      header + std::string("\0\0\0\x20\0\0\0\3\0\0\0\0", 12) + std::string(32, 'n'),
+  };
+  std::vector<std::unique_ptr<Peer>> silent;
+  for (int i = 0; i < 1000; ++i) {
+    auto peer = std::make_unique<Peer>(server_.GetPort());
+    peer->Send(noise[static_cast<std::size_t>(i) % std::size(noise)]);
+    if (i % 3 == 0) silent.push_back(std::move(peer));
+    if (i % 50 == 0) {
+      ASSERT_EQ(good.GetStatus(&status), 1) << good.GetLastStatusCode();
+    }
+  }
+  EXPECT_EQ(ConnectError(), 0U) << "newcomers take the place of strangers";
+  EXPECT_EQ(good.GetStatus(&status), 1);
+  EXPECT_EQ(factory_.Connects(), 2);
+}
+
+TEST_F(Login, HasATimeLimit) {
+  ReportCapture reports;
+  Peer peer(server_.GetPort());
+  peer.ReceiveNonce();
+  const Stopwatch watch;
+  // A byte now and then does not help.
+  std::atomic<bool> hasEnded{false};
+  std::thread trickle([&] {
+    for (const char byte : std::string("SCA1")) {
+      peer.Send(std::string(1, byte));
+      for (int i = 0; i < 15 && !hasEnded; ++i) ::poll(nullptr, 0, 100);
+    }
+  });
+  EXPECT_EQ(peer.Refusal(), static_cast<unsigned long>(ECONNRESET));
+  hasEnded = true;
+  trickle.join();
+  EXPECT_GE(watch.Ms(), 4000);
+  EXPECT_LT(watch.Ms(), kDeadlineMs);
+}
+
+TEST(ControlKey, IsMadeOnceAndKeptFromOthers) {
+  const TempDir dir;
+  const std::string file = dir.File("a/b/control.key");
+  unsigned long error = 0;
+  SCA_ControlKey first;
+  SCA_ControlKey second;
+  EXPECT_EQ(SCA_LoadControlKey(file.c_str(), &first, &error), 0);
+  EXPECT_EQ(error, static_cast<unsigned long>(ENOENT));
+  EXPECT_EQ(SCA_CreateControlKey(file.c_str(), &error), 1);
+  EXPECT_EQ(SCA_LoadControlKey(file.c_str(), &first, &error), 1);
+  EXPECT_EQ(first.length, SCA_ControlKeySize);
+  EXPECT_EQ(SCA_CreateControlKey(file.c_str(), &error), 1);
+  EXPECT_EQ(SCA_LoadControlKey(file.c_str(), &second, &error), 1);
+  EXPECT_EQ(std::memcmp(first.bytes, second.bytes, sizeof first.bytes), 0);
+  for (const mode_t mode : {0640, 0604, 0620}) {
+    ASSERT_EQ(::chmod(file.c_str(), mode), 0);
+    EXPECT_EQ(SCA_LoadControlKey(file.c_str(), &second, &error), 0);
+    EXPECT_EQ(error, SCA_ErrorKeyExposed);
+  }
+}
+
+TEST(ControlKey, TakesHexadecimalDigitsAlone) {
+  const TempDir dir;
+  const std::pair<std::string, unsigned long> rows[] = {
+      {std::string(32, 'a'), 16},  {std::string(128, 'F') + " \r\n", 64},
+      {std::string(31, 'a'), 0},   {std::string(30, 'a'), 0},
+      {std::string(130, 'a'), 0},  {std::string(33, 'a'), 0},
+      {std::string(32, 'g'), 0},   {"0x" + std::string(32, 'a'), 0},
+      {std::string(5000, 'a'), 0}, {"", 0}};
+  for (const auto& [text, length] : rows) {
+    const std::string file = dir.Write("key", text);
+    ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
+    SCA_ControlKey key;
+    unsigned long error = 0;
+    EXPECT_EQ(SCA_LoadControlKey(file.c_str(), &key, &error), length > 0 ? 1 : 0) << text;
+    EXPECT_EQ(length > 0 ? key.length : error, length > 0 ? length : SCA_ErrorKeyInvalid) << text;
+  }
+}
+
+}  // namespace

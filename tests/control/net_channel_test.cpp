@@ -1,0 +1,227 @@
+#include "control/SCA_NetChannel.h"
+
+#include <gtest/gtest.h>
+
+#include "control/SCA_NetTransport.h"
+#include "control/SCA_TikaServiceClient.h"
+#include "platform/SCA_Error.h"
+#include "tests/support/ScriptedSocket.h"
+
+namespace {
+
+SCA_Owned<SCA_VirtualTcpSock> MakeSocket() {
+  return SCA_Owned<SCA_VirtualTcpSock>(SCA_CreateTcpSock(-1));
+}
+
+// The bytes of a frame, as a channel of that side sends it.
+std::string FrameBytes(SCA_NetSide side, SCA_FrameKind kind, std::uint32_t sequence,
+                       const SCA_NetMessage& message, const SCA_Digest* key = nullptr) {
+  SocketScript script;
+  const ScriptedSockets sockets(&script);
+  const auto socket = MakeSocket();
+  SCA_NetChannel channel(socket.get(), side);
+  if (key != nullptr) channel.Authenticate(*key);
+  unsigned long error = 0;
+  EXPECT_EQ(channel.Send(kind, sequence, message, 0, &error), 1) << error;
+  return script.sent;
+}
+
+TEST(NetChannel, SendsTheDocumentedBytes) {
+  SCA_NetMessage message;
+  message.Init("GetServer");
+  message.first = 1;
+  message.second = 0x01020304;
+  message.GetData()->AddField("ServerId", 7, 0);
+  const std::string bytes = FrameBytes(SCA_NetSide::Client, SCA_FrameKind::Message, 2, message);
+  EXPECT_EQ(bytes, std::string("SCA1\0\0\0\x24\0\0\0\1\0\0\0\2"
+                               "\0\0\0\1\1\2\3\4\x09GetServer"
+                               "2\1\1"
+                               "1\1ServerId\1"
+                               "7\1"
+                               "0\1",
+                               52));
+}
+
+TEST(NetChannel, FramesArriveWholeHoweverTheyAreCut) {
+  SCA_NetMessage small;
+  small.Init("small");
+  SCA_NetMessage large;
+  large.Init(std::string(SCA_MaxCommandName - 1, 'n').c_str());
+  const std::string value(20000, 'v');
+  for (int i = 0; i < 10; ++i) large.GetData()->AddField("value", value.c_str(), 0);
+  const SCA_Digest key{1, 2, 3};
+  for (const SCA_Digest* used : {static_cast<const SCA_Digest*>(nullptr), &key}) {
+    std::string bytes;
+    for (std::uint32_t i = 0; i < 6; ++i) {
+      bytes += FrameBytes(SCA_NetSide::Server, SCA_FrameKind::Message, i,
+                          i % 2 == 0 ? small : large, used);
+    }
+    for (const std::size_t piece : {1U, 7U, 16U, 4096U, 100000U, 1000000U}) {
+      SCOPED_TRACE(piece);
+      SocketScript script;
+      script.pieces = InPieces(bytes, piece);
+      const ScriptedSockets sockets(&script);
+      const auto socket = MakeSocket();
+      SCA_NetChannel channel(socket.get(), SCA_NetSide::Client);
+      channel.AllowLargeFrames();
+      if (used != nullptr) channel.Authenticate(*used);
+      SCA_NetFrame frame;
+      unsigned long error = 0;
+      for (std::uint32_t i = 0; i < 6; ++i) {
+        ASSERT_EQ(channel.Receive(SCA_Infinite, SCA_Infinite, &frame, &error), 1) << i << error;
+        ASSERT_EQ(frame.sequence, i);
+        SCA_NetMessage read;
+        ASSERT_EQ(SCA_NetChannel::Decode(frame, &read), 1);
+        const SCA_NetMessage& sent = i % 2 == 0 ? small : large;
+        ASSERT_STREQ(read.GetCommandName(), sent.GetCommandName());
+        ASSERT_EQ(read.GetData()->Compare(sent.GetData()), 1);
+      }
+      EXPECT_EQ(channel.Receive(SCA_Infinite, SCA_Infinite, &frame, &error), 0);
+      EXPECT_EQ(error, static_cast<unsigned long>(ECONNRESET));
+    }
+  }
+}
+
+TEST(NetChannel, TakesMemoryOnlyAsBytesArrive) {
+  SocketScript script;
+  script.pieces = {std::string("SCA1\x01\0\0\0\0\0\0\1\0\0\0\0", 16), std::string(100000, 'x')};
+  const ScriptedSockets sockets(&script);
+  const auto socket = MakeSocket();
+  SCA_NetChannel channel(socket.get(), SCA_NetSide::Server);
+  channel.AllowLargeFrames();
+  SCA_NetFrame frame;
+  unsigned long error = 0;
+  EXPECT_EQ(channel.Receive(SCA_Infinite, SCA_Infinite, &frame, &error), 0);
+  EXPECT_EQ(error, static_cast<unsigned long>(ECONNRESET));
+  for (const unsigned long room : script.receiveSizes) EXPECT_LE(room, 200000U);
+}
+
+TEST(NetChannel, EveryChangedBitOfAProvedFrameIsNoticed) {
+  SCA_NetMessage message;
+  message.Init("StopServer");
+  const SCA_Digest key{7};
+  const std::string good =
+      FrameBytes(SCA_NetSide::Client, SCA_FrameKind::Message, 1, message, &key);
+  const auto errorOf = [&](const std::string& bytes, SCA_NetSide receiver) {
+    SocketScript script;
+    script.pieces = {bytes};
+    const ScriptedSockets sockets(&script);
+    const auto socket = MakeSocket();
+    SCA_NetChannel channel(socket.get(), receiver);
+    channel.Authenticate(key);
+    SCA_NetFrame frame;
+    unsigned long error = 0;
+    return channel.Receive(SCA_Infinite, SCA_Infinite, &frame, &error) != 0 ? 0 : error;
+  };
+  EXPECT_EQ(errorOf(good, SCA_NetSide::Server), 0U);
+  EXPECT_EQ(errorOf(good, SCA_NetSide::Client), SCA_ErrorFrameForged) << "sent back to its sender";
+  for (std::size_t at = 0; at < good.size(); ++at) {
+    std::string bad = good;
+    bad[at] = static_cast<char>(bad[at] ^ 4);
+    EXPECT_NE(errorOf(bad, SCA_NetSide::Server), 0U) << at;
+  }
+}
+
+TEST(NetChannel, RefusesBodiesThatAreNoMessages) {
+  const std::string prefix(8, '\0');
+  const std::string object =
+      "2\1\1"
+      "0\1";
+  const std::pair<std::string, int> rows[] = {{prefix + '\2' + "OK" + object, 1},
+                                              {prefix + '\0' + object, 1},
+                                              {prefix + std::string("\2O\0", 3) + object, 0},
+                                              {prefix + '\x40' + std::string(64, 'n') + object, 0},
+                                              {prefix + '\x3f' + std::string(62, 'n'), 0},
+                                              {prefix + '\2' + "OK" + object + "x", 0},
+                                              {prefix + '\2' + "OK1\1n\1v\1", 0},
+                                              {prefix + '\2' + "OK", 0},
+                                              {prefix, 0},
+                                              {"", 0}};
+  for (const auto& [body, isMessage] : rows) {
+    SCA_NetMessage message;
+    SCA_NetFrame frame;
+    frame.body = body.data();
+    frame.length = body.size();
+    EXPECT_EQ(SCA_NetChannel::Decode(frame, &message), isMessage) << body;
+  }
+}
+
+// What a client makes of a server that says these frames.
+class ScriptedHost {
+ public:
+  explicit ScriptedHost(const std::vector<std::string>& frames) {
+    SCA_NetMessage hello;
+    hello.GetData()->AddField("LoginMode", 0, 0);
+    hello.GetData()->AddField("Nonce", std::string(64, '0').c_str(), 0);
+    script_.pieces = {FrameBytes(SCA_NetSide::Server, SCA_FrameKind::Hello, 0, hello)};
+    script_.pieces.insert(script_.pieces.end(), frames.begin(), frames.end());
+    sockets_ = std::make_unique<ScriptedSockets>(&script_);
+    unsigned long error = 0;
+    EXPECT_EQ(client.Connect("h", 9001, 100, &error), 1) << SCA_ErrorText(error);
+  }
+  SCA_TikaServiceClient client;
+
+ private:
+  SocketScript script_;
+  std::unique_ptr<ScriptedSockets> sockets_;
+};
+
+std::string Reply(const char* name, std::uint32_t sequence,
+                  const std::vector<std::pair<const char*, bool>>& members) {
+  SCA_NetMessage message;
+  message.Init(name);
+  for (const auto& [member, isObject] : members) {
+    if (isObject) {
+      message.GetData()->AddConfigObj(member);
+    } else {
+      message.GetData()->AddField(member, 5, 0);
+    }
+  }
+  return FrameBytes(SCA_NetSide::Server, SCA_FrameKind::Message, sequence, message);
+}
+
+TEST(ServiceClient, TakesRepliesAsTheyShouldBeAndNoOthers) {
+  const char* service = "ServiceStatusObj";
+  const char* servers = "ServersStatusObj";
+  struct {
+    const char* what;
+    std::string reply;
+    int result;
+    unsigned long code;
+  } const rows[] = {
+      {"both", Reply("OK", 1, {{service, true}, {servers, true}}), 1, 0},
+      {"another name", Reply("YES", 1, {{servers, true}, {service, true}}), 1, 0},
+      {"an error", Reply("ERR", 1, {{service, true}, {servers, true}}), 0, 0},
+      {"the second is missing", Reply("OK", 1, {{service, true}}), 0, 0},
+      {"a plain field", Reply("OK", 1, {{service, true}, {servers, false}}), 0, 0},
+      {"a plain field before", Reply("OK", 1, {{service, false}, {service, true}, {servers, true}}),
+       0, 0},
+      {"one twice", Reply("OK", 1, {{service, true}, {service, false}, {servers, true}}), 1, 0},
+      {"a late one before", Reply("OK", 0, {}) + Reply("OK", 1, {{service, true}, {servers, true}}),
+       1, 0},
+      {"the future's", Reply("OK", 2, {{service, true}, {servers, true}}), 0, SCA_ErrorFrame},
+      {"noise", "HTTP/1.1 200 OK\r\n\r\n", 0, SCA_ErrorFrame},
+      {"half", Reply("OK", 1, {{service, true}, {servers, true}}).substr(0, 50), 0, ECONNRESET},
+      {"nothing", "", 0, ECONNRESET},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    ScriptedHost host({row.reply});
+    SCA_ConfigObj* objects[2] = {};
+    EXPECT_EQ(host.client.GetServiceStatusEx(&objects[0], &objects[1]), row.result);
+    EXPECT_EQ(host.client.GetLastStatusCode(), row.code);
+    for (SCA_ConfigObj* object : objects) {
+      EXPECT_EQ(object != nullptr, row.result == 1) << "all or none";
+      SCA_Destroyer()(object);
+    }
+    EXPECT_EQ(host.client.GetNetTransport()->Connected(), row.code == 0 ? 1 : 0);
+  }
+  ScriptedHost named({Reply("WHATEVER", 1, {})});
+  EXPECT_EQ(named.client.StopServer(), 1);
+  EXPECT_STREQ(named.client.GetFullName(), "h:9001");
+  unsigned long number = 0;
+  ScriptedHost wrong({Reply("OK", 1, {{"Status", true}})});
+  EXPECT_EQ(wrong.client.GetStatus(&number), 0);
+}
+
+}  // namespace
