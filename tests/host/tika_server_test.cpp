@@ -500,6 +500,8 @@ TEST_F(Server, StartersStoppersAndReadersMeet) {
       unsigned long error = 0;
       server_.StartProcess(&error);
       server_.SetJavaOptions("-part=flood");
+      EXPECT_TRUE(
+          Eventually([this] { return server_.GetProcessId() != 0 || server_.IsActive() == 0; }));
       server_.RequestRestart("by the test");
       server_.StopAll();
     });

@@ -360,6 +360,17 @@ TEST(Process, AChildThatClosedItsOutputIsWaitedForWithoutSpinning) {
   EXPECT_EQ(child.End(), -SIGTERM);
 }
 
+TEST(Process, AWaitEndsWhenItIsCalledOff) {
+  Child child;
+  child.StartReady("wait");
+  child.process->Wake();
+  EXPECT_EQ(child.process->WaitForOutput(SCA_Infinite, 0), 0) << "called off before it began";
+  std::thread caller([&child] { child.process->Wake(); });
+  EXPECT_EQ(child.process->WaitForOutput(SCA_Infinite, 0), 0);
+  caller.join();
+  EXPECT_EQ(child.process->IsRunning(), 1);
+}
+
 volatile std::sig_atomic_t handled = 0;
 
 TEST(Process, TheChildStartsCleanAndTheParentStaysAsItWas) {
