@@ -309,7 +309,7 @@ int SCA_TikaServer::StopAll() {
   {
     const SCA_LockGuard order(control_);
     if (IsActive() == 0) return 1;
-    Unlock(kSource);
+    SCA_TikaServer::Unlock(kSource);
     // The worker has had the last word: one that gave up meanwhile has left an error.
     if (GetProcessStatus() == SCA_ServerError) return 1;
     SetProcessStatus(SCA_ServerInactive);
