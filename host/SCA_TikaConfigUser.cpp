@@ -26,8 +26,7 @@ SCA_TikaConfigUser::SCA_TikaConfigUser(SCA_TikaConfig* config, SCA_ConfigObj* pa
   SetValid(1);
 }
 
-SCA_TikaConfigUser::SCA_TikaConfigUser(const SCA_TikaConfigUser& source)
-    : SCA_Object(source), config_(nullptr), params_(nullptr) {
+SCA_TikaConfigUser::SCA_TikaConfigUser(const SCA_TikaConfigUser& source) : SCA_Object(source) {
   *this = source;
 }
 

@@ -78,8 +78,8 @@ class SCA_API SCA_TikaConfigUser : public SCA_Object {
   int MakeDirectory(const char* directory, const char* complaint);
   int ReadFields(const SCA_ConfigObj& object);
 
-  SCA_TikaConfig* config_;
-  SCA_ConfigObj* params_;
+  SCA_TikaConfig* config_ = nullptr;
+  SCA_ConfigObj* params_ = nullptr;
   int modified_ = 0;
   char configFileName_[260] = "";
   char version_[260] = "";

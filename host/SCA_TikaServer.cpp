@@ -24,6 +24,8 @@ constexpr unsigned long kMaxErrors = 1000;  // unexpected ends that are made goo
 constexpr unsigned long kOutputPassMs = 42;
 constexpr int kOutputPassLines = 1000;
 constexpr unsigned long kStopWaitMs = 100;
+// A silent process is watched by one wait instead of two: waking up is what watching costs.
+constexpr unsigned long kSilentPassMs = kOutputPassMs + kStopWaitMs;
 // For what a process left in the pipe: one that escaped from the group may go on writing.
 constexpr std::chrono::milliseconds kDrainLimit{1000};
 constexpr std::size_t kLineSize = 260;
@@ -307,7 +309,7 @@ int SCA_TikaServer::StopAll() {
   {
     const SCA_LockGuard order(control_);
     if (IsActive() == 0) return 1;
-    Unlock(kSource);
+    SCA_TikaServer::Unlock(kSource);
     // The worker has had the last word: one that gave up meanwhile has left an error.
     if (GetProcessStatus() == SCA_ServerError) return 1;
     SetProcessStatus(SCA_ServerInactive);
@@ -317,15 +319,30 @@ int SCA_TikaServer::StopAll() {
   return 1;
 }
 
+int SCA_TikaServer::Unlock(const char* caller) {
+  RequestStop();
+  return SCA_ThreadObj::Unlock(caller);
+}
+
 void SCA_TikaServer::RequestStop() {
   if (SCA_Event* stop = GetStopEvent(); stop != nullptr) stop->Set();
+  WakeWorker();
+}
+
+// The worker looks at its events when it has been woken, else at the end of its pass.
+void SCA_TikaServer::WakeWorker() {
+  const SCA_LockGuard guard(texts_);
+  if (running_ != nullptr) running_->Wake();
 }
 
 int SCA_TikaServer::RequestRestart(const char* cause) {
   if (IsActive() == 0) return 0;
-  const SCA_LockGuard guard(texts_);
-  SCA_CopyText(restartCause_, cause, SCA_TextFit::Cut);
-  isRestartRequested_ = true;
+  {
+    const SCA_LockGuard guard(texts_);
+    SCA_CopyText(restartCause_, cause, SCA_TextFit::Cut);
+    isRestartRequested_ = true;
+  }
+  WakeWorker();
   return 1;
 }
 
@@ -400,6 +417,7 @@ unsigned long SCA_TikaServer::StartJava(Run* run) {
     isRestartRequested_ = false;
   }
   if (run->process->Start(run->command.c_str(), 0, SCA_ProcessReadOutput, &code) == 0) return code;
+  SetRunning(run->process.get());
   run->begin = Clock::now();
   run->processId = run->process->GetProcessId();
   SetStartTime(SCA_GetAbsTime());
@@ -420,10 +438,15 @@ unsigned long SCA_TikaServer::StartJava(Run* run) {
   return 0;
 }
 
+void SCA_TikaServer::SetRunning(SCA_Process* process) {
+  const SCA_LockGuard guard(texts_);
+  running_ = process;
+}
+
 // Gives the reason for the end.
 unsigned long SCA_TikaServer::WatchJava(Run* run) {
-  for (;;) {
-    ReadOutput(run, kOutputPassMs);
+  for (bool isSilent = false;;) {
+    isSilent = ReadOutput(run, isSilent ? kSilentPassMs : kOutputPassMs) == 0;
     // The process tells whether it lives, not its output, which it may close or leave to others.
     if (run->process->IsRunning() == 0 || IsRestartRequested(run)) {
       EndJava(run, false);
@@ -435,7 +458,7 @@ unsigned long SCA_TikaServer::WatchJava(Run* run) {
     const unsigned long long start = std::min(GetStartTime(), now);  // the clock may be set back
     SetUpTime(now / SCA_AbsTimePerMs - start / SCA_AbsTimePerMs);
     Sample(run);
-    if (GetStopEvent()->Wait(kStopWaitMs) != 0) {
+    if (GetStopEvent()->Wait(isSilent ? 0 : kStopWaitMs) != 0) {
       EndJava(run, true);
       return SCA_ErrorCancelled;
     }
@@ -443,20 +466,27 @@ unsigned long SCA_TikaServer::WatchJava(Run* run) {
 }
 
 // One pass: bounded, so that a flood keeps the worker neither from a stop nor from the figures.
-void SCA_TikaServer::ReadOutput(Run* run, unsigned long timeoutMs) {
+// Gives the number of lines.
+int SCA_TikaServer::ReadOutput(Run* run, unsigned long waitMs) {
   const Clock::time_point begin = Clock::now();
   unsigned long long passed = 0;
-  for (int lines = 0; lines < kOutputPassLines && passed < timeoutMs; ++lines) {
-    if (run->process->WaitForOutput(timeoutMs - static_cast<unsigned long>(passed), 0) == 0) return;
+  int lines = 0;
+  for (; lines < kOutputPassLines && (lines == 0 || passed < kOutputPassMs); ++lines) {
+    const auto leftMs = passed < waitMs ? waitMs - static_cast<unsigned long>(passed) : 0;
+    if (run->process->WaitForOutput(lines == 0 ? waitMs : std::min(leftMs, kOutputPassMs), 0) ==
+        0) {
+      break;
+    }
     char line[kLineSize];
     unsigned long length = 0;
     unsigned long error = 0;
     if (run->process->ReadOutputLine(line, sizeof line, &length, &error) == 0 || length == 0) {
-      return;
+      break;
     }
     AddOutput(run, line, length);
     passed = MsSince(begin);
   }
+  return lines;
 }
 
 void SCA_TikaServer::AddOutput(Run* run, char* line, unsigned long length) {
@@ -502,6 +532,7 @@ bool SCA_TikaServer::IsRestartRequested(Run* run) {
 
 // Ends the process if it runs, and whatever is left of its group; what it said last is read.
 void SCA_TikaServer::EndJava(Run* run, bool isRequested) {
+  SetRunning(nullptr);
   Clock::time_point begin = Clock::now();
   if (run->process->IsRunning() != 0) run->process->Terminate();
   while (run->process->IsRunning() != 0 && MsSince(begin) < SCA_ProcessStopGraceMs) {

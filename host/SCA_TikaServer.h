@@ -11,6 +11,8 @@
 #include "host/SCA_TikaLog.h"
 #include "platform/SCA_ThreadObj.h"
 
+class SCA_Process;
+
 /// States of a server.
 constexpr unsigned long SCA_ServerError = 0;     ///< a start failed, or the worker gave up
 constexpr unsigned long SCA_ServerInactive = 1;  ///< stopped on request
@@ -93,6 +95,8 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   /// @return Of the running Java process; 0 when none runs.
   unsigned long GetProcessId() const { return processId_.Get(); }
 
+  /// Stops the worker as the base does, and wakes it for that.
+  int Unlock(const char* caller) override;
   /// The worker's body.
   unsigned long ThreadFunc() override;
 
@@ -188,7 +192,9 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   std::string MakeCommand(std::string* toolOptions) const SCA_EXCLUDES(texts_);
   unsigned long StartJava(Run* run) SCA_EXCLUDES(texts_);
   unsigned long WatchJava(Run* run);
-  void ReadOutput(Run* run, unsigned long timeoutMs);
+  void SetRunning(SCA_Process* process) SCA_EXCLUDES(texts_);
+  void WakeWorker() SCA_EXCLUDES(texts_);
+  int ReadOutput(Run* run, unsigned long waitMs);
   void AddOutput(Run* run, char* line, unsigned long length);
   void Sample(Run* run);
   void EndJava(Run* run, bool isRequested);
@@ -218,13 +224,15 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   // Orders starts, stops and changes of texts; held while a worker is joined, so the worker never
   // takes it. Taken before `texts_`.
   SCA_Lock control_;
-  // Guards the texts, and the request of a restart. Held for copies alone.
+  // Guards the texts, the request of a restart, and the life of the process object. Held for copies
+  // alone.
   mutable SCA_Lock texts_;
   char fileName_[SCA_MaxPath] SCA_GUARDED_BY(texts_) = "";
   char javaOptions_[260] SCA_GUARDED_BY(texts_) = "";
   char bindAddress_[260] SCA_GUARDED_BY(texts_) = "0.0.0.0";
   char restartCause_[128] SCA_GUARDED_BY(texts_) = "";
   bool isRestartRequested_ SCA_GUARDED_BY(texts_) = false;
+  SCA_Process* running_ SCA_GUARDED_BY(texts_) = nullptr;  // the worker's, while it may be woken
 };
 
 #endif  // SCA_HOST_SCA_TIKASERVER_H

@@ -174,7 +174,7 @@ int SCA_TikaServerList::Serialize(SCA_ConfigObj* object) const {
       return Complain(__LINE__, "Serialize: cannot create server config object");
     }
     if (server.Serialize(child.get()) == 0 || object->AddField(child.get()) == 0) return 0;
-    child.release();
+    static_cast<void>(child.release());
   }
   return 1;
 }
@@ -190,7 +190,7 @@ int SCA_TikaServerList::AddCopy(const SCA_ConfigObj& object) {
     return Complain(__LINE__, "Deserialize: Cannot deserialize server object");
   }
   if (id >= nextServerId_) nextServerId_ = static_cast<std::uint32_t>(id) + 1;
-  copy.release();
+  static_cast<void>(copy.release());
   return 1;
 }
 

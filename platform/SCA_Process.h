@@ -1,5 +1,6 @@
 /// A child process whose output is read line by line, and that leaves nothing behind.
-/// Threads: one thread at a time; the thread that starts the child must outlive it, see `Start`.
+/// Threads: one thread at a time, but for `Wake`; the thread that starts the child must outlive it,
+/// see `Start`.
 #ifndef SCA_PLATFORM_SCA_PROCESS_H
 #define SCA_PLATFORM_SCA_PROCESS_H
 
@@ -54,6 +55,10 @@ class SCA_API SCA_Process : public SCA_Object {
   /// @param reserved  0.
   /// @return 1 when `ReadOutputLine` will give a line or a part of one, else 0.
   virtual int WaitForOutput(unsigned long timeoutMs, int reserved) = 0;
+
+  /// Ends the wait for output that is under way, or else the next one, with 0 unless there is a
+  /// line. After the start; any thread may call it while the object lives.
+  virtual void Wake() = 0;
 
   /// Takes one line of output without its line end; never waits. A line longer than the buffer
   /// comes in pieces, cut between UTF-8 characters; a line that is not complete yet is left until

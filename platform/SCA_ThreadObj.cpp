@@ -4,32 +4,22 @@
 #include <new>
 #include <system_error>
 
-#include "platform/SCA_Report.h"
-
-namespace {
-
-constexpr char kSource[] = "SCA_ThreadObj";
-
-}  // namespace
-
 SCA_ThreadObj::SCA_ThreadObj(int /*reserved*/) {
   SetValid(1);
 }
 
 SCA_ThreadObj::~SCA_ThreadObj() {
   // The deriving class has joined its worker by now; what is left here is a worker without a body.
-  SCA_ThreadObj::Unlock(kSource);
+  SCA_ThreadObj::Unlock("SCA_ThreadObj");
 }
 
 bool SCA_ThreadObj::IsWorker() const {
   return worker_.load() == std::this_thread::get_id();
 }
 
-int SCA_ThreadObj::Lock(const char* caller, unsigned long* error) {
+int SCA_ThreadObj::Lock(const char* /*caller*/, unsigned long* error) {
   const unsigned long code = IsWorker() ? EDEADLK : Start();
   if (code == 0) return 1;
-  SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelDebug, "%s: cannot start a thread (ERR:%lu)",
-                                           caller, code);
   *error = code;
   return 0;
 }

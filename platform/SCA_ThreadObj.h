@@ -22,7 +22,7 @@ class SCA_API SCA_ThreadObj : public SCA_Object {
 
   /// Resets the stop event and starts the worker, which runs `ThreadFunc`. A worker that has ended
   /// by itself is joined first.
-  /// @param caller  Names the caller in the report of a failure.
+  /// @param caller  Names the caller; for debugging.
   /// @param error   `EBUSY` while the worker runs, `EDEADLK` on the worker itself, `EAGAIN` or
   ///                `ENOMEM` when there is no room for a thread.
   /// @return 1 or 0.

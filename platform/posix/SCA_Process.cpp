@@ -3,12 +3,14 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -246,6 +248,7 @@ class Process final : public SCA_Process {
   int WaitForOutput(unsigned long timeoutMs, int reserved) override;
   int ReadOutputLine(char* buffer, unsigned long size, unsigned long* length,
                      unsigned long* error) override;
+  void Wake() override;
   int IsLineContinued() const override { return isLineContinued_ ? 1 : 0; }
   int GetFigures(SCA_ProcessFigures* figures) override;
   int IsRunning() override;
@@ -260,7 +263,11 @@ class Process final : public SCA_Process {
   bool HasLine() const;
   bool FillBuffer();
   void Drop(std::size_t count);
-  void PollOutputAndEnd(int timeoutMs);
+  struct Ready {
+    bool hasOutput = false;  // or its end
+    bool isCalled = false;
+  };
+  Ready Poll(int timeoutMs);
 
   std::vector<std::string> variables_;  // NAME=VALUE
   pid_t pid_ = 0;
@@ -268,6 +275,7 @@ class Process final : public SCA_Process {
   bool ended_ = false;
   SCA_ProcessExit exit_;
   SCA_Fd pidFd_;
+  SCA_Fd attention_;  // readable once somebody has called; open from the start on
   Guardian guardian_;
   std::optional<SCA_ProcessGroup> group_;  // of a child that has not been reaped
 
@@ -314,7 +322,9 @@ int Process::Start(const char* command, unsigned long flags, unsigned long optio
 unsigned long Process::StartWords(std::vector<std::string>* words) {
   Pipe output;
   const SCA_Fd null = AboveStandard(SCA_Fd(::open("/dev/null", O_RDWR | O_CLOEXEC)));
-  if (!null.IsOpen() || !output.Open() || ::fcntl(output.read.Get(), F_SETFL, O_NONBLOCK) != 0) {
+  SCA_Fd attention(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!null.IsOpen() || !attention.IsOpen() || !output.Open() ||
+      ::fcntl(output.read.Get(), F_SETFL, O_NONBLOCK) != 0) {
     return SCA_SystemError();
   }
   const std::string program = FindProgram(words->front());
@@ -334,6 +344,7 @@ unsigned long Process::StartWords(std::vector<std::string>* words) {
   pid_ = pid;
   pidFd_ = std::move(pidFd);
   output_ = std::move(output.read);
+  attention_ = std::move(attention);
   guardian_.Watch(pid, null.Get());
   group_.emplace(pid);
   return 0;
@@ -373,24 +384,40 @@ bool Process::FillBuffer() {
   return false;
 }
 
-void Process::PollOutputAndEnd(int timeoutMs) {
+// Waits, and takes note of the end of the child and of a call for attention.
+Process::Ready Process::Poll(int timeoutMs) {
   // A descriptor of -1 is passed over: where the output has ended, the end of the child is left.
-  pollfd entries[2] = {{output_.Get(), POLLIN, 0}, {pidFd_.Get(), POLLIN, 0}};
-  ::poll(entries, 2, timeoutMs);
+  pollfd entries[3] = {
+      {output_.Get(), POLLIN, 0}, {pidFd_.Get(), POLLIN, 0}, {attention_.Get(), POLLIN, 0}};
+  if (::poll(entries, 3, timeoutMs) <= 0) return {};
+  if (entries[1].revents != 0) IsRunning();
+  std::uint64_t calls = 0;
+  const bool isCalled =
+      entries[2].revents != 0 && ::read(attention_.Get(), &calls, sizeof calls) == sizeof calls;
+  return {entries[0].revents != 0, isCalled};
 }
 
 int Process::WaitForOutput(unsigned long timeoutMs, int /*reserved*/) {
   const SCA_Deadline deadline(timeoutMs);
-  for (;;) {
-    // Asked before the pipe is read: what a child printed is there when its end is seen.
-    const bool ended = IsRunning() == 0;
-    const bool hasRead = !HasLine() && FillBuffer();
-    if (HasLine()) return 1;
+  // One call to the system is all that watching a silent child costs.
+  while (!HasLine()) {
+    const bool isOver = pid_ == 0 || ended_;
+    bool isLast = isOver || deadline.HasPassed();
+    const Ready ready = Poll(isLast ? 0 : deadline.PollTimeout(kPollSliceMs));
+    isLast = isLast || ready.isCalled;
+    // Once the child has ended, the pipe is asked whatever the poll said: the last words may have
+    // come between its looks at the two descriptors.
+    const bool hasRead = (ready.hasOutput || ended_) && FillBuffer();
     // A descendant may hold the pipe open; the child's own last words are not kept back for it.
-    if (ended && !hasRead) return held_ > 0 ? 1 : 0;
-    if (deadline.HasPassed()) return 0;
-    if (!hasRead) PollOutputAndEnd(deadline.PollTimeout(kPollSliceMs));
+    if (!hasRead && (isOver || ended_)) return held_ > 0 ? 1 : 0;
+    if (!hasRead && isLast) return HasLine() ? 1 : 0;
   }
+  return 1;
+}
+
+void Process::Wake() {
+  const std::uint64_t call = 1;
+  SCA_Retry([&] { return ::write(attention_.Get(), &call, sizeof call); });
 }
 
 int Process::ReadOutputLine(char* buffer, unsigned long size, unsigned long* length,
@@ -398,9 +425,12 @@ int Process::ReadOutputLine(char* buffer, unsigned long size, unsigned long* len
   if (size < 2) return Fail(EINVAL, error);
   *length = 0;
   buffer[0] = '\0';
-  const bool ended = IsRunning() == 0;
-  if (!HasLine()) FillBuffer();
-  if (!HasLine() && !(ended && held_ > 0)) return 1;
+  if (!HasLine()) {
+    // Asked before the pipe is read: what a child printed is there when its end is seen.
+    const bool ended = IsRunning() == 0;
+    FillBuffer();
+    if (!HasLine() && !(ended && held_ > 0)) return 1;
+  }
   const auto* newline = static_cast<const char*>(std::memchr(buffer_, '\n', held_));
   const bool hasEnd = newline != nullptr;
   std::size_t whole = hasEnd ? static_cast<std::size_t>(newline - buffer_) : held_;
@@ -459,7 +489,7 @@ void Process::Stop(unsigned long graceMs) {
   Terminate();
   const SCA_Deadline deadline(graceMs);
   while (IsRunning() != 0 && !deadline.HasPassed()) {
-    PollOutputAndEnd(deadline.PollTimeout(kPollSliceMs));
+    Poll(deadline.PollTimeout(kPollSliceMs));
     // A child that waits for room in the pipe would never see the signal; of output that nobody
     // reads, the newest is kept.
     if (held_ == sizeof buffer_) held_ = 0;

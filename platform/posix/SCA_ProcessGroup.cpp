@@ -119,7 +119,8 @@ void SCA_ProcessGroup::Add(pid_t pid) {
   const auto isSame = [pid](const Member& member) { return member.pid == pid; };
   if (std::any_of(members_.begin(), members_.end(), isSame)) return;
   Member member{pid, OpenProc(pid, "statm"), OpenProc(pid, "io"), {}};
-  if (member.memory.IsOpen()) members_.push_back(std::move(member));
+  // Asked once the files are open: the number may have been given to another since the scan.
+  if (member.memory.IsOpen() && GroupOf(pid) == group_) members_.push_back(std::move(member));
 }
 
 void SCA_ProcessGroup::UpdateMembers() {

@@ -500,6 +500,8 @@ TEST_F(Server, StartersStoppersAndReadersMeet) {
       unsigned long error = 0;
       server_.StartProcess(&error);
       server_.SetJavaOptions("-part=flood");
+      EXPECT_TRUE(
+          Eventually([this] { return server_.GetProcessId() != 0 || server_.IsActive() == 0; }));
       server_.RequestRestart("by the test");
       server_.StopAll();
     });
@@ -548,7 +550,7 @@ TEST(TikaServer, CarriesItsFields) {
   SCA_ConfigObj sent("Server", nullptr);
   SCA_ConfigObj received("Server", nullptr);
   ASSERT_EQ(server.Serialize(&sent) + copy.Serialize(&received), 2);
-  ASSERT_EQ(sent.RemoveField("FileName") + received.RemoveField("FileName"), 2);
+  for (SCA_ConfigObj* object : {&sent, &received}) object->GetFields().DeleteItem("FileName");
   EXPECT_EQ(sent.GetFieldCount(), 15U);
   EXPECT_EQ(received.Compare(&sent), 1);
   EXPECT_EQ(copy.GetMemoryUsage(), kLarge + 6);
