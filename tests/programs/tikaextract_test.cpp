@@ -22,7 +22,8 @@ void Serve(ServerConnection& connection) {
     if (body.empty()) {
       connection.Send("HTTP/1.1 422 No\r\nContent-Length: 0\r\n\r\n");
     } else if (body == "half") {
-      connection.Send(ChunkedReply("half a text", 11).substr(0, 60));
+      // More than the client collects before it hands text on.
+      connection.Send(ChunkedReply(std::string(3 << 20, 'h'), 32768).substr(0, 2 << 20));
       connection.WaitForEnd();
       return;
     } else {
@@ -38,9 +39,13 @@ class TikaExtract : public ::testing::Test {
                      {"--server", "127.0.0.1:" + std::to_string(server_.Port())});
     return arguments;
   }
+  // The journal aside.
   std::size_t CountFiles(const std::string& path) const {
-    return static_cast<std::size_t>(
-        std::distance(fs::directory_iterator(path), fs::directory_iterator()));
+    std::size_t files = 0;
+    for (const fs::directory_entry& entry : fs::directory_iterator(path)) {
+      files += entry.path().filename() == ".tikaextract.journal" ? 0U : 1U;
+    }
+    return files;
   }
 
   TempDir dir_;
@@ -90,7 +95,7 @@ TEST_F(TikaExtract, FailureOfAFileIsOneLineAndTheOthersGoOn) {
                 "tikaextract: " + half +
                 ": timed out; raise --timeout if the document is large\n"
                 "tikaextract: " +
-                dir_.Path() + ": Is a directory; name the files in it\n");
+                dir_.Path() + ": Is a directory; name the files in it, or use -r\n");
   // Nothing is left of the one that stopped half-way.
   EXPECT_EQ(ReadFile(out + "/good.doc.txt"), "text of good");
   EXPECT_EQ(CountFiles(out), 1U);
