@@ -199,6 +199,9 @@ bool Begin(Transfer* transfer, const Work& work, CURLM* multi) {
 bool RunCurlMulti(const Work& work) {
   const std::unique_ptr<CURLM, decltype(&::curl_multi_cleanup)> multi{::curl_multi_init(),
                                                                       &::curl_multi_cleanup};
+  // Without it curl waits for a server's word before it uploads.
+  const std::unique_ptr<curl_slist, decltype(&::curl_slist_free_all)> headers{
+      ::curl_slist_append(nullptr, "Expect:"), &::curl_slist_free_all};
   unsigned long total = 0;
   int begun = 0;
   std::vector<Transfer> transfers(work.ports.size());
@@ -207,6 +210,7 @@ bool RunCurlMulti(const Work& work) {
     const std::string url = "http://127.0.0.1:" + std::to_string(work.ports[i]) + "/tika";
     ::curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
     ::curl_easy_setopt(curl, CURLOPT_PROXY, "");
+    ::curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers.get());
     ::curl_easy_setopt(curl, CURLOPT_UPLOAD, 1L);
     ::curl_easy_setopt(curl, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(kFileSize));
     ::curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &TakeText);
@@ -218,15 +222,21 @@ bool RunCurlMulti(const Work& work) {
   for (int running = 1; running > 0;) {
     ::curl_multi_perform(multi.get(), &running);
     int left = 0;
+    bool hasBegun = false;
     while (const CURLMsg* message = ::curl_multi_info_read(multi.get(), &left)) {
       Transfer* transfer = nullptr;
       ::curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
       ::curl_multi_remove_handle(multi.get(), message->easy_handle);
       if (begun++ >= work.documents) continue;
       if (!Begin(transfer, work, multi.get())) return false;
-      running = 1;
+      hasBegun = true;
     }
-    if (running > 0) ::curl_multi_poll(multi.get(), nullptr, 0, 1000, nullptr);
+    // A transfer that was just added has nothing to wait for.
+    if (hasBegun) {
+      running = 1;
+    } else if (running > 0) {
+      ::curl_multi_poll(multi.get(), nullptr, 0, 1000, nullptr);
+    }
   }
   return total == kTextSize * static_cast<unsigned long>(work.documents);
 }
@@ -243,8 +253,8 @@ bool RunCurlProcesses(const Work& work, const ScratchDir& dir) {
   }
   const std::string output = list + ".out";
   const std::string parallel = std::to_string(work.ports.size());
-  const char* const words[] = {"xargs", "-P", parallel.c_str(),  "-n",   "1", "curl",
-                               "-s",    "-T", work.file.c_str(), nullptr};
+  const char* const words[] = {"xargs",   "-P", parallel.c_str(),  "-n",   "1", "curl", "-s", "-H",
+                               "Expect:", "-T", work.file.c_str(), nullptr};
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, list.c_str(), O_RDONLY, 0);
