@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
+#include <cstring>
 #include <exception>
 #include <new>
 
@@ -33,12 +33,14 @@ SCA_TikaVerdict SCA_TikaVerdict::Make(SCA_TikaOutcome outcome, unsigned long cod
   SCA_TikaVerdict verdict;
   verdict.outcome = outcome;
   verdict.code = code;
-  if (server != nullptr) {
-    std::snprintf(verdict.cause, sizeof verdict.cause, "%s: %s", server, cause);
-  } else {
-    std::snprintf(verdict.cause, sizeof verdict.cause, "%s", cause);
-  }
-  return verdict;
+  if (server != nullptr) verdict.Tell(server).Tell(": ");
+  return verdict.Tell(cause);
+}
+
+SCA_TikaVerdict& SCA_TikaVerdict::Tell(const char* text) {
+  const std::size_t length = std::strlen(cause);
+  SCA_CopyText(cause + length, sizeof cause - length, text, SCA_TextFit::Cut);
+  return *this;
 }
 
 // The services of a request, kept for the time when the request may have gone.
@@ -486,16 +488,18 @@ SCA_TikaVerdict SCA_TikaDispatch::Judge(SCA_TikaExtractRequest* request, Clock::
   }
   const Seat* example = nullptr;
   if (!LacksServer(*request, now, &example)) return {};
-  char cause[560];
-  std::snprintf(
-      cause, sizeof cause, "%s%s%s%s%s",
-      request->tries_ > 0 ? "the connection broke, and no other server could be reached"
-                          : SCA_ErrorText(SCA_ErrorNoServer),
-      example != nullptr ? "; " : "", example != nullptr ? example->worker->Name().c_str() : "",
-      example != nullptr ? ": " : "", example != nullptr ? SCA_ErrorText(example->error) : "");
-  return SCA_TikaVerdict::Make(
-      request->tries_ > 0 ? SCA_TikaOutcome::ConnectionBroken : SCA_TikaOutcome::NoServer,
-      SCA_ErrorNoServer, request->tries_ > 0 ? request->server_ : nullptr, cause);
+  SCA_TikaVerdict verdict =
+      request->tries_ > 0
+          ? SCA_TikaVerdict::Make(SCA_TikaOutcome::ConnectionBroken, SCA_ErrorNoServer,
+                                  request->server_,
+                                  "the connection broke, and no other server could be reached")
+          : SCA_TikaVerdict::Make(SCA_TikaOutcome::NoServer, SCA_ErrorNoServer, nullptr,
+                                  SCA_ErrorText(SCA_ErrorNoServer));
+  if (example != nullptr) {
+    verdict.Tell("; ").Tell(example->worker->Name().c_str()).Tell(": ");
+    verdict.Tell(SCA_ErrorText(example->error));
+  }
+  return verdict;
 }
 
 bool SCA_TikaDispatch::IsPastLimit(const SCA_TikaExtractRequest& request,

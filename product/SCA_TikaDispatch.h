@@ -25,6 +25,8 @@ struct SCA_TikaVerdict {
   /// @param server  Names the server in the cause; null for none.
   static SCA_TikaVerdict Make(SCA_TikaOutcome outcome, unsigned long code, const char* server,
                               const char* cause);
+  /// Adds to the cause.
+  SCA_TikaVerdict& Tell(const char* text);
 };
 
 /// One client and the thread that serves with it.

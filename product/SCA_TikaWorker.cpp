@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <new>
 
 #include "platform/SCA_Error.h"
@@ -206,10 +205,9 @@ SCA_TikaVerdict SCA_TikaWorker::Judge(const SCA_TikaExtractRequest& request,
                                  SCA_ErrorText(SCA_ErrorTimeLimit));
   }
   if (request.refusalCode_ >= kFirstRefusal) {
-    char cause[100];
-    std::snprintf(cause, sizeof cause, "%s before it had read the file",
-                  SCA_ErrorText(request.refusalCode_));
-    return SCA_TikaVerdict::Make(Outcome::Refused, error, server, cause);
+    return SCA_TikaVerdict::Make(Outcome::Refused, error, server,
+                                 SCA_ErrorText(request.refusalCode_))
+        .Tell(" before it had read the file");
   }
   if (error == SCA_ErrorTika422)
     return SCA_TikaVerdict::Make(Outcome::Refused, error, server, text);

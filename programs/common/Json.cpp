@@ -1,22 +1,32 @@
 #include "programs/common/Json.h"
 
-#include <cstdint>
-#include <string_view>
+#include "programs/common/Utf8.h"
 
 namespace {
+
+using Byte = unsigned char;
+
+bool IsUtf8(std::string_view text) {
+  while (!text.empty()) {
+    char32_t character = 0;
+    const std::size_t length = DecodeUtf8(text, &character);
+    if (length == 0) return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
 
 std::string Base64(std::string_view bytes) {
   constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string text;
   text.reserve((bytes.size() + 2) / 3 * 4);
-  for (std::size_t at = 0; at < bytes.size(); at += 3) {
-    const std::string_view group = bytes.substr(at, 3);
-    std::uint32_t bits = 0;
-    for (std::size_t i = 0; i < 3; ++i) {
-      bits = bits << 8 | (i < group.size() ? static_cast<unsigned char>(group[i]) : 0);
+  for (std::size_t i = 0; i < bytes.size(); i += 3) {
+    unsigned long group = 0;
+    for (std::size_t k = 0; k < 3; ++k) {
+      group = group << 8 | (i + k < bytes.size() ? static_cast<Byte>(bytes[i + k]) : 0U);
     }
-    for (std::size_t i = 0; i < 4; ++i) {
-      text += i <= group.size() ? kDigits[bits >> (18 - 6 * i) & 63] : '=';
+    for (std::size_t k = 0; k < 4; ++k) {
+      text += i + k <= bytes.size() ? kDigits[group >> (18 - 6 * k) & 0x3F] : '=';
     }
   }
   return text;
@@ -24,14 +34,11 @@ std::string Base64(std::string_view bytes) {
 
 }  // namespace
 
-void SetText(Json* object, const std::string& key, const std::string& bytes) {
-  std::string text = Json(bytes).dump(-1, ' ', false, Json::error_handler_t::replace);
-  // Parsed again, the text is what a reader of the line gets.
-  std::string shown = Json::parse(text).get<std::string>();
-  if (shown != bytes) (*object)[key + "Base64"] = Base64(bytes);
-  (*object)[key] = std::move(shown);
+void SetJsonText(nlohmann::ordered_json* object, const std::string& key, std::string_view text) {
+  (*object)[key] = std::string(text);
+  if (!IsUtf8(text)) (*object)[key + "Base64"] = Base64(text);
 }
 
-std::string ToLine(const Json& value) {
-  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+std::string JsonText(const nlohmann::ordered_json& value, int indent) {
+  return value.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }

@@ -1,17 +1,16 @@
-/// JSON of texts that are bytes.
+/// JSON output of the programs: whatever the bytes, the output is valid, and nothing is lost.
 #ifndef SCA_PROGRAMS_COMMON_JSON_H
 #define SCA_PROGRAMS_COMMON_JSON_H
 
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 
-using Json = nlohmann::ordered_json;
+/// Sets a member of an object. Bytes that are not UTF-8 become U+FFFD, and a second member,
+/// `key` + "Base64", then holds the original.
+void SetJsonText(nlohmann::ordered_json* object, const std::string& key, std::string_view text);
 
-/// Sets a member to a text. One that is not UTF-8 stands there with replacement characters, and
-/// under the key with "Base64" behind it as it is.
-void SetText(Json* object, const std::string& key, const std::string& bytes);
-
-/// @return The value on one line.
-std::string ToLine(const Json& value);
+/// @return The value on one line, or indented by so many blanks.
+std::string JsonText(const nlohmann::ordered_json& value, int indent = -1);
 
 #endif  // SCA_PROGRAMS_COMMON_JSON_H

@@ -4,7 +4,12 @@
 #include <cstdio>
 #include <string_view>
 
+#include "programs/common/Json.h"
+#include "programs/common/Utf8.h"
+
 namespace {
+
+using Json = nlohmann::ordered_json;
 
 const char* TypeName(unsigned long fileType) {
   switch (fileType) {
@@ -21,26 +26,6 @@ const char* TypeName(unsigned long fileType) {
 
 std::string Text(const char* text) {
   return text != nullptr ? text : "";
-}
-
-// Bytes of the UTF-8 character that a text begins with, and the character; 0 for other bytes.
-std::size_t DecodeUtf8(std::string_view text, char32_t* character) {
-  const auto first = static_cast<unsigned char>(text.front());
-  std::size_t length = first < 0x80 ? 1 : 0;
-  if (first >= 0xC2 && first < 0xF5) length = first < 0xE0 ? 2 : (first < 0xF0 ? 3 : 4);
-  if (length == 0 || length > text.size()) return 0;
-  constexpr unsigned kFirstBits[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
-  constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
-  char32_t decoded = first & kFirstBits[length];
-  for (std::size_t i = 1; i < length; ++i) {
-    const auto next = static_cast<unsigned char>(text[i]);
-    if ((next & 0xC0) != 0x80) return 0;
-    decoded = decoded << 6 | (next & 0x3F);
-  }
-  const bool isSurrogate = decoded >= 0xD800 && decoded < 0xE000;
-  if (decoded < kSmallest[length] || isSurrogate || decoded > 0x10FFFF) return 0;
-  *character = decoded;
-  return length;
 }
 
 bool IsControl(char32_t character) {
@@ -77,7 +62,7 @@ void PrintMember(const SCA_Field& member, const std::string& indent) {
 
 Json MemberToJson(const SCA_Field& member) {
   Json json;
-  SetText(&json, "name", Text(member.GetName()));
+  SetJsonText(&json, "name", Text(member.GetName()));
   if (const SCA_ConfigObj* object = SCA_ToConfigObj(&member)) {
     Json& members = json["members"] = Json::array();
     for (const SCA_Field* child = object->GetFields().GetHead(); child != nullptr;
@@ -85,7 +70,7 @@ Json MemberToJson(const SCA_Field& member) {
       members.push_back(MemberToJson(*child));
     }
   } else {
-    SetText(&json, "value", Text(member.GetValue()));
+    SetJsonText(&json, "value", Text(member.GetValue()));
   }
   return json;
 }
@@ -122,6 +107,6 @@ void PrintText(const SCA_ConfigObj& object) {
   PrintMember(object, "");
 }
 
-Json ToJson(const SCA_ConfigObj& object) {
+nlohmann::ordered_json ToJson(const SCA_ConfigObj& object) {
   return MemberToJson(object);
 }

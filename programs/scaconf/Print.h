@@ -2,10 +2,10 @@
 #ifndef SCA_PROGRAMS_SCACONF_PRINT_H
 #define SCA_PROGRAMS_SCACONF_PRINT_H
 
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "foundation/SCA_ConfigFile.h"
-#include "programs/common/Json.h"
 
 /// Puts a backslash before a backslash and before what would break a line or a terminal: \n, \t,
 /// and \xNN for the bytes of other control characters (directions of writing included) and of what
@@ -21,6 +21,6 @@ void PrintText(const SCA_ConfigObj& object);
 
 /// {"name": ..., "members": [{"name": ..., "value": ...}, {"name": ..., "members": [...]}, ...]}:
 /// a list, since names may stand there twice and their order counts.
-Json ToJson(const SCA_ConfigObj& object);
+nlohmann::ordered_json ToJson(const SCA_ConfigObj& object);
 
 #endif  // SCA_PROGRAMS_SCACONF_PRINT_H

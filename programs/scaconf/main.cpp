@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/SCA_Error.h"
+#include "programs/common/Json.h"
 #include "programs/scaconf/Print.h"
 
 namespace {
@@ -55,8 +56,8 @@ std::string Complaint(unsigned long code, const SCA_ConfigFault& fault) {
 
 void ShowJson(const Options& options, const std::string& file, unsigned long code,
               const SCA_ConfigFileInfo& info, const SCA_ConfigObj& object) {
-  Json line;
-  SetText(&line, "file", file);
+  nlohmann::ordered_json line;
+  SetJsonText(&line, "file", file);
   if (code == 0) {
     line["fileType"] = info.fileType;
     line["formatVersion"] = info.formatVersion;
@@ -70,7 +71,7 @@ void ShowJson(const Options& options, const std::string& file, unsigned long cod
       line["offset"] = info.fault.offset;
     }
   }
-  std::printf("%s\n", ToLine(line).c_str());
+  std::printf("%s\n", JsonText(line).c_str());
 }
 
 Status Show(const Options& options, const std::string& file) {

@@ -1,14 +1,21 @@
 #include "programs/tikaextract/Extraction.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 
+#include "client/SCA_TikaClient.h"
 #include "platform/SCA_Error.h"
-#include "platform/SCA_File.h"
+#include "programs/common/Json.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
 constexpr unsigned long kConnectMs = 10000;
+constexpr unsigned long kLookMs = 100;      // between two looks at the cancel event
+constexpr std::size_t kLargestWindow = 64;  // so far the texts may run ahead of the one to print
 
 struct Advice {
   unsigned long code;
@@ -25,11 +32,13 @@ constexpr Advice kAdvice[] = {
     {SCA_ErrorHostName, "check the name given with --server"},
     {ENOENT, "check the name"},
     {EACCES, "check its permissions"},
-    {EISDIR, "name the files in it"},
+    {EISDIR, "name the files in it, or use -r"},
     {ENOSPC, "make room and try again"},
     {SCA_ErrorNotRegularFile, "copy its content into a file first"},
     {SCA_ErrorFileShrank, "try again when nobody writes to it"},
     {SCA_ErrorInvalidData, "check that the server is a Tika server of version 1.x to 3.x"},
+    {SCA_ErrorServersDied, "it may need more memory than they have: raise their heaps"},
+    {SCA_ErrorTimeLimit, "raise --time-limit"},
 };
 
 std::string Explain(unsigned long code) {
@@ -39,120 +48,357 @@ std::string Explain(unsigned long code) {
   return std::string(SCA_ErrorText(code)) + "; --verbose shows more";
 }
 
-// Text that goes to standard output as it comes.
-struct StandardOutput {
-  unsigned long error = 0;
-
-  static int Take(const char* text, unsigned long length, unsigned long /*offset*/, void* context) {
-    if (std::fwrite(text, 1, length, stdout) == length) return 1;
-    static_cast<StandardOutput*>(context)->error = static_cast<unsigned long>(errno);
-    return 0;
-  }
-};
-
-// Text that goes to a file written aside.
-struct OutputFile {
-  SCA_ReplacementFile file;
-  unsigned long error = 0;
-
-  static int Take(const char* text, unsigned long length, unsigned long /*offset*/, void* context) {
-    auto* self = static_cast<OutputFile*>(context);
-    return self->file.Write(text, length, &self->error);
-  }
-};
+unsigned long long SizeOf(const std::string& path) {
+  std::error_code error;
+  const std::uintmax_t size = fs::file_size(path, error);
+  return error ? 0 : size;
+}
 
 }  // namespace
 
 Extraction::Extraction(const Options& options, SCA_Event* cancel)
     : options_(options),
       cancel_(cancel),
-      progress_(options.files.size(), !options.outputDir.empty()),
-      server_(options, cancel),
-      client_(&settings_, options.serverHost.empty() ? "127.0.0.1" : options.serverHost.c_str(),
-              options.serverPort) {
-  settings_.SetNetworkTimeout(options.timeoutMs);
-  client_.SetCancelEvent(cancel);
-}
+      setup_(options),
+      progress_(!options.outputDir.empty() && !options.jsonl),
+      private_(options, cancel) {}
+
+Extraction::~Extraction() = default;
 
 int Extraction::Run() {
-  std::string complaint;
-  if (client_.InitDataBuffer() == 0) {
-    progress_.PrintLine("tikaextract: not enough memory for the data buffer");
-    return kSomeFailed;
+  std::string complaint = setup_.Prepare();
+  if (complaint.empty() && !options_.outputDir.empty()) {
+    complaint = journal_.Open(options_.outputDir, options_.resume);
   }
-  if (!Connect(&complaint)) {
+  if (!complaint.empty()) {
+    progress_.PrintLine("tikaextract: " + complaint);
+    return kWrongUse;
+  }
+  if (options_.files.empty() && options_.filesFrom.empty()) return kAllExtracted;
+  const int status = StartDispatcher();
+  if (status != kAllExtracted) return status;
+  const int result = RunDocuments();
+  if (options_.IsBulk()) progress_.PrintLine("tikaextract: " + progress_.Summary());
+  // A worker that still waits for the private server need not wait any longer.
+  cancel_->Set();
+  dispatcher_.reset();
+  return result;
+}
+
+int Extraction::RunDocuments() {
+  const auto isTaken = [this](const std::string& extension) { return IsTaken(extension); };
+  if (progress_.IsShown()) CountDocuments();
+  documents_ = std::make_unique<Documents>(options_, isTaken);
+  window_ = std::min<std::size_t>(kLargestWindow, setup_.Settings().GetMaxPendingRequests());
+  while (Fill()) {
+    const std::unique_ptr<Job> job = TakeFinished();
+    Conclude(job.get());
+    if (outputClosed_) CancelOnce();
+  }
+  return status_;
+}
+
+bool Extraction::IsTaken(const std::string& extension) const {
+  return setup_.Settings().MatchExtension(extension.c_str()) != 0;
+}
+
+// Only for who looks: a walk of its own.
+void Extraction::CountDocuments() {
+  if (!Documents::CanCount(options_)) return;
+  Documents documents(options_,
+                      [this](const std::string& extension) { return IsTaken(extension); });
+  Document document;
+  unsigned long long files = 0;
+  unsigned long long bytes = 0;
+  while (!IsCancelled() && documents.Next(&document)) {
+    ++files;
+    bytes += SizeOf(document.path);
+  }
+  progress_.SetTotal(files, bytes);
+}
+
+int Extraction::StartDispatcher() {
+  std::string complaint;
+  if (!FindServers(&complaint)) {
     if (!IsCancelled()) progress_.PrintLine("tikaextract: " + complaint);
     return kNoServer;
   }
-  int status = kAllExtracted;
-  for (std::size_t i = 0; i < options_.files.size(); ++i) {
-    const std::string& file = options_.files[i];
-    progress_.Show(i + 1, file);
-    const bool isExtracted = ExtractFile(file, &complaint);
-    if (IsCancelled() || outputClosed_) return kSomeFailed;
-    if (isExtracted) continue;
-    progress_.PrintLine("tikaextract: " + file + ": " + complaint);
-    status = kSomeFailed;
+  const unsigned long privateService = UsesPrivateServer() ? setup_.PrivateService() : 0;
+  SCA_TikaDispatchLimits limits;
+  limits.connectMs = kConnectMs;
+  limits.fileMs = options_.timeLimitMs;
+  limits.variant = options_.variant;
+  // A private server that cannot be started will not come back by itself.
+  if (UsesPrivateServer()) limits.noServerMs = 0;
+  dispatcher_ = std::make_unique<SCA_TikaDispatcher>(&setup_.Settings(), limits);
+  if (dispatcher_->IsValid() == 0) {
+    progress_.PrintLine("tikaextract: not enough memory");
+    return kSomeFailed;
   }
-  return status;
+  dispatcher_->SetPrepareServer(&PrepareServer, this);
+  std::vector<ServerOfService> servers = setup_.Servers();
+  if (servers.empty()) {
+    const SCA_LockGuard guard(privateLock_);
+    servers.push_back({{"127.0.0.1", private_.Port()}, privateService});
+  }
+  const std::size_t jobs = options_.jobs != 0 ? options_.jobs : servers.size();
+  for (std::size_t i = 0; i < jobs; ++i) {
+    const ServerOfService& server = servers[i % servers.size()];
+    unsigned long error = 0;
+    if (dispatcher_->AddServer(server.address.host.c_str(), server.address.port, server.serviceId,
+                               &error) == 0) {
+      progress_.PrintLine("tikaextract: cannot use the server: " + Explain(error));
+      return kSomeFailed;
+    }
+  }
+  return kAllExtracted;
 }
 
-// Makes a fresh connection, to a server that is started or waited for if it is the run's own.
-bool Extraction::Connect(std::string* complaint) {
-  client_.Disconnect();
-  if (options_.serverHost.empty()) {
-    if (!server_.EnsureReady(complaint)) return false;
-    client_.SetPortNumber(server_.Port());
+// A run begins once one of its servers can be reached.
+bool Extraction::FindServers(std::string* complaint) {
+  if (UsesPrivateServer()) {
+    const SCA_LockGuard guard(privateLock_);
+    return private_.EnsureReady(complaint);
   }
-  unsigned long error = 0;
-  if (client_.Connect(kConnectMs, &error) != 0) return true;
-  *complaint = "no connection to " + std::string(client_.GetServerName()) + ":" +
-               std::to_string(client_.GetPortNumber()) + ": " + Explain(error);
+  for (const ServerOfService& server : setup_.Servers()) {
+    SCA_TikaClient client(&setup_.Settings(), server.address.host.c_str(), server.address.port);
+    client.SetCancelEvent(cancel_);
+    unsigned long error = 0;
+    if (client.Connect(kConnectMs, &error) != 0) return true;
+    if (IsCancelled()) return false;
+    *complaint += (complaint->empty() ? "" : "\ntikaextract: ") + std::string("no connection to ") +
+                  server.address.host + ":" + std::to_string(server.address.port) + ": " +
+                  Explain(error);
+  }
   return false;
 }
 
-bool Extraction::ExtractFile(const std::string& file, std::string* complaint) {
-  if (client_.IsConnected() == 0 && !Connect(complaint)) return false;
-  if (!options_.outputDir.empty()) return ExtractToFile(file, complaint);
-  StandardOutput output;
-  const bool isExtracted = GetText(file, &StandardOutput::Take, &output, &output.error, complaint);
-  if (std::fflush(stdout) == 0 && output.error == 0) return isExtracted;
-  if (output.error == 0) output.error = static_cast<unsigned long>(errno);
+int Extraction::PrepareServer(SCA_TikaClient* client, SCA_Event* /*stop*/, void* context,
+                              unsigned long* error) {
+  auto* const self = static_cast<Extraction*>(context);
+  if (!self->UsesPrivateServer() || self->EnsurePrivateServer(client)) return 1;
+  *error = SCA_ErrorNotStarted;
+  return 0;
+}
+
+bool Extraction::EnsurePrivateServer(SCA_TikaClient* client) {
+  const SCA_LockGuard guard(privateLock_);
+  if (!private_.EnsureReady(&privateComplaint_)) return false;
+  client->SetPortNumber(private_.Port());
+  return true;
+}
+
+// Keeps the window full. @return False when nothing is under way and nothing is left.
+bool Extraction::Fill() {
+  Document document;
+  while (!isEnding_ && jobs_.size() < window_) {
+    if (IsCancelled() || !documents_->Next(&document)) {
+      isEnding_ = true;
+      break;
+    }
+    const Journal::Entry entry =
+        options_.outputDir.empty() ? Journal::Entry() : Journal::Describe(document.path);
+    const unsigned long long bytes = SizeOf(document.path);
+    if (options_.resume && journal_.IsDone(entry, OutputPath(document))) {
+      progress_.AddSkipped(bytes);
+      progress_.Show();
+      continue;
+    }
+    Submit(document, entry, bytes);
+  }
+  return !jobs_.empty();
+}
+
+void Extraction::Submit(const Document& document, const Journal::Entry& entry,
+                        unsigned long long bytes) {
+  jobs_.push_back(std::make_unique<Job>());
+  Job* const job = jobs_.back().get();
+  job->document = document;
+  job->entry = entry;
+  job->bytes = bytes;
+  if (!document.complaint.empty()) return HasFinished(job);
+  std::unique_ptr<TextStore> store;
+  if (options_.outputDir.empty()) {
+    store = std::make_unique<BufferedText>();
+  } else {
+    store = std::make_unique<TextFile>(OutputPath(document));
+  }
+  job->store = store.get();
+  store->onFinish = [this, job] { HasFinished(job); };
+  job->request.reset(new SCA_TikaExtractRequest(document.path.c_str(), document.extension.c_str(),
+                                                "Default", store.release()));
+  // What was named goes to a server whatever its extension: any of this run's services will do.
+  if (UsesPrivateServer() || !options_.servers.empty() || !IsTaken(document.extension)) {
+    const auto& services = *setup_.Settings().GetServiceList();
+    for (const auto* node = services.GetHead(); node != nullptr; node = node->GetNext()) {
+      if (node->GetItem()->IsEnabled() != 0) {
+        job->request->GetServiceList()->AddItemToTail(node->GetId());
+      }
+    }
+  }
+  unsigned long error = 0;
+  if (dispatcher_->Submit(job->request.get(), 1, &error) != 0) return;
+  job->document.complaint = Explain(error);
+  job->request.reset();
+  HasFinished(job);
+}
+
+void Extraction::HasFinished(Job* job) {
+  if (!options_.unordered) return;
+  {
+    const SCA_LockGuard guard(finishedLock_);
+    finished_.push_back(job);
+  }
+  oneFinished_.Set();
+}
+
+// Waits for the next document in the order of printing.
+std::unique_ptr<Extraction::Job> Extraction::TakeFinished() {
+  Job* job = nullptr;
+  while ((job = FirstFinished()) == nullptr) {
+    progress_.Show();
+    if (IsCancelled()) CancelOnce();
+  }
+  const auto place = std::find_if(jobs_.begin(), jobs_.end(),
+                                  [job](const auto& other) { return other.get() == job; });
+  std::unique_ptr<Job> taken = std::move(*place);
+  jobs_.erase(place);
+  return taken;
+}
+
+// Looks for a moment. @return Null when there is none yet.
+Extraction::Job* Extraction::FirstFinished() {
+  if (!options_.unordered) {
+    Job* const first = jobs_.front().get();
+    const bool isOver = first->request == nullptr || first->request->GetReady()->Wait(kLookMs) != 0;
+    return isOver ? first : nullptr;
+  }
+  Job* job = nullptr;
+  {
+    const SCA_LockGuard guard(finishedLock_);
+    if (!finished_.empty()) {
+      job = finished_.front();
+      finished_.pop_front();
+    }
+  }
+  if (job == nullptr) {
+    oneFinished_.Wait(kLookMs);
+  } else if (job->request != nullptr) {
+    job->request->GetReady()->Wait(SCA_Infinite);
+  }
+  return job;
+}
+
+void Extraction::CancelOnce() {
+  isEnding_ = true;
+  if (!isCancelled_) dispatcher_->CancelAll();
+  isCancelled_ = true;
+}
+
+void Extraction::Conclude(Job* job) {
+  const Result result = Judge(job);
+  if (result.isExtracted) {
+    progress_.AddExtracted(job->bytes);
+  } else if (isCancelled_) {
+    // What the run's end has cut off is no failure of the document.
+    return;
+  } else {
+    progress_.AddFailed(job->bytes);
+    progress_.PrintLine("tikaextract: " + job->document.path + ": " + result.complaint);
+    status_ = kSomeFailed;
+  }
+  const bool isRefused =
+      job->request != nullptr && job->request->GetOutcome() == SCA_TikaOutcome::Refused;
+  if (result.isExtracted || isRefused) journal_.Add(job->entry, result.isExtracted);
+  if (!outputClosed_ && options_.jsonl) PrintRecord(job, result);
+  if (!outputClosed_ && !options_.jsonl && options_.outputDir.empty() && result.isExtracted) {
+    PrintText(job);
+  }
+  progress_.Show();
+}
+
+Extraction::Result Extraction::Judge(Job* job) {
+  Result result;
+  if (job->request == nullptr) {
+    result.outcome = SCA_TikaOutcomeText(SCA_TikaOutcome::FileFailed);
+    result.complaint = job->document.complaint;
+    return result;
+  }
+  const SCA_TikaOutcome outcome = job->request->GetOutcome();
+  result.isExtracted = outcome == SCA_TikaOutcome::Extracted && job->store->Error() == 0;
+  result.outcome = job->store->Error() != 0 ? SCA_TikaOutcomeText(SCA_TikaOutcome::SinkFailed)
+                                            : SCA_TikaOutcomeText(outcome);
+  if (!result.isExtracted) result.complaint = Complain(job);
+  return result;
+}
+
+std::string Extraction::Complain(Job* job) {
+  const SCA_TikaExtractRequest& request = *job->request;
+  if (job->store->Error() != 0) {
+    const std::string target = options_.outputDir.empty() ? std::string("a temporary file")
+                                                          : "'" + OutputPath(job->document) + "'";
+    return "cannot write " + target + ": " + Explain(job->store->Error());
+  }
+  if (request.GetRefusalCode() != 0) {
+    return std::string(SCA_ErrorText(request.GetRefusalCode())) + " before it had read the file";
+  }
+  if (request.GetOutcome() != SCA_TikaOutcome::NoServer &&
+      request.GetStatusCode() != SCA_ErrorNoServer) {
+    return Explain(request.GetStatusCode());
+  }
+  if (!UsesPrivateServer()) return request.GetCause();
+  const SCA_LockGuard guard(privateLock_);
+  return privateComplaint_;
+}
+
+void Extraction::PrintText(Job* job) {
+  auto* const text = static_cast<BufferedText*>(job->store);
+  text->ForEachBlock([](const char* block, std::size_t length) {
+    return std::fwrite(block, 1, length, stdout) == length;
+  });
+  CheckOutput();
+}
+
+void Extraction::PrintRecord(Job* job, const Result& result) {
+  nlohmann::ordered_json record;
+  SetJsonText(&record, "path", job->document.path);
+  record["size"] = job->bytes;
+  record["outcome"] = result.outcome;
+  if (result.isExtracted) {
+    record["error"] = nullptr;
+  } else {
+    SetJsonText(&record, "error", result.complaint);
+  }
+  record["milliseconds"] = job->request != nullptr ? job->request->GetDuration() : 0;
+  SetJsonText(&record, "server", job->request != nullptr ? job->request->GetServer() : "");
+  record["textLength"] = result.isExtracted ? job->request->GetTextLength() : 0;
+  if (result.isExtracted && options_.outputDir.empty()) {
+    std::string text;
+    static_cast<BufferedText*>(job->store)
+        ->ForEachBlock([&text](const char* block, std::size_t length) {
+          text.append(block, length);
+          return true;
+        });
+    SetJsonText(&record, "text", text);
+  } else if (result.isExtracted) {
+    SetJsonText(&record, "textPath", OutputPath(job->document));
+  }
+  std::fputs((JsonText(record) + "\n").c_str(), stdout);
+  CheckOutput();
+}
+
+// Ends the run when the output cannot be written any more.
+void Extraction::CheckOutput() {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return;
+  const auto error = static_cast<unsigned long>(errno);
   outputClosed_ = true;
+  status_ = kSomeFailed;
   // A reader that has seen enough is no failure worth a line.
-  if (output.error != EPIPE) {
-    progress_.PrintLine("tikaextract: cannot write the text to standard output: " +
-                        Explain(output.error));
+  if (error != EPIPE) {
+    progress_.PrintLine("tikaextract: cannot write to standard output: " + Explain(error));
   }
-  return false;
 }
 
-bool Extraction::ExtractToFile(const std::string& file, std::string* complaint) {
-  OutputFile output;
-  const std::string path = OutputPath(options_, file);
-  bool isExtracted = false;
-  if (output.file.Open(path.c_str(), SCA_FileAccess::Default, &output.error) != 0) {
-    isExtracted = GetText(file, &OutputFile::Take, &output, &output.error, complaint) &&
-                  output.file.Commit(SCA_FileCommit::Fast, &output.error) != 0;
-  }
-  if (output.error != 0) *complaint = "cannot write '" + path + "': " + Explain(output.error);
-  return isExtracted;
-}
-
-// Extracts a file into a sink, whose own failure, shown by its error, stops the extraction.
-bool Extraction::GetText(const std::string& file, SCA_TikaTextCallback sink, void* context,
-                         const unsigned long* sinkError, std::string* complaint) {
-  unsigned long textLength = 0;
-  unsigned long error = 0;
-  if (client_.GetFileText(options_.variant, file.c_str(), nullptr, sink, context, cancel_,
-                          &textLength, &error) != 0) {
-    return true;
-  }
-  // The connection may hold half an exchange; the next file gets a fresh one.
-  client_.Disconnect();
-  if (*sinkError != 0) return false;
-  const unsigned long refusal = client_.GetRefusalCode();
-  *complaint = refusal != 0 ? std::string(SCA_ErrorText(refusal)) + " before it had read the file"
-                            : Explain(error);
-  return false;
+std::string Extraction::OutputPath(const Document& document) const {
+  return (fs::path(options_.outputDir) / document.output).string();
 }

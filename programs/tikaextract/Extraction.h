@@ -1,39 +1,100 @@
-/// The run of tikaextract: one file after the other over one connection.
+/// The run of tikaextract: documents go to the dispatcher, a window of them at a time, and come
+/// back to be printed, written down and counted.
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_EXTRACTION_H
 #define SCA_PROGRAMS_TIKAEXTRACT_EXTRACTION_H
 
+#include <deque>
+#include <memory>
 #include <string>
 
-#include "client/SCA_TikaClient.h"
+#include "platform/SCA_Lock.h"
 #include "platform/SCA_Sync.h"
+#include "product/SCA_TikaDispatcher.h"
+#include "programs/tikaextract/Documents.h"
+#include "programs/tikaextract/Journal.h"
 #include "programs/tikaextract/Options.h"
 #include "programs/tikaextract/PrivateServer.h"
 #include "programs/tikaextract/Progress.h"
-#include "settings/SCA_TikaConfigOrv.h"
+#include "programs/tikaextract/Setup.h"
+#include "programs/tikaextract/TextStore.h"
 
 class Extraction {
  public:
   /// @param cancel  Ends the run soon after it is set; not owned.
   Extraction(const Options& options, SCA_Event* cancel);
+  ~Extraction();
+  Extraction(const Extraction&) = delete;
+  Extraction& operator=(const Extraction&) = delete;
 
   /// @return An `ExitStatus`; whatever it is when the run was cancelled.
   int Run();
 
  private:
-  bool Connect(std::string* complaint);
-  bool ExtractFile(const std::string& file, std::string* complaint);
-  bool ExtractToFile(const std::string& file, std::string* complaint);
-  bool GetText(const std::string& file, SCA_TikaTextCallback sink, void* context,
-               const unsigned long* sinkError, std::string* complaint);
+  // A document under way.
+  struct Job {
+    Document document;
+    Journal::Entry entry;
+    unsigned long long bytes = 0;
+    SCA_Owned<SCA_TikaExtractRequest> request;  // null when there was nothing to submit
+    TextStore* store = nullptr;                 // the request's
+  };
+
+  // What a job came to, as it is printed.
+  struct Result {
+    bool isExtracted = false;
+    const char* outcome = "";
+    std::string complaint;
+  };
+
+  int RunDocuments();
+  bool IsTaken(const std::string& extension) const;
+  void CountDocuments();
+  int StartDispatcher();
+  bool FindServers(std::string* complaint);
+  static int PrepareServer(SCA_TikaClient* client, SCA_Event* stop, void* context,
+                           unsigned long* error);
+  bool EnsurePrivateServer(SCA_TikaClient* client) SCA_EXCLUDES(privateLock_);
+
+  bool Fill();
+  void Submit(const Document& document, const Journal::Entry& entry, unsigned long long bytes);
+  std::unique_ptr<Job> TakeFinished();
+  Job* FirstFinished();
+  void HasFinished(Job* job) SCA_EXCLUDES(finishedLock_);
+  void CancelOnce();
+
+  void Conclude(Job* job);
+  Result Judge(Job* job);
+  std::string Complain(Job* job) SCA_EXCLUDES(privateLock_);
+  void PrintText(Job* job);
+  void PrintRecord(Job* job, const Result& result);
+  void CheckOutput();
+  std::string OutputPath(const Document& document) const;
   bool IsCancelled() { return cancel_->Wait(0) != 0; }
+  bool UsesPrivateServer() const { return setup_.Servers().empty(); }
 
   const Options& options_;
   SCA_Event* const cancel_;
+  Setup setup_;
   Progress progress_;
-  SCA_TikaConfigOrv settings_;
-  PrivateServer server_;
-  SCA_TikaClient client_;
+  Journal journal_;
+
+  SCA_Lock privateLock_;  // its server is used by one thread at a time
+  PrivateServer private_ SCA_GUARDED_BY(privateLock_);
+  std::string privateComplaint_ SCA_GUARDED_BY(privateLock_);  // why it could not be started last
+
+  std::unique_ptr<Documents> documents_;
+  std::size_t window_ = 1;  // documents under way at most
+  std::deque<std::unique_ptr<Job>> jobs_;
+  bool isEnding_ = false;      // no further documents
+  bool isCancelled_ = false;   // the dispatcher knows
   bool outputClosed_ = false;  // nobody reads the standard output any more
+  int status_ = kAllExtracted;
+
+  SCA_Lock finishedLock_;
+  std::deque<Job*> finished_ SCA_GUARDED_BY(finishedLock_);  // when output is unordered
+  SCA_Event oneFinished_{0, 0};
+
+  std::unique_ptr<SCA_TikaDispatcher> dispatcher_;  // last: its threads use the rest
 };
 
 #endif  // SCA_PROGRAMS_TIKAEXTRACT_EXTRACTION_H

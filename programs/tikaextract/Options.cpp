@@ -1,9 +1,11 @@
 #include "programs/tikaextract/Options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <map>
+
+#include "programs/tikaextract/Documents.h"
 
 namespace {
 
@@ -13,14 +15,19 @@ constexpr char kDescription[] =
     "Prints the plain text of documents (PDF, DOC, DOCX, XLS, XLSX and whatever else Apache Tika\n"
     "reads). Without --server a private Tika server is started for the run and stopped at its end.";
 constexpr char kFooter[] =
+    "A directory's documents are those with the extensions of --ext or of the settings; under -o\n"
+    "they lie as in the directory, below its name when more than one FILE is given. A list's\n"
+    "documents lie under -o by their paths.\n"
     "Exit status: 0 all extracted, 1 some failed, 2 wrong use, 3 no server, 130 interrupted.\n"
     "Environment: TIKA_SERVER_JAR names the runnable Tika server jar of the private server.\n"
-    "Example: tikaextract -o texts report.pdf minutes.docx";
+    "Examples: tikaextract -o texts report.pdf minutes.docx\n"
+    "          tikaextract -r archive -o texts --server tika1:9998 --server tika2:9998 -j 8";
 
 constexpr unsigned long kMaxTimeoutSeconds = 1000000;
+constexpr unsigned long kMaxJobs = 256;
 
 // Splits "host:port"; an IPv6 address stands in brackets.
-std::string SplitServer(const std::string& text, Options* options) {
+std::string AddServer(const std::string& text, Options* options) {
   const std::size_t colon = text.rfind(':');
   std::string host = text.substr(0, colon);
   const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
@@ -33,22 +40,26 @@ std::string SplitServer(const std::string& text, Options* options) {
   if (host.empty() || host.size() > 259 || number == 0 || number > 65535) {
     return "'" + text + "' is not host:port, such as 127.0.0.1:9998";
   }
-  options->serverHost = host;
-  options->serverPort = static_cast<unsigned short>(number);
+  options->servers.push_back({host, static_cast<unsigned short>(number)});
   return {};
 }
 
-// Two documents of one name would write one file, and one text would be lost.
-std::string FindNameClash(const Options& options) {
-  std::map<std::string, std::string> outputs;
-  for (const std::string& file : options.files) {
-    const auto [entry, isNew] = outputs.emplace(OutputPath(options, file), file);
-    if (!isNew) {
-      return "'" + entry->second + "' and '" + file + "' would both be written to '" +
-             entry->first + "': extract them into different directories";
+// "pdf,.docx" and "pdf docx" alike become what settings hold.
+std::string Extensions(const std::vector<std::string>& given) {
+  std::string list;
+  for (const std::string& text : given) {
+    std::string word;
+    for (const char c : text + " ") {
+      if (c != ' ' && c != ',') {
+        word += c;
+        continue;
+      }
+      const std::size_t begin = word.find_first_not_of('.');
+      if (begin != std::string::npos) list += (list.empty() ? "" : " ") + word.substr(begin);
+      word.clear();
     }
   }
-  return {};
+  return list;
 }
 
 std::string PrepareOutputDir(const Options& options) {
@@ -62,47 +73,97 @@ std::string PrepareOutputDir(const Options& options) {
          "': " + (error ? error.message() : "a file of that name is in the way");
 }
 
-}  // namespace
-
-std::string OutputPath(const Options& options, const std::string& file) {
-  return (fs::path(options.outputDir) / fs::path(file).filename()).string() + ".txt";
+std::string Check(const Options& options) {
+  if (options.files.empty() && options.filesFrom.empty() && options.saveSettingsFile.empty()) {
+    return "FILE is required: name documents, or a list of them with --files-from";
+  }
+  if (options.resume && options.outputDir.empty()) {
+    return "--resume needs -o: a former run is known by what it wrote there";
+  }
+  if (options.zeroSeparated && options.filesFrom.empty()) return "-0 needs --files-from";
+  if (options.extensions.size() > 519) return "the list of --ext is longer than 519 bytes";
+  return PrepareOutputDir(options);
 }
+
+void DefineInput(CLI::App* app, Options* options, std::vector<std::string>* extensions) {
+  app->add_option("FILE", options->files, "Documents, and directories with -r");
+  app->add_flag("-r,--recursive", options->recursive, "Extract the documents in directories");
+  app->add_option("--files-from", options->filesFrom,
+                  "Extract the documents listed in a file, one a line; - is standard input")
+      ->type_name("FILE");
+  app->add_flag("-0,--null", options->zeroSeparated, "The list's entries end in zero bytes");
+  app->add_option("--ext", *extensions, "Extensions to take from directories, such as pdf,docx")
+      ->type_name("LIST")
+      ->allow_extra_args(false);
+}
+
+void DefineOutput(CLI::App* app, Options* options) {
+  app->add_option("-o,--output", options->outputDir,
+                  "Write the text of each document NAME to DIR/NAME.txt")
+      ->type_name("DIR");
+  app->add_flag("--jsonl", options->jsonl, "Print one JSON record for each document");
+  app->add_flag("--unordered", options->unordered, "Print as the texts come, in any order");
+  app->add_flag("--resume", options->resume, "Skip what a former run with the same -o has done");
+  app->add_flag("-v,--verbose", options->verbose, "Say on standard error what happens");
+}
+
+void DefineServers(CLI::App* app, Options* options, std::vector<std::string>* servers,
+                   unsigned long* timeout, unsigned long* limit) {
+  app->add_option("--server", *servers, "Tika server to use, as host:port; may be given again")
+      ->type_name("HOST:PORT")
+      ->allow_extra_args(false);
+  app->add_option("-j,--jobs", options->jobs, "Extractions at once (default: one for each server)")
+      ->check(CLI::Range(1UL, kMaxJobs))
+      ->type_name("N");
+  app->add_option("--settings", options->settingsFile,
+                  "Take servers, extensions and time-out from saved settings")
+      ->type_name("FILE");
+  app->add_option("--save-settings", options->saveSettingsFile, "Save the settings of this run")
+      ->type_name("FILE");
+  app->add_option("--variant", options->variant, "Reply decoder: 1, 2 or 3")
+      ->check(CLI::Range(1UL, 3UL))
+      ->type_name("N")
+      ->capture_default_str();
+  app->add_option("--timeout", *timeout, "Give up when the server is silent for so long (60)")
+      ->check(CLI::Range(1UL, kMaxTimeoutSeconds))
+      ->type_name("SECONDS");
+  app->add_option("--time-limit", *limit, "Give a document up after so long")
+      ->check(CLI::Range(1UL, kMaxTimeoutSeconds))
+      ->type_name("SECONDS");
+  app->add_option("--java-heap", options->javaHeapMb, "Heap limit of the private server")
+      ->check(CLI::Range(64UL, 1048576UL))
+      ->type_name("MB")
+      ->capture_default_str();
+  app->add_option("--jar", options->jar, "Runnable Tika server jar of the private server")
+      ->type_name("FILE");
+}
+
+}  // namespace
 
 std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
   CLI::App app(kDescription, "tikaextract");
   app.footer(kFooter);
   app.set_version_flag("--version", "tikaextract " SCA_VERSION);
-  std::string server;
-  unsigned long timeoutSeconds = options->timeoutMs / 1000;
-  app.add_option("FILE", options->files, "Documents")->required();
-  app.add_option("--server", server, "Tika server to use, as host:port")->type_name("HOST:PORT");
-  app.add_option("-o,--output", options->outputDir,
-                 "Write the text of each document NAME to DIR/NAME.txt")
-      ->type_name("DIR");
-  app.add_option("--variant", options->variant, "Reply decoder: 1, 2 or 3")
-      ->check(CLI::Range(1UL, 3UL))
-      ->type_name("N")
-      ->capture_default_str();
-  app.add_option("--timeout", timeoutSeconds, "Give up when the server is silent for so long")
-      ->check(CLI::Range(1UL, kMaxTimeoutSeconds))
-      ->type_name("SECONDS")
-      ->capture_default_str();
-  app.add_option("--java-heap", options->javaHeapMb, "Heap limit of the private server")
-      ->check(CLI::Range(64UL, 1048576UL))
-      ->type_name("MB")
-      ->capture_default_str();
-  app.add_option("--jar", options->jar, "Runnable Tika server jar of the private server")
-      ->type_name("FILE");
-  app.add_flag("-v,--verbose", options->verbose, "Say on standard error what happens");
+  std::vector<std::string> servers;
+  std::vector<std::string> extensions;
+  unsigned long timeoutSeconds = 0;
+  unsigned long limitSeconds = 0;
+  DefineInput(&app, options, &extensions);
+  DefineOutput(&app, options);
+  DefineServers(&app, options, &servers, &timeoutSeconds, &limitSeconds);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kAllExtracted : kWrongUse;
   }
-  options->timeoutMs = timeoutSeconds * 1000;
-  std::string complaint =
-      server.empty() && app.count("--server") == 0 ? std::string() : SplitServer(server, options);
-  if (complaint.empty()) complaint = PrepareOutputDir(*options);
+  if (timeoutSeconds != 0) options->timeoutMs = timeoutSeconds * 1000;
+  options->timeLimitMs = limitSeconds * 1000;
+  options->extensions = Extensions(extensions);
+  std::string complaint;
+  for (const std::string& server : servers) {
+    if (complaint.empty()) complaint = AddServer(server, options);
+  }
+  if (complaint.empty()) complaint = Check(*options);
   if (complaint.empty()) return std::nullopt;
   std::fprintf(stderr, "tikaextract: %s\n", complaint.c_str());
   return kWrongUse;

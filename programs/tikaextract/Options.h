@@ -9,23 +9,40 @@
 /// Exit status of the program; one ended by a signal exits with 128 and the signal's number.
 enum ExitStatus { kAllExtracted = 0, kSomeFailed = 1, kWrongUse = 2, kNoServer = 3 };
 
+struct ServerAddress {
+  std::string host;
+  unsigned short port = 0;
+};
+
 struct Options {
   std::vector<std::string> files;
-  std::string serverHost;  ///< empty: a private server for the run
-  unsigned short serverPort = 0;
+  bool recursive = false;
+  std::string filesFrom;  ///< a file that lists further documents, "-" for standard input
+  bool zeroSeparated = false;
+  std::string extensions;              ///< separated by blanks; empty: those of the settings
+  std::vector<ServerAddress> servers;  ///< empty: the settings', or a private server for the run
+  unsigned long jobs = 0;              ///< extractions at once; 0: one for each server
+  std::string settingsFile;
+  std::string saveSettingsFile;
   std::string outputDir;  ///< empty: standard output
+  bool jsonl = false;
+  bool unordered = false;
+  bool resume = false;
   unsigned long variant = 3;
-  unsigned long timeoutMs = 60000;
+  std::optional<unsigned long> timeoutMs;  ///< unset: the settings', or `kDefaultTimeoutMs`
+  unsigned long timeLimitMs = 0;           ///< for one file; 0: none
   unsigned long javaHeapMb = 1024;
   std::string jar;  ///< empty: looked up, see PrivateServer
   bool verbose = false;
+
+  /// Documents beyond those named one by one: the end of the run is worth a line.
+  bool IsBulk() const { return recursive || jsonl || !filesFrom.empty(); }
 };
+
+constexpr unsigned long kDefaultTimeoutMs = 60000;
 
 /// Reads the command line; prints help, version and complaints.
 /// @return The exit status with which the program is to end at once, if it is.
 std::optional<int> ParseOptions(int argc, char** argv, Options* options);
-
-/// @return Where the text of a document goes under the output directory.
-std::string OutputPath(const Options& options, const std::string& file);
 
 #endif  // SCA_PROGRAMS_TIKAEXTRACT_OPTIONS_H

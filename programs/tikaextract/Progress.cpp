@@ -2,32 +2,87 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+
+#include "platform/SCA_Text.h"
 
 namespace {
 
-constexpr int kMaxNameBytes = 60;  // keeps the line on one row
+constexpr std::chrono::milliseconds kBetweenDraws{100};
+
+std::string Size(double bytes) {
+  char text[32];
+  SCA_FormatSize(static_cast<unsigned long long>(bytes), text, sizeof text);
+  return text;
+}
 
 }  // namespace
 
-Progress::Progress(std::size_t files, bool textGoesToFiles)
-    : files_(files),
-      isShown_(::isatty(STDERR_FILENO) != 0 && (textGoesToFiles || ::isatty(STDOUT_FILENO) == 0)) {}
+Progress::Progress(bool textGoesToFiles)
+    : isShown_(::isatty(STDERR_FILENO) != 0 && (textGoesToFiles || ::isatty(STDOUT_FILENO) == 0)) {}
 
 Progress::~Progress() {
   Erase();
 }
 
-void Progress::Show(std::size_t number, const std::string& file) {
-  if (!isShown_) return;
+void Progress::SetTotal(unsigned long long files, unsigned long long bytes) {
+  totalFiles_ = files;
+  totalBytes_ = bytes;
+}
+
+void Progress::AddExtracted(unsigned long long bytes) {
+  ++extracted_;
+  bytes_ += bytes;
+}
+
+void Progress::AddFailed(unsigned long long bytes) {
+  ++failed_;
+  bytes_ += bytes;
+}
+
+void Progress::AddSkipped(unsigned long long bytes) {
+  ++skipped_;
+  skippedBytes_ += bytes;
+}
+
+double Progress::Seconds() const {
+  return std::max(std::chrono::duration<double>(Clock::now() - begin_).count(), 0.001);
+}
+
+// By bytes, since large documents take longer than small ones.
+std::string Progress::TimeLeft() const {
+  const unsigned long long done = bytes_ + skippedBytes_;
+  if (bytes_ == 0 || totalBytes_ <= done) return {};
+  const auto seconds = static_cast<unsigned long long>(static_cast<double>(totalBytes_ - done) *
+                                                       Seconds() / static_cast<double>(bytes_));
+  char text[48];
+  std::snprintf(text, sizeof text, ", %llu:%02llu left", seconds / 60, seconds % 60);
+  return text;
+}
+
+void Progress::Show() {
+  if (!isShown_ || Clock::now() - shownAt_ < kBetweenDraws) return;
+  shownAt_ = Clock::now();
+  const std::string total = totalFiles_ > 0 ? "/" + std::to_string(totalFiles_) : "";
   Erase();
-  std::fprintf(stderr, "[%zu/%zu] %.*s", number, files_, kMaxNameBytes, file.c_str());
+  std::fprintf(stderr, "[%llu%s] %s, %s/s, %llu failed%s", Files(), total.c_str(),
+               Size(static_cast<double>(bytes_)).c_str(),
+               Size(static_cast<double>(bytes_) / Seconds()).c_str(), failed_, TimeLeft().c_str());
   std::fflush(stderr);
 }
 
 void Progress::PrintLine(const std::string& line) {
   Erase();
   std::fprintf(stderr, "%s\n", line.c_str());
+}
+
+std::string Progress::Summary() const {
+  char text[200];
+  std::snprintf(
+      text, sizeof text, "%llu files: %llu extracted, %llu failed, %llu skipped; %s in %.1f s",
+      Files(), extracted_, failed_, skipped_, Size(static_cast<double>(bytes_)).c_str(), Seconds());
+  return text;
 }
 
 void Progress::Erase() {

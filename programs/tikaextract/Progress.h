@@ -1,29 +1,51 @@
-/// One line on the terminal that says how far a run is.
+/// One line on the terminal that says how far a run is, and one behind it that says how it went.
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_PROGRESS_H
 #define SCA_PROGRAMS_TIKAEXTRACT_PROGRESS_H
 
-#include <cstddef>
+#include <chrono>
 #include <string>
 
 /// Draws on standard error, and nothing unless that is a terminal that the text does not go to.
 class Progress {
  public:
-  Progress(std::size_t files, bool textGoesToFiles);
+  explicit Progress(bool textGoesToFiles);
   /// Takes the line away.
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  /// Shows a file, counted from 1.
-  void Show(std::size_t number, const std::string& file);
+  bool IsShown() const { return isShown_; }
+  /// What there is to do, once it is known.
+  void SetTotal(unsigned long long files, unsigned long long bytes);
+
+  void AddExtracted(unsigned long long bytes);
+  void AddFailed(unsigned long long bytes);
+  void AddSkipped(unsigned long long bytes);
+  /// Draws the line anew, but not oftener than an eye can read.
+  void Show();
   /// Prints a line of its own to standard error.
   void PrintLine(const std::string& line);
+  /// @return The whole run in one line.
+  std::string Summary() const;
 
  private:
-  void Erase();
+  using Clock = std::chrono::steady_clock;
 
-  const std::size_t files_;
+  void Erase();
+  double Seconds() const;
+  unsigned long long Files() const { return extracted_ + failed_ + skipped_; }
+  std::string TimeLeft() const;
+
   const bool isShown_;
+  const Clock::time_point begin_ = Clock::now();
+  Clock::time_point shownAt_;
+  unsigned long long totalFiles_ = 0;
+  unsigned long long totalBytes_ = 0;
+  unsigned long long extracted_ = 0;
+  unsigned long long failed_ = 0;
+  unsigned long long skipped_ = 0;
+  unsigned long long bytes_ = 0;         // of the documents tried
+  unsigned long long skippedBytes_ = 0;  // of those that took no time
 };
 
 #endif  // SCA_PROGRAMS_TIKAEXTRACT_PROGRESS_H

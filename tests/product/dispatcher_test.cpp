@@ -378,6 +378,22 @@ TEST_F(Dispatcher, FullQueueRefusesOrWaitsAsTheCallerChose) {
   EXPECT_EQ(Submit(Request(good_), 1), SCA_ErrorQueueFull);
 }
 
+// The queue deletes what is marked as it documents; the dispatcher must not know it any longer.
+TEST_F(Dispatcher, RequestThatIsMarkedAsAbandonedInTheQueueIsForgotten) {
+  AddTika(OnMarked(Fault::Hang));
+  const Request hanging(bad_);
+  EXPECT_EQ(Submit(hanging), 0U);
+  ASSERT_TRUE(Eventually([this] { return Dispatch().GetPendingRequests() == 0; }));
+  Request marked(good_);
+  EXPECT_EQ(Submit(marked), 0U);
+  marked.request.release()->SetProcessStatus(SCA_RequestAbandoned);
+  Dispatch().Cancel(hanging.request.get());
+  EXPECT_EQ(hanging.Wait(), Outcome::Cancelled);
+  EXPECT_EQ(Extract(Request(good_)), Outcome::Extracted);
+  EXPECT_EQ(livingSinks, 1) << "that of the hanging request alone";
+  EXPECT_EQ(Dispatch().GetPendingRequests(), 0U);
+}
+
 TEST_F(Dispatcher, FileThatTakesTooLongEndsAtItsLimit) {
   limits_.fileMs = 100;
   AddTika(OnMarked(Fault::Hang));

@@ -1,0 +1,146 @@
+#include "programs/tikaextract/Documents.h"
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// The last name of a path, also of "docs/" and of ".".
+std::string LastName(const std::string& path) {
+  const fs::path full = fs::absolute(path).lexically_normal();
+  return (full.has_filename() ? full : full.parent_path()).filename().string();
+}
+
+bool IsDirectory(const std::string& path) {
+  std::error_code ignored;
+  return fs::is_directory(path, ignored);
+}
+
+// Where the content of a named directory goes, or the text of a named document without its ".txt".
+std::string OutputOfNamed(const Options& options, const std::string& path) {
+  const bool isMirrored = options.recursive && IsDirectory(path);
+  const bool isOnlyOne = options.files.size() == 1 && options.filesFrom.empty();
+  return isMirrored && isOnlyOne ? std::string() : LastName(path);
+}
+
+// A listed document goes where its path says; one that leads up, where its full path says.
+std::string OutputOfListed(const std::string& path) {
+  fs::path normal = fs::path(path).lexically_normal();
+  if (!normal.empty() && *normal.begin() == "..") normal = fs::absolute(path).lexically_normal();
+  return normal.relative_path().string();
+}
+
+Document MakeDocument(const std::string& path, const std::string& output) {
+  std::string extension = fs::path(path).extension().string();
+  if (!extension.empty()) extension.erase(0, 1);
+  return {path, output + ".txt", extension, {}};
+}
+
+}  // namespace
+
+Documents::Documents(const Options& options,
+                     std::function<bool(const std::string& extension)> isTaken)
+    : options_(options), isTaken_(std::move(isTaken)) {}
+
+bool Documents::Next(Document* document) {
+  for (;;) {
+    if (NextInDirectory(document)) return true;
+    std::string path;
+    if (named_ < options_.files.size()) {
+      path = options_.files[named_++];
+      if (Enter(path, OutputOfNamed(options_, path), document)) return true;
+    } else if (listIsOver_ || options_.filesFrom.empty()) {
+      return false;
+    } else if (NextListed(&path)) {
+      if (Enter(path, OutputOfListed(path), document)) return true;
+    } else if (list_ == nullptr || list_->bad()) {
+      listIsOver_ = true;
+      document->path = options_.filesFrom;
+      document->complaint = std::string("cannot read the list: ") + std::strerror(errno);
+      return true;
+    } else {
+      listIsOver_ = true;
+    }
+  }
+}
+
+// Begins the walk of a directory. @return True when the path itself is to be extracted, or
+// complained about.
+bool Documents::Enter(const std::string& path, const std::string& output, Document* document) {
+  *document = MakeDocument(path, output);
+  if (!options_.recursive || !IsDirectory(path)) return true;
+  std::error_code error;
+  walk_ = Walk(path, error);
+  walkRoot_ = path;
+  walkOutput_ = output;
+  document->complaint = error ? error.message() : std::string();
+  return static_cast<bool>(error);
+}
+
+// A directory's documents come in the order in which the system has them: sorting them would need
+// all their names at once.
+bool Documents::NextInDirectory(Document* document) {
+  while (walk_ != Walk()) {
+    const fs::path path = walk_->path();
+    std::error_code error;
+    const bool isFile = walk_->is_regular_file(error);
+    std::error_code unreadable;
+    if (!isFile && walk_->is_directory(error)) {
+      // A directory that cannot be entered would end the whole walk.
+      fs::directory_iterator(path, unreadable);
+      if (unreadable || IsOutputDir(path)) walk_.disable_recursion_pending();
+    }
+    walk_.increment(error);
+    if (!error) error = unreadable;
+    if (error) {
+      *document = MakeDocument(path.string(), "");
+      document->complaint = error.message();
+      return true;
+    }
+    if (!isFile) continue;
+    *document = MakeDocument(path.string(),
+                             (fs::path(walkOutput_) / path.lexically_relative(walkRoot_)).string());
+    if (isTaken_(document->extension)) return true;
+  }
+  return false;
+}
+
+bool Documents::IsOutputDir(const fs::path& path) const {
+  std::error_code ignored;
+  return !options_.outputDir.empty() && fs::equivalent(path, options_.outputDir, ignored);
+}
+
+bool Documents::NextListed(std::string* path) {
+  if (list_ == nullptr) {
+    if (options_.filesFrom == "-") {
+      list_ = &std::cin;
+    } else {
+      errno = 0;
+      listFile_.open(options_.filesFrom, std::ios::binary);
+      if (!listFile_.is_open()) return false;
+      list_ = &listFile_;
+    }
+  }
+  while (std::getline(*list_, *path, options_.zeroSeparated ? '\0' : '\n')) {
+    if (!path->empty()) return true;
+  }
+  return false;
+}
+
+std::string FindNameClash(const Options& options) {
+  std::map<std::string, std::string> outputs;
+  for (const std::string& file : options.files) {
+    const bool isMirrored = options.recursive && IsDirectory(file);
+    const std::string output = OutputOfNamed(options, file) + (isMirrored ? "" : ".txt");
+    const auto [entry, isNew] = outputs.emplace(output, file);
+    if (!isNew) {
+      return "'" + entry->second + "' and '" + file + "' would both be written to '" +
+             (fs::path(options.outputDir) / output).string() +
+             "': extract them into different directories";
+    }
+  }
+  return {};
+}

@@ -1,0 +1,53 @@
+/// The documents of a run, found one by one: however many there are, they are never all in memory.
+#ifndef SCA_PROGRAMS_TIKAEXTRACT_DOCUMENTS_H
+#define SCA_PROGRAMS_TIKAEXTRACT_DOCUMENTS_H
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <string>
+
+#include "programs/tikaextract/Options.h"
+
+struct Document {
+  std::string path;
+  std::string output;     ///< where its text goes, below the output directory
+  std::string extension;  ///< without its dot
+  std::string complaint;  ///< not empty: why there is nothing to extract at this path
+};
+
+class Documents {
+ public:
+  /// @param isTaken  Whether documents of an extension are taken from directories.
+  Documents(const Options& options, std::function<bool(const std::string& extension)> isTaken);
+
+  /// Finds the next document. @return False behind the last one.
+  bool Next(Document* document);
+  /// @return True when the same documents can be found a second time, to be counted.
+  static bool CanCount(const Options& options) { return options.filesFrom != "-"; }
+
+ private:
+  using Walk = std::filesystem::recursive_directory_iterator;
+
+  bool NextInDirectory(Document* document);
+  bool NextListed(std::string* path);
+  bool Enter(const std::string& path, const std::string& output, Document* document);
+  bool IsOutputDir(const std::filesystem::path& path) const;
+
+  const Options& options_;
+  const std::function<bool(const std::string& extension)> isTaken_;
+  std::size_t named_ = 0;  // of the files of the command line
+  std::ifstream listFile_;
+  std::istream* list_ = nullptr;
+  bool listIsOver_ = false;
+  Walk walk_;  // the directory that is walked now; at its end when there is none
+  std::string walkRoot_;
+  std::string walkOutput_;
+};
+
+/// Two documents of one name would write one file, and one text would be lost.
+/// @return A complaint, or nothing.
+std::string FindNameClash(const Options& options);
+
+#endif  // SCA_PROGRAMS_TIKAEXTRACT_DOCUMENTS_H
