@@ -394,7 +394,7 @@ TEST_F(TikaExtract, SettingsAreSavedAndUsed) {
       {{"--settings", dir_.File("off"), text}, "switched off"},
       {{"--settings", dir_.File("foreign"), text}, "holds no settings"},
       {{"--settings", dir_.File("newer"), text}, "newer"},
-      {{"--settings", text, text}, "not written by this program"},
+      {{"--settings", text, text}, "not a configuration file or report"},
       {{"--server", "h:1", "--server", "h:3", "--save-settings", file}, "follow one another"},
       {{"--save-settings", dir_.File("no/such"), text}, "cannot save"},
   };
