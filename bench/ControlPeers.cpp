@@ -130,7 +130,7 @@ RedisServer::RedisServer() : port_(0) {
   const std::string port = std::to_string(port_);
   const char* arguments[] = {"redis-server", "--port",     port.c_str(), "--bind",
                              "127.0.0.1",    "--save",     "",           "--appendonly",
-                             "no",           "--loglevel", "warning",    nullptr};
+                             "no",           "--logfile",  "/dev/null",  nullptr};
   if (::posix_spawnp(&pid_, arguments[0], nullptr, nullptr, const_cast<char**>(arguments),
                      environ) != 0) {
     throw std::runtime_error("cannot start redis-server");

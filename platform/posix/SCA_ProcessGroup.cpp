@@ -37,23 +37,6 @@ unsigned long long NumberAfter(const char* text, const char* label) {
   return number;
 }
 
-// The group of a living process, or 0.
-pid_t GroupOf(pid_t pid) {
-  char text[512];
-  const SCA_Fd file = OpenProc(pid, "stat");
-  if (!file.IsOpen() || ReadText(file.Get(), text, sizeof text) == 0) return 0;
-  // The name before the parenthesis may hold anything.
-  const char* behindName = std::strrchr(text, ')');
-  char state = 0;
-  int parent = 0;
-  int group = 0;
-  if (behindName == nullptr ||
-      std::sscanf(behindName, ") %c %d %d", &state, &parent, &group) != 3) {
-    return 0;
-  }
-  return state != 'Z' && state != 'X' ? group : 0;
-}
-
 // Which processes are in which group, read for all groups at once: the cost of a scan grows with
 // the processes of the machine, not with the children that are watched.
 class Memberships {
@@ -90,7 +73,8 @@ class Memberships {
       const char* end = item->d_name + std::strlen(item->d_name);
       pid_t pid = 0;
       if (std::from_chars(item->d_name, end, pid).ptr != end) continue;
-      if (const pid_t group = GroupOf(pid); group != 0) entries_.push_back({group, pid});
+      // One cheap call, where the file of the process's state would take three and be dear to read.
+      if (const pid_t group = ::getpgid(pid); group > 0) entries_.push_back({group, pid});
     }
   }
 
@@ -120,7 +104,7 @@ void SCA_ProcessGroup::Add(pid_t pid) {
   if (std::any_of(members_.begin(), members_.end(), isSame)) return;
   Member member{pid, OpenProc(pid, "statm"), OpenProc(pid, "io"), {}};
   // Asked once the files are open: the number may have been given to another since the scan.
-  if (member.memory.IsOpen() && GroupOf(pid) == group_) members_.push_back(std::move(member));
+  if (member.memory.IsOpen() && ::getpgid(pid) == group_) members_.push_back(std::move(member));
 }
 
 void SCA_ProcessGroup::UpdateMembers() {
