@@ -55,7 +55,7 @@ std::string Journal::Read(const std::string& path) {
   if (!stream.is_open()) return {};
   std::string line;
   if (std::getline(stream, line) && line != kHeader) return "'" + path + "' is no journal";
-  std::uintmax_t complete = static_cast<std::uintmax_t>(line.size() + 1);
+  auto complete = static_cast<std::uintmax_t>(line.size() + 1);
   while (std::getline(stream, line) && !stream.eof()) {
     complete += line.size() + 1;
     if (line.size() < 2) continue;

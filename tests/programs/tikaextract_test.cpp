@@ -71,10 +71,14 @@ class TikaExtract : public ::testing::Test {
 TEST_F(TikaExtract, PrintsTheTextsInTheOrderOfTheFiles) {
   const std::string first = dir_.Write("first.doc", "one\n");
   const std::string second = dir_.Write("second.doc", "two\n");
+  // Longer than what is kept in memory.
+  const std::string content(1 << 20, 'l');
+  const std::string large = dir_.Write("large.doc", content);
   for (const char* variant : {"1", "2", "3"}) {
-    Program program("tikaextract", WithServer({"--variant", variant, second, first, second}));
+    Program program("tikaextract",
+                    WithServer({"--variant", variant, second, large, first, second}));
     EXPECT_EQ(program.Wait(), 0);
-    EXPECT_EQ(program.Output(), "text of two\ntext of one\ntext of two\n");
+    EXPECT_EQ(program.Output(), "text of two\ntext of " + content + "text of one\ntext of two\n");
     EXPECT_EQ(program.Error(), "");
   }
 }
