@@ -337,7 +337,7 @@ TEST(ServiceServer, StopsWithClientsConnectedAndInMidRequest) {
   };
   std::thread caller([&] {
     unsigned long status = 0;
-    EXPECT_EQ(busy.GetStatus(&status), 0) << "the connection ends under it";
+    busy.GetStatus(&status);  // whether its reply still goes out is open
   });
   begun.Wait(SCA_Infinite);
   std::thread stopper([&] { host.server.reset(); });
