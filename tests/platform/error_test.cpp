@@ -32,7 +32,8 @@ TEST(ErrorText, TellsKnownCodesApartAndDoesNotGuessAtOthers) {
   const std::set<unsigned long> known = {
       0,      ENOENT, EACCES, EISDIR, ENOSPC, EPIPE,  ECONNREFUSED, ECONNRESET, ETIMEDOUT,
       100113, 100120, 100128, 100137, 100138, 100139, 100189,       100190,     100191,
-      100194, 100200, 100201, 100202, 100203, 100204, 100205};
+      100194, 100200, 100201, 100202, 100203, 100204, 100205,       100206,     100207,
+      100208, 100209, 100230, 100231, 100232, 100233, 100234,       100235,     100236};
   std::set<std::string> texts = {"unknown error"};
   for (const unsigned long code : known) {
     EXPECT_TRUE(texts.insert(SCA_ErrorText(code)).second) << code << ' ' << SCA_ErrorText(code);
