@@ -54,6 +54,7 @@ class Login : public ::testing::Test {
     return client.GetStatus(&status) != 0 ? 0 : client.GetLastStatusCode();
   }
 
+  ReportCapture reports_;  // outlives the server's threads, which report
   Keys keys_;
   FakeService service_;
   FakeFactory factory_;
@@ -64,7 +65,6 @@ class Login : public ::testing::Test {
 TEST_F(Login, NeedsTheSameKeyOnBothEnds) {
   EXPECT_EQ(ConnectError(), 0U);
   EXPECT_EQ(factory_.Authenticated(), 1);
-  ReportCapture reports;
   keys_.client[0] = 'T';
   EXPECT_EQ(ConnectError(), SCA_ErrorLoginRefused);
   keys_.client += "longer";
@@ -146,7 +146,6 @@ std::string RecordGoodClient(unsigned short port) {
 }
 
 TEST_F(Login, CannotBeReplayedReflectedOrTampered) {
-  ReportCapture reports;
   const std::string recorded = RecordGoodClient(server_.GetPort());
   ASSERT_EQ(factory_.Connects(), 1);
   Peer replaying(server_.GetPort());
@@ -181,7 +180,6 @@ TEST_F(Login, EveryLaterFrameIsProved) {
   request.Init("GetStatus");
   for (const std::string what : {"as it is", "again", "skipping one", "twice the login"}) {
     SCOPED_TRACE(what);
-    ReportCapture reports;
     Peer peer(server_.GetPort());
     ASSERT_EQ(SCA_Login(&peer.Channel(), "h", 1, true, &greeting, &error), 1);
     const bool isGood = what == "as it is";
@@ -198,7 +196,6 @@ TEST_F(Login, EveryLaterFrameIsProved) {
     }
     EXPECT_EQ(peer.Refusal(), SCA_ErrorFrame);
   }
-  ReportCapture reports;
   Peer forging(server_.GetPort());
   ASSERT_EQ(SCA_Login(&forging.Channel(), "h", 1, true, &greeting, &error), 1);
   forging.Channel().Authenticate(SCA_Digest{});
@@ -250,7 +247,6 @@ TEST_F(Login, AServerThatDoesNotProveTheKeyIsRefused) {
 }
 
 TEST_F(Login, HostilePeersDoNotKeepAGoodClientFromBeingServed) {
-  ReportCapture reports;
   SCA_TikaServiceClient good;
   unsigned long error = 0;
   unsigned long status = 0;
@@ -279,7 +275,6 @@ TEST_F(Login, HostilePeersDoNotKeepAGoodClientFromBeingServed) {
 }
 
 TEST_F(Login, HasATimeLimit) {
-  ReportCapture reports;
   Peer peer(server_.GetPort());
   peer.ReceiveNonce();
   const Stopwatch watch;
