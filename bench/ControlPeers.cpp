@@ -128,9 +128,9 @@ bool PingPong::Exchange() {
 RedisServer::RedisServer() : port_(0) {
   ::close(Listen(&port_));
   const std::string port = std::to_string(port_);
-  const char* arguments[] = {"redis-server", "--port",     port.c_str(), "--bind",
-                             "127.0.0.1",    "--save",     "",           "--appendonly",
-                             "no",           "--logfile",  "/dev/null",  nullptr};
+  const char* arguments[] = {"redis-server", "--port",    port.c_str(), "--bind",
+                             "127.0.0.1",    "--save",    "",           "--appendonly",
+                             "no",           "--logfile", "/dev/null",  nullptr};
   if (::posix_spawnp(&pid_, arguments[0], nullptr, nullptr, const_cast<char**>(arguments),
                      environ) != 0) {
     throw std::runtime_error("cannot start redis-server");

@@ -96,8 +96,8 @@ __attribute__((target("sha,sse4.1"))) void CompressNative(State* state,
     const __m128i next = words[(group + 1) % 4];
     const __m128i last = words[(group + 3) % 4];
     const __m128i middle = _mm_alignr_epi8(last, words[(group + 2) % 4], 4);
-    current = _mm_sha256msg2_epu32(
-        _mm_add_epi32(_mm_sha256msg1_epu32(current, next), middle), last);
+    current =
+        _mm_sha256msg2_epu32(_mm_add_epi32(_mm_sha256msg1_epu32(current, next), middle), last);
   }
   abef = _mm_add_epi32(abef, abefBefore);
   cdgh = _mm_add_epi32(cdgh, cdghBefore);

@@ -1,6 +1,6 @@
 /// One end of a TCP connection.
-/// Threads: one thread at a time per socket, except that any thread may set its cancel event and call
-/// `Shutdown` while it is connected.
+/// Threads: one thread at a time per socket, except that any thread may set its cancel event and
+/// call `Shutdown` while it is connected.
 #ifndef SCA_PLATFORM_SCA_TCPSOCK_H
 #define SCA_PLATFORM_SCA_TCPSOCK_H
 
