@@ -49,7 +49,9 @@ int SCA_GetControlKey(const char* host, unsigned short port, SCA_ControlKey* key
     const SCA_LockGuard guard(providerLock);
     provider = currentProvider;
   }
-  return provider.call(provider.context, host, port, key, error);
+  if (provider.call(provider.context, host, port, key, error) == 0) return 0;
+  const bool isKey = key->length >= SCA_MinControlKey && key->length <= SCA_MaxControlKey;
+  return isKey ? 1 : Fail(SCA_ErrorKeyInvalid, error);
 }
 
 int SCA_GetControlKeyFile(char* path, unsigned long size) {
@@ -85,9 +87,10 @@ int SCA_CreateControlKey(const char* fileName, unsigned long* error) {
   if (SCA_RandomBytes(bytes, sizeof bytes) == 0) return Fail(ENOSYS, error);
   const std::string text = SCA_ToHex(bytes, sizeof bytes) + "\n";
   SCA_ReplacementFile file;
-  return file.Open(fileName, SCA_FileAccess::Private, error) != 0 &&
-                 file.Write(text.data(), text.size(), error) != 0 &&
-                 file.Commit(SCA_FileCommit::Durable, error) != 0
-             ? 1
-             : 0;
+  if (file.Open(fileName, SCA_FileAccess::Private, error) == 0 ||
+      file.Write(text.data(), text.size(), error) == 0) {
+    return 0;
+  }
+  // Another process may have been faster: there is one key, whoever made it.
+  return file.CommitNew(SCA_FileCommit::Durable, error) != 0 || *error == EEXIST ? 1 : 0;
 }

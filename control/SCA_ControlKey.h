@@ -28,6 +28,7 @@ using SCA_ControlKeyProvider = int (*)(void* context, const char* host, unsigned
 /// all hosts, `SCA_GetControlKeyFile`. A call under way may still use the former one.
 SCA_API void SCA_SetControlKeyProvider(SCA_ControlKeyProvider provider, void* context);
 /// Asks the provider.
+/// @param error  The provider's; `SCA_ErrorKeyInvalid` for a key of another size.
 SCA_API int SCA_GetControlKey(const char* host, unsigned short port, SCA_ControlKey* key,
                               unsigned long* error);
 

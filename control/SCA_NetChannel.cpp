@@ -172,6 +172,7 @@ int SCA_NetChannel::ReadMore(unsigned long timeoutMs, unsigned long* error) {
 int SCA_NetChannel::Receive(unsigned long idleMs, unsigned long frameMs, SCA_NetFrame* frame,
                             unsigned long* error) try {
   DropFrame();
+  idleMs = std::max(idleMs, 1UL);
   const Clock::time_point begin = Clock::now();
   const auto idleEnd = begin + std::chrono::milliseconds(idleMs);
   std::optional<Clock::time_point> frameEnd;
@@ -193,7 +194,7 @@ int SCA_NetChannel::Receive(unsigned long idleMs, unsigned long frameMs, SCA_Net
     } else if (idleMs != SCA_Infinite) {
       left = MsUntil(idleEnd);
     }
-    if (left == 0 && idleMs != 0) return Fail(ETIMEDOUT, error);
+    if (left == 0) return Fail(ETIMEDOUT, error);
     if (ReadMore(left, error) == 0) return 0;
   }
 } catch (const std::bad_alloc&) {

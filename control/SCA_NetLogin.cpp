@@ -129,7 +129,6 @@ int SCA_AcceptLogin(SCA_NetChannel* channel, const SCA_NetGreeting& greeting,
     if (Await(channel, SCA_FrameKind::Login, LoginEnd(), &login, error) == 0) return 0;
     if (!GetDigest(login, kNonce, &nonces.client) || !GetDigest(login, kProof, &proof) ||
         !SCA_EqualDigests(proof, ClientProof(*key, nonces))) {
-      channel->SendCode(SCA_FrameKind::Refused, 0, SCA_ErrorLoginRefused, SCA_LoginTimeoutMs);
       return Fail(SCA_ErrorLoginRefused, error);
     }
     SCA_NetMessage welcome;

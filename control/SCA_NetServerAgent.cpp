@@ -44,10 +44,9 @@ const SCA_NetServerAgent* SCA_NetServerAgent::Current() {
 
 void SCA_NetServerAgent::Stop() {
   isStopping_.Set(1);
-  // The reply to the request that stops the server goes out first.
-  if (currentAgent == this) return;
   const SCA_LockGuard guard(socketLock_);
-  if (socket_ != nullptr) socket_->Shutdown();
+  // A reply that is due, to the request that stops the server say, goes out first.
+  if (socket_ != nullptr && !isServing_) socket_->Shutdown();
 }
 
 unsigned long SCA_NetServerAgent::ThreadFunc() {
@@ -80,10 +79,11 @@ bool SCA_NetServerAgent::AcceptPeer() {
     SCA_GetReportFunction(kSource, __LINE__)(
         level, "SCA_NetServerAgent: a control connection was not accepted: %s (ERR:%lu)",
         SCA_ErrorText(error), error);
+    channel_->SendCode(SCA_FrameKind::Refused, 0, error, kSendTimeoutMs);
     return false;
   }
   isAuthenticated_.Set(key != nullptr ? 1 : 0);
-  isWelcome_.Set(1);
+  isKnown_.Set(key != nullptr ? 1 : 0);
   SetId(server_.NextAgentId());
   return true;
 }
@@ -96,9 +96,8 @@ bool SCA_NetServerAgent::ServeRequest() {
     if (frame.kind == SCA_FrameKind::Message && frame.sequence == sequence_ + 1 &&
         SCA_NetChannel::Decode(frame, &request_) != 0) {
       sequence_ = frame.sequence;
-      reply_.Init("ERR");
-      if (server_.DoCommand(this, &request_, &reply_) == 0) reply_.SetCommandName("ERR");
-      return Reply();
+      isKnown_.Set(1);
+      return AnswerRequest();
     }
     error = SCA_ErrorFrame;
   }
@@ -112,12 +111,38 @@ bool SCA_NetServerAgent::ServeRequest() {
   return false;
 }
 
+bool SCA_NetServerAgent::BeginServing() {
+  const SCA_LockGuard guard(socketLock_);
+  isServing_ = isStopping_.Get() == 0;
+  return isServing_;
+}
+
+void SCA_NetServerAgent::EndServing() {
+  const SCA_LockGuard guard(socketLock_);
+  isServing_ = false;
+}
+
+bool SCA_NetServerAgent::AnswerRequest() {
+  if (!BeginServing()) return false;
+  reply_.Init("ERR");
+  if (server_.DoCommand(this, &request_, &reply_) == 0) reply_.SetCommandName("ERR");
+  // A peer that does not take its reply holds up nobody who is waiting for the end.
+  socket_->SetCancelEvent(GetStopEvent());
+  const bool isReplied = Reply();
+  socket_->SetCancelEvent(nullptr);
+  EndServing();
+  return isReplied;
+}
+
 bool SCA_NetServerAgent::Reply() {
   unsigned long error = 0;
   if (channel_->Send(SCA_FrameKind::Message, sequence_, reply_, kSendTimeoutMs, &error) != 0) {
     return true;
   }
-  if (error != SCA_ErrorFrameTooLarge && error != SCA_ErrorDataTooLarge) return false;
+  // Of these nothing has been sent.
+  if (error != SCA_ErrorFrameTooLarge && error != SCA_ErrorDataTooLarge && error != ENOMEM) {
+    return false;
+  }
   SCA_GetReportFunction(kSource, __LINE__)(
       SCA_LevelError, "SCA_NetServerAgent: the reply to %s cannot be sent: %s (ERR:%lu)",
       request_.GetCommandName(), SCA_ErrorText(error), error);

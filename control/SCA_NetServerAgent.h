@@ -41,7 +41,12 @@ class SCA_API SCA_NetServerAgent : public SCA_ThreadObj {
 
   bool AcceptPeer();
   bool ServeRequest();
+  bool AnswerRequest();
   bool Reply();
+  // Says that a request is being served, whose reply goes out whoever stops the agent meanwhile.
+  // @return False when it is stopping already.
+  bool BeginServing() SCA_EXCLUDES(socketLock_);
+  void EndServing() SCA_EXCLUDES(socketLock_);
   // Lets the thread end after the request that it is serving, or at once.
   void Stop();
   bool HasEnded() const { return hasEnded_.Get() != 0; }
@@ -51,11 +56,12 @@ class SCA_API SCA_NetServerAgent : public SCA_ThreadObj {
   SCA_VirtualCmdServer& server_;
   SCA_AtomicValue<std::uint32_t> id_{0xFFFFFFFF};
   SCA_AtomicValue<int> isAuthenticated_{0};
-  SCA_AtomicValue<int> isWelcome_{0};  // the peer may send requests
+  SCA_AtomicValue<int> isKnown_{0};  // logged in, or without a login has sent a request
   SCA_AtomicValue<int> isStopping_{0};
   SCA_AtomicValue<int> hasEnded_{0};
 
   SCA_Lock socketLock_;  // held to stop the socket, and to end it; the thread itself needs none
+  bool isServing_ SCA_GUARDED_BY(socketLock_) = false;
   SCA_Owned<SCA_VirtualTcpSock> socket_;
   std::unique_ptr<SCA_NetChannel> channel_;
   std::uint32_t sequence_ = 0;  // of the last request

@@ -1,6 +1,7 @@
 #include "control/SCA_TikaServiceClient.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -75,7 +76,11 @@ int SCA_TikaServiceClient::Call(const SCA_ServiceCommand<Args...>& command, Give
   reply_.Init("ERR");
   // Unused for a command without fields.
   [[maybe_unused]] auto field = command.fields.begin();
-  if (!(Ask(request_.GetData(), *field++, arguments) && ...)) return 0;
+  lastStatusCode_ = 0;
+  if (!(Ask(request_.GetData(), *field++, arguments) && ...)) {
+    lastStatusCode_ = EINVAL;
+    return 0;
+  }
   unsigned long code = 0;
   if (transport_.SendMessage(0, &request_, &code) == 0 ||
       transport_.WaitForMessage(replyTimeout_, &reply_, &code) == 0) {

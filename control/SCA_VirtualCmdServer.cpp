@@ -59,7 +59,7 @@ int SCA_VirtualCmdServer::BindPort(unsigned long* error) {
 }
 
 int SCA_VirtualCmdServer::OpenGate(unsigned long* error) {
-  if (isOpen_) return Fail(EALREADY, error);
+  if (isOpen_ || isStopping_.Get() != 0) return Fail(EALREADY, error);
   if (BindPort(error) != 0) {
     port_ = listener_->GetPort();
     isOpen_ = true;
@@ -105,20 +105,20 @@ unsigned long SCA_VirtualCmdServer::GetConnectionCount() {
       agents_.begin(), agents_.end(), [](const auto& agent) { return !agent->HasEnded(); }));
 }
 
-// @return False when there are too many connections and none can be given up: a stranger is, one
-// that has not logged in. Until it has ended it is one more than there should be.
+// @return False when there are too many connections and none can be given up: strangers are, of
+// whom nothing is known yet. Until such a one has ended there is one more than there should be.
 bool SCA_VirtualCmdServer::MakeRoom() {
   const SCA_LockGuard guard(agentsLock_);
   if (agents_.size() < maxConnections_.Get()) return true;
   const auto stranger = std::find_if(agents_.begin(), agents_.end(), [](const auto& agent) {
-    return agent->isWelcome_.Get() == 0 && agent->isStopping_.Get() == 0;
+    return agent->isKnown_.Get() == 0 && agent->isStopping_.Get() == 0;
   });
   if (stranger == agents_.end() || agents_.size() >= 2 * maxConnections_.Get()) return false;
   (*stranger)->Stop();
   return true;
 }
 
-void SCA_VirtualCmdServer::AddConnection(int handle) {
+void SCA_VirtualCmdServer::AddConnection(int handle) try {
   const bool hasRoom = MakeRoom();
   SCA_Owned<SCA_NetServerAgent> agent(new (std::nothrow) SCA_NetServerAgent(this, handle));
   if (agent == nullptr || agent->IsValid() == 0) return;
@@ -128,7 +128,13 @@ void SCA_VirtualCmdServer::AddConnection(int handle) {
   }
   unsigned long error = 0;
   const SCA_LockGuard guard(agentsLock_);
-  if (agent->Lock(kSource, &error) != 0) agents_.push_back(std::move(agent));
+  agents_.reserve(agents_.size() + 1);
+  if (agent->Lock(kSource, &error) == 0) return;
+  agents_.push_back(std::move(agent));
+  // Whoever is stopping has gone through the others already.
+  if (isStopping_.Get() != 0) agents_.back()->Stop();
+} catch (const std::bad_alloc&) {
+  // Nothing was started; the peer sees its connection close.
 }
 
 unsigned long SCA_VirtualCmdServer::ThreadFunc() {
@@ -151,6 +157,7 @@ unsigned long SCA_VirtualCmdServer::ThreadFunc() {
     }
     TakeEnded();
   }
+  listener_->Close();
   return 0;
 }
 

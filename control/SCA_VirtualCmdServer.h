@@ -40,18 +40,18 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   int Lock(const char* caller, unsigned long* error) override;
 
   /// Asks for the login mode, fetches the key in mode 1, binds the port (on loopback alone in mode
-  /// 0) and starts to accept. A failure takes the validity away.
+  /// 0) and starts to accept. May succeed once. A failure before that takes the validity away.
   /// @param error  `EADDRINUSE`, `EACCES` and the like; the key provider's; `EINVAL` for another
   ///               mode; `EALREADY`.
   int OpenGate(unsigned long* error);
 
-  /// Closes the port and ends every connection, those in the middle of a request too once their
-  /// handler returns. No agent is in an event or a command when it returns; called by one of them
-  /// it only starts the ending, and the reply still goes out. @return 1.
+  /// Closes the port and ends every connection; one in the middle of a request still replies. No
+  /// agent is in an event or a command when it returns; called by one of them it only starts the
+  /// ending, and the reply still goes out. @return 1.
   int StopAll();
 
-  /// @param count  > 0. Beyond it new connections are refused, but first take the place of the
-  ///               oldest that has not logged in.
+  /// @param count  > 0. Beyond it a new connection takes the place of the oldest that has neither
+  ///               logged in nor sent a request, and is refused when there is none.
   void SetMaxConnections(unsigned long count) { maxConnections_.Set(count); }
   /// @return The connections whose agents run.
   unsigned long GetConnectionCount() SCA_EXCLUDES(agentsLock_);

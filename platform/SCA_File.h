@@ -74,8 +74,12 @@ class SCA_API SCA_ReplacementFile : public SCA_Object {
   int Write(const char* data, unsigned long length, unsigned long* error);
   /// Puts the file in the target's place. On failure the target is what it was.
   int Commit(SCA_FileCommit commit, unsigned long* error);
+  /// The same where there is no target yet.
+  /// @param error  `EEXIST` when there is one, which stays.
+  int CommitNew(SCA_FileCommit commit, unsigned long* error);
 
  private:
+  int Finish(SCA_FileCommit commit, bool replaces, unsigned long* error);
   void Discard();
 
   int fd_ = -1;

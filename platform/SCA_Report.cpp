@@ -2,8 +2,10 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 #include "platform/SCA_Lock.h"
+#include "platform/SCA_Text.h"
 
 namespace {
 
@@ -48,6 +50,8 @@ void SCA_ReportFunction::operator()(unsigned long level, const char* format, ...
   va_start(arguments, format);
   if (std::vsnprintf(text, sizeof text, format, arguments) < 0) text[0] = '\0';
   va_end(arguments);
+  // What a peer or a file has said may be in it: it must not forge lines or reach a terminal.
+  SCA_BlankControls(text, std::strlen(text));
   const Sink sink = GetCurrentSink().Get();
   sink.function(sink.context, level, source_, line_, text);
 }

@@ -16,7 +16,9 @@ constexpr unsigned long SCA_LevelError = 5;
 /// @param level    One of the levels above.
 /// @param source   Name of the implementation unit, such as "SCA_TikaClientV1"; static storage.
 /// @param line     Source line of the report.
-/// @param text     The formatted message, zero-terminated, without a line end; at most
+/// @param text     The formatted message, zero-terminated, without a line end (control bytes but
+/// the
+///                 tab have become blanks); at most
 ///                 `SCA_MaxReportText` - 1 bytes, longer ones are cut; valid during the call only.
 /// Called on the reporting thread, from several threads at once, under no lock of the library. It
 /// may report and may change the sink; it must not throw.

@@ -138,6 +138,7 @@ void SCA_Sha256::TakeBlocks(const unsigned char* data, std::size_t count) {
 }
 
 void SCA_Sha256::Update(const void* data, std::size_t length) {
+  if (length == 0) return;
   const auto* bytes = static_cast<const unsigned char*>(data);
   const std::size_t held = length_ % kBlockSize;
   length_ += length;

@@ -18,6 +18,8 @@ class SCA_TcpListener : public SCA_Object {
   /// Binds the port, 0 for a free one, and listens: on 127.0.0.1, or on every address of both
   /// families.
   int Open(SCA_ListenScope scope, unsigned short port, unsigned long* error);
+  /// Stops listening; connections that were not accepted are reset.
+  void Close();
   /// @return The bound port; 0 before `Open`.
   unsigned short GetPort() const { return port_; }
 

@@ -155,12 +155,22 @@ int SCA_ReplacementFile::Write(const char* data, unsigned long length, unsigned 
 }
 
 int SCA_ReplacementFile::Commit(SCA_FileCommit commit, unsigned long* error) {
-  if (Sync(fd_, commit) != 0 || ::rename(asideName_.c_str(), targetName_.c_str()) != 0) {
+  return Finish(commit, true, error);
+}
+
+int SCA_ReplacementFile::CommitNew(SCA_FileCommit commit, unsigned long* error) {
+  return Finish(commit, false, error);
+}
+
+int SCA_ReplacementFile::Finish(SCA_FileCommit commit, bool replaces, unsigned long* error) {
+  // A second name never takes the place of a file; the name aside then goes.
+  int (*move)(const char*, const char*) = replaces ? ::rename : ::link;
+  if (Sync(fd_, commit) != 0 || move(asideName_.c_str(), targetName_.c_str()) != 0) {
     const unsigned long code = SCA_SystemError();
     Discard();
     return Fail(code, error);
   }
-  asideName_.clear();
+  if (replaces) asideName_.clear();
   Discard();
   // A failure here leaves a whole new file whose name a power cut may still take back; there is
   // nothing the caller could do about it.

@@ -106,6 +106,10 @@ int SCA_TcpListener::Open(SCA_ListenScope scope, unsigned short port, unsigned l
   return 1;
 }
 
+void SCA_TcpListener::Close() {
+  SCA_Fd closing(std::exchange(fd_, -1));
+}
+
 int SCA_TcpListener::Accept(int* handle, unsigned long* error) {
   for (;;) {
     pollfd entries[2] = {{fd_, POLLIN, 0}, {wakeFd_, POLLIN, 0}};

@@ -16,8 +16,9 @@
 
 class FakeService : public SCA_TikaServiceVirtual {
  public:
-  bool fails = false;            ///< every operation gives 0, after filling its outputs
-  std::size_t objectFields = 1;  ///< in each object that is handed out
+  bool fails = false;                        ///< every operation gives 0, after filling its outputs
+  std::function<void(SCA_ConfigObj*)> fill;  ///< what fills each object that is handed out, or ...
+  std::size_t objectFields = 1;              ///< in each object that is handed out
   std::function<void()> onGetStatus;
 
   std::vector<std::string> Calls() const {
@@ -93,6 +94,10 @@ class FakeService : public SCA_TikaServiceVirtual {
     int mark = 0;
     for (SCA_ConfigObj** object : objects) {
       *object = new SCA_ConfigObj("Another name", nullptr);
+      if (fill) {
+        fill(*object);
+        continue;
+      }
       for (std::size_t i = 0; i < objectFields; ++i) (*object)->AddField("Mark", ++mark, 0);
     }
     for (char* text : texts) {

@@ -1,17 +1,23 @@
 // Logins, and peers that mean no good, against a real server.
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 
-#include <atomic>
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <random>
 #include <thread>
+#include <vector>
 
 #include "control/SCA_NetLogin.h"
 #include "control/SCA_TikaServiceClient.h"
 #include "control/SCA_TikaServiceServer.h"
 #include "platform/SCA_Error.h"
+#include "platform/posix/SCA_Posix.h"
 #include "tests/control/fake_service.h"
 #include "tests/support/ReportCapture.h"
 #include "tests/support/ScriptedServer.h"
@@ -30,7 +36,7 @@ struct Keys {
     const auto* keys = static_cast<const Keys*>(context);
     const std::string& text = *host == '\0' ? keys->server : keys->client;
     *error = keys->error;
-    std::memcpy(key->bytes, text.data(), text.size());
+    std::memcpy(key->bytes, text.data(), std::min<std::size_t>(text.size(), SCA_MaxControlKey));
     key->length = text.size();
     return text.empty() ? 0 : 1;
   }
@@ -168,7 +174,7 @@ TEST_F(Login, CannotBeReplayedReflectedOrTampered) {
   SCA_NetMessage request;
   request.Init("GetStatus");
   EXPECT_EQ(early.Channel().Send(SCA_FrameKind::Message, 1, request, 5000, &error), 1);
-  EXPECT_EQ(early.Refusal(), static_cast<unsigned long>(ECONNRESET));
+  EXPECT_EQ(early.Refusal(), SCA_ErrorFrame);
   EXPECT_EQ(factory_.Connects(), 1);
   EXPECT_EQ(service_.Calls().size(), 1U);
 }
@@ -274,23 +280,61 @@ TEST_F(Login, HostilePeersDoNotKeepAGoodClientFromBeingServed) {
   EXPECT_EQ(factory_.Connects(), 2);
 }
 
-TEST_F(Login, HasATimeLimit) {
-  Peer peer(server_.GetPort());
-  peer.ReceiveNonce();
+TEST_F(Login, HasATimeLimitThatBytesDoNotExtend) {
+  const SCA_Fd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(server_.GetPort());
+  ASSERT_EQ(::connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  const std::string header("SCA1\0\0\x0f\0\0\0\0\3\0\0\0\0", 16);
   const Stopwatch watch;
-  // A byte now and then does not help.
-  std::atomic<bool> hasEnded{false};
-  std::thread trickle([&] {
-    for (const char byte : std::string("SCA1")) {
-      peer.Send(std::string(1, byte));
-      for (int i = 0; i < 15 && !hasEnded; ++i) ::poll(nullptr, 0, 100);
-    }
-  });
-  EXPECT_EQ(peer.Refusal(), static_cast<unsigned long>(ECONNRESET));
-  hasEnded = true;
-  trickle.join();
+  bool isOpen = true;
+  for (std::size_t sent = 0; isOpen && watch.Ms() < kDeadlineMs; ++sent) {
+    const char byte = sent < header.size() ? header[sent] : 'x';
+    isOpen = ::send(fd.Get(), &byte, 1, MSG_NOSIGNAL) == 1;
+    pollfd entry{fd.Get(), POLLRDHUP, 0};
+    isOpen = ::poll(&entry, 1, 300) == 0 && isOpen;
+  }
   EXPECT_GE(watch.Ms(), 4000);
-  EXPECT_LT(watch.Ms(), kDeadlineMs);
+  EXPECT_LT(watch.Ms(), 9000);
+}
+
+TEST_F(Login, MalformedFramesByTheThousandDoNotReachTheService) {
+  SCA_TikaServiceClient good;
+  unsigned long error = 0;
+  unsigned long status = 0;
+  ASSERT_EQ(good.Connect("127.0.0.1", server_.GetPort(), 5000, &error), 1);
+  std::vector<std::thread> peers;
+  for (unsigned seed = 0; seed < 4; ++seed) {
+    peers.emplace_back([this, seed] {
+      std::mt19937 random(seed);
+      for (int i = 0; i < 150; ++i) {
+        Peer peer(server_.GetPort());
+        std::string frame("SCA1\0\0\0\x20\0\0\0\3\0\0\0\0", 16);
+        frame += std::string(random() % 80, 'x');
+        for (int change = 0; change < 3; ++change) {
+          frame[random() % frame.size()] = static_cast<char>(random());
+        }
+        peer.Send(frame);
+      }
+    });
+  }
+  for (int i = 0; i < 200; ++i) ASSERT_EQ(good.GetStatus(&status), 1) << good.GetLastStatusCode();
+  for (std::thread& peer : peers) peer.join();
+  EXPECT_EQ(good.GetStatus(&status), 1);
+  EXPECT_EQ(factory_.Connects(), 1);
+  EXPECT_EQ(service_.Calls().size(), 201U);
+}
+
+TEST_F(Login, AKeyOfAnUnfitLengthIsNone) {
+  for (const std::size_t length : {15U, 65U}) {
+    SCA_ControlKey key;
+    unsigned long error = 0;
+    keys_.client = std::string(length, 'k');
+    EXPECT_EQ(SCA_GetControlKey("h", 1, &key, &error), 0);
+    EXPECT_EQ(error, SCA_ErrorKeyInvalid);
+  }
 }
 
 TEST(ControlKey, IsMadeOnceAndKeptFromOthers) {
@@ -307,6 +351,22 @@ TEST(ControlKey, IsMadeOnceAndKeptFromOthers) {
   EXPECT_EQ(SCA_CreateControlKey(file.c_str(), &error), 1);
   EXPECT_EQ(SCA_LoadControlKey(file.c_str(), &second, &error), 1);
   EXPECT_EQ(std::memcmp(first.bytes, second.bytes, sizeof first.bytes), 0);
+  for (int round = 0; round < 20; ++round) {
+    const std::string contested = dir.File("key" + std::to_string(round));
+    SCA_ControlKey keys[4];
+    std::vector<std::thread> makers;
+    for (SCA_ControlKey& key : keys) {
+      makers.emplace_back([&contested, &key] {
+        unsigned long code = 0;
+        EXPECT_EQ(SCA_CreateControlKey(contested.c_str(), &code), 1) << code;
+        EXPECT_EQ(SCA_LoadControlKey(contested.c_str(), &key, &code), 1) << code;
+      });
+    }
+    for (std::thread& maker : makers) maker.join();
+    for (const SCA_ControlKey& key : keys) {
+      EXPECT_EQ(std::memcmp(keys[0].bytes, key.bytes, sizeof key.bytes), 0) << "one for all";
+    }
+  }
   for (const mode_t mode : {0640, 0604, 0620}) {
     ASSERT_EQ(::chmod(file.c_str(), mode), 0);
     EXPECT_EQ(SCA_LoadControlKey(file.c_str(), &second, &error), 0);

@@ -1,11 +1,15 @@
 #include "control/SCA_NetChannel.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <cerrno>
 
 #include "control/SCA_NetTransport.h"
 #include "control/SCA_TikaServiceClient.h"
 #include "platform/SCA_Error.h"
 #include "tests/support/ScriptedSocket.h"
+#include "tests/support/Timing.h"
 
 namespace {
 
@@ -94,6 +98,42 @@ TEST(NetChannel, TakesMemoryOnlyAsBytesArrive) {
   EXPECT_EQ(channel.Receive(SCA_Infinite, SCA_Infinite, &frame, &error), 0);
   EXPECT_EQ(error, static_cast<unsigned long>(ECONNRESET));
   for (const unsigned long room : script.receiveSizes) EXPECT_LE(room, 200000U);
+
+  SocketScript stranger;
+  stranger.pieces = {std::string("SCA1\0\0\x10\x01\0\0\0\3\0\0\0\0", 16)};
+  const ScriptedSockets strangers(&stranger);
+  const auto other = MakeSocket();
+  SCA_NetChannel early(other.get(), SCA_NetSide::Server);
+  EXPECT_EQ(early.Receive(SCA_Infinite, SCA_Infinite, &frame, &error), 0);
+  EXPECT_EQ(error, SCA_ErrorFrameTooLarge) << "4097 bytes before a login";
+}
+
+TEST(NetChannel, WaitsAsLongAsItIsToldAndKeepsHalfAFrame) {
+  SCA_NetMessage message;
+  message.Init("half");
+  const std::string bytes = FrameBytes(SCA_NetSide::Server, SCA_FrameKind::Message, 1, message);
+  int fds[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds), 0);
+  const SCA_Owned<SCA_VirtualTcpSock> ours(SCA_CreateTcpSock(fds[0]));
+  const SCA_Owned<SCA_VirtualTcpSock> peer(SCA_CreateTcpSock(fds[1]));
+  SCA_NetChannel channel(ours.get(), SCA_NetSide::Client);
+  SCA_NetFrame frame;
+  unsigned long error = 0;
+  unsigned long sent = 0;
+  const auto timesOut = [&](unsigned long idleMs, unsigned long frameMs) {
+    const Stopwatch watch;
+    error = 0;
+    return channel.Receive(idleMs, frameMs, &frame, &error) == 0 && error == ETIMEDOUT &&
+           watch.Ms() < kDeadlineMs;
+  };
+  EXPECT_TRUE(timesOut(0, SCA_Infinite));
+  EXPECT_TRUE(timesOut(20, SCA_Infinite));
+  ASSERT_EQ(peer->Send(bytes.data(), 20, &sent, &error), 1);
+  EXPECT_TRUE(timesOut(20, SCA_Infinite));
+  EXPECT_TRUE(timesOut(SCA_Infinite, 20)) << "the rest of a frame has a limit of its own";
+  ASSERT_EQ(peer->Send(bytes.data() + 20, bytes.size() - 20, &sent, &error), 1);
+  EXPECT_EQ(channel.Receive(20, 20, &frame, &error), 1) << error;
+  EXPECT_EQ(frame.sequence, 1U);
 }
 
 TEST(NetChannel, EveryChangedBitOfAProvedFrameIsNoticed) {

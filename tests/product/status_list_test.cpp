@@ -9,6 +9,7 @@
 #include "host/SCA_TikaLog.h"
 #include "host/SCA_TikaServerList.h"
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Report.h"
 #include "tests/control/fake_service.h"
 #include "tests/support/ReportCapture.h"
 #include "tests/support/ScriptedServer.h"
@@ -127,14 +128,36 @@ TEST_F(StatusList, AServiceThatIsGoneOrHangsHoldsNobodyUpForLong) {
 TEST_F(StatusList, RebuildsLogsAndServersFromWhatAServiceSends) {
   SCA_TikaInterface connection;
   ASSERT_EQ(connection.Connect("127.0.0.1", server_.GetPort(), 5000, &error_), 1);
+  SCA_TikaLog sentLog(nullptr, 100, 0);
+  sentLog.AddMessage(SCA_LevelWarning, "two  words and %s", "a % sign");
+  SCA_TikaServerList sentServers;
+  SCA_TikaServer* sentServer = nullptr;
+  ASSERT_EQ(sentServers.AddServer(nullptr, "/a b.jar", 9980, 512, "-Da=b", &sentServer, &error_),
+            1);
   SCA_TikaServerList servers;
   SCA_TikaServer server(nullptr);
-  EXPECT_EQ(connection.GetServerList(&servers), 1) << "plain fields are passed over";
-  EXPECT_EQ(servers.Count(), 0U);
-  EXPECT_EQ(connection.GetServer(1, &server), 1);
+  SCA_TikaLog log(nullptr, 100, 0);
+  service_.fill = [&](SCA_ConfigObj* object) { sentServers.Serialize(object); };
+  ASSERT_EQ(connection.GetServerList(&servers), 1);
+  ASSERT_EQ(servers.Count(), 1U);
+  EXPECT_STREQ(servers.GetHead()->GetItem()->GetFileName(), "/a b.jar");
+  service_.fill = [&](SCA_ConfigObj* object) { sentServer->Serialize(object); };
+  ASSERT_EQ(connection.GetServer(0, &server), 1);
+  EXPECT_EQ(server.GetPortNumber(), 9980);
+  service_.fill = [&](SCA_ConfigObj* object) {
+    sentLog.Serialize(object, SCA_NoItemId, SCA_NoItemId);
+  };
+  for (const bool isDebugLog : {true, false}) {
+    ASSERT_EQ(
+        isDebugLog ? connection.GetDebugLog(1, 2, &log) : connection.GetServerLog(0, 1, 2, &log),
+        1);
+    tagSCA_ERROR_DESCR* record = nullptr;
+    ASSERT_EQ(log.GetMessageByPos(0, &record), 1);
+    EXPECT_STREQ(record->text, "two  words and a % sign");
+    EXPECT_EQ(record->level, SCA_LevelWarning);
+  }
   service_.fails = true;
   ReportCapture reports;
-  SCA_TikaLog log(nullptr, 100, 0);
   EXPECT_EQ(connection.GetServerList(&servers) + connection.GetServer(7, &server) +
                 connection.GetDebugLog(1, 2, &log) + connection.GetServerLog(7, 1, 2, &log),
             0);
