@@ -106,6 +106,7 @@ class Writer {
   explicit Writer(Target* target) : target_(target) {}
 
   // @return False beyond the limits, or when the target refused a record.
+  // NOLINTNEXTLINE(misc-no-recursion): the depth is limited
   bool Put(const SCA_ConfigObj& object, unsigned long depth = 1) {
     members_ += object.GetFieldCount();
     isWithinLimits_ = depth <= SCA_MaxConfigDepth && members_ <= SCA_MaxConfigMembers;

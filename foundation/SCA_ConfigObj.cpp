@@ -62,7 +62,7 @@ int SCA_ConfigObj::AddField(const char* name, const char* value, int checkDuplic
   if (field == nullptr || field->IsValid() == 0) return 0;
   if (value != nullptr && field->SetValue(value, std::strlen(value)) == 0) return 0;
   if (AddField(field.get(), checkDuplicate) == 0) return 0;
-  field.release();
+  static_cast<void>(field.release());
   return 1;
 }
 
@@ -270,7 +270,7 @@ int SCA_ConfigObj::CopyFrom(const SCA_Field* source) {
        member = member->next_) {
     SCA_Owned<SCA_Field> clone(member->Clone());
     if (clone == nullptr || copy.AddField(clone.get()) == 0) return 0;
-    clone.release();
+    static_cast<void>(clone.release());
   }
   return TakeContent(&copy);
 }

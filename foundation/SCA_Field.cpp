@@ -77,6 +77,7 @@ int SCA_Field::SetValue(const char* data, unsigned long length) {
   return 1;
 }
 
+// NOLINTNEXTLINE(misc-no-recursion): as deep as the tree, which is the caller's
 void SCA_Field::GetPathName(char* buffer) const {
   if (parent_ != nullptr) parent_->GetPathName(buffer);
   char* end = buffer + std::strlen(buffer);

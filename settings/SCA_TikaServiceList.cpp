@@ -171,7 +171,7 @@ int SCA_TikaServiceList::Deserialize(SCA_ConfigObj* obj, int withStatus) {
     if (AddItemToTail(service.get(), service->GetHostName(), id) == 0) {
       return Fail(__LINE__, "Deserialize: Cannot create service object");
     }
-    service.release();
+    static_cast<void>(service.release());
     // The id that means none is nobody's predecessor: behind it the ids would begin anew.
     if (id >= nextServiceId_ && id != SCA_NoItemId) {
       nextServiceId_ = static_cast<std::uint32_t>(id + 1);

@@ -45,6 +45,7 @@ std::string EscapeBytes(std::string_view bytes) {
   return shown;
 }
 
+// NOLINTNEXTLINE(misc-no-recursion): files have a limited depth
 void PrintMember(const SCA_Field& member, const std::string& indent) {
   const std::string name = Escape(Text(member.GetName()));
   const SCA_ConfigObj* object = SCA_ToConfigObj(&member);
@@ -60,6 +61,7 @@ void PrintMember(const SCA_Field& member, const std::string& indent) {
   }
 }
 
+// NOLINTNEXTLINE(misc-no-recursion): files have a limited depth
 Json MemberToJson(const SCA_Field& member) {
   Json json;
   SetJsonText(&json, "name", Text(member.GetName()));

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -94,7 +95,7 @@ Status Show(const Options& options, const std::string& file) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   Options options;
   CLI::App app(kDescription, "scaconf");
   app.footer(kFooter);
@@ -114,4 +115,7 @@ int main(int argc, char** argv) {
     status = std::max(status, kUnreadable);
   }
   return status;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "scaconf: %s\n", error.what());
+  return kUnreadable;
 }

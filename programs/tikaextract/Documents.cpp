@@ -90,7 +90,7 @@ bool Documents::NextInDirectory(Document* document) {
     std::error_code unreadable;
     if (!isFile && walk_->is_directory(error)) {
       // A directory that cannot be entered would end the whole walk.
-      fs::directory_iterator(path, unreadable);
+      const fs::directory_iterator attempt(path, unreadable);
       if (unreadable || IsOutputDir(path)) walk_.disable_recursion_pending();
     }
     walk_.increment(error);
