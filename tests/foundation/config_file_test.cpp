@@ -167,11 +167,16 @@ bool LimitFiles(rlim_t bytes) {
   return ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
 }
 
-// Makes every further write of this process fail as on a full disk.
+// Makes every further write of this process fail as on a full disk, but short ones: sanitizers
+// probe memory by writing a few bytes of it into a pipe.
 bool FillTheDisk() {
+  constexpr unsigned kProbe = 16;
+  constexpr unsigned kCount = offsetof(seccomp_data, args) + 2 * sizeof(std::uint64_t);
   sock_filter filter[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_write, 0, 1),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_write, 0, 3),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kCount),
+      BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, kProbe, 0, 1),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSPC),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   };
