@@ -2,17 +2,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <new>
 #include <utility>
 
 #include "foundation/SCA_ConfigBytes.h"
+#include "platform/SCA_Deadline.h"
 #include "platform/SCA_Error.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr char kMagic[] = {'S', 'C', 'A', '1'};
 constexpr std::size_t kHeaderSize = 16;
@@ -36,11 +34,6 @@ std::uint32_t Load(const char* at) {
   std::uint32_t number = 0;
   for (int i = 0; i < 4; ++i) number = number << 8 | static_cast<unsigned char>(at[i]);
   return number;
-}
-
-unsigned long MsUntil(Clock::time_point end) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-  return left > 0 ? static_cast<unsigned long>(left) : 0;
 }
 
 }  // namespace
@@ -172,28 +165,20 @@ int SCA_NetChannel::ReadMore(unsigned long timeoutMs, unsigned long* error) {
 int SCA_NetChannel::Receive(unsigned long idleMs, unsigned long frameMs, SCA_NetFrame* frame,
                             unsigned long* error) try {
   DropFrame();
-  idleMs = std::max(idleMs, 1UL);
-  const Clock::time_point begin = Clock::now();
-  const auto idleEnd = begin + std::chrono::milliseconds(idleMs);
-  std::optional<Clock::time_point> frameEnd;
+  SCA_Deadline end(std::max(idleMs, 1UL));
+  bool hasFrameEnd = false;
   for (;;) {
     const bool isArriving = end_ != begin_;
     if (isArriving) {
       const Parse parse = ParseFrame(frame, error);
       if (parse == Parse::Complete) return 1;
       if (parse == Parse::Faulty) return 0;
-      if (!frameEnd.has_value() && frameMs != SCA_Infinite) {
-        frameEnd = Clock::now() + std::chrono::milliseconds(frameMs);
-      }
+      if (!hasFrameEnd && frameMs != SCA_Infinite) end = SCA_Deadline(frameMs);
+      hasFrameEnd = true;
     } else {
       wanted_ = kHeaderSize;
     }
-    unsigned long left = idleMs;
-    if (frameEnd.has_value()) {
-      left = MsUntil(*frameEnd);
-    } else if (idleMs != SCA_Infinite) {
-      left = MsUntil(idleEnd);
-    }
+    const unsigned long left = end.MsLeft();
     if (left == 0) return Fail(ETIMEDOUT, error);
     if (ReadMore(left, error) == 0) return 0;
   }

@@ -1,10 +1,10 @@
 #include "control/SCA_NetLogin.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <string>
 
+#include "platform/SCA_Deadline.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Hex.h"
 
@@ -58,19 +58,13 @@ bool GetDigest(const SCA_NetMessage& message, const char* name, SCA_Digest* dige
          SCA_FromHex(text, 2 * SCA_DigestSize, digest->data()) != 0;
 }
 
-using Clock = std::chrono::steady_clock;
-
-Clock::time_point LoginEnd() {
-  return Clock::now() + std::chrono::milliseconds(SCA_LoginTimeoutMs);
-}
-
 // A frame of the kind that comes next, or the refusal that came in its place.
-int Await(SCA_NetChannel* channel, SCA_FrameKind kind, Clock::time_point end,
+int Await(SCA_NetChannel* channel, SCA_FrameKind kind, const SCA_Deadline& end,
           SCA_NetMessage* message, unsigned long* error) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-  if (left <= 0) return Fail(ETIMEDOUT, error);
+  const unsigned long left = end.MsLeft();
+  if (left == 0) return Fail(ETIMEDOUT, error);
   SCA_NetFrame frame;
-  if (channel->Receive(static_cast<unsigned long>(left), SCA_Infinite, &frame, error) == 0) {
+  if (channel->Receive(left, SCA_Infinite, &frame, error) == 0) {
     return 0;
   }
   if (frame.kind == SCA_FrameKind::Refused) return Fail(SCA_NetChannel::CodeOf(frame), error);
@@ -95,7 +89,7 @@ int SendGreeting(SCA_NetChannel* channel, const SCA_NetGreeting& greeting, const
 }
 
 // The client's answer to a challenge, and what the server proves in return.
-int ExchangeProofs(SCA_NetChannel* channel, const SCA_ControlKey& key, Clock::time_point end,
+int ExchangeProofs(SCA_NetChannel* channel, const SCA_ControlKey& key, const SCA_Deadline& end,
                    Nonces* nonces, unsigned long* error) {
   if (SCA_RandomBytes(nonces->client.data(), nonces->client.size()) == 0) {
     return Fail(ENOSYS, error);
@@ -126,7 +120,8 @@ int SCA_AcceptLogin(SCA_NetChannel* channel, const SCA_NetGreeting& greeting,
   if (key != nullptr) {
     SCA_NetMessage login;
     SCA_Digest proof{};
-    if (Await(channel, SCA_FrameKind::Login, LoginEnd(), &login, error) == 0) return 0;
+    if (Await(channel, SCA_FrameKind::Login, SCA_Deadline(SCA_LoginTimeoutMs), &login, error) == 0)
+      return 0;
     if (!GetDigest(login, kNonce, &nonces.client) || !GetDigest(login, kProof, &proof) ||
         !SCA_EqualDigests(proof, ClientProof(*key, nonces))) {
       return Fail(SCA_ErrorLoginRefused, error);
@@ -142,7 +137,7 @@ int SCA_AcceptLogin(SCA_NetChannel* channel, const SCA_NetGreeting& greeting,
 
 int SCA_Login(SCA_NetChannel* channel, const char* host, unsigned short port, bool isLoopback,
               SCA_NetGreeting* greeting, unsigned long* error) {
-  const Clock::time_point end = LoginEnd();
+  const SCA_Deadline end(SCA_LoginTimeoutMs);
   SCA_NetMessage hello;
   Nonces nonces;
   if (Await(channel, SCA_FrameKind::Hello, end, &hello, error) == 0) return 0;

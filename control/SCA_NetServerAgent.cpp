@@ -62,8 +62,6 @@ unsigned long SCA_NetServerAgent::ThreadFunc() {
     const SCA_LockGuard guard(socketLock_);
     socket_.reset();
   }
-  request_.Init("");
-  reply_.Init("");
   currentAgent = nullptr;
   hasEnded_.Set(1);
   server_.AgentEnded();
@@ -131,6 +129,9 @@ bool SCA_NetServerAgent::AnswerRequest() {
   const bool isReplied = Reply();
   socket_->SetCancelEvent(nullptr);
   EndServing();
+  // What a large exchange took is not kept until the next one.
+  request_.Init("");
+  reply_.Init("");
   return isReplied;
 }
 

@@ -1,11 +1,11 @@
 #include "control/SCA_NetTransport.h"
 
 #include <cerrno>
-#include <chrono>
 #include <new>
 
 #include "control/SCA_NetChannel.h"
 #include "control/SCA_NetLogin.h"
+#include "platform/SCA_Deadline.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Time.h"
 
@@ -67,9 +67,8 @@ int SCA_NetTransport::SendMessage(unsigned long timeoutMs, SCA_NetMessage* messa
 
 int SCA_NetTransport::WaitForMessage(unsigned long timeoutMs, SCA_NetMessage* message,
                                      unsigned long* error) {
-  using Clock = std::chrono::steady_clock;
   if (channel_ == nullptr) return Fail(ENOTCONN, error);
-  const Clock::time_point end = Clock::now() + std::chrono::milliseconds(timeoutMs);
+  const SCA_Deadline end(timeoutMs);
   for (unsigned long leftMs = timeoutMs;;) {
     SCA_NetFrame frame;
     unsigned long code = 0;
@@ -87,9 +86,7 @@ int SCA_NetTransport::WaitForMessage(unsigned long timeoutMs, SCA_NetMessage* me
       if (SCA_NetChannel::Decode(frame, message) != 0) return 1;
       return Drop(SCA_ErrorFrame, error);
     }
-    if (timeoutMs == SCA_Infinite) continue;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-    if (left <= 0) return Fail(ETIMEDOUT, error);
-    leftMs = static_cast<unsigned long>(left);
+    leftMs = end.MsLeft();
+    if (leftMs == 0) return Fail(ETIMEDOUT, error);
   }
 }

@@ -1,18 +1,14 @@
-/// What the POSIX code of the platform layer shares: the owner of a descriptor, retries after
-/// EINTR, and deadlines.
+/// What the POSIX code of the platform layer shares: the owner of a descriptor, and retries after
+/// EINTR.
 #ifndef SCA_PLATFORM_POSIX_SCA_POSIX_H
 #define SCA_PLATFORM_POSIX_SCA_POSIX_H
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <climits>
-#include <optional>
 #include <utility>
 
-#include "platform/SCA_Sync.h"
+#include "platform/SCA_Deadline.h"
 
 /// Sole owner of a descriptor.
 class SCA_Fd {
@@ -54,29 +50,5 @@ auto SCA_Retry(Call call) -> decltype(call()) {
 inline unsigned long SCA_SystemError() {
   return static_cast<unsigned long>(errno);
 }
-
-/// A point on the steady clock, or never.
-class SCA_Deadline {
- public:
-  explicit SCA_Deadline(unsigned long timeoutMs) {
-    if (timeoutMs != SCA_Infinite) {
-      // Cut: a time-out of decades must not overflow the clock.
-      end_ = Clock::now() + std::chrono::milliseconds(std::min(timeoutMs, SCA_Infinite));
-    }
-  }
-
-  bool HasPassed() const { return end_.has_value() && Clock::now() >= *end_; }
-
-  /// Milliseconds left for a poll, rounded up, at most `limit`.
-  int PollTimeout(int limit) const {
-    if (!end_.has_value()) return limit;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*end_ - Clock::now()).count();
-    return static_cast<int>(std::clamp<long long>(left, 0, limit));
-  }
-
- private:
-  using Clock = std::chrono::steady_clock;
-  std::optional<Clock::time_point> end_;
-};
 
 #endif  // SCA_PLATFORM_POSIX_SCA_POSIX_H

@@ -10,6 +10,7 @@
 #include <sys/uio.h>
 
 #include <atomic>
+#include <climits>
 #include <cstring>
 #include <memory>
 #include <new>
