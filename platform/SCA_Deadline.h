@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <optional>
 
 #include "platform/SCA_Sync.h"
 
@@ -19,12 +18,12 @@ class SCA_Deadline {
     }
   }
 
-  bool HasPassed() const { return end_.has_value() && Clock::now() >= *end_; }
+  bool HasPassed() const { return Clock::now() >= end_; }
 
   /// @return Milliseconds left, rounded up; `SCA_Infinite` when there is no end.
   unsigned long MsLeft() const {
-    if (!end_.has_value()) return SCA_Infinite;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*end_ - Clock::now()).count();
+    if (end_ == kNever) return SCA_Infinite;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
     return static_cast<unsigned long>(std::max<long long>(left, 0));
   }
 
@@ -35,7 +34,9 @@ class SCA_Deadline {
 
  private:
   using Clock = std::chrono::steady_clock;
-  std::optional<Clock::time_point> end_;
+  static constexpr Clock::time_point kNever = Clock::time_point::max();
+
+  Clock::time_point end_ = kNever;
 };
 
 #endif  // SCA_PLATFORM_SCA_DEADLINE_H
