@@ -26,22 +26,11 @@ constexpr char kFooter[] =
 constexpr unsigned long kMaxTimeoutSeconds = 1000000;
 constexpr unsigned long kMaxJobs = 256;
 
-// Splits "host:port"; an IPv6 address stands in brackets.
 std::string AddServer(const std::string& text, Options* options) {
-  const std::size_t colon = text.rfind(':');
-  std::string host = text.substr(0, colon);
-  const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
-  if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
-    host = host.substr(1, host.size() - 2);
-  }
-  const bool isNumber = !port.empty() && port.size() <= 5 &&
-                        port.find_first_not_of("0123456789") == std::string::npos;
-  const unsigned long number = isNumber ? std::stoul(port) : 0;
-  if (host.empty() || host.size() > 259 || number == 0 || number > 65535) {
-    return "'" + text + "' is not host:port, such as 127.0.0.1:9998";
-  }
-  options->servers.push_back({host, static_cast<unsigned short>(number)});
-  return {};
+  HostPort address;
+  std::string complaint = ParseHostPort(text, 0, &address);
+  if (complaint.empty()) options->servers.push_back(address);
+  return complaint;
 }
 
 // "pdf,.docx" and "pdf docx" alike become what settings hold.

@@ -6,22 +6,19 @@
 #include <string>
 #include <vector>
 
+#include "programs/common/Address.h"
+
 /// Exit status of the program; one ended by a signal exits with 128 and the signal's number.
 enum ExitStatus { kAllExtracted = 0, kSomeFailed = 1, kWrongUse = 2, kNoServer = 3 };
-
-struct ServerAddress {
-  std::string host;
-  unsigned short port = 0;
-};
 
 struct Options {
   std::vector<std::string> files;
   bool recursive = false;
   std::string filesFrom;  ///< a file that lists further documents, "-" for standard input
   bool zeroSeparated = false;
-  std::string extensions;              ///< separated by blanks; empty: those of the settings
-  std::vector<ServerAddress> servers;  ///< empty: the settings', or a private server for the run
-  unsigned long jobs = 0;              ///< extractions at once; 0: one for each server
+  std::string extensions;         ///< separated by blanks; empty: those of the settings
+  std::vector<HostPort> servers;  ///< empty: the settings', or a private server for the run
+  unsigned long jobs = 0;         ///< extractions at once; 0: one for each server
   std::string settingsFile;
   std::string saveSettingsFile;
   std::string outputDir;  ///< empty: standard output

@@ -62,7 +62,7 @@ std::string Setup::Save() {
 std::string Setup::UseGivenServers() {
   SCA_TikaServiceList& services = *settings_.GetServiceList();
   services.ClearAll();
-  for (const ServerAddress& address : options_.servers) {
+  for (const HostPort& address : options_.servers) {
     SCA_TikaService* service = nullptr;
     if (services.GetService(address.host.c_str(), &service) == 0) {
       if (services.AddService(address.host.c_str(), &service) == 0) return "not enough memory";

@@ -10,7 +10,7 @@
 
 /// A server with the service that it belongs to.
 struct ServerOfService {
-  ServerAddress address;
+  HostPort address;
   unsigned long serviceId = 0;
 };
 

@@ -4,9 +4,9 @@
 #include <cstdio>
 
 #include "platform/SCA_Report.h"
+#include "programs/common/Signals.h"
 #include "programs/tikaextract/Extraction.h"
 #include "programs/tikaextract/Options.h"
-#include "programs/tikaextract/Signals.h"
 
 namespace {
 

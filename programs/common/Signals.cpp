@@ -1,4 +1,4 @@
-#include "programs/tikaextract/Signals.h"
+#include "programs/common/Signals.h"
 
 #include <pthread.h>
 #include <unistd.h>
@@ -18,7 +18,7 @@ sigset_t WatchedSignals() {
 
 }  // namespace
 
-Signals::Signals(SCA_Event* cancel) : cancel_(cancel) {
+Signals::Signals(SCA_Event* cancel, SCA_Event* reload) : cancel_(cancel), reload_(reload) {
   const sigset_t set = WatchedSignals();
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   thread_ = std::thread([this] { Wait(); });
@@ -35,6 +35,10 @@ void Signals::Wait() {
     int number = 0;
     if (sigwait(&set, &number) != 0) continue;
     if (number == kStopThread) return;
+    if (number == SIGHUP && reload_ != nullptr) {
+      reload_->Set();
+      continue;
+    }
     if (received_.load() != 0) ::_exit(128 + number);
     received_.store(number);
     cancel_->Set();

@@ -1,0 +1,46 @@
+#include "programs/common/Address.h"
+
+#include <algorithm>
+
+namespace {
+
+// A lone IPv6 address has more colons than one; the last of them is no separator.
+bool IsBareHost(const std::string& text) {
+  if (text.empty()) return false;
+  if (text.front() == '[') return text.back() == ']';
+  return std::count(text.begin(), text.end(), ':') != 1;
+}
+
+std::string Unbracketed(const std::string& host) {
+  const bool hasBrackets = host.size() > 2 && host.front() == '[' && host.back() == ']';
+  return hasBrackets ? host.substr(1, host.size() - 2) : host;
+}
+
+// @return 0 for what is no port.
+unsigned long PortNumber(const std::string& text) {
+  const bool isNumber = !text.empty() && text.size() <= 5 &&
+                        text.find_first_not_of("0123456789") == std::string::npos;
+  const unsigned long number = isNumber ? std::stoul(text) : 0;
+  return number <= 65535 ? number : 0;
+}
+
+}  // namespace
+
+std::string ParseHostPort(const std::string& text, unsigned short defaultPort, HostPort* address) {
+  const bool isBare = defaultPort != 0 && IsBareHost(text);
+  const std::size_t colon = isBare ? std::string::npos : text.rfind(':');
+  const std::string host = Unbracketed(text.substr(0, colon));
+  const unsigned long port =
+      isBare ? defaultPort : PortNumber(colon == std::string::npos ? "" : text.substr(colon + 1));
+  if (host.empty() || host.size() > 259 || port == 0) {
+    return "'" + text + "' is not host:port, such as 127.0.0.1:" +
+           std::to_string(defaultPort != 0 ? defaultPort : 9998);
+  }
+  *address = {host, static_cast<unsigned short>(port)};
+  return {};
+}
+
+std::string FormatHostPort(const HostPort& address) {
+  const bool isIpv6 = address.host.find(':') != std::string::npos;
+  return (isIpv6 ? "[" + address.host + "]" : address.host) + ":" + std::to_string(address.port);
+}

@@ -1,0 +1,20 @@
+/// Addresses as a person gives them.
+#ifndef SCA_PROGRAMS_COMMON_ADDRESS_H
+#define SCA_PROGRAMS_COMMON_ADDRESS_H
+
+#include <string>
+
+struct HostPort {
+  std::string host;  ///< name or address, 1 to 259 bytes; an IPv6 address without brackets
+  unsigned short port = 0;
+};
+
+/// Splits "host:port"; an IPv6 address stands in brackets.
+/// @param defaultPort  Used for "host" alone; 0 makes the port required.
+/// @return A complaint, or nothing.
+std::string ParseHostPort(const std::string& text, unsigned short defaultPort, HostPort* address);
+
+/// @return "host:port", with brackets where they are needed.
+std::string FormatHostPort(const HostPort& address);
+
+#endif  // SCA_PROGRAMS_COMMON_ADDRESS_H
