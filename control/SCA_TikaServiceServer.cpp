@@ -5,10 +5,9 @@
 #include <utility>
 
 #include "control/SCA_ServiceCommands.h"
+#include "host/SCA_TikaConfig.h"
 
 namespace {
-
-constexpr char kVersion[] = "17.1.12";
 
 // A parameter of an operation on its way from a request to a reply. Values are read from the
 // request; what pointers lead to is written into the reply.
@@ -98,7 +97,7 @@ void SCA_TikaServiceServer::Register(const SCA_ServiceCommand<Args...>& command,
 
 SCA_TikaServiceServer::SCA_TikaServiceServer(SCA_TikaServiceVirtualFactory* factory,
                                              unsigned short port, unsigned long* error)
-    : SCA_NetServer(this, kVersion, port, error), factory_(factory) {
+    : SCA_NetServer(this, SCA_ProductVersion, port, error), factory_(factory) {
   if (IsValid() == 0) return;
   SetValid(0);
   Register(SCA_Commands::GetVersionInfo, &SCA_TikaServiceServer::GetVersionInfo);
