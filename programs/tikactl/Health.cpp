@@ -1,0 +1,159 @@
+#include "programs/tikactl/Health.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "host/SCA_TikaServer.h"
+#include "platform/SCA_Time.h"
+
+namespace {
+
+namespace Server = SCA_ServerFields;
+namespace Service = SCA_ServiceFields;
+
+constexpr unsigned long long kRecentMs = 3600000;  // a death that is still worth a word
+
+struct Problem {
+  std::string text;
+  std::string command;  // tells more
+};
+
+std::string Named(const std::string& id, const Fields& server) {
+  const auto port = server.Number(Server::Port);
+  return "server " + id + (port ? " (port " + std::to_string(*port) + ")" : "");
+}
+
+std::string Because(const std::string& reason) {
+  return reason.empty() ? "" : ": " + reason;
+}
+
+struct Survey {
+  std::vector<Problem> problems;  // the worst first
+  std::string stopped;            // ids
+  unsigned long ready = 0;
+  unsigned long all = 0;
+};
+
+void Look(const std::string& id, const Fields& server, Survey* survey) {
+  ++survey->all;
+  switch (StateOf(server)) {
+    case ServerState::GivenUp:
+      survey->problems.insert(
+          survey->problems.begin(),
+          {Named(id, server) + " was given up" + Because(TroubleOf(server)), "history " + id});
+      break;
+    case ServerState::Waiting: {
+      const std::string word = server.Text(Server::StatusText);
+      const auto silence = server.Number(Server::Silence);
+      survey->problems.push_back({Named(id, server) + " does not answer" +
+                                      (silence ? ", for " + Duration(*silence) + " now" : "") +
+                                      (word.empty() ? "" : " (" + word + ")"),
+                                  "logs " + id});
+      break;
+    }
+    case ServerState::Ready:
+      ++survey->ready;
+      break;
+    case ServerState::Stopped:
+    case ServerState::NotStarted:
+      survey->stopped += (survey->stopped.empty() ? "" : ", ") + id;
+      break;
+    case ServerState::Unknown:
+      survey->problems.push_back(
+          {"the state of " + Named(id, server) + " is unknown", "--json status"});
+  }
+}
+
+// What has gone wrong and is over.
+std::string PastTrouble(const Host& host, const Fields& service, const SCA_ConfigObj& servers) {
+  unsigned long long last = 0;
+  ForEachServer(servers, [&last](const std::string& /*id*/, const Fields& server) {
+    last = std::max(last, server.NumberOr(Server::LastDeathTime, 0));
+  });
+  const unsigned long long now = SCA_GetAbsTime();
+  const unsigned long long agoMs = now > last ? (now - last) / SCA_AbsTimePerMs : 0;
+  const unsigned long long deaths = service.NumberOr(Service::Deaths, 0);
+  if (deaths == 0 || last == 0 || agoMs > kRecentMs) return {};
+  return " A server died " + Duration(agoMs) + " ago, " + Count(deaths, "death") +
+         " since the host's start: see " + host.Hint("history") + ".";
+}
+
+Health Ill(const Host& host, const std::string& text, const std::string& command) {
+  return {false, text + "; see " + host.Hint(command) + "."};
+}
+
+}  // namespace
+
+ServerState StateOf(const Fields& server) {
+  const auto status = server.Number(Server::Status);
+  if (!status) return ServerState::Unknown;
+  switch (*status) {
+    case SCA_ServerError:
+      return ServerState::GivenUp;
+    case SCA_ServerInactive:
+      return ServerState::Stopped;
+    case SCA_ServerIdle:
+      return ServerState::NotStarted;
+    case SCA_ServerActive:
+    case SCA_ServerPending:
+      return server.NumberOr(Server::Ready, 0) != 0 ? ServerState::Ready : ServerState::Waiting;
+    default:
+      return ServerState::Unknown;
+  }
+}
+
+Cell StateCell(const Fields& server) {
+  static constexpr struct {
+    const char* word;
+    Colour colour;
+  } kStates[] = {{"given up", Colour::Red},    {"stopped", Colour::Dim},
+                 {"not started", Colour::Dim}, {"not answering", Colour::Yellow},
+                 {"ready", Colour::Green},     {"unknown", Colour::Red}};
+  const auto& state = kStates[static_cast<std::size_t>(StateOf(server))];
+  const std::string word = server.Text(Server::StatusText);
+  return {word.empty() ? state.word : word, state.colour};
+}
+
+std::string TroubleOf(const Fields& server) {
+  const std::string reason = server.Text(Server::StatusCodeText);
+  return reason.empty() ? server.Text(Server::LastDeath) : reason;
+}
+
+Health Judge(const Host& host, const Fields& service, const SCA_ConfigObj& servers) {
+  Survey survey;
+  ForEachServer(servers, [&survey](const std::string& id, const Fields& server) {
+    Look(id, server, &survey);
+  });
+  const auto status = service.Number(Service::Status);
+  if (status == SCA_ServerInactive) {
+    return {false, "The service is suspended, all its servers are stopped; " +
+                       host.Hint("start ID") + " ends that."};
+  }
+  if (!survey.problems.empty()) {
+    const std::size_t others = survey.problems.size() - 1;
+    const Problem& worst = survey.problems.front();
+    return Ill(host,
+               "Not well: " + worst.text + (others > 0 ? ", and " + Count(others, "other") : ""),
+               worst.command);
+  }
+  if (survey.all == 0) {
+    return {false, "There are no servers; " + host.Hint("add --jar FILE --port PORT --start") +
+                       " makes one."};
+  }
+  if (survey.ready == 0) {
+    return {false, "No server is started: " + survey.stopped + "; " + host.Hint("start ID") +
+                       " starts one."};
+  }
+  if (status != SCA_ServerActive) {
+    const std::string word = service.Text(Service::StatusText);
+    return Ill(
+        host,
+        "Not well: the service says that it is " + (word.empty() ? "in an unknown state" : word),
+        "debug-log");
+  }
+  const bool areMany = survey.ready != 1;
+  return {true, "All is well: " + Count(survey.ready, "server") +
+                    (areMany ? " answer" : " answers") +
+                    (survey.stopped.empty() ? "" : ", not started: " + survey.stopped) + "." +
+                    PastTrouble(host, service, servers)};
+}
