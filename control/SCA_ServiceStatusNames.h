@@ -79,7 +79,7 @@ constexpr char HostDescriptors[] = "Host Descriptors";  ///< u32, open files
 constexpr char Deaths[] = "Deaths";                     ///< u64, unexpected, since the host's start
 constexpr char ServersStatusId[] = "Servers Status Id";  ///< u32, changes with the list of servers
 constexpr char DebugLogSession[] = "Debug Log Session";  ///< u32, changes when the log is cleared
-constexpr char History[] = "History";  ///< object of deaths, oldest first, named "0", "1", ...
+constexpr char History[] = "History";  ///< object of deaths, oldest first, named by their numbers
 }  // namespace SCA_ServiceFields
 
 /// Fields of a server.
@@ -112,7 +112,7 @@ constexpr char LogErrors[] = "Log Errors";             ///< u32
 constexpr char LastDeath[] = "Last Death";           ///< text, the cause; empty when it never died
 constexpr char LastDeathTime[] = "Last Death Time";  ///< u64, time; 0 when it never died
 constexpr char Owner[] = "Owner";                    ///< text: "host", or "connection 12"
-constexpr char History[] = "History";                ///< as of the service, this server's alone
+constexpr char History[] = "History";  ///< as of the service, of servers on this port alone
 }  // namespace SCA_ServerFields
 
 /// Fields of a death: how a run of a server's process ended.

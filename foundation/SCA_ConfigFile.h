@@ -10,6 +10,7 @@
 /// File types.
 constexpr unsigned long SCA_FileTypeServiceRoot = 9000;  ///< root configuration of the service host
 constexpr unsigned long SCA_FileTypeServiceUser = 9001;  ///< user configuration of the service host
+constexpr unsigned long SCA_FileTypeHistory = 9003;      ///< deaths that a service host remembers
 constexpr unsigned long SCA_FileTypeReport = 1011;       ///< text-extraction report
 
 /// The newest layout and format version that this library reads and writes.

@@ -15,6 +15,8 @@ const char* TypeName(unsigned long fileType) {
       return " (root configuration of the service host)";
     case SCA_FileTypeServiceUser:
       return " (user configuration of the service host)";
+    case SCA_FileTypeHistory:
+      return " (deaths that a service host remembers)";
     case SCA_FileTypeReport:
       return " (report of a message log)";
     default:

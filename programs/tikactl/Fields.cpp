@@ -89,8 +89,7 @@ Json Convert(const SCA_ConfigObj& object, bool areTexts) {
     }
     const bool areLines = name == SCA_DeathFields::Lines;
     Json members = Convert(*child, areLines);
-    const bool isList = (areLines || name == SCA_ServiceFields::History) && IsList(*child);
-    if (isList && members.size() == child->GetFieldCount()) {
+    if (areLines && IsList(*child) && members.size() == child->GetFieldCount()) {
       Json list = Json::array();
       for (auto& item : members) list.push_back(std::move(item));
       members = std::move(list);

@@ -56,7 +56,7 @@ void ForEachServer(const SCA_ConfigObj& servers, Visit visit) {
 const SCA_ConfigObj* FindServer(const SCA_ConfigObj& servers, unsigned long serverId);
 
 /// @return The object's members under their names in snake_case ("Up Time" is "up_time"), numbers
-///         as numbers, histories and their lines as lists. Nothing is lost: a name that comes again
+///         as numbers, lines as a list. Nothing is lost: a name that comes again
 ///         gets a number behind it.
 nlohmann::ordered_json ToJson(const SCA_ConfigObj& object);
 

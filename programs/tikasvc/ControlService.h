@@ -1,0 +1,76 @@
+/// What the control port asks for, answered: the service objects of the connections.
+#ifndef SCA_PROGRAMS_TIKASVC_CONTROLSERVICE_H
+#define SCA_PROGRAMS_TIKASVC_CONTROLSERVICE_H
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "control/SCA_TikaServiceServer.h"
+#include "platform/SCA_Atomic.h"
+#include "platform/SCA_Lock.h"
+#include "platform/SCA_Sync.h"
+#include "programs/tikasvc/BlackBox.h"
+#include "programs/tikasvc/HostLog.h"
+#include "programs/tikasvc/HostedServers.h"
+#include "programs/tikasvc/Installation.h"
+
+/// How often each command was asked for, and failed. Threads: any.
+class RequestCounts {
+ public:
+  struct Count {
+    unsigned long long requests = 0;
+    unsigned long long failed = 0;
+  };
+
+  /// @param command  Static storage. @return `result`.
+  int Add(const char* command, int result) SCA_EXCLUDES(lock_);
+  std::map<std::string, Count> ByCommand() const SCA_EXCLUDES(lock_);
+  Count Total() const SCA_EXCLUDES(lock_);
+
+ private:
+  mutable SCA_Lock lock_;
+  std::map<std::string, Count> counts_ SCA_GUARDED_BY(lock_);
+};
+
+/// The parts of the service host that the service objects work on; none is owned.
+struct HostParts {
+  Installation* installation = nullptr;
+  HostLog* log = nullptr;
+  BlackBox* blackBox = nullptr;
+  HostedServers* servers = nullptr;
+  SCA_Event* stop = nullptr;  ///< ends the service host
+  unsigned long loginMode = 1;
+  unsigned long long startTime = 0;  ///< absolute time
+};
+
+/// Makes a service object for each connection.
+class ControlService : public SCA_TikaServiceVirtualFactory {
+ public:
+  explicit ControlService(const HostParts& parts);
+  ~ControlService() override;
+
+  int OnConnect(SCA_NetServerAgent* agent) override SCA_EXCLUDES(lock_);
+  SCA_TikaServiceVirtual* GetServiceObject(unsigned long agentId) override SCA_EXCLUDES(lock_);
+  int OnDisconnect(unsigned long agentId) override SCA_EXCLUDES(lock_);
+  unsigned long GetLoginMode() override { return parts_.loginMode; }
+
+  /// Once the port is open.
+  void SetPort(unsigned short port) { port_.Set(port); }
+
+  const RequestCounts& Counts() const { return counts_; }
+  unsigned long ConnectionCount() const SCA_EXCLUDES(lock_);
+
+ private:
+  class Connection;
+
+  int FillServiceFields(SCA_ConfigObj* status) const;
+
+  const HostParts parts_;
+  RequestCounts counts_;
+  SCA_AtomicValue<unsigned short> port_{0};
+  mutable SCA_Lock lock_;
+  std::map<unsigned long, std::unique_ptr<Connection>> connections_ SCA_GUARDED_BY(lock_);
+};
+
+#endif  // SCA_PROGRAMS_TIKASVC_CONTROLSERVICE_H

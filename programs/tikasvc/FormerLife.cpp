@@ -1,0 +1,89 @@
+#include "programs/tikasvc/FormerLife.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "platform/SCA_Report.h"
+#include "programs/tikasvc/HostLog.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kMark[] = "TIKASVC_DATA_DIRECTORY";
+constexpr int kDeathMs = 5000;  // a killed process that waits for a disk may take that long
+
+// What others own cannot be read, and is not ours.
+bool IsMarked(const fs::path& process, const std::string& mark) {
+  std::ifstream file(process / "environ", std::ios::binary);
+  const std::string environment((std::istreambuf_iterator<char>(file)),
+                                std::istreambuf_iterator<char>());
+  // Each variable ends with a zero byte.
+  const std::string wanted = mark + '\0';
+  const std::size_t at = environment.find(wanted);
+  return at == 0 || (at != std::string::npos && environment[at - 1] == '\0');
+}
+
+// By a descriptor, so that the number cannot pass to a stranger between look and kill.
+bool Kill(int pid, const fs::path& process, const std::string& mark) {
+  const int fd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+  if (fd < 0) return false;
+  const bool isOurs = IsMarked(process, mark);
+  if (isOurs && ::syscall(SYS_pidfd_send_signal, fd, SIGKILL, nullptr, 0) == 0) {
+    pollfd death{fd, POLLIN, 0};
+    ::poll(&death, 1, kDeathMs);
+  }
+  ::close(fd);
+  return isOurs;
+}
+
+}  // namespace
+
+DirectoryLock::~DirectoryLock() {
+  if (file_ >= 0) ::close(file_);
+}
+
+int DirectoryLock::Take(const std::string& directory, std::string* owner, unsigned long* error) {
+  const std::string name = directory + "/tikasvc.lock";
+  file_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (file_ < 0 || ::flock(file_, LOCK_EX | LOCK_NB) != 0) {
+    *error = static_cast<unsigned long>(errno);
+    char text[32] = "";
+    if (file_ >= 0 && ::read(file_, text, sizeof text - 1) > 0) {
+      *owner = std::to_string(std::strtoul(text, nullptr, 10));
+    }
+    return 0;
+  }
+  const std::string id = std::to_string(::getpid()) + "\n";
+  if (::ftruncate(file_, 0) != 0 || ::write(file_, id.data(), id.size()) < 0) {
+    Say(SCA_LevelWarning, "cannot write %s; others will not know who holds it", name.c_str());
+  }
+  return 1;
+}
+
+void MarkChildren(const std::string& directory) {
+  ::setenv(kMark, directory.c_str(), 1);
+}
+
+unsigned long KillLeftovers(const std::string& directory) {
+  const std::string mark = std::string(kMark) + "=" + directory;
+  unsigned long count = 0;
+  std::error_code error;
+  for (const fs::directory_entry& entry : fs::directory_iterator("/proc", error)) {
+    const std::string name = entry.path().filename();
+    if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+    const int pid = std::atoi(name.c_str());
+    if (pid != ::getpid() && Kill(pid, entry.path(), mark)) ++count;
+  }
+  return count;
+}

@@ -1,0 +1,128 @@
+#include "programs/tikasvc/HostLog.h"
+
+#include <sys/stat.h>
+#include <systemd/sd-daemon.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/SCA_File.h"
+#include "platform/SCA_Report.h"
+#include "platform/SCA_Time.h"
+
+namespace {
+
+constexpr unsigned long kMessagesKept = 1000;
+
+thread_local bool isQuiet = false;
+
+// The journal says which descriptor it is: somebody may have sent standard error elsewhere.
+bool IsJournal(int fd) {
+  const char* stream = std::getenv("JOURNAL_STREAM");
+  struct stat status {};
+  if (stream == nullptr || ::fstat(fd, &status) != 0) return false;
+  return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino) == stream;
+}
+
+const char* Priority(unsigned long level) {
+  switch (level) {
+    case SCA_LevelError:
+      return SD_ERR;
+    case SCA_LevelWarning:
+      return SD_WARNING;
+    case SCA_LevelDebug:
+      return SD_DEBUG;
+    default:
+      return SD_INFO;
+  }
+}
+
+const char* Word(unsigned long level) {
+  switch (level) {
+    case SCA_LevelError:
+      return "error";
+    case SCA_LevelWarning:
+      return "warning";
+    case SCA_LevelDebug:
+      return "debug";
+    default:
+      return "info";
+  }
+}
+
+std::string TimedLine(unsigned long level, const char* text) {
+  char now[32];
+  SCA_FormatAbsTime(SCA_GetAbsTime(), now, sizeof now);
+  return std::string(now) + " " + Word(level) + ": " + text + "\n";
+}
+
+}  // namespace
+
+HostLog::HostLog(bool withDebug)
+    : withDebug_(withDebug), isJournal_(IsJournal(STDERR_FILENO)), log_(nullptr, kMessagesKept, 0) {
+  SCA_SetReportSink(&Receive, this);
+}
+
+HostLog::~HostLog() {
+  SCA_SetReportSink(nullptr, nullptr);
+}
+
+void HostLog::SetDirectory(const std::string& directory) {
+  const SCA_LockGuard guard(lock_);
+  directory_ = directory;
+}
+
+void HostLog::Receive(void* context, unsigned long level, const char* /*source*/, int /*line*/,
+                      const char* text) {
+  auto* const self = static_cast<HostLog*>(context);
+  if (isQuiet || (level <= SCA_LevelDebug && !self->withDebug_)) return;
+  // What the writing of a report reports in turn would never end.
+  const QuietReports quiet;
+  self->Write(level, text);
+}
+
+void HostLog::Write(unsigned long level, const char* text) {
+  log_.AddMessage(level, "%s", text);
+  const std::string line = TimedLine(level, text);
+  if (isJournal_) {
+    std::fprintf(stderr, "%s%s\n", Priority(level), text);
+  } else {
+    std::fputs(line.c_str(), stderr);
+  }
+  AppendToFile(line);
+}
+
+void HostLog::AppendToFile(const std::string& line) {
+  int year = 0;
+  int month = 0;
+  int day = 0;
+  SCA_GetCurrentDate(&year, &month, &day);
+  char name[64];
+  std::snprintf(name, sizeof name, "/tikasvc_%04d%02d%02d.txt", year, month, day);
+  const SCA_LockGuard guard(lock_);
+  if (directory_.empty()) return;
+  SCA_File file;
+  unsigned long error = 0;
+  if (file.Open((directory_ + name).c_str(), SCA_FileAppend, &error) != 0) {
+    file.WriteString(line.c_str(), &error);
+  }
+}
+
+QuietReports::QuietReports() : wasQuiet_(isQuiet) {
+  isQuiet = true;
+}
+
+QuietReports::~QuietReports() {
+  isQuiet = wasQuiet_;
+}
+
+void Say(unsigned long level, const char* format, ...) {
+  char text[2048];
+  va_list values;
+  va_start(values, format);
+  std::vsnprintf(text, sizeof text, format, values);
+  va_end(values);
+  SCA_GetReportFunction("tikasvc", __LINE__)(level, "%s", text);
+}

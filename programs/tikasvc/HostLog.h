@@ -1,0 +1,55 @@
+/// Where the service host says what happens: standard error, its debug log, and a daily file when
+/// the configuration asks for one.
+#ifndef SCA_PROGRAMS_TIKASVC_HOSTLOG_H
+#define SCA_PROGRAMS_TIKASVC_HOSTLOG_H
+
+#include <string>
+
+#include "host/SCA_TikaLog.h"
+#include "platform/SCA_Lock.h"
+#include "platform/SCA_Report.h"
+
+/// While it lives, every report of the process goes through it, the program's own included.
+/// Threads: any thread may call any operation.
+class HostLog {
+ public:
+  /// @param withDebug  Whether reports of the debug level are kept.
+  explicit HostLog(bool withDebug);
+  ~HostLog();
+  HostLog(const HostLog&) = delete;
+  HostLog& operator=(const HostLog&) = delete;
+
+  SCA_TikaLog* GetLog() { return &log_; }
+  /// @param directory  Of the daily files "tikasvc_YYYYMMDD.txt"; empty: none are written.
+  void SetDirectory(const std::string& directory) SCA_EXCLUDES(lock_);
+
+ private:
+  static void Receive(void* context, unsigned long level, const char* source, int line,
+                      const char* text);
+  void Write(unsigned long level, const char* text) SCA_EXCLUDES(lock_);
+  void AppendToFile(const std::string& line) SCA_EXCLUDES(lock_);
+
+  const bool withDebug_;
+  const bool isJournal_;  // standard error goes to the journal, which has its own times
+  SCA_TikaLog log_;
+
+  SCA_Lock lock_;  // of the directory, and so that lines of the file do not mix
+  std::string directory_ SCA_GUARDED_BY(lock_);
+};
+
+/// While it lives, reports of its thread are dropped: for work whose failures are no news.
+class QuietReports {
+ public:
+  QuietReports();
+  ~QuietReports();
+  QuietReports(const QuietReports&) = delete;
+  QuietReports& operator=(const QuietReports&) = delete;
+
+ private:
+  const bool wasQuiet_;
+};
+
+/// Says what happens, in the words of printf.
+void Say(unsigned long level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+#endif  // SCA_PROGRAMS_TIKASVC_HOSTLOG_H

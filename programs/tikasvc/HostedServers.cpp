@@ -1,0 +1,389 @@
+#include "programs/tikasvc/HostedServers.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <thread>
+
+#include "control/SCA_ServiceStatusNames.h"
+#include "platform/SCA_Error.h"
+#include "programs/tikasvc/HostLog.h"
+
+namespace {
+
+constexpr std::chrono::seconds kSuspendLimit{15};
+constexpr std::chrono::milliseconds kSuspendPoll{20};
+
+// A server that listens on all addresses is asked on loopback.
+std::string AskedAddress(const std::string& bind) {
+  if (bind == "0.0.0.0") return "127.0.0.1";
+  return bind == "::" ? "::1" : bind;
+}
+
+const char* StatusText(const SCA_TikaServer& server, const ServerHealth& health) {
+  switch (server.GetProcessStatus()) {
+    case SCA_ServerActive:
+      if (health.isReady) return "ready";
+      return health.hasAnswered ? "silent" : "starting";
+    case SCA_ServerInactive:
+      return "stopped";
+    case SCA_ServerIdle:
+      return "idle";
+    case SCA_ServerPending:
+      return "pending";
+    default:
+      return "error";
+  }
+}
+
+std::string OwnerText(unsigned long owner) {
+  return owner == HostedServers::kHost ? "host" : "connection " + std::to_string(owner);
+}
+
+}  // namespace
+
+unsigned long ServersSummary::Status() const {
+  if (isSuspended) return SCA_ServerInactive;
+  if (error > 0) return SCA_ServerError;
+  if (ready < active) return SCA_ServerPending;
+  return active > 0 ? SCA_ServerActive : SCA_ServerIdle;
+}
+
+int SerializeMessages(const SCA_TikaLog& log, unsigned long lastMessageId, unsigned long count,
+                      SCA_ConfigObj* object) {
+  const unsigned long newest = log.GetLastMessageId();
+  const bool hasAll = newest == SCA_NoItemId;
+  const unsigned long newer = lastMessageId == SCA_NoItemId ? SCA_NoItemId : newest - lastMessageId;
+  // A log that was cleared has lower ids than its reader remembers.
+  const bool isStale = lastMessageId != SCA_NoItemId && (hasAll || newest < lastMessageId);
+  if (isStale) return 1;
+  if (count == 0 || newer <= count) return log.Serialize(object, SCA_NoItemId, lastMessageId);
+  return log.Serialize(object, count - 1, SCA_NoItemId);
+}
+
+HostedServers::HostedServers(SCA_TikaConfigUser* config, const std::string& bind,
+                             unsigned long silenceLimitMs, BlackBox* blackBox)
+    : config_(config),
+      bind_(bind),
+      rules_{AskedAddress(bind), silenceLimitMs},
+      blackBox_(blackBox) {}
+
+HostedServers::~HostedServers() {
+  DeleteAll();
+}
+
+// Members of the list
+
+const HostedServers::Hosted* HostedServers::Find(unsigned long id) const {
+  const auto found = hosted_.find(id);
+  return found != hosted_.end() ? &found->second : nullptr;
+}
+
+HostedServers::Hosted* HostedServers::Find(unsigned long id) {
+  const auto found = hosted_.find(id);
+  return found != hosted_.end() ? &found->second : nullptr;
+}
+
+HostedServers::Hosted* HostedServers::Adopt(SCA_TikaServer* server, unsigned long agent) {
+  server->SetBindAddress(bind_.c_str());
+  Hosted hosted;
+  hosted.server = server;
+  hosted.owner = agent;
+  try {
+    hosted.watch = std::make_unique<ServerWatch>(server, rules_, blackBox_);
+  } catch (const std::system_error&) {  // there is no further thread
+    list_.DeleteServer(server->GetServerId());
+    return nullptr;
+  }
+  return &(hosted_[server->GetServerId()] = std::move(hosted));
+}
+
+void HostedServers::Claim(Hosted* hosted, unsigned long agent) {
+  if (hosted->owner == kHost || hosted->owner == agent || agent == kHost) return;
+  const auto end = hosted->claims.end();
+  if (std::find(hosted->claims.begin(), end, agent) == end) hosted->claims.push_back(agent);
+}
+
+int HostedServers::Add(unsigned long agent, const char* fileName, unsigned short port,
+                       unsigned long heapSize, const char* javaOptions, unsigned long* id,
+                       unsigned long* status, unsigned long* code) {
+  *id = SCA_NoServerId;
+  *status = SCA_ServerError;
+  *code = 0;
+  if (*fileName == '\0' || port == 0 || heapSize == 0) {
+    *code = EINVAL;
+    return 1;
+  }
+  const SCA_LockGuard guard(lock_);
+  SCA_TikaServer* server = nullptr;
+  if (list_.GetServerByPort(port, &server) == 0 && list_.Count() >= SCA_MaxServers) {
+    *code = ENOSPC;
+    return 1;
+  }
+  if (list_.AddServer(config_, fileName, port, heapSize, javaOptions, &server, code) == 0) return 1;
+  Hosted* hosted = Find(server->GetServerId());
+  if (hosted == nullptr) {
+    hosted = Adopt(server, agent);
+    if (hosted == nullptr) {
+      *code = EAGAIN;
+      return 1;
+    }
+    Say(SCA_LevelInfo, "server %lu added: %s on port %u, heap %lu MB, for %s",
+        server->GetServerId(), fileName, port, heapSize, OwnerText(agent).c_str());
+  } else {
+    Claim(hosted, agent);
+    if (server->CheckConfig(fileName, port, heapSize, javaOptions) == 0) {
+      Say(SCA_LevelWarning,
+          "%s asked for %s on port %u with heap %lu MB and got server %lu, which has that port and "
+          "is another",
+          OwnerText(agent).c_str(), fileName, port, heapSize, server->GetServerId());
+    }
+  }
+  *id = server->GetServerId();
+  *status = server->GetProcessStatus();
+  return 1;
+}
+
+int HostedServers::Start(unsigned long id, unsigned long* status, unsigned long* code) {
+  const SCA_LockGuard guard(lock_);
+  Hosted* hosted = Find(id);
+  if (hosted == nullptr) return 0;
+  *code = 0;
+  isSuspended_ = false;
+  if (hosted->server->IsActive() == 0) hosted->watch->Resume();
+  if (hosted->server->StartProcess(code) == 0 && *code != SCA_ErrorAlreadyActive) {
+    Say(SCA_LevelError, "server %lu on port %u cannot be started: %s", id,
+        hosted->server->GetPortNumber(), SCA_ErrorText(*code));
+  }
+  *status = hosted->server->GetProcessStatus();
+  return 1;
+}
+
+// Ends
+
+HostedServers::Leaving HostedServers::Take(unsigned long id) {
+  Leaving leaving;
+  SCA_TikaServer* server = nullptr;
+  const auto found = hosted_.find(id);
+  if (found == hosted_.end() || list_.TakeServer(id, &server) == 0) return leaving;
+  leaving.server.reset(server);
+  leaving.watch = std::move(found->second.watch);
+  hosted_.erase(found);
+  return leaving;
+}
+
+// All are asked before any is waited for, so that their ends overlap.
+void HostedServers::End(std::vector<Leaving> leaving) {
+  for (const Leaving& one : leaving) {
+    one.watch->Halt();
+    one.server->RequestStop();
+  }
+  for (Leaving& one : leaving) {
+    const unsigned long id = one.server->GetServerId();
+    one.watch->End();
+    one.server.reset();
+    one.watch.reset();
+    Say(SCA_LevelInfo, "server %lu deleted", id);
+  }
+}
+
+int HostedServers::Delete(unsigned long id) {
+  std::vector<Leaving> leaving;
+  {
+    const SCA_LockGuard guard(lock_);
+    if (Find(id) == nullptr) return 0;
+    leaving.push_back(Take(id));
+  }
+  End(std::move(leaving));
+  return 1;
+}
+
+int HostedServers::DeleteAllOf(unsigned long agent) {
+  std::vector<Leaving> leaving;
+  {
+    const SCA_LockGuard guard(lock_);
+    std::vector<unsigned long> going;
+    for (auto& [id, hosted] : hosted_) {
+      auto& claims = hosted.claims;
+      claims.erase(std::remove(claims.begin(), claims.end(), agent), claims.end());
+      if (hosted.owner != agent) continue;
+      if (claims.empty()) {
+        going.push_back(id);
+      } else {
+        hosted.owner = claims.front();
+        claims.pop_front();
+      }
+    }
+    for (const unsigned long id : going) leaving.push_back(Take(id));
+  }
+  End(std::move(leaving));
+  return 1;
+}
+
+void HostedServers::DeleteAll() {
+  std::vector<Leaving> leaving;
+  {
+    const SCA_LockGuard guard(lock_);
+    while (!hosted_.empty()) leaving.push_back(Take(hosted_.begin()->first));
+  }
+  End(std::move(leaving));
+}
+
+void HostedServers::Forget(unsigned long agent) {
+  const SCA_LockGuard guard(lock_);
+  for (auto& [id, hosted] : hosted_) {
+    auto& claims = hosted.claims;
+    claims.erase(std::remove(claims.begin(), claims.end(), agent), claims.end());
+    if (hosted.owner != agent) continue;
+    hosted.owner = kHost;
+    claims.clear();
+  }
+}
+
+int HostedServers::Suspend() {
+  {
+    const SCA_LockGuard guard(lock_);
+    isSuspended_ = true;
+    for (auto& [id, hosted] : hosted_) {
+      hosted.watch->Halt();
+      hosted.server->RequestStop();
+    }
+  }
+  Say(SCA_LevelInfo, "suspended: all servers are being stopped");
+  const auto limit = std::chrono::steady_clock::now() + kSuspendLimit;
+  while (Summarize().active > 0) {
+    if (std::chrono::steady_clock::now() > limit) return 0;
+    std::this_thread::sleep_for(kSuspendPoll);
+  }
+  return 1;
+}
+
+// What is told
+
+int HostedServers::SerializeList(SCA_ConfigObj* list) const {
+  const SCA_LockGuard guard(lock_);
+  return list_.Serialize(list);
+}
+
+int HostedServers::Serialize(unsigned long id, SCA_ConfigObj* server) const {
+  const SCA_LockGuard guard(lock_);
+  const Hosted* hosted = Find(id);
+  return hosted != nullptr ? hosted->server->Serialize(server) : 0;
+}
+
+int HostedServers::SerializeLog(unsigned long id, unsigned long lastMessageId, unsigned long count,
+                                SCA_ConfigObj* log) const {
+  const SCA_LockGuard guard(lock_);
+  const Hosted* hosted = Find(id);
+  if (hosted == nullptr) return 0;
+  return SerializeMessages(*hosted->server->GetLog(), lastMessageId, count, log);
+}
+
+int HostedServers::ClearLog(unsigned long id) {
+  const SCA_LockGuard guard(lock_);
+  const Hosted* hosted = Find(id);
+  return hosted != nullptr ? hosted->server->GetLog()->Clear() : 0;
+}
+
+ServersSummary HostedServers::Summarize() const {
+  const SCA_LockGuard guard(lock_);
+  ServersSummary summary;
+  summary.servers = list_.Count();
+  summary.active = list_.GetActiveServers();
+  summary.error = list_.GetErrorServers();
+  summary.memoryUsage = list_.GetMemoryUsage();
+  summary.statusId = list_.GetServersStatusId();
+  summary.isSuspended = isSuspended_;
+  for (const auto& [id, hosted] : hosted_) {
+    if (hosted.server->IsActive() != 0 && hosted.watch->GetHealth().isReady) ++summary.ready;
+  }
+  return summary;
+}
+
+std::vector<ServerState> HostedServers::GetStates() const {
+  std::vector<ServerState> states;
+  const SCA_LockGuard guard(lock_);
+  for (const auto& [id, hosted] : hosted_) {
+    const SCA_TikaServer& server = *hosted.server;
+    ServerState state;
+    state.id = id;
+    state.port = server.GetPortNumber();
+    state.processStatus = server.GetProcessStatus();
+    state.processId = server.GetProcessId();
+    state.restarts = server.GetSessionId();
+    state.memoryUsage = server.GetMemoryUsage();
+    state.readOperations = server.GetReadIOPS();
+    state.writeOperations = server.GetWriteIOPS();
+    state.readData = server.GetReadData();
+    state.writeData = server.GetWriteData();
+    state.isReady = server.IsActive() != 0 && hosted.watch->GetHealth().isReady;
+    states.push_back(state);
+  }
+  return states;
+}
+
+int HostedServers::AddStatuses(SCA_ConfigObj* servers) const {
+  const SCA_LockGuard guard(lock_);
+  for (const auto& [id, hosted] : hosted_) {
+    SCA_ConfigObj* status = servers->AddConfigObj(std::to_string(id).c_str());
+    if (status == nullptr || FillFields(hosted, status) == 0) return 0;
+  }
+  return 1;
+}
+
+int HostedServers::FillStatus(unsigned long id, SCA_ConfigObj* status) const {
+  const SCA_LockGuard guard(lock_);
+  const Hosted* hosted = Find(id);
+  if (hosted == nullptr || FillFields(*hosted, status) == 0) return 0;
+  SCA_ConfigObj* history = status->AddConfigObj(SCA_ServerFields::History);
+  return history != nullptr ? blackBox_->CopyTo(history, hosted->server->GetPortNumber()) : 0;
+}
+
+int HostedServers::FillFields(const Hosted& hosted, SCA_ConfigObj* status) const {
+  namespace Fields = SCA_ServerFields;
+  SCA_TikaServer& server = *hosted.server;
+  const ServerHealth health = hosted.watch->GetHealth();
+  const unsigned long code = server.GetStatusCode();
+  const bool runs = server.GetProcessId() != 0;
+  // Texts that a start may change are copied under the server's own lock.
+  SCA_ConfigObj copy("Server", nullptr);
+  char fileName[SCA_MaxPath] = "";
+  char javaOptions[260] = "";
+  if (server.Serialize(&copy) == 0 || copy.GetField("FileName", fileName, sizeof fileName) == 0) {
+    return 0;
+  }
+  copy.GetField("JavaOptions", javaOptions, sizeof javaOptions);
+  const auto number = [status](const char* name, auto value) {
+    return status->AddField(name, value, 0) != 0;
+  };
+  const auto text = [status](const char* name, const char* value) {
+    return status->AddField(name, value, 0) != 0;
+  };
+  const bool isWhole =
+      number(Fields::ServerId, server.GetServerId()) && text(Fields::FileName, fileName) &&
+      number(Fields::Port, server.GetPortNumber()) &&
+      number(Fields::HeapSize, server.GetHeapSize()) && text(Fields::JavaOptions, javaOptions) &&
+      number(Fields::Status, server.GetProcessStatus()) &&
+      text(Fields::StatusText, StatusText(server, health)) &&
+      number(Fields::Ready, health.isReady ? 1U : 0U) &&
+      text(Fields::TikaVersion, health.version.c_str()) &&
+      number(Fields::AnswerTime, health.answerMs) && number(Fields::Silence, health.silenceMs) &&
+      number(Fields::StatusCode, code) &&
+      text(Fields::StatusCodeText, code != 0 ? SCA_ErrorText(code) : "") &&
+      number(Fields::ProcessId, server.GetProcessId()) &&
+      number(Fields::Restarts, server.GetSessionId()) &&
+      number(Fields::StartTime, server.GetStartTime()) &&
+      number(Fields::UpTime, runs ? server.GetUpTime() : 0ULL) &&
+      number(Fields::MemoryUsage, runs ? server.GetMemoryUsage() : 0ULL) &&
+      number(Fields::ReadIops, server.GetReadIOPS()) &&
+      number(Fields::WriteIops, server.GetWriteIOPS()) &&
+      number(Fields::ReadData, server.GetReadData()) &&
+      number(Fields::WriteData, server.GetWriteData()) &&
+      number(Fields::LogSession, server.GetLog()->GetSessionId()) &&
+      number(Fields::LogLastId, server.GetLog()->GetLastMessageId()) &&
+      number(Fields::LogErrors, server.GetLog()->GetErrorCount()) &&
+      text(Fields::LastDeath, health.lastDeath.c_str()) &&
+      number(Fields::LastDeathTime, health.lastDeathTime) &&
+      text(Fields::Owner, OwnerText(hosted.owner).c_str());
+  return isWhole ? 1 : 0;
+}

@@ -1,0 +1,128 @@
+/// The servers of the service host, behind one lock.
+#ifndef SCA_PROGRAMS_TIKASVC_HOSTEDSERVERS_H
+#define SCA_PROGRAMS_TIKASVC_HOSTEDSERVERS_H
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/SCA_TikaServerList.h"
+#include "programs/tikasvc/ServerWatch.h"
+
+/// How the servers are, summed up.
+struct ServersSummary {
+  unsigned long servers = 0;
+  unsigned long active = 0;
+  unsigned long ready = 0;
+  unsigned long error = 0;
+  unsigned long long memoryUsage = 0;
+  unsigned long statusId = 0;
+  bool isSuspended = false;
+
+  /// The process status of the whole service; see `control/SCA_ServiceStatusNames.h`.
+  unsigned long Status() const;
+};
+
+/// What a server is, at one moment, beyond what its `Serialize` tells.
+struct ServerState {
+  unsigned long id = 0;
+  unsigned short port = 0;
+  unsigned long processStatus = 0;
+  unsigned long processId = 0;
+  unsigned long restarts = 0;
+  unsigned long long memoryUsage = 0;
+  unsigned long long readOperations = 0;
+  unsigned long long writeOperations = 0;
+  unsigned long long readData = 0;
+  unsigned long long writeData = 0;
+  bool isReady = false;
+};
+
+/// Operations are those of the control port; int results are 1 for success and 0 for failure. Who
+/// asks is a connection, by its agent's id, or the host itself.
+///
+/// A server belongs to the connection that made it, and to nobody when the host made it or that
+/// connection has gone. Connections that have asked for it since stand in line: one that takes
+/// leave of all its servers leaves it to the next.
+///
+/// Threads: any thread may call any operation. Servers are stopped and destroyed outside the lock,
+/// which nobody holds for long.
+class HostedServers {
+ public:
+  /// @param config  Not owned, outlives this; says whether daily files are written.
+  /// @param bind    Address on which servers listen.
+  HostedServers(SCA_TikaConfigUser* config, const std::string& bind, unsigned long silenceLimitMs,
+                BlackBox* blackBox);
+  ~HostedServers();
+  HostedServers(const HostedServers&) = delete;
+  HostedServers& operator=(const HostedServers&) = delete;
+
+  /// For `agent` of what the host itself asks for.
+  static constexpr unsigned long kHost = 0xFFFFFFFF;
+
+  int Add(unsigned long agent, const char* fileName, unsigned short port, unsigned long heapSize,
+          const char* javaOptions, unsigned long* id, unsigned long* status, unsigned long* code)
+      SCA_EXCLUDES(lock_);
+  int Start(unsigned long id, unsigned long* status, unsigned long* code) SCA_EXCLUDES(lock_);
+  int Delete(unsigned long id) SCA_EXCLUDES(lock_);
+  int DeleteAllOf(unsigned long agent) SCA_EXCLUDES(lock_);
+  void DeleteAll() SCA_EXCLUDES(lock_);
+  /// Its servers stay, as nobody's.
+  void Forget(unsigned long agent) SCA_EXCLUDES(lock_);
+  /// Stops all servers and waits for their ends.
+  int Suspend() SCA_EXCLUDES(lock_);
+
+  int SerializeList(SCA_ConfigObj* list) const SCA_EXCLUDES(lock_);
+  int Serialize(unsigned long id, SCA_ConfigObj* server) const SCA_EXCLUDES(lock_);
+  /// As the control port's `GetServerLog` has it.
+  int SerializeLog(unsigned long id, unsigned long lastMessageId, unsigned long count,
+                   SCA_ConfigObj* log) const SCA_EXCLUDES(lock_);
+  int ClearLog(unsigned long id) SCA_EXCLUDES(lock_);
+
+  ServersSummary Summarize() const SCA_EXCLUDES(lock_);
+  std::vector<ServerState> GetStates() const SCA_EXCLUDES(lock_);
+  /// Adds an object with the fields of `SCA_ServerFields` for each server.
+  int AddStatuses(SCA_ConfigObj* servers) const SCA_EXCLUDES(lock_);
+  /// Adds these fields of one server, with its history.
+  int FillStatus(unsigned long id, SCA_ConfigObj* status) const SCA_EXCLUDES(lock_);
+
+ private:
+  struct Hosted {
+    SCA_TikaServer* server = nullptr;  // the list's
+    std::unique_ptr<ServerWatch> watch;
+    unsigned long owner = kHost;
+    std::deque<unsigned long> claims;  // of other connections, the oldest first
+  };
+  // A server that has left the list, with its watch.
+  struct Leaving {
+    SCA_Owned<SCA_TikaServer> server;
+    std::unique_ptr<ServerWatch> watch;
+  };
+
+  const Hosted* Find(unsigned long id) const SCA_REQUIRES(lock_);
+  Hosted* Find(unsigned long id) SCA_REQUIRES(lock_);
+  Hosted* Adopt(SCA_TikaServer* server, unsigned long agent) SCA_REQUIRES(lock_);
+  static void Claim(Hosted* hosted, unsigned long agent);
+  Leaving Take(unsigned long id) SCA_REQUIRES(lock_);
+  static void End(std::vector<Leaving> leaving);
+  int FillFields(const Hosted& hosted, SCA_ConfigObj* status) const SCA_REQUIRES(lock_);
+
+  SCA_TikaConfigUser* const config_;
+  const std::string bind_;
+  const WatchRules rules_;
+  BlackBox* const blackBox_;
+
+  mutable SCA_Lock lock_;
+  SCA_TikaServerList list_ SCA_GUARDED_BY(lock_);
+  std::map<unsigned long, Hosted> hosted_ SCA_GUARDED_BY(lock_);  // by server id
+  bool isSuspended_ SCA_GUARDED_BY(lock_) = false;
+};
+
+/// Adds the messages of a log with an id above `lastMessageId`, and of these the newest `count`;
+/// see `control/SCA_ServiceStatusNames.h`.
+int SerializeMessages(const SCA_TikaLog& log, unsigned long lastMessageId, unsigned long count,
+                      SCA_ConfigObj* object);
+
+#endif  // SCA_PROGRAMS_TIKASVC_HOSTEDSERVERS_H

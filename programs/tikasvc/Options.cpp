@@ -1,0 +1,116 @@
+#include "programs/tikasvc/Options.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+
+#include "host/SCA_TikaServerList.h"
+
+namespace {
+
+constexpr char kDescription[] =
+    "The service host: starts Tika servers, watches them, starts them again when they die or fall\n"
+    "silent, and answers the commands of its control port (tikactl, products). Runs in the\n"
+    "foreground until SIGTERM, SIGINT or a command ends it; SIGHUP makes it read its "
+    "configuration\n"
+    "again.";
+constexpr char kFooter[] =
+    "The user configuration (tika_service.trv), the data directory and the key of the control "
+    "port\n"
+    "(control.key) lie in '$XDG_CONFIG_HOME/Tika Service', by default '~/.config/Tika Service'.\n"
+    "Exit status: 0 stopped on request, 1 failed, 2 wrong use, 3 a configuration, directory, key "
+    "or\n"
+    "jar that cannot be used, 4 a port that cannot be opened, 5 another service host is running.\n"
+    "Environment: TIKA_SERVER_JAR names the jar when --servers is given without --jar.\n"
+    "Example: tikasvc --jar /opt/tika/tika-server.jar --servers 2 --tika-bind 127.0.0.1";
+constexpr unsigned long kMaxSilenceSeconds = 86400;
+
+void DefineServers(CLI::App* app, Options* options) {
+  app->add_option("--jar", options->jar, "Runnable jar of the servers that are started at once")
+      ->type_name("FILE");
+  app->add_option("--servers", options->servers,
+                  "How many are started at once (default: one with --jar, else none)")
+      ->check(CLI::Range(1UL, SCA_MaxServers))
+      ->type_name("N");
+  app->add_option("--first-port", options->firstPort, "Port of the first; the others follow")
+      ->check(CLI::Range(1, 65535))
+      ->capture_default_str()
+      ->type_name("PORT");
+  app->add_option("--heap", options->heapMb, "Their Java heap limit")
+      ->check(CLI::Range(1UL, 1048576UL))
+      ->capture_default_str()
+      ->type_name("MB");
+  app->add_option("--java-options", options->javaOptions, "Their further Java options")
+      ->type_name("TEXT");
+  app->add_option("--tika-bind", options->tikaBind,
+                  "Address on which all servers listen; they answer whoever reaches it")
+      ->capture_default_str()
+      ->type_name("ADDRESS");
+  app->add_option_function<unsigned long>(
+         "--silence-limit",
+         [options](unsigned long seconds) { options->silenceLimitMs = seconds * 1000; },
+         "Restart a server that has not answered for so long; 0: never")
+      ->check(CLI::Range(0UL, kMaxSilenceSeconds))
+      ->default_str("120")
+      ->type_name("SECONDS");
+}
+
+void DefineHost(CLI::App* app, Options* options, std::string* metrics) {
+  app->add_option("--config", options->configFile,
+                  "Root configuration (default: tikasvc.trv beside the program)")
+      ->type_name("FILE");
+  app->add_flag("--check-config", options->checkConfig,
+                "Read the configurations, say what is wrong with them, and end");
+  app->add_option("--control-port", options->controlPort,
+                  "Port for commands, 0 for a free one (default: the configurations', else 9500)")
+      ->check(CLI::Range(0, 65535))
+      ->type_name("PORT");
+  app->add_flag("--no-login", options->noLogin,
+                "Take commands without a login, from this machine alone");
+  app->add_option("--metrics", *metrics,
+                  "Serve Prometheus metrics there; a port alone: on loopback")
+      ->type_name("[HOST:]PORT");
+  app->add_flag("-v,--verbose", options->verbose, "Log details too");
+}
+
+std::string ReadMetricsAddress(std::string text, Options* options) {
+  if (text.empty()) return {};
+  if (text.find_first_not_of("0123456789") == std::string::npos) text.insert(0, "127.0.0.1:");
+  HostPort address;
+  std::string complaint = ParseHostPort(text, 0, &address);
+  if (complaint.empty()) options->metrics = address;
+  return complaint;
+}
+
+std::string CompleteServers(Options* options) {
+  if (!options->jar.empty() && options->servers == 0) options->servers = 1;
+  if (options->servers == 0) return {};
+  const char* jar = std::getenv("TIKA_SERVER_JAR");
+  if (options->jar.empty() && jar != nullptr) options->jar = jar;
+  if (options->jar.empty()) return "--servers needs --jar, or TIKA_SERVER_JAR in the environment";
+  if (options->firstPort + options->servers - 1 > 65535) {
+    return "--first-port and --servers lead beyond port 65535";
+  }
+  return {};
+}
+
+}  // namespace
+
+std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
+  CLI::App app(kDescription, "tikasvc");
+  app.footer(kFooter);
+  app.set_version_flag("--version", "tikasvc " SCA_VERSION);
+  std::string metrics;
+  DefineServers(&app, options);
+  DefineHost(&app, options, &metrics);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kStopped : kWrongUse;
+  }
+  std::string complaint = CompleteServers(options);
+  if (complaint.empty()) complaint = ReadMetricsAddress(metrics, options);
+  if (complaint.empty()) return std::nullopt;
+  std::fprintf(stderr, "tikasvc: %s\nRun with --help for more information.\n", complaint.c_str());
+  return kWrongUse;
+}

@@ -1,0 +1,40 @@
+/// The command line of tikasvc.
+#ifndef SCA_PROGRAMS_TIKASVC_OPTIONS_H
+#define SCA_PROGRAMS_TIKASVC_OPTIONS_H
+
+#include <optional>
+#include <string>
+
+#include "programs/common/Address.h"
+
+/// Exit status of the program.
+enum ExitStatus {
+  kStopped = 0,        ///< on request: a signal, or a command of the control port
+  kFailed = 1,         ///< something that should not happen
+  kWrongUse = 2,       ///< of the command line
+  kUnfit = 3,          ///< a configuration, a directory, a key or a jar that cannot be used
+  kPortTaken = 4,      ///< the control port or the port of the metrics cannot be opened
+  kAlreadyRunning = 5  ///< another service host uses the data directory
+};
+
+struct Options {
+  std::string configFile;  ///< root configuration; empty: beside the program
+  bool checkConfig = false;
+  std::string jar;                  ///< of the servers that are started at once
+  unsigned long servers = 0;        ///< that are started at once
+  unsigned short firstPort = 9998;  ///< of the first of them; the others follow
+  unsigned long heapMb = 1024;
+  std::string javaOptions;
+  std::string tikaBind = "0.0.0.0";
+  std::optional<unsigned short> controlPort;  ///< unset: the configurations'
+  bool noLogin = false;
+  std::optional<HostPort> metrics;
+  unsigned long silenceLimitMs = 120000;  ///< 0: a server that does not answer is let be
+  bool verbose = false;
+};
+
+/// Reads the command line; prints help, version and complaints.
+/// @return The exit status with which the program is to end at once, if it is.
+std::optional<int> ParseOptions(int argc, char** argv, Options* options);
+
+#endif  // SCA_PROGRAMS_TIKASVC_OPTIONS_H

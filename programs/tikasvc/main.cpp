@@ -1,0 +1,180 @@
+// tikasvc: the service host, which keeps Tika servers running and answers on a control port.
+
+#include <systemd/sd-daemon.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/SCA_Error.h"
+#include "platform/SCA_Time.h"
+#include "programs/common/Signals.h"
+#include "programs/tikasvc/ControlService.h"
+#include "programs/tikasvc/FormerLife.h"
+#include "programs/tikasvc/Metrics.h"
+#include "programs/tikasvc/Options.h"
+
+namespace {
+
+constexpr unsigned long kTickMs = 1000;
+
+int Refuse(int status, const std::string& complaint) {
+  Say(SCA_LevelError, "%s", complaint.c_str());
+  return status;
+}
+
+// Half of what the watchdog allows, or the usual tick.
+unsigned long TickMs() {
+  std::uint64_t watchdogUs = 0;
+  if (sd_watchdog_enabled(0, &watchdogUs) <= 0) return kTickMs;
+  return static_cast<unsigned long>(
+      std::clamp<std::uint64_t>(watchdogUs / 2000, 1, std::uint64_t{kTickMs}));
+}
+
+std::string Describe(const ServersSummary& summary) {
+  if (summary.servers == 0) return "no servers";
+  return std::to_string(summary.ready) + " of " + std::to_string(summary.servers) +
+         " servers ready" + (summary.isSuspended ? ", suspended" : "");
+}
+
+// The service host at work, from the open ports to the last stopped server.
+class Host {
+ public:
+  Host(const Options& options, Installation* installation, HostLog* log, SCA_Event* stop,
+       SCA_Event* reload)
+      : options_(options),
+        stop_(*stop),
+        reload_(*reload),
+        installation_(*installation),
+        log_(*log) {
+    parts_.installation = installation;
+    parts_.log = log;
+    parts_.blackBox = &blackBox_;
+    parts_.servers = &servers_;
+    parts_.stop = stop;
+    parts_.loginMode = options.noLogin ? 0 : 1;
+    parts_.startTime = SCA_GetAbsTime();
+  }
+
+  int Run() {
+    ControlService control(parts_);
+    unsigned long error = 0;
+    SCA_TikaServiceServer server(&control, installation_.ControlPort(), &error);
+    if (server.IsValid() == 0) {
+      return Refuse(kPortTaken, "cannot open the control port " +
+                                    std::to_string(installation_.ControlPort()) + ": " +
+                                    SCA_ErrorText(error) + "; choose another with --control-port");
+    }
+    control.SetPort(server.GetPort());
+    Metrics metrics;
+    if (options_.metrics) {
+      const std::string complaint = metrics.Open(*options_.metrics, parts_, control);
+      if (!complaint.empty()) return Refuse(kPortTaken, complaint);
+    }
+    Say(SCA_LevelInfo, "tikasvc " SCA_VERSION " listens on control port %u, %s", server.GetPort(),
+        options_.noLogin ? "on loopback alone, without login" : "with login");
+    if (!StartServers()) return kUnfit;
+    Serve();
+    sd_notify(0, "STOPPING=1\nSTATUS=Stopping the servers");
+    Say(SCA_LevelInfo, "stopping");
+    return kStopped;
+  }
+
+ private:
+  bool StartServers() {
+    for (unsigned long i = 0; i < options_.servers && stop_.Wait(0) == 0; ++i) {
+      const auto port = static_cast<unsigned short>(options_.firstPort + i);
+      unsigned long id = 0;
+      unsigned long status = 0;
+      unsigned long code = 0;
+      servers_.Add(HostedServers::kHost, options_.jar.c_str(), port, options_.heapMb,
+                   options_.javaOptions.c_str(), &id, &status, &code);
+      if (code == 0) servers_.Start(id, &status, &code);
+      if (code == 0) continue;
+      Refuse(kUnfit, "cannot start a server from " + options_.jar + " on port " +
+                         std::to_string(port) + ": " + SCA_ErrorText(code));
+      return false;
+    }
+    return true;
+  }
+
+  void Serve() {
+    const unsigned long tickMs = TickMs();
+    ApplySwitches();
+    sd_notify(0, "READY=1");
+    while (stop_.Wait(tickMs) == 0) {
+      // Whoever holds the servers' lock for ever keeps this from being said.
+      const std::string status = Describe(servers_.Summarize());
+      sd_notifyf(0, "WATCHDOG=1\nSTATUS=%s", status.c_str());
+      if (reload_.Wait(0) == 0) continue;
+      installation_.Reload();
+      ApplySwitches();
+    }
+  }
+
+  void ApplySwitches() { log_.SetDirectory(installation_.GetLogSwitches().messagesDir); }
+
+  const Options& options_;
+  SCA_Event& stop_;
+  SCA_Event& reload_;
+  Installation& installation_;
+  HostLog& log_;
+  HostParts parts_;
+  BlackBox blackBox_{installation_.DataDirectory() + "/history.trv"};
+  HostedServers servers_{installation_.User(), options_.tikaBind, options_.silenceLimitMs,
+                         &blackBox_};
+};
+
+int RunHost(const Options& options, Installation* installation, HostLog* log) {
+  DirectoryLock lock;
+  std::string owner;
+  unsigned long error = 0;
+  const std::string& directory = installation->DataDirectory();
+  if (lock.Take(directory, &owner, &error) == 0) {
+    if (error == EWOULDBLOCK) {
+      return Refuse(kAlreadyRunning, "another service host (process " + owner + ") uses " +
+                                         directory +
+                                         "; stop it, or run this one with another "
+                                         "XDG_CONFIG_HOME");
+    }
+    return Refuse(kUnfit, "cannot lock " + directory + ": " + SCA_ErrorText(error));
+  }
+  MarkChildren(directory);
+  SCA_Event stop(1, 0);
+  SCA_Event reload(0, 0);
+  const Signals signals(&stop, &reload);
+  const unsigned long leftovers = KillLeftovers(directory);
+  if (leftovers > 0) {
+    Say(SCA_LevelWarning, "killed %lu process%s that a former service host had left", leftovers,
+        leftovers == 1 ? "" : "es");
+  }
+  if (options.tikaBind == "0.0.0.0") {
+    Say(SCA_LevelWarning,
+        "Tika servers listen on all addresses and answer whoever reaches their ports: firewall "
+        "them, or use --tika-bind");
+  }
+  const int status = Host(options, installation, log, &stop, &reload).Run();
+  Say(SCA_LevelInfo, "stopped");
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  if (const auto status = ParseOptions(argc, argv, &options)) return *status;
+  std::signal(SIGPIPE, SIG_IGN);
+  HostLog log(options.verbose);
+  Installation installation(options);
+  std::string complaint = installation.Load();
+  if (complaint.empty() && !options.noLogin) complaint = installation.PrepareKey();
+  if (!complaint.empty()) return Refuse(kUnfit, complaint);
+  if (options.checkConfig) {
+    std::printf("the configurations are sound; data directory %s, control port %u\n",
+                installation.DataDirectory().c_str(), installation.ControlPort());
+    return kStopped;
+  }
+  return RunHost(options, &installation, &log);
+}
