@@ -1,8 +1,13 @@
 // The subcommands that change something on a host.
 
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 
 #include "host/SCA_TikaServer.h"
 #include "platform/SCA_Error.h"
@@ -173,6 +178,36 @@ bool HasEnded(Call& call, unsigned long long startTime, std::string* how) {
   }
 }
 
+// The host's process, where this program sees it: it lives on for a while after its port is closed.
+class HostProcess {
+ public:
+  explicit HostProcess(Call& call) {
+    if (!call.host.IsThisMachine()) return;
+    ConfigObject service;
+    ConfigObject servers;
+    call.host.GetStatus(&service, &servers);
+    const std::string id = std::to_string(Fields(service.get()).NumberOr(Service::ProcessId, 0));
+    // In a container the host may have an id that is another process's here.
+    std::string name;
+    std::getline(std::ifstream("/proc/" + id + "/comm"), name);
+    if (name == "tikasvc") fd_ = static_cast<int>(::syscall(SYS_pidfd_open, std::stoi(id), 0));
+  }
+  ~HostProcess() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  HostProcess(const HostProcess&) = delete;
+  HostProcess& operator=(const HostProcess&) = delete;
+
+  /// @return False while it is seen to live.
+  bool HasEnded() const {
+    pollfd entry{fd_, POLLIN, 0};
+    return fd_ < 0 || ::poll(&entry, 1, 0) > 0;
+  }
+
+ private:
+  int fd_ = -1;
+};
+
 // A request whose answer did not come in time may be done all the same, which --wait finds out.
 template <class Work>
 void Patiently(const Call& call, Work work) {
@@ -271,13 +306,15 @@ void Suspend(Call& call) {
 
 void Shutdown(Call& call) {
   const unsigned long long startTime = call.host.StartTime();
+  const HostProcess process(call);
   Patiently(call, [&call] {
     call.host.Ask("shut down", [](SCA_TikaServiceClient& client) { return client.StopServer(); });
   });
   if (!call.options.waitSeconds) return Say(call, "the service host shuts down");
   Waiting waiting(call);
   std::string how;
-  if (!waiting.Until([&] { return HasEnded(call, startTime, &how); })) {
+  const auto hasEnded = [&] { return HasEnded(call, startTime, &how) && process.HasEnded(); };
+  if (!waiting.Until(hasEnded)) {
     throw Failure{kFailed, ETIMEDOUT, "the service host is still there after " + waiting.Limit()};
   }
   Say(call, "the service host is gone: " + how);

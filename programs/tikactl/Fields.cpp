@@ -6,6 +6,7 @@
 
 #include "programs/common/Escape.h"
 #include "programs/common/Json.h"
+#include "programs/tikactl/Table.h"
 
 namespace {
 
@@ -22,9 +23,13 @@ constexpr const char* kTexts[] = {
     SCA_DeathFields::Cause,
 };
 
-bool IsText(const std::string& name) {
-  return std::any_of(std::begin(kTexts), std::end(kTexts),
-                     [&name](const char* text) { return name == text; });
+constexpr const char* kTimes[] = {SCA_ServiceFields::StartTime, SCA_ServerFields::LastDeathTime,
+                                  SCA_DeathFields::Time};
+
+template <std::size_t count>
+bool IsOneOf(const char* const (&names)[count], const std::string& name) {
+  return std::any_of(std::begin(names), std::end(names),
+                     [&name](const char* known) { return name == known; });
 }
 
 template <class Number>
@@ -76,6 +81,14 @@ void SetValue(Json* object, const std::string& key, const SCA_Field& member, boo
   }
 }
 
+// Counts from 1601 are no use to most readers.
+void SetReadableTime(Json* object, const std::string& key) {
+  const Json& value = object->at(key);
+  if (!value.is_number_unsigned() || object->contains(key + "_local")) return;
+  const std::string text = When(value.get<unsigned long long>());
+  if (text != "-") (*object)[key + "_local"] = text;
+}
+
 // NOLINTNEXTLINE(misc-no-recursion): what comes in a message has a limited depth
 Json Convert(const SCA_ConfigObj& object, bool areTexts) {
   Json json = Json::object();
@@ -84,7 +97,8 @@ Json Convert(const SCA_ConfigObj& object, bool areTexts) {
     const std::string key = FreeKey(json, name);
     const SCA_ConfigObj* child = SCA_ToConfigObj(&member);
     if (child == nullptr) {
-      SetValue(&json, key, member, areTexts || IsText(name));
+      SetValue(&json, key, member, areTexts || IsOneOf(kTexts, name));
+      if (IsOneOf(kTimes, name)) SetReadableTime(&json, key);
       return;
     }
     const bool areLines = name == SCA_DeathFields::Lines;

@@ -56,8 +56,8 @@ void ForEachServer(const SCA_ConfigObj& servers, Visit visit) {
 const SCA_ConfigObj* FindServer(const SCA_ConfigObj& servers, unsigned long serverId);
 
 /// @return The object's members under their names in snake_case ("Up Time" is "up_time"), numbers
-///         as numbers, lines as a list. Nothing is lost: a name that comes again
-///         gets a number behind it.
+///         as numbers, lines as a list; times also as local text ("start_time_local"). Nothing is
+///         lost: a name that comes again gets a number behind it.
 nlohmann::ordered_json ToJson(const SCA_ConfigObj& object);
 
 #endif  // SCA_PROGRAMS_TIKACTL_FIELDS_H

@@ -23,10 +23,6 @@ std::string Named(const std::string& id, const Fields& server) {
   return "server " + id + (port ? " (port " + std::to_string(*port) + ")" : "");
 }
 
-std::string Because(const std::string& reason) {
-  return reason.empty() ? "" : ": " + reason;
-}
-
 struct Survey {
   std::vector<Problem> problems;  // the worst first
   std::string stopped;            // ids
@@ -34,23 +30,32 @@ struct Survey {
   unsigned long all = 0;
 };
 
+Problem GivenUp(const std::string& id, const Fields& server) {
+  const std::string reason = TroubleOf(server);
+  const std::string because = reason.empty() ? "" : ": " + reason;
+  if (server.Text(Server::LastDeath).empty()) {
+    return {Named(id, server) + " could not be started" + because, "debug-log"};
+  }
+  return {Named(id, server) + " was given up" + because, "history " + id};
+}
+
+Problem NotReady(const std::string& id, const Fields& server) {
+  const std::string word = server.Text(Server::StatusText);
+  const auto silence = server.Number(Server::Silence);
+  return {Named(id, server) + (word.empty() ? " does not answer" : " is " + word) +
+              (silence ? ", without an answer for " + Duration(*silence) : ""),
+          "logs " + id};
+}
+
 void Look(const std::string& id, const Fields& server, Survey* survey) {
   ++survey->all;
   switch (StateOf(server)) {
     case ServerState::GivenUp:
-      survey->problems.insert(
-          survey->problems.begin(),
-          {Named(id, server) + " was given up" + Because(TroubleOf(server)), "history " + id});
+      survey->problems.insert(survey->problems.begin(), GivenUp(id, server));
       break;
-    case ServerState::Waiting: {
-      const std::string word = server.Text(Server::StatusText);
-      const auto silence = server.Number(Server::Silence);
-      survey->problems.push_back({Named(id, server) + " does not answer" +
-                                      (silence ? ", for " + Duration(*silence) + " now" : "") +
-                                      (word.empty() ? "" : " (" + word + ")"),
-                                  "logs " + id});
+    case ServerState::Waiting:
+      survey->problems.push_back(NotReady(id, server));
       break;
-    }
     case ServerState::Ready:
       ++survey->ready;
       break;

@@ -149,7 +149,10 @@ void ShowHistory(Call& call) {
   for (const SCA_ConfigObj* death : newest) {
     PrintDeath(Fields(death), call.options.allLines, &call.output);
   }
-  if (deaths.empty()) call.output.Print("no server has died unasked, as far as the host remembers");
+  if (deaths.empty())
+    call.output.Print(call.options.ids.empty()
+                          ? "no server has died unasked, as far as the host remembers"
+                          : "this server has not died unasked, as far as the host remembers");
   if (shown < deaths.size()) {
     call.output.Print("the newest " + std::to_string(shown) + " of " +
                       Count(deaths.size(), "death") + "; -n shows more");

@@ -36,7 +36,7 @@ const char* ConnectAdvice(unsigned long code) {
     case ECONNREFUSED:
       return "; no service host listens there: check the address, and that tikasvc runs";
     case ETIMEDOUT:
-      return "; check the address and the firewall, or raise --timeout";
+      return "; check the address, the firewall and whether the host hangs, or raise --timeout";
     case SCA_ErrorHostName:
       return "; check the name";
     case SCA_ErrorFrame:

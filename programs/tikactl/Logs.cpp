@@ -111,7 +111,7 @@ class Follower {
     const std::vector<Message> messages =
         Messages(*source_.fetch(call_.host, lastId_, wantsNone ? 1 : count));
     if (source_.session(call_.host) != session_) {
-      Note("was cleared, or its server was started anew");
+      Note("was cleared");
       return BeginAnew();
     }
     if (isMissing_) Note("is there again");
@@ -190,6 +190,7 @@ void ShowLog(Call& call, const Source& source) {
       call.options.count == 0UL ? std::vector<Message>() : Messages(*log);
   if (!call.options.json) {
     for (const Message& message : messages) call.output.Print(Line(message));
+    if (log->GetFieldCount() == 0) call.Note(source.name + " is empty");
     return;
   }
   nlohmann::ordered_json record = call.Record();

@@ -1,9 +1,12 @@
+#include <string_view>
+
 #include "platform/SCA_Time.h"
 #include "programs/common/Escape.h"
 #include "programs/common/Json.h"
 #include "programs/tikactl/Commands.h"
 #include "programs/tikactl/Fields.h"
 #include "programs/tikactl/Health.h"
+#include "programs/tikactl/Terminal.h"
 
 namespace {
 
@@ -33,6 +36,12 @@ Cell Trouble(const Fields& server) {
   return death.empty() ? "-" : When(time) + " " + death;
 }
 
+std::string TikaVersion(const Fields& server) {
+  constexpr std::string_view kProduct = "Apache Tika ";
+  const std::string version = server.Text(Server::TikaVersion);
+  return OrDash(version.rfind(kProduct, 0) == 0 ? version.substr(kProduct.size()) : version);
+}
+
 Table ServerTable(const SCA_ConfigObj& servers) {
   Table table({{"ID", Align::Right},
                {"PORT", Align::Right},
@@ -58,7 +67,7 @@ Table ServerTable(const SCA_ConfigObj& servers) {
                figure(isRunning, SizeOrDash(server, Server::MemoryUsage)),
                heap ? std::to_string(*heap) + " MB" : "-",
                figure(hasAnswered, Duration(server.NumberOr(Server::AnswerTime, 0))),
-               NumberOrDash(server, Server::Restarts), OrDash(server.Text(Server::TikaVersion)),
+               NumberOrDash(server, Server::Restarts), TikaVersion(server),
                OrDash(BaseName(server.Text(Server::FileName))), OrDash(server.Text(Server::Owner)),
                Trouble(server)});
   });
@@ -122,7 +131,7 @@ void ShowStatus(Call& call) {
   PrintService(fields, &call.output);
   if (servers->GetFieldCount() == 0) return;
   call.output.Print("");
-  call.output.Print(ServerTable(*servers).Lines());
+  call.output.Print(ServerTable(*servers).Lines(Terminal::Width()));
 }
 
 void ShowServers(Call& call) {
@@ -135,7 +144,7 @@ void ShowServers(Call& call) {
     call.output.Print("no servers; " + call.host.Hint("add --jar FILE --port PORT --start") +
                       " makes one");
   } else {
-    call.output.Print(ServerTable(*servers).Lines());
+    call.output.Print(ServerTable(*servers).Lines(Terminal::Width()));
   }
 }
 

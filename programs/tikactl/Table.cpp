@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <string_view>
 
 #include "platform/SCA_Text.h"
@@ -97,8 +98,11 @@ std::string Size(unsigned long long bytes) {
   char text[32];
   SCA_FormatSize(bytes, text, sizeof text);
   std::string size = text;
-  const std::size_t fraction = size.find(".0 ");
-  return fraction == std::string::npos ? size : size.erase(fraction, 2);
+  for (const auto& [part, shorter] : {std::pair(".0 ", " "), std::pair(" bytes", " B")}) {
+    const std::size_t at = size.find(part);
+    if (at != std::string::npos) size.replace(at, std::strlen(part), shorter);
+  }
+  return size;
 }
 
 std::string Duration(unsigned long long ms) {

@@ -35,7 +35,7 @@ class Table {
   void Add(std::vector<Cell> cells);
   /// @return The title line and the rows.
   /// @param width  At which lines are cut.
-  std::vector<std::string> Lines(std::size_t width = 10000) const;
+  std::vector<std::string> Lines(std::size_t width) const;
 
  private:
   std::string Line(const std::vector<Cell>& cells, const std::vector<std::size_t>& widths,
@@ -45,7 +45,7 @@ class Table {
   std::vector<std::vector<Cell>> rows_;
 };
 
-/// @return "512 MB", "1.5 KB"
+/// @return "512 MB", "1.5 KB", "0 B"
 std::string Size(unsigned long long bytes);
 /// @return "850 ms", "12 s", "4 min 12 s", "3 h 4 min", "3 d 4 h"
 std::string Duration(unsigned long long ms);

@@ -54,15 +54,16 @@ Terminal::~Terminal() {
   ::tcsetattr(STDIN_FILENO, TCSANOW, &former_);
 }
 
-std::size_t Terminal::Width() const {
-  return WindowSize().ws_col;
+std::size_t Terminal::Width() {
+  constexpr std::size_t kPlenty = 10000;
+  return ::isatty(STDOUT_FILENO) != 0 ? WindowSize().ws_col : kPlenty;
 }
 
 void Terminal::Draw(const std::vector<std::string>& lines) {
   const std::size_t rows = std::min<std::size_t>(lines.size(), WindowSize().ws_row);
   std::string screen = kHome;
   for (std::size_t i = 0; i < rows; ++i) {
-    screen += (i > 0 ? "\r\n" : "") + lines[i] + kClearLine;
+    screen += (i > 0 ? "\n" : "") + lines[i] + kClearLine;
   }
   Send(screen + kClearBelow);
 }

@@ -20,7 +20,8 @@ class Terminal {
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
 
-  std::size_t Width() const;
+  /// @return The columns of standard output; plenty when it is no terminal.
+  static std::size_t Width();
   /// Shows the lines in place of what was there; those beyond the last row are left out.
   void Draw(const std::vector<std::string>& lines);
   /// Waits for a key.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <climits>
-#include <cstdint>
 #include <cstdio>
 #include <map>
 
@@ -107,24 +106,24 @@ std::vector<std::string> Sampler::Lines(const Host& host, std::size_t width) con
   Table table({{"ID", Align::Right},
                {"PORT", Align::Right},
                {"STATE"},
+               {"UP", Align::Right},
                {"MEMORY", Align::Right},
                {"READ/s", Align::Right},
                {"WRITE/s", Align::Right},
-               {"READS/s", Align::Right},
-               {"WRITES/s", Align::Right},
+               {"R OPS/s", Align::Right},
+               {"W OPS/s", Align::Right},
                {"ANSWER", Align::Right},
-               {"RESTARTS", Align::Right},
-               {"UP", Align::Right}});
+               {"RESTARTS", Align::Right}});
   ForEachServer(*servers_, [&](const std::string& id, const Fields& server) {
     const Rates& rates = rates_.at(id);
     const auto number = [&server](const char* name) {
       return std::to_string(server.NumberOr(name, 0));
     };
     table.Add({id, number(Server::Port), StateCell(server),
+               Duration(server.NumberOr(Server::UpTime, 0)),
                Size(server.NumberOr(Server::MemoryUsage, 0)), RateText(rates, 0, true),
                RateText(rates, 1, true), RateText(rates, 2, false), RateText(rates, 3, false),
-               Duration(server.NumberOr(Server::AnswerTime, 0)), number(Server::Restarts),
-               Duration(server.NumberOr(Server::UpTime, 0))});
+               Duration(server.NumberOr(Server::AnswerTime, 0)), number(Server::Restarts)});
   });
   if (servers_->GetFieldCount() == 0) return lines;
   for (std::string& line : table.Lines(width)) lines.push_back(std::move(line));
@@ -158,7 +157,7 @@ Status PrintTables(Session& session, unsigned long count, unsigned long interval
           Sampler& sampler = samplers[call.index];
           sampler.Take(&call.host);
           if (!call.options.json) {
-            call.output.Print(sampler.Lines(call.host, SIZE_MAX));
+            call.output.Print(sampler.Lines(call.host, Terminal::Width()));
             return;
           }
           nlohmann::ordered_json record = call.Record();
@@ -229,7 +228,7 @@ class Screen {
     Terminal terminal;
     for (unsigned long i = 0; i < count; ++i) {
       const Clock::time_point next = Clock::now() + interval_;
-      for (const auto& view : views_) view->Begin(terminal.Width());
+      for (const auto& view : views_) view->Begin(Terminal::Width());
       // A slow host is shown as it was, and asked no second time meanwhile.
       while (!AreDone() && Clock::now() < next) {
         if (IsLeft(terminal)) return;

@@ -180,9 +180,9 @@ TEST_F(TikaCtl, SaysWhatWasDoneAndWhyNot) {
   } rows[] = {
       {{"status"},
        0,
-       {"Not well: server 4 (port 9998) was given up: the jar is gone; see "
+       {"Not well: server 4 (port 9998) could not be started: the jar is gone; see "
         "'tikactl -H " +
-            Name() + " history 4'.\n",
+            Name() + " debug-log'.\n",
         "Up           3 d 4 h"}},
       {{"servers"}, 0, {"Ünï \\x1B[31m.jar", "\n 4  9998  given up"}},
       {{"add", "--jar", "/no.jar", "--port", "9998"},
