@@ -25,7 +25,7 @@ std::string Named(const std::string& id, const Fields& server) {
 
 struct Survey {
   std::vector<Problem> problems;  // the worst first
-  std::string stopped;            // ids
+  std::string stopped;            // ids, a blank before each
   unsigned long ready = 0;
   unsigned long all = 0;
 };
@@ -61,7 +61,7 @@ void Look(const std::string& id, const Fields& server, Survey* survey) {
       break;
     case ServerState::Stopped:
     case ServerState::NotStarted:
-      survey->stopped += (survey->stopped.empty() ? "" : ", ") + id;
+      survey->stopped += " " + id;
       break;
     case ServerState::Unknown:
       survey->problems.push_back(
@@ -81,6 +81,10 @@ std::string PastTrouble(const Host& host, const Fields& service, const SCA_Confi
   if (deaths == 0 || last == 0 || agoMs > kRecentMs) return {};
   return " A server died " + Duration(agoMs) + " ago, " + Count(deaths, "death") +
          " since the host's start: see " + host.Hint("history") + ".";
+}
+
+std::string StartCommand(const Survey& survey) {
+  return "start" + (survey.stopped.empty() ? " ID" : survey.stopped);
 }
 
 Health Ill(const Host& host, const std::string& text, const std::string& command) {
@@ -132,7 +136,7 @@ Health Judge(const Host& host, const Fields& service, const SCA_ConfigObj& serve
   const auto status = service.Number(Service::Status);
   if (status == SCA_ServerInactive) {
     return {false, "The service is suspended, all its servers are stopped; " +
-                       host.Hint("start ID") + " ends that."};
+                       host.Hint(StartCommand(survey)) + " ends that."};
   }
   if (!survey.problems.empty()) {
     const std::size_t others = survey.problems.size() - 1;
@@ -146,8 +150,7 @@ Health Judge(const Host& host, const Fields& service, const SCA_ConfigObj& serve
                        " makes one."};
   }
   if (survey.ready == 0) {
-    return {false, "No server is started: " + survey.stopped + "; " + host.Hint("start ID") +
-                       " starts one."};
+    return {false, "No server is started; " + host.Hint(StartCommand(survey)) + " does it."};
   }
   if (status != SCA_ServerActive) {
     const std::string word = service.Text(Service::StatusText);
@@ -159,6 +162,6 @@ Health Judge(const Host& host, const Fields& service, const SCA_ConfigObj& serve
   const bool areMany = survey.ready != 1;
   return {true, "All is well: " + Count(survey.ready, "server") +
                     (areMany ? " answer" : " answers") +
-                    (survey.stopped.empty() ? "" : ", not started: " + survey.stopped) + "." +
+                    (survey.stopped.empty() ? "" : ", not started:" + survey.stopped) + "." +
                     PastTrouble(host, service, servers)};
 }

@@ -72,7 +72,7 @@ Call::Call(const Options& theOptions, SCA_Event& theCancel, std::size_t theIndex
 
 void Call::Fail(const Failure& failure) {
   status = std::max(status, failure.status);
-  if (failure.status == kInterrupted) return;
+  if (failure.status == kInterrupted || !IsOutputGood()) return;
   output.Complain(host.Name() + ": " + failure.text);
   if (!options.json) return;
   nlohmann::ordered_json record = Record();

@@ -116,6 +116,7 @@ std::vector<std::string> Sampler::Lines(const Host& host, std::size_t width) con
                {"RESTARTS", Align::Right}});
   ForEachServer(*servers_, [&](const std::string& id, const Fields& server) {
     const Rates& rates = rates_.at(id);
+    const bool isReady = StateOf(server) == ServerState::Ready;
     const auto number = [&server](const char* name) {
       return std::to_string(server.NumberOr(name, 0));
     };
@@ -123,7 +124,8 @@ std::vector<std::string> Sampler::Lines(const Host& host, std::size_t width) con
                Duration(server.NumberOr(Server::UpTime, 0)),
                Size(server.NumberOr(Server::MemoryUsage, 0)), RateText(rates, 0, true),
                RateText(rates, 1, true), RateText(rates, 2, false), RateText(rates, 3, false),
-               Duration(server.NumberOr(Server::AnswerTime, 0)), number(Server::Restarts)});
+               isReady ? Duration(server.NumberOr(Server::AnswerTime, 0)) : "-",
+               number(Server::Restarts)});
   });
   if (servers_->GetFieldCount() == 0) return lines;
   for (std::string& line : table.Lines(width)) lines.push_back(std::move(line));
