@@ -1,6 +1,11 @@
 #include "programs/common/Address.h"
 
+#include <netdb.h>
+#include <netinet/in.h>
+
 #include <algorithm>
+#include <array>
+#include <memory>
 
 namespace {
 
@@ -43,4 +48,28 @@ std::string ParseHostPort(const std::string& text, unsigned short defaultPort, H
 std::string FormatHostPort(const HostPort& address) {
   const bool isIpv6 = address.host.find(':') != std::string::npos;
   return (isIpv6 ? "[" + address.host + "]" : address.host) + ":" + std::to_string(address.port);
+}
+
+std::vector<std::string> ResolveHost(const std::string& host) {
+  addrinfo hints{};
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (::getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0) return {};
+  const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, &::freeaddrinfo);
+  std::vector<std::string> v4;
+  std::vector<std::string> v6;
+  for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
+    std::array<char, NI_MAXHOST> text{};
+    if (::getnameinfo(entry->ai_addr, entry->ai_addrlen, text.data(), text.size(), nullptr, 0,
+                      NI_NUMERICHOST) != 0) {
+      continue;
+    }
+    std::string address = text.data();
+    if (address == "::1") address = "127.0.0.1";
+    const std::string mapped = "::ffff:";
+    if (address.rfind(mapped, 0) == 0) address.erase(0, mapped.size());
+    std::vector<std::string>& list = address.find(':') == std::string::npos ? v4 : v6;
+    if (std::find(list.begin(), list.end(), address) == list.end()) list.push_back(address);
+  }
+  return v4.empty() ? v6 : v4;
 }

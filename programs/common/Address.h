@@ -3,6 +3,7 @@
 #define SCA_PROGRAMS_COMMON_ADDRESS_H
 
 #include <string>
+#include <vector>
 
 struct HostPort {
   std::string host;  ///< name or address, 1 to 259 bytes; an IPv6 address without brackets
@@ -16,5 +17,10 @@ std::string ParseHostPort(const std::string& text, unsigned short defaultPort, H
 
 /// @return "host:port", with brackets where they are needed.
 std::string FormatHostPort(const HostPort& address);
+
+/// Looks a host name up. A machine that has an IPv4 and an IPv6 address would count twice, so those
+/// of IPv6 count where there is no other one alone, and the loopback of IPv6 is that of IPv4.
+/// @return The addresses; empty when the name is not known.
+std::vector<std::string> ResolveHost(const std::string& host);
 
 #endif  // SCA_PROGRAMS_COMMON_ADDRESS_H

@@ -14,6 +14,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr unsigned long kConnectMs = 10000;
+constexpr unsigned long kServiceDelayMs = 2000;
 constexpr unsigned long kLookMs = 100;      // between two looks at the cancel event
 constexpr std::size_t kLargestWindow = 64;  // so far the texts may run ahead of the one to print
 
@@ -29,7 +30,7 @@ constexpr Advice kAdvice[] = {
     {ECONNRESET, "the server may have run out of memory: raise its heap (--java-heap)"},
     {EPIPE, "the server may have refused the file or run out of memory"},
     {ECONNREFUSED, "check that the server runs and listens on that port"},
-    {SCA_ErrorHostName, "check the name given with --server"},
+    {SCA_ErrorHostName, "check the name of the server"},
     {ENOENT, "check the name"},
     {EACCES, "check its permissions"},
     {EISDIR, "name the files in it, or use -r"},
@@ -61,12 +62,18 @@ Extraction::Extraction(const Options& options, SCA_Event* cancel)
       cancel_(cancel),
       setup_(options),
       progress_(!options.outputDir.empty() && !options.jsonl),
-      private_(options, cancel) {}
+      private_(options, cancel),
+      services_([this](unsigned long serviceId,
+                       unsigned short port) { AddServerOfService(serviceId, port); },
+                options.verbose || progress_.IsShown()) {}
 
-Extraction::~Extraction() = default;
+Extraction::~Extraction() {
+  if (!options_.keyFile.empty()) SCA_SetControlKeyProvider(nullptr, nullptr);
+}
 
 int Extraction::Run() {
   std::string complaint = setup_.Prepare();
+  if (complaint.empty()) complaint = UseKey();
   if (complaint.empty() && !options_.outputDir.empty()) {
     complaint = journal_.Open(options_.outputDir, options_.resume);
   }
@@ -75,14 +82,41 @@ int Extraction::Run() {
     return kWrongUse;
   }
   if (options_.files.empty() && options_.filesFrom.empty()) return kAllExtracted;
+  if (!MakeDispatcher()) {
+    progress_.PrintLine("tikaextract: not enough memory");
+    return kSomeFailed;
+  }
+  const int status = RunWithServers();
+  // A worker that still waits for the private server need not wait any longer.
+  cancel_->Set();
+  dispatcher_->Stop();
+  services_.Leave();
+  ShowServices();
+  return status;
+}
+
+int Extraction::RunWithServers() {
   const int status = StartDispatcher();
   if (status != kAllExtracted) return status;
   const int result = RunDocuments();
   if (options_.IsBulk()) progress_.PrintLine("tikaextract: " + progress_.Summary());
-  // A worker that still waits for the private server need not wait any longer.
-  cancel_->Set();
-  dispatcher_.reset();
   return result;
+}
+
+// The key of the command line is that of all services.
+std::string Extraction::UseKey() {
+  if (options_.keyFile.empty()) return {};
+  unsigned long error = 0;
+  if (SCA_LoadControlKey(options_.keyFile.c_str(), &key_, &error) == 0) {
+    return "cannot use the key '" + options_.keyFile + "': " + SCA_ErrorText(error);
+  }
+  const auto provide = [](void* context, const char* /*host*/, unsigned short /*port*/,
+                          SCA_ControlKey* key, unsigned long* /*error*/) {
+    *key = *static_cast<const SCA_ControlKey*>(context);
+    return 1;
+  };
+  SCA_SetControlKeyProvider(provide, &key_);
+  return {};
 }
 
 int Extraction::RunDocuments() {
@@ -90,8 +124,15 @@ int Extraction::RunDocuments() {
   if (progress_.IsShown()) CountDocuments();
   documents_ = std::make_unique<Documents>(options_, isTaken);
   window_ = std::min<std::size_t>(kLargestWindow, setup_.Settings().GetMaxPendingRequests());
+  // Workers there are as many as servers.
+  if (!setup_.Services().empty() && options_.jobs != 0) {
+    if (options_.jobs < setup_.Servers().size() + services_.Board().Expected()) {
+      window_ = std::min<std::size_t>(window_, options_.jobs);
+    }
+  }
   while (Fill()) {
     const std::unique_ptr<Job> job = TakeFinished();
+    ShowServices();
     Conclude(job.get());
     if (outputClosed_) CancelOnce();
   }
@@ -117,41 +158,82 @@ void Extraction::CountDocuments() {
   progress_.SetTotal(files, bytes);
 }
 
-int Extraction::StartDispatcher() {
-  std::string complaint;
-  if (!FindServers(&complaint)) {
-    if (!IsCancelled()) progress_.PrintLine("tikaextract: " + complaint);
-    return kNoServer;
-  }
-  const unsigned long privateService = UsesPrivateServer() ? setup_.PrivateService() : 0;
+bool Extraction::MakeDispatcher() {
+  if (UsesPrivateServer()) setup_.MakePrivateService();
   SCA_TikaDispatchLimits limits;
   limits.connectMs = kConnectMs;
   limits.fileMs = options_.timeLimitMs;
   limits.variant = options_.variant;
   // A private server that cannot be started will not come back by itself.
   if (UsesPrivateServer()) limits.noServerMs = 0;
+  // Whether a service's server is there costs no connection to find out.
+  if (!setup_.Services().empty()) limits.lastDelayMs = kServiceDelayMs;
   dispatcher_ = std::make_unique<SCA_TikaDispatcher>(&setup_.Settings(), limits);
-  if (dispatcher_->IsValid() == 0) {
-    progress_.PrintLine("tikaextract: not enough memory");
-    return kSomeFailed;
-  }
   dispatcher_->SetPrepareServer(&PrepareServer, this);
-  std::vector<ServerOfService> servers = setup_.Servers();
-  if (servers.empty()) {
-    const SCA_LockGuard guard(privateLock_);
-    servers.push_back({{"127.0.0.1", private_.Port()}, privateService});
+  return dispatcher_->IsValid() != 0 && services_.Start(setup_);
+}
+
+int Extraction::StartDispatcher() {
+  std::string complaint;
+  if (!FindServers(&complaint)) {
+    const std::vector<std::string> notes = services_.Board().TakeNotes();
+    if (IsCancelled()) return kNoServer;
+    for (const std::string& note : notes) {
+      if (options_.verbose) progress_.PrintLine("tikaextract: " + note);
+    }
+    progress_.PrintLine("tikaextract: " + complaint);
+    return kNoServer;
   }
-  const std::size_t jobs = options_.jobs != 0 ? options_.jobs : servers.size();
-  for (std::size_t i = 0; i < jobs; ++i) {
+  std::vector<ServerOfService> servers = setup_.Servers();
+  if (UsesPrivateServer()) {
+    const SCA_LockGuard guard(privateLock_);
+    const SCA_TikaService* const service = setup_.Settings().GetServiceList()->GetHead()->GetItem();
+    servers.push_back({{"127.0.0.1", private_.Port()}, service->GetServiceId()});
+  }
+  std::size_t clients = options_.jobs != 0 ? options_.jobs : servers.size();
+  if (!setup_.Services().empty()) clients = servers.size() * ClientsForServer();
+  for (std::size_t i = 0; i < clients; ++i) {
     const ServerOfService& server = servers[i % servers.size()];
     unsigned long error = 0;
-    if (dispatcher_->AddServer(server.address.host.c_str(), server.address.port, server.serviceId,
-                               &error) == 0) {
+    if (!AddClient(server, &error)) {
       progress_.PrintLine("tikaextract: cannot use the server: " + Explain(error));
       return kSomeFailed;
     }
   }
   return kAllExtracted;
+}
+
+bool Extraction::AddClient(const ServerOfService& server, unsigned long* error) {
+  return dispatcher_->AddServer(server.address.host.c_str(), server.address.port, server.serviceId,
+                                error) != 0;
+}
+
+// A service's servers come one by one, and later ones too are to have their share.
+std::size_t Extraction::ClientsForServer() {
+  const std::size_t servers = setup_.Servers().size() + services_.Board().Expected();
+  return std::max<std::size_t>(1, options_.jobs / std::max<std::size_t>(1, servers));
+}
+
+void Extraction::AddServerOfService(unsigned long serviceId, unsigned short port) {
+  SCA_TikaService* service = nullptr;
+  setup_.Settings().GetServiceList()->GetService(serviceId, &service);
+  for (std::size_t i = ClientsForServer(); i > 0; --i) {
+    unsigned long error = 0;
+    if (AddClient({{service->GetHostName(), port}, serviceId}, &error)) continue;
+    if (error != SCA_ErrorStopping) {
+      services_.Board().Tell(serviceId,
+                             "cannot use port " + std::to_string(port) + ": " + Explain(error));
+    }
+    return;
+  }
+}
+
+void Extraction::ShowServices() {
+  if (setup_.Services().empty()) return;
+  for (const std::string& note : services_.Board().TakeNotes()) {
+    progress_.PrintLine("tikaextract: " + note);
+  }
+  progress_.SetRemark(services_.Board().Summary());
 }
 
 // A run begins once one of its servers can be reached.
@@ -170,12 +252,21 @@ bool Extraction::FindServers(std::string* complaint) {
                   server.address.host + ":" + std::to_string(server.address.port) + ": " +
                   Explain(error);
   }
+  if (services_.Board().WaitForServer(cancel_)) return true;
+  for (const std::string& line : services_.Board().Complaints()) {
+    *complaint += (complaint->empty() ? "" : "\ntikaextract: ") + line;
+  }
   return false;
 }
 
 int Extraction::PrepareServer(SCA_TikaClient* client, SCA_Event* /*stop*/, void* context,
                               unsigned long* error) {
   auto* const self = static_cast<Extraction*>(context);
+  const ServiceBoard& board = self->services_.Board();
+  if (board.Knows(client->GetServiceId())) {
+    *error = SCA_ErrorNoServer;
+    return board.IsUsable(client->GetServiceId(), client->GetPortNumber()) ? 1 : 0;
+  }
   if (!self->UsesPrivateServer() || self->EnsurePrivateServer(client)) return 1;
   *error = SCA_ErrorNotStarted;
   return 0;
@@ -228,7 +319,8 @@ void Extraction::Submit(const Document& document, const Journal::Entry& entry,
   job->request.reset(new SCA_TikaExtractRequest(document.path.c_str(), document.extension.c_str(),
                                                 "Default", store.release()));
   // What was named goes to a server whatever its extension: any of this run's services will do.
-  if (UsesPrivateServer() || !options_.servers.empty() || !IsTaken(document.extension)) {
+  if (UsesPrivateServer() || !options_.servers.empty() || !options_.services.empty() ||
+      !IsTaken(document.extension)) {
     const auto& services = *setup_.Settings().GetServiceList();
     for (const auto* node = services.GetHead(); node != nullptr; node = node->GetNext()) {
       if (node->GetItem()->IsEnabled() != 0) {
@@ -256,6 +348,7 @@ void Extraction::HasFinished(Job* job) {
 std::unique_ptr<Extraction::Job> Extraction::TakeFinished() {
   Job* job = nullptr;
   while ((job = FirstFinished()) == nullptr) {
+    ShowServices();
     progress_.Show();
     if (IsCancelled()) CancelOnce();
   }
@@ -346,7 +439,11 @@ std::string Extraction::Complain(Job* job) {
       request.GetStatusCode() != SCA_ErrorNoServer) {
     return Explain(request.GetStatusCode());
   }
-  if (!UsesPrivateServer()) return request.GetCause();
+  if (!UsesPrivateServer()) {
+    std::string text = request.GetCause();
+    for (const std::string& line : services_.Board().Complaints()) text += "; " + line;
+    return text;
+  }
   const SCA_LockGuard guard(privateLock_);
   return privateComplaint_;
 }

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "control/SCA_ControlKey.h"
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_Sync.h"
 #include "product/SCA_TikaDispatcher.h"
@@ -15,6 +16,7 @@
 #include "programs/tikaextract/Options.h"
 #include "programs/tikaextract/PrivateServer.h"
 #include "programs/tikaextract/Progress.h"
+#include "programs/tikaextract/Services.h"
 #include "programs/tikaextract/Setup.h"
 #include "programs/tikaextract/TextStore.h"
 
@@ -49,8 +51,15 @@ class Extraction {
   int RunDocuments();
   bool IsTaken(const std::string& extension) const;
   void CountDocuments();
+  int RunWithServers();
+  std::string UseKey();
+  bool MakeDispatcher();
   int StartDispatcher();
   bool FindServers(std::string* complaint);
+  bool AddClient(const ServerOfService& server, unsigned long* error);
+  std::size_t ClientsForServer();
+  void AddServerOfService(unsigned long serviceId, unsigned short port);
+  void ShowServices();
   static int PrepareServer(SCA_TikaClient* client, SCA_Event* stop, void* context,
                            unsigned long* error);
   bool EnsurePrivateServer(SCA_TikaClient* client) SCA_EXCLUDES(privateLock_);
@@ -70,7 +79,7 @@ class Extraction {
   void CheckOutput();
   std::string OutputPath(const Document& document) const;
   bool IsCancelled() { return cancel_->Wait(0) != 0; }
-  bool UsesPrivateServer() const { return setup_.Servers().empty(); }
+  bool UsesPrivateServer() const { return setup_.IsPrivate(); }
 
   const Options& options_;
   SCA_Event* const cancel_;
@@ -94,7 +103,12 @@ class Extraction {
   std::deque<Job*> finished_ SCA_GUARDED_BY(finishedLock_);  // when output is unordered
   SCA_Event oneFinished_{0, 0};
 
-  std::unique_ptr<SCA_TikaDispatcher> dispatcher_;  // last: its threads use the rest
+  SCA_ControlKey key_;
+
+  // Last: the threads of the dispatcher use all of the above, and those of the services use the
+  // dispatcher, which uses them until it has stopped.
+  std::unique_ptr<SCA_TikaDispatcher> dispatcher_;
+  Services services_;
 };
 
 #endif  // SCA_PROGRAMS_TIKAEXTRACT_EXTRACTION_H

@@ -13,24 +13,51 @@ namespace fs = std::filesystem;
 
 constexpr char kDescription[] =
     "Prints the plain text of documents (PDF, DOC, DOCX, XLS, XLSX and whatever else Apache Tika\n"
-    "reads). Without --server a private Tika server is started for the run and stopped at its end.";
+    "reads). Without --server and --service a private Tika server is started for the run and\n"
+    "stopped at its end.";
 constexpr char kFooter[] =
     "A directory's documents are those with the extensions of --ext or of the settings; under -o\n"
     "they lie as in the directory, below its name when more than one FILE is given. A list's\n"
     "documents lie under -o by their paths.\n"
+    "A service's servers are used as they are, unless --service-servers or --service-jar ask for\n"
+    "some: these are added where they are missing, and deleted at the end if nobody else uses "
+    "them.\n"
     "Exit status: 0 all extracted, 1 some failed, 2 wrong use, 3 no server, 130 interrupted.\n"
     "Environment: TIKA_SERVER_JAR names the runnable Tika server jar of the private server.\n"
     "Examples: tikaextract -o texts report.pdf minutes.docx\n"
-    "          tikaextract -r archive -o texts --server tika1:9998 --server tika2:9998 -j 8";
+    "          tikaextract -r archive -o texts --server tika1:9998 --server tika2:9998 -j 8\n"
+    "          tikaextract -r archive -o texts --service tika1 --service tika2";
 
 constexpr unsigned long kMaxTimeoutSeconds = 1000000;
 constexpr unsigned long kMaxJobs = 256;
 
-std::string AddServer(const std::string& text, Options* options) {
-  HostPort address;
-  std::string complaint = ParseHostPort(text, 0, &address);
-  if (complaint.empty()) options->servers.push_back(address);
-  return complaint;
+constexpr unsigned long kMaxServers = 256;
+constexpr unsigned long kMaxPort = 65535;
+constexpr std::size_t kMaxServiceText = 259;
+
+// Each of these says that a service is to run servers for this run.
+constexpr const char* kServiceWishes[] = {"--service-servers", "--service-jar",
+                                          "--service-first-port", "--service-heap",
+                                          "--service-java-options"};
+
+// What is given as words and becomes something else.
+struct Words {
+  std::vector<std::string> servers;
+  std::vector<std::string> services;
+  std::vector<std::string> extensions;
+  unsigned long timeoutSeconds = 0;
+  unsigned long limitSeconds = 0;
+};
+
+std::string ParseAddresses(const std::vector<std::string>& texts, unsigned short defaultPort,
+                           std::vector<HostPort>* addresses) {
+  for (const std::string& text : texts) {
+    HostPort address;
+    const std::string complaint = ParseHostPort(text, defaultPort, &address);
+    if (!complaint.empty()) return complaint;
+    addresses->push_back(address);
+  }
+  return {};
 }
 
 // "pdf,.docx" and "pdf docx" alike become what settings hold.
@@ -70,6 +97,16 @@ std::string Check(const Options& options) {
     return "--resume needs -o: a former run is known by what it wrote there";
   }
   if (options.zeroSeparated && options.filesFrom.empty()) return "-0 needs --files-from";
+  if (options.serviceServers != 0 && options.services.empty()) {
+    return "--service-jar, --service-servers and the like need --service: they say what it is to "
+           "run";
+  }
+  if (options.serviceFirstPort + options.serviceServers > kMaxPort + 1) {
+    return "--service-first-port leaves no room for --service-servers: ports end at 65535";
+  }
+  for (const std::string& text : {options.serviceJar, options.serviceJavaOptions}) {
+    if (text.size() > kMaxServiceText) return "'" + text + "' is longer than 259 bytes";
+  }
   if (options.extensions.size() > 519) return "the list of --ext is longer than 519 bytes";
   return PrepareOutputDir(options);
 }
@@ -96,9 +133,9 @@ void DefineOutput(CLI::App* app, Options* options) {
   app->add_flag("-v,--verbose", options->verbose, "Say on standard error what happens");
 }
 
-void DefineServers(CLI::App* app, Options* options, std::vector<std::string>* servers,
-                   unsigned long* timeout, unsigned long* limit) {
-  app->add_option("--server", *servers, "Tika server to use, as host:port; may be given again")
+void DefineServers(CLI::App* app, Options* options, Words* words) {
+  app->add_option("--server", words->servers,
+                  "Tika server to use, as host:port; may be given again")
       ->type_name("HOST:PORT")
       ->allow_extra_args(false);
   app->add_option("-j,--jobs", options->jobs, "Extractions at once (default: one for each server)")
@@ -113,10 +150,11 @@ void DefineServers(CLI::App* app, Options* options, std::vector<std::string>* se
       ->check(CLI::Range(1UL, 3UL))
       ->type_name("N")
       ->capture_default_str();
-  app->add_option("--timeout", *timeout, "Give up when the server is silent for so long (60)")
+  app->add_option("--timeout", words->timeoutSeconds,
+                  "Give up when the server is silent for so long (60)")
       ->check(CLI::Range(1UL, kMaxTimeoutSeconds))
       ->type_name("SECONDS");
-  app->add_option("--time-limit", *limit, "Give a document up after so long")
+  app->add_option("--time-limit", words->limitSeconds, "Give a document up after so long")
       ->check(CLI::Range(1UL, kMaxTimeoutSeconds))
       ->type_name("SECONDS");
   app->add_option("--java-heap", options->javaHeapMb, "Heap limit of the private server")
@@ -127,30 +165,59 @@ void DefineServers(CLI::App* app, Options* options, std::vector<std::string>* se
       ->type_name("FILE");
 }
 
+void DefineServices(CLI::App* app, Options* options, Words* words) {
+  app->add_option("--service", words->services,
+                  "Service host whose servers to use, by its control port; may be given again")
+      ->type_name("HOST[:PORT]")
+      ->allow_extra_args(false);
+  app->add_option("--key", options->keyFile, "Key of the control ports (default: the user's)")
+      ->type_name("FILE");
+  app->add_option("--service-servers", options->serviceServers,
+                  "Servers that each service is to run for this run")
+      ->check(CLI::Range(1UL, kMaxServers))
+      ->type_name("N");
+  app->add_option("--service-jar", options->serviceJar,
+                  "Runnable Tika server jar of those servers, a path on the service's machine")
+      ->type_name("FILE");
+  app->add_option("--service-first-port", options->serviceFirstPort,
+                  "Port of the first of them; the others have those behind it")
+      ->check(CLI::Range(1UL, kMaxPort))
+      ->type_name("PORT")
+      ->capture_default_str();
+  app->add_option("--service-heap", options->serviceHeapMb, "Heap limit of each of them")
+      ->check(CLI::Range(64UL, 1048576UL))
+      ->type_name("MB")
+      ->capture_default_str();
+  app->add_option("--service-java-options", options->serviceJavaOptions,
+                  "Further Java options of theirs")
+      ->type_name("OPTIONS");
+}
+
 }  // namespace
 
 std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
   CLI::App app(kDescription, "tikaextract");
   app.footer(kFooter);
   app.set_version_flag("--version", "tikaextract " SCA_VERSION);
-  std::vector<std::string> servers;
-  std::vector<std::string> extensions;
-  unsigned long timeoutSeconds = 0;
-  unsigned long limitSeconds = 0;
-  DefineInput(&app, options, &extensions);
+  Words words;
+  DefineInput(&app, options, &words.extensions);
   DefineOutput(&app, options);
-  DefineServers(&app, options, &servers, &timeoutSeconds, &limitSeconds);
+  DefineServers(&app, options, &words);
+  DefineServices(&app, options, &words);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kAllExtracted : kWrongUse;
   }
-  if (timeoutSeconds != 0) options->timeoutMs = timeoutSeconds * 1000;
-  options->timeLimitMs = limitSeconds * 1000;
-  options->extensions = Extensions(extensions);
-  std::string complaint;
-  for (const std::string& server : servers) {
-    if (complaint.empty()) complaint = AddServer(server, options);
+  if (words.timeoutSeconds != 0) options->timeoutMs = words.timeoutSeconds * 1000;
+  options->timeLimitMs = words.limitSeconds * 1000;
+  options->extensions = Extensions(words.extensions);
+  for (const char* wish : kServiceWishes) {
+    if (options->serviceServers == 0 && app.count(wish) > 0) options->serviceServers = 1;
+  }
+  std::string complaint = ParseAddresses(words.servers, 0, &options->servers);
+  if (complaint.empty()) {
+    complaint = ParseAddresses(words.services, kDefaultControlPort, &options->services);
   }
   if (complaint.empty()) complaint = Check(*options);
   if (complaint.empty()) return std::nullopt;

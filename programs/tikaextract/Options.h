@@ -16,9 +16,16 @@ struct Options {
   bool recursive = false;
   std::string filesFrom;  ///< a file that lists further documents, "-" for standard input
   bool zeroSeparated = false;
-  std::string extensions;         ///< separated by blanks; empty: those of the settings
-  std::vector<HostPort> servers;  ///< empty: the settings', or a private server for the run
-  unsigned long jobs = 0;         ///< extractions at once; 0: one for each server
+  std::string extensions;            ///< separated by blanks; empty: those of the settings
+  std::vector<HostPort> servers;     ///< empty: the settings', or a private server for the run
+  std::vector<HostPort> services;    ///< service hosts, by their control ports
+  unsigned long serviceServers = 0;  ///< wanted of each service; 0: those that it has
+  std::string serviceJar;            ///< a path there; empty: the records' default
+  unsigned short serviceFirstPort = 9980;
+  unsigned long serviceHeapMb = 1024;
+  std::string serviceJavaOptions;
+  std::string keyFile;     ///< the control key; empty: the user's
+  unsigned long jobs = 0;  ///< extractions at once; 0: one for each server
   std::string settingsFile;
   std::string saveSettingsFile;
   std::string outputDir;  ///< empty: standard output
@@ -37,6 +44,7 @@ struct Options {
 };
 
 constexpr unsigned long kDefaultTimeoutMs = 60000;
+constexpr unsigned short kDefaultControlPort = 9500;
 
 /// Reads the command line; prints help, version and complaints.
 /// @return The exit status with which the program is to end at once, if it is.

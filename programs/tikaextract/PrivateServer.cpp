@@ -13,6 +13,7 @@
 #include <random>
 
 #include "platform/SCA_Error.h"
+#include "programs/tikaextract/ServerProbe.h"
 
 namespace {
 
@@ -20,9 +21,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr char kDefaultJar[] = "tika-server-standard-3.3.2.jar";
 constexpr unsigned long kLinesShown = 20;
-constexpr unsigned long kPollMs = 50;      // between two asks whether the server answers
-constexpr unsigned long kAnswerMs = 2000;  // for one ask
-constexpr unsigned long kPrintMs = 100;    // between two looks at what the server has said
+constexpr unsigned long kPollMs = 50;    // between two asks whether the server answers
+constexpr unsigned long kPrintMs = 100;  // between two looks at what the server has said
 constexpr std::chrono::seconds kReadyLimit{60};
 
 // Below the range from which the system takes the ports of outgoing connections: one of those must
@@ -209,14 +209,9 @@ void PrivateServer::PrintLines() {
 }
 
 bool PrivateServer::Answers() {
-  SCA_TikaConfigOrv settings;
-  settings.SetNetworkTimeout(kAnswerMs);
-  SCA_TikaClient client(&settings, "127.0.0.1", port_);
-  client.SetCancelEvent(cancel_);
-  char version[101];
-  unsigned long error = 0;
-  if (client.Connect(kAnswerMs, &error) == 0) return false;
-  if (client.GetVersion(version, sizeof version, &error) == 0) return false;
-  if (options_.verbose) std::fprintf(stderr, "tikaextract: %s answers\n", version);
-  return true;
+  const std::string version = AskTikaVersion("127.0.0.1", port_, cancel_);
+  if (options_.verbose && !version.empty()) {
+    std::fprintf(stderr, "tikaextract: %s answers\n", version.c_str());
+  }
+  return !version.empty();
 }

@@ -5,7 +5,6 @@
 #include <string>
 #include <thread>
 
-#include "client/SCA_TikaClient.h"
 #include "host/SCA_TikaServer.h"
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_Sync.h"

@@ -66,9 +66,10 @@ void Progress::Show() {
   shownAt_ = Clock::now();
   const std::string total = totalFiles_ > 0 ? "/" + std::to_string(totalFiles_) : "";
   Erase();
-  std::fprintf(stderr, "[%llu%s] %s, %s/s, %llu failed%s", Files(), total.c_str(),
+  std::fprintf(stderr, "[%llu%s] %s, %s/s, %llu failed%s%s%s", Files(), total.c_str(),
                Size(static_cast<double>(bytes_)).c_str(),
-               Size(static_cast<double>(bytes_) / Seconds()).c_str(), failed_, TimeLeft().c_str());
+               Size(static_cast<double>(bytes_) / Seconds()).c_str(), failed_, TimeLeft().c_str(),
+               remark_.empty() ? "" : "; ", remark_.c_str());
   std::fflush(stderr);
 }
 

@@ -18,6 +18,9 @@ class Progress {
   /// What there is to do, once it is known.
   void SetTotal(unsigned long long files, unsigned long long bytes);
 
+  /// What stands behind the figures, such as the services' servers.
+  void SetRemark(const std::string& remark) { remark_ = remark; }
+
   void AddExtracted(unsigned long long bytes);
   void AddFailed(unsigned long long bytes);
   void AddSkipped(unsigned long long bytes);
@@ -39,6 +42,7 @@ class Progress {
   const bool isShown_;
   const Clock::time_point begin_ = Clock::now();
   Clock::time_point shownAt_;
+  std::string remark_;
   unsigned long long totalFiles_ = 0;
   unsigned long long totalBytes_ = 0;
   unsigned long long extracted_ = 0;

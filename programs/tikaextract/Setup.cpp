@@ -7,7 +7,27 @@ namespace {
 
 constexpr unsigned long kMaxServers = 256;
 constexpr unsigned long kMaxPort = 65535;
-constexpr unsigned long kSettingsVersion = 1;
+// Version 2 may hold service hosts. What holds none is saved as version 1, for who knows no other.
+constexpr unsigned long kSettingsVersion = 2;
+constexpr unsigned long kServersVersion = 1;
+
+template <class Visit>
+void ForEachService(SCA_TikaConfigOrv* settings, Visit visit) {
+  for (const auto* node = settings->GetServiceList()->GetHead(); node != nullptr;
+       node = node->GetNext()) {
+    visit(node->GetItem());
+  }
+}
+
+// Both would bind the ports of one machine, and the settings keep one service for each host.
+// @param other  0 for servers that are used directly.
+std::string ComplainAboutPorts(const std::string& host, unsigned short one, unsigned short other) {
+  if (other == 0) return "'" + host + "' is given with --server and with --service: choose one";
+  return "'" + host + "' has two control ports, " + std::to_string(one) + " and " +
+         std::to_string(other) +
+         ": two service hosts on one machine would fight over the ports of their servers; leave "
+         "one out";
+}
 
 }  // namespace
 
@@ -18,9 +38,15 @@ std::string Setup::Prepare() {
   if (!complaint.empty()) return complaint;
   if (options_.timeoutMs) settings_.SetNetworkTimeout(*options_.timeoutMs);
   if (!options_.extensions.empty()) settings_.SetFileExtensions(options_.extensions.c_str());
-  complaint = options_.servers.empty() ? UseSavedServers() : UseGivenServers();
+  if (options_.servers.empty() && options_.services.empty()) {
+    complaint = UseSavedServers();
+  } else {
+    settings_.ClearAll();
+    complaint = UseGivenServers();
+    if (complaint.empty()) complaint = UseGivenServices();
+  }
   if (complaint.empty() && !options_.saveSettingsFile.empty()) complaint = Save();
-  return complaint;
+  return complaint.empty() ? UseServices() : complaint;
 }
 
 std::string Setup::Load() {
@@ -38,6 +64,9 @@ std::string Setup::Load() {
   if (settings_.Deserialize(&object) == 0) {
     return "the services in the settings '" + file + "' cannot be read";
   }
+  if (info.formatVersion <= kServersVersion) {
+    ForEachService(&settings_, [](SCA_TikaService* service) { service->SetControlPort(0); });
+  }
   if (settings_.IsEnabled() == 0) {
     return "text extraction is switched off in the settings '" + file + "'";
   }
@@ -50,9 +79,12 @@ std::string Setup::Load() {
 std::string Setup::Save() {
   SCA_ConfigObj object(SCA_SettingsName, nullptr);
   unsigned long error = SCA_ErrorInvalidData;
+  unsigned long version = kServersVersion;
+  ForEachService(&settings_, [&version](const SCA_TikaService* service) {
+    if (service->GetControlPort() != 0) version = kSettingsVersion;
+  });
   if (settings_.Serialize(&object) != 0 &&
-      object.Save(options_.saveSettingsFile.c_str(), SCA_FileTypeSettings, kSettingsVersion,
-                  &error) != 0) {
+      object.Save(options_.saveSettingsFile.c_str(), SCA_FileTypeSettings, version, &error) != 0) {
     return {};
   }
   return "cannot save the settings '" + options_.saveSettingsFile + "': " + SCA_ErrorText(error);
@@ -61,11 +93,11 @@ std::string Setup::Save() {
 // A host is one service; its servers take the ports from the service's data port on.
 std::string Setup::UseGivenServers() {
   SCA_TikaServiceList& services = *settings_.GetServiceList();
-  services.ClearAll();
   for (const HostPort& address : options_.servers) {
     SCA_TikaService* service = nullptr;
     if (services.GetService(address.host.c_str(), &service) == 0) {
       if (services.AddService(address.host.c_str(), &service) == 0) return "not enough memory";
+      service->SetControlPort(0);
       service->SetDataPort(address.port);
       service->SetNumOfServers(0);
     }
@@ -80,11 +112,30 @@ std::string Setup::UseGivenServers() {
   return {};
 }
 
+std::string Setup::UseGivenServices() {
+  SCA_TikaServiceList& services = *settings_.GetServiceList();
+  if (!options_.services.empty()) settings_.SetJavaOptions(options_.serviceJavaOptions.c_str());
+  for (const HostPort& address : options_.services) {
+    SCA_TikaService* service = nullptr;
+    if (services.GetService(address.host.c_str(), &service) != 0) {
+      if (service->GetControlPort() == address.port) continue;
+      return ComplainAboutPorts(address.host, address.port, service->GetControlPort());
+    }
+    if (services.AddService(address.host.c_str(), &service) == 0) return "not enough memory";
+    service->SetControlPort(address.port);
+    service->SetNumOfServers(options_.serviceServers);
+    service->SetDataPort(options_.serviceFirstPort);
+    service->SetHeapSize(options_.serviceHeapMb);
+    if (!options_.serviceJar.empty()) service->SetFileName(options_.serviceJar.c_str());
+  }
+  return {};
+}
+
 std::string Setup::UseSavedServers() {
   const SCA_TikaServiceList& services = *settings_.GetServiceList();
   for (const auto* node = services.GetHead(); node != nullptr; node = node->GetNext()) {
     const SCA_TikaService& service = *node->GetItem();
-    if (service.IsEnabled() == 0) continue;
+    if (service.IsEnabled() == 0 || service.GetControlPort() != 0) continue;
     const unsigned long count = service.GetNumOfServers();
     if (count > kMaxServers - servers_.size() || service.GetDataPort() + count > kMaxPort + 1) {
       return std::string("the settings name too many servers of '") + service.GetHostName() + "'";
@@ -97,7 +148,68 @@ std::string Setup::UseSavedServers() {
   return {};
 }
 
-unsigned long Setup::PrivateService() {
+// What a host name stands for is known now and not when the settings are saved.
+std::string Setup::UseServices() {
+  std::vector<SCA_TikaService*> records;
+  ForEachService(&settings_, [&records](SCA_TikaService* service) {
+    if (service->IsEnabled() != 0 && service->GetControlPort() != 0) records.push_back(service);
+  });
+  std::string complaint;
+  for (SCA_TikaService* record : records) {
+    if (complaint.empty()) complaint = UseService(record);
+  }
+  return complaint;
+}
+
+std::string Setup::UseService(SCA_TikaService* record) {
+  SCA_TikaServiceList& services = *settings_.GetServiceList();
+  const unsigned short port = record->GetControlPort();
+  if (record->GetNumOfServers() > kMaxServers ||
+      record->GetDataPort() + record->GetNumOfServers() > kMaxPort + 1) {
+    return std::string("the settings want too many servers of '") + record->GetHostName() + "'";
+  }
+  std::vector<std::string> addresses = ResolveHost(record->GetHostName());
+  // Who tries to connect finds out why.
+  if (addresses.empty()) addresses.push_back(record->GetHostName());
+  if (addresses.size() == 1) {
+    bool isNew = false;
+    const std::string complaint = Claim(addresses.front(), port, &isNew);
+    if (!isNew) record->SetEnabled(0);
+    if (isNew) services_.push_back(record);
+    return complaint;
+  }
+  // The name's record is one service no more.
+  record->SetEnabled(0);
+  for (const std::string& address : addresses) {
+    SCA_TikaService* service = nullptr;
+    bool isNew = false;
+    if (services.GetService(address.c_str(), &service) != 0) {
+      // Named itself; its own record counts.
+      if (service->GetControlPort() == port) continue;
+      return ComplainAboutPorts(address, port, service->GetControlPort());
+    }
+    const std::string complaint = Claim(address, port, &isNew);
+    if (!complaint.empty()) return complaint;
+    if (!isNew) continue;
+    if (services.AddService(address.c_str(), &service) == 0) return "not enough memory";
+    const unsigned long id = service->GetServiceId();
+    service->SetContent(record, 0);
+    service->SetServiceId(id);
+    service->SetHostName(address.c_str());
+    service->SetEnabled(1);
+    services_.push_back(service);
+  }
+  return {};
+}
+
+// @param isNew  Whether the address has no service yet.
+std::string Setup::Claim(const std::string& address, unsigned short port, bool* isNew) {
+  const auto [entry, isInserted] = ports_.insert({address, port});
+  *isNew = isInserted;
+  return entry->second == port ? std::string() : ComplainAboutPorts(address, entry->second, port);
+}
+
+unsigned long Setup::MakePrivateService() {
   SCA_TikaService* service = nullptr;
   settings_.GetServiceList()->ClearAll();
   settings_.GetServiceList()->AddService("127.0.0.1", &service);

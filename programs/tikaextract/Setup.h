@@ -1,7 +1,12 @@
-/// The settings of a run and the servers that it uses.
+/// The settings of a run with the servers and services that it uses.
+///
+/// A record of the settings is one host. With a control port it is a service host, and its other
+/// fields are the servers that it is to run; 0 servers means those that it has. With the control
+/// port 0 its servers are used directly. Settings of format version 1 know the latter alone.
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_SETUP_H
 #define SCA_PROGRAMS_TIKAEXTRACT_SETUP_H
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -24,19 +29,30 @@ class Setup {
 
   SCA_TikaConfigOrv& Settings() { return settings_; }
   const SCA_TikaConfigOrv& Settings() const { return settings_; }
-  /// Empty when the run is to have a server of its own, of the service `PrivateService()`.
+  /// The servers that are used directly.
   const std::vector<ServerOfService>& Servers() const { return servers_; }
-  unsigned long PrivateService();
+  /// The service hosts that are used by their control ports, one for each address; the settings
+  /// own them.
+  const std::vector<SCA_TikaService*>& Services() const { return services_; }
+  /// The run is to have a server of its own, of the service `MakePrivateService()`.
+  bool IsPrivate() const { return servers_.empty() && services_.empty(); }
+  unsigned long MakePrivateService();
 
  private:
   std::string Load();
   std::string Save();
   std::string UseGivenServers();
+  std::string UseGivenServices();
   std::string UseSavedServers();
+  std::string UseServices();
+  std::string UseService(SCA_TikaService* record);
+  std::string Claim(const std::string& address, unsigned short port, bool* isNew);
 
   const Options& options_;
   SCA_TikaConfigOrv settings_;
   std::vector<ServerOfService> servers_;
+  std::vector<SCA_TikaService*> services_;
+  std::map<std::string, unsigned short> ports_;  // control ports in use, by address
 };
 
 #endif  // SCA_PROGRAMS_TIKAEXTRACT_SETUP_H

@@ -477,6 +477,15 @@ TEST_F(TikaSvc, SaysWhyItDoesNotStart) {
     EXPECT_EQ(program.Wait(), row.status) << program.Error();
     EXPECT_NE(program.Error().find(row.words), std::string::npos) << program.Error();
   }
+  // Without a java, the host lives on and says what is missing.
+  fs::remove(dir_.File("java"));
+  Program bare("tikasvc",
+               {"--config", home.File("r.trv"), "--control-port", "0", "--jar", Jar("good")},
+               {"XDG_CONFIG_HOME=" + home.Path(), "PATH=" + dir_.Path()});
+  EXPECT_TRUE(bare.WaitForError("(ERR:2, No such file or directory)")) << bare.Error();
+  bare.Signal(SIGTERM);
+  EXPECT_EQ(bare.Wait(), 0);
+
   fs::permissions(keyFile_, fs::perms::others_read, fs::perm_options::add);
   host_->Signal(SIGINT);
   EXPECT_EQ(host_->Wait(), 0);
