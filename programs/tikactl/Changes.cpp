@@ -12,7 +12,6 @@
 #include "host/SCA_TikaServer.h"
 #include "platform/SCA_Error.h"
 #include "programs/common/Escape.h"
-#include "programs/common/Json.h"
 #include "programs/tikactl/Commands.h"
 #include "programs/tikactl/Fields.h"
 #include "programs/tikactl/Health.h"
@@ -57,27 +56,15 @@ class Waiting {
   const Clock::time_point begin_;
 };
 
-// Says what was done: as a line, or as a record with a server's id.
-void Say(Call& call, const std::string& done, std::optional<unsigned long> id = std::nullopt) {
-  if (!call.options.json) {
-    call.output.Print(done);
-    return;
-  }
-  nlohmann::ordered_json record = call.Record();
-  if (id) record["server_id"] = *id;
-  SetJsonText(&record, "done", done);
-  call.Print(record);
-}
-
-// Does something with each server named; one that fails does not keep the others.
+// Does something with each of several servers; one that fails does not keep the others.
 template <class Work>
-void ForEachId(Call& call, Work work) {
-  for (const unsigned long id : call.options.ids) {
+void ForEachId(Call& call, const std::vector<unsigned long>& ids, Work work) {
+  for (const unsigned long id : ids) {
     try {
       work(id);
     } catch (const Failure& failure) {
       if (failure.status != kFailed) throw;
-      call.Fail(failure);
+      call.Fail(failure, id);
     }
   }
 }
@@ -120,15 +107,29 @@ void Start(Call& call, unsigned long id) {
                   Named(id) + " was not started: " + SCA_ErrorText(code) + "; see " +
                       call.host.Hint("servers")};
   }
-  if (!call.options.waitSeconds) return Say(call, Named(id) + " is started", id);
-  Waiting waiting(call);
+  if (!call.options.waitSeconds) call.Succeed(Named(id) + " is started", id);
+}
+
+void AwaitAnswer(Call& call, unsigned long id, Waiting* waiting) {
   std::string state;
-  if (!waiting.Until([&] { return IsReady(call, id, &state); })) {
+  if (!waiting->Until([&] { return IsReady(call, id, &state); })) {
     throw Failure{kFailed, ETIMEDOUT,
-                  Named(id) + " does not answer after " + waiting.Limit() + " (" + state +
+                  Named(id) + " does not answer after " + waiting->Limit() + " (" + state +
                       "); see " + call.host.Hint("logs " + std::to_string(id))};
   }
-  Say(call, Named(id) + " answers, " + waiting.Taken() + " after its start", id);
+  call.Succeed(Named(id) + " answers, " + waiting->Taken() + " after its start", id);
+}
+
+// All are started before any is waited for: a start takes seconds.
+void StartAll(Call& call, const std::vector<unsigned long>& ids) {
+  Waiting waiting(call);
+  std::vector<unsigned long> started;
+  ForEachId(call, ids, [&](unsigned long id) {
+    Start(call, id);
+    started.push_back(id);
+  });
+  if (!call.options.waitSeconds) return;
+  ForEachId(call, started, [&](unsigned long id) { AwaitAnswer(call, id, &waiting); });
 }
 
 // A name relative to this directory means nothing to a host elsewhere.
@@ -239,16 +240,16 @@ void AddServer(Call& call) {
                       call.host.Hint("debug-log")};
   }
   RefuseOther(call, *before, id);
-  Say(call, Named(id) + " is added, on port " + std::to_string(options.port), id);
-  if (options.start) Start(call, id);
+  call.Succeed(Named(id) + " is added, on port " + std::to_string(options.port), id);
+  if (options.start) StartAll(call, {id});
 }
 
 void StartServers(Call& call) {
-  ForEachId(call, [&call](unsigned long id) { Start(call, id); });
+  StartAll(call, call.options.ids);
 }
 
 void DeleteServers(Call& call) {
-  ForEachId(call, [&call](unsigned long id) {
+  ForEachId(call, call.options.ids, [&call](unsigned long id) {
     Patiently(call, [&] {
       call.host.AskServer(id, "delete " + Named(id),
                           [id](SCA_TikaServiceClient& client) { return client.DeleteServer(id); });
@@ -257,7 +258,7 @@ void DeleteServers(Call& call) {
     if (call.options.waitSeconds && !waiting.Until([&] { return IsGone(call, id); })) {
       throw Failure{kFailed, ETIMEDOUT, Named(id) + " is still there after " + waiting.Limit()};
     }
-    Say(call, Named(id) + " is stopped and deleted", id);
+    call.Succeed(Named(id) + " is stopped and deleted", id);
   });
 }
 
@@ -265,12 +266,12 @@ void ClearLog(Call& call) {
   if (call.options.ids.empty()) {
     call.host.Ask("clear its debug log",
                   [](SCA_TikaServiceClient& client) { return client.ClearDebugLog(); });
-    return Say(call, "the debug log of the service host itself is cleared; no server's log is");
+    return call.Succeed("the debug log of the service host itself is cleared; no server's log is");
   }
   const unsigned long id = call.options.ids.front();
   call.host.AskServer(id, "clear the log of " + Named(id),
                       [id](SCA_TikaServiceClient& client) { return client.ClearServerLog(id); });
-  Say(call, "the log of " + Named(id) + " is cleared; the host's debug log is not", id);
+  call.Succeed("the log of " + Named(id) + " is cleared; the host's debug log is not", id);
 }
 
 void SaveLog(Call& call) {
@@ -286,8 +287,8 @@ void SaveLog(Call& call) {
                   "the daily files were not switched " + call.options.logSwitch + ": " +
                       (directory.empty() ? "" : directory + ": ") + SCA_ErrorText(code)};
   }
-  Say(call, "daily files of the servers' logs are " + call.options.logSwitch +
-                (isOn && !directory.empty() ? ", in " + directory : ""));
+  call.Succeed("daily files of the servers' logs are " + call.options.logSwitch +
+               (isOn && !directory.empty() ? ", in " + directory : ""));
 }
 
 void Suspend(Call& call) {
@@ -300,8 +301,8 @@ void Suspend(Call& call) {
                   "not all servers are stopped after " + waiting.Limit() + "; see " +
                       call.host.Hint("status")};
   }
-  Say(call, std::string("the service is suspended") +
-                (call.options.waitSeconds ? ", all its servers are stopped" : ""));
+  call.Succeed(std::string("the service is suspended") +
+               (call.options.waitSeconds ? ", all its servers are stopped" : ""));
 }
 
 void Shutdown(Call& call) {
@@ -310,12 +311,12 @@ void Shutdown(Call& call) {
   Patiently(call, [&call] {
     call.host.Ask("shut down", [](SCA_TikaServiceClient& client) { return client.StopServer(); });
   });
-  if (!call.options.waitSeconds) return Say(call, "the service host shuts down");
+  if (!call.options.waitSeconds) return call.Succeed("the service host shuts down");
   Waiting waiting(call);
   std::string how;
   const auto hasEnded = [&] { return HasEnded(call, startTime, &how) && process.HasEnded(); };
   if (!waiting.Until(hasEnded)) {
     throw Failure{kFailed, ETIMEDOUT, "the service host is still there after " + waiting.Limit()};
   }
-  Say(call, "the service host is gone: " + how);
+  call.Succeed("the service host is gone: " + how);
 }

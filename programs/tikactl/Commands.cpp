@@ -73,7 +73,7 @@ void DefineAdd(CLI::App* app, Options* options) {
 
 void DefineStart(CLI::App* app, Options* options) {
   Ids(app, options, "Servers to start")->required();
-  Wait(app, options, "Wait so long for each until it answers");
+  Wait(app, options, "Wait so long until they answer");
 }
 
 void DefineDelete(CLI::App* app, Options* options) {

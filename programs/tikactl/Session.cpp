@@ -36,6 +36,7 @@ void Run(Call* call, const std::function<void(Call&)>& work) {
   } catch (const std::exception& error) {
     call->Fail({kFailed, 0, error.what()});
   }
+  call->PrintResults();
 }
 
 }  // namespace
@@ -70,14 +71,36 @@ Call::Call(const Options& theOptions, SCA_Event& theCancel, std::size_t theIndex
       host(options.hosts[index], options.timeoutMs),
       output(options.hosts.size() > 1 && !options.json ? host.Name() + ": " : "", isLive) {}
 
-void Call::Fail(const Failure& failure) {
+void Call::Fail(const Failure& failure, std::optional<unsigned long> serverId) {
   status = std::max(status, failure.status);
   if (failure.status == kInterrupted || !IsOutputGood()) return;
   output.Complain(host.Name() + ": " + failure.text);
-  if (!options.json) return;
+  nlohmann::ordered_json result;
+  SetJsonText(&result, "error", failure.text);
+  result["error_code"] = failure.code;
+  AddResult(std::move(result), serverId);
+}
+
+void Call::Succeed(const std::string& done, std::optional<unsigned long> serverId) {
+  if (!options.json) return output.Print(done);
+  nlohmann::ordered_json result;
+  SetJsonText(&result, "done", done);
+  AddResult(std::move(result), serverId);
+}
+
+void Call::AddResult(nlohmann::ordered_json result, std::optional<unsigned long> serverId) {
+  if (serverId) result["server_id"] = *serverId;
+  results_.push_back(std::move(result));
+}
+
+void Call::PrintResults() {
+  if (!options.json || results_.empty()) return;
   nlohmann::ordered_json record = Record();
-  SetJsonText(&record, "error", failure.text);
-  record["error_code"] = failure.code;
+  if (results_.size() == 1) {
+    record.update(results_.front());
+  } else {
+    record["results"] = results_;
+  }
   Print(record);
 }
 

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -66,8 +67,12 @@ class Task {
 struct Call {
   Call(const Options& theOptions, SCA_Event& theCancel, std::size_t theIndex, bool isLive);
 
-  /// Says a failure, on standard error and, with --json, as a record; the command may go on.
-  void Fail(const Failure& failure);
+  /// Says a failure, of a server where its id is given, on standard error; the command may go on.
+  void Fail(const Failure& failure, std::optional<unsigned long> serverId = std::nullopt);
+  /// Says what was done, to a server where its id is given.
+  void Succeed(const std::string& done, std::optional<unsigned long> serverId = std::nullopt);
+  /// With --json: prints the one record of all that was done or failed.
+  void PrintResults();
   /// @return A record that begins with the host's name.
   nlohmann::ordered_json Record() const;
   void Print(const nlohmann::ordered_json& record);
@@ -82,6 +87,11 @@ struct Call {
   Host host;
   Output output;
   Status status = kDone;  ///< the worst so far
+
+ private:
+  void AddResult(nlohmann::ordered_json result, std::optional<unsigned long> serverId);
+
+  nlohmann::ordered_json results_ = nlohmann::ordered_json::array();
 };
 
 class Session {

@@ -276,6 +276,14 @@ TEST_F(TikaCtl, JsonKeepsEverythingUnderFriendlyNames) {
                          {"nested", {{"a_b", "c\x1b"}}}};
   EXPECT_EQ(Json::parse(program->Output()), (Json{{"host", Name()}, {"servers", expected}}));
   EXPECT_TRUE(IsFitForTerminal(program->Output()));
+
+  const auto starts = Start({"start", "4", "0", "--json"});
+  EXPECT_EQ(starts->Wait(), 1);
+  const Json results = Json::parse(starts->Output())["results"];
+  ASSERT_EQ(results.size(), 2U);
+  EXPECT_EQ(results[0]["server_id"], 4);
+  EXPECT_EQ(results[0]["error_code"], SCA_ErrorNotStarted);
+  EXPECT_EQ(results[1], (Json{{"done", "server 0 is started"}, {"server_id", 0}}));
 }
 
 TEST_F(TikaCtl, HostsAreShownInTheirOrderAndADeadOneHidesNoOther) {
