@@ -82,7 +82,7 @@ bool IsReady(Call& call, unsigned long id, std::string* state) {
   const SCA_ConfigObj* object = FindServer(*servers, id);
   if (object == nullptr) throw Failure{kFailed, 0, Named(id) + " was deleted meanwhile"};
   const Fields server(object);
-  *state = StateCell(server).text;
+  *state = StateCell(server).text + RestartsOf(server);
   switch (StateOf(server)) {
     case ServerState::Ready:
       return true;

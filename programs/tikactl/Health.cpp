@@ -43,8 +43,9 @@ Problem NotReady(const std::string& id, const Fields& server) {
   const std::string word = server.Text(Server::StatusText);
   const auto silence = server.Number(Server::Silence);
   return {Named(id, server) + (word.empty() ? " does not answer" : " is " + word) +
-              (silence ? ", without an answer for " + Duration(*silence) : ""),
-          "logs " + id};
+              (silence.value_or(0) >= 1000 ? ", without an answer for " + Duration(*silence) : "") +
+              RestartsOf(server),
+          (RestartsOf(server).empty() ? "logs " : "history ") + id};
 }
 
 void Look(const std::string& id, const Fields& server, Survey* survey) {
@@ -126,6 +127,13 @@ Cell StateCell(const Fields& server) {
 std::string TroubleOf(const Fields& server) {
   const std::string reason = server.Text(Server::StatusCodeText);
   return reason.empty() ? server.Text(Server::LastDeath) : reason;
+}
+
+std::string RestartsOf(const Fields& server) {
+  const unsigned long long restarts = server.NumberOr(Server::Restarts, 0);
+  const std::string death = server.Text(Server::LastDeath);
+  if (restarts == 0) return {};
+  return ", after " + Count(restarts, "restart") + (death.empty() ? "" : ": " + death);
 }
 
 Health Judge(const Host& host, const Fields& service, const SCA_ConfigObj& servers) {

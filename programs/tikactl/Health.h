@@ -16,6 +16,9 @@ Cell StateCell(const Fields& server);
 /// @return Why a server is not what it should be, as far as the host tells; may be empty.
 std::string TroubleOf(const Fields& server);
 
+/// @return ", after 7 restarts: the cause of the last", or nothing.
+std::string RestartsOf(const Fields& server);
+
 struct Health {
   bool isWell = false;
   std::string text;  ///< with the command that tells more, unless nothing is to be told

@@ -108,9 +108,9 @@ void PrintDeath(const Fields& death, bool wantsAllLines, Output* output) {
   const std::string cause = death.Text(Death::Cause);
   output->Print(kIndent + Paint(kind.empty() ? "unknown" : kind, Colour::Red) +
                 (cause.empty() ? "" : ": " + cause));
-  output->Print(kIndent + ("ran " + Duration(death.NumberOr(Death::RunTime, 0))) + ", restarted " +
-                number(Death::Restart) + " times before, process " + number(Death::ProcessId) +
-                ", " + EndOf(death));
+  output->Print(kIndent + ("ran " + Duration(death.NumberOr(Death::RunTime, 0))) + ", after " +
+                Count(death.NumberOr(Death::Restart, 0), "restart") + ", process " +
+                number(Death::ProcessId) + ", " + EndOf(death));
   const std::string memory = MemoryLine(death);
   if (!memory.empty()) output->Print(kIndent + memory);
   PrintLines(death, wantsAllLines, output);
