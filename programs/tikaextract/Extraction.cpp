@@ -174,14 +174,9 @@ bool Extraction::MakeDispatcher() {
 }
 
 int Extraction::StartDispatcher() {
-  std::string complaint;
-  if (!FindServers(&complaint)) {
-    const std::vector<std::string> notes = services_.Board().TakeNotes();
-    if (IsCancelled()) return kNoServer;
-    for (const std::string& note : notes) {
-      if (options_.verbose) progress_.PrintLine("tikaextract: " + note);
-    }
-    progress_.PrintLine("tikaextract: " + complaint);
+  std::vector<std::string> complaints;
+  if (!FindServers(&complaints)) {
+    if (!IsCancelled()) ComplainAboutServers(complaints);
     return kNoServer;
   }
   std::vector<ServerOfService> servers = setup_.Servers();
@@ -201,6 +196,14 @@ int Extraction::StartDispatcher() {
     }
   }
   return kAllExtracted;
+}
+
+void Extraction::ComplainAboutServers(const std::vector<std::string>& complaints) {
+  std::vector<std::string> lines = services_.Board().TakeNotes();
+  for (const std::string& complaint : complaints) {
+    if (std::find(lines.begin(), lines.end(), complaint) == lines.end()) lines.push_back(complaint);
+  }
+  for (const std::string& line : lines) progress_.PrintLine("tikaextract: " + line);
 }
 
 bool Extraction::AddClient(const ServerOfService& server, unsigned long* error) {
@@ -237,10 +240,11 @@ void Extraction::ShowServices() {
 }
 
 // A run begins once one of its servers can be reached.
-bool Extraction::FindServers(std::string* complaint) {
+bool Extraction::FindServers(std::vector<std::string>* complaints) {
   if (UsesPrivateServer()) {
     const SCA_LockGuard guard(privateLock_);
-    return private_.EnsureReady(complaint);
+    complaints->resize(1);
+    return private_.EnsureReady(&complaints->front());
   }
   for (const ServerOfService& server : setup_.Servers()) {
     SCA_TikaClient client(&setup_.Settings(), server.address.host.c_str(), server.address.port);
@@ -248,14 +252,11 @@ bool Extraction::FindServers(std::string* complaint) {
     unsigned long error = 0;
     if (client.Connect(kConnectMs, &error) != 0) return true;
     if (IsCancelled()) return false;
-    *complaint += (complaint->empty() ? "" : "\ntikaextract: ") + std::string("no connection to ") +
-                  server.address.host + ":" + std::to_string(server.address.port) + ": " +
-                  Explain(error);
+    complaints->push_back("no connection to " + FormatHostPort(server.address) + ": " +
+                          Explain(error));
   }
   if (services_.Board().WaitForServer(cancel_)) return true;
-  for (const std::string& line : services_.Board().Complaints()) {
-    *complaint += (complaint->empty() ? "" : "\ntikaextract: ") + line;
-  }
+  for (const std::string& line : services_.Board().Complaints()) complaints->push_back(line);
   return false;
 }
 

@@ -55,7 +55,8 @@ class Extraction {
   std::string UseKey();
   bool MakeDispatcher();
   int StartDispatcher();
-  bool FindServers(std::string* complaint);
+  bool FindServers(std::vector<std::string>* complaints);
+  void ComplainAboutServers(const std::vector<std::string>& complaints);
   bool AddClient(const ServerOfService& server, unsigned long* error);
   std::size_t ClientsForServer();
   void AddServerOfService(unsigned long serviceId, unsigned short port);

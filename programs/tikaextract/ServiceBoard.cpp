@@ -46,14 +46,14 @@ void ServiceBoard::Publish(unsigned long serviceId, const Ports& usable, std::si
   changed_.Set();
 }
 
-void ServiceBoard::Disconnected(unsigned long serviceId, const std::string& why) {
+void ServiceBoard::Disconnected(unsigned long serviceId, const std::string& why, bool isSettled) {
   {
     const SCA_LockGuard guard(lock_);
     Service& service = services_[serviceId];
     service.why = why;
     service.host.clear();
     service.isConnected = false;
-    service.isSettled = true;
+    service.isSettled = isSettled;
   }
   changed_.Set();
 }

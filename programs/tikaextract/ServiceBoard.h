@@ -42,7 +42,9 @@ class ServiceBoard {
   void Publish(unsigned long serviceId, const Ports& usable, std::size_t expected,
                const std::string& why, bool isSettled) SCA_EXCLUDES(lock_);
   /// There is no control connection. The servers may live on: who uses them finds out.
-  void Disconnected(unsigned long serviceId, const std::string& why) SCA_EXCLUDES(lock_);
+  /// @param isSettled  As above.
+  void Disconnected(unsigned long serviceId, const std::string& why, bool isSettled)
+      SCA_EXCLUDES(lock_);
   /// A line for standard error.
   void Tell(unsigned long serviceId, const std::string& text) SCA_EXCLUDES(lock_);
   /// A line for `--verbose` and for who watches the progress.

@@ -102,8 +102,10 @@ void ServiceHost::Run() {
   unsigned long delayMs = kFirstDelayMs;
   while (!IsStopping()) {
     hasLooked_ = false;
-    if (Connect()) Follow();
-    if (!loss_.empty()) EndConnection();
+    const bool isConnected = Connect();
+    if (isConnected) Follow();
+    // One that was lost is tried anew before anybody despairs.
+    if (!loss_.empty()) EndConnection(!isConnected);
     if (hasLooked_) delayMs = kFirstDelayMs;
     stop_.Wait(delayMs);
     delayMs = std::min(delayMs * 2, kLastDelayMs);
@@ -156,7 +158,7 @@ bool ServiceHost::IsComingUp() const {
   });
 }
 
-void ServiceHost::EndConnection() {
+void ServiceHost::EndConnection(bool isSettled) {
   Ports ours;
   for (const auto& [port, server] : servers_) {
     if (server.isOurs) ours.insert(port);
@@ -164,41 +166,36 @@ void ServiceHost::EndConnection() {
   leftBehind_.insert(ours.begin(), ours.end());
   servers_.clear();
   toldUsable_.clear();
-  board_->Disconnected(serviceId_, loss_);
   if (loss_ != toldLoss_) {
     // Whoever is not there when the run begins is worth a line in any case.
     hasServed_ ? board_->TellDetail(serviceId_, loss_) : board_->Tell(serviceId_, loss_);
   }
   toldLoss_ = loss_;
-  if (ours.empty()) return;
-  board_->TellDetail(serviceId_, "what was added on " + List(ours) +
-                                     " over this connection stays there if the host lives on");
+  if (!ours.empty()) {
+    board_->TellDetail(serviceId_, "what was added on " + List(ours) +
+                                       " over this connection stays there if the host lives on");
+  }
+  board_->Disconnected(serviceId_, loss_, isSettled);
 }
 
 void ServiceHost::Leave() {
-  Ports ours;
-  Ports started;
+  Ports asked;
   for (const auto& [port, server] : servers_) {
-    if (server.isOurs) ours.insert(port);
-    if (server.isStarted && !server.isOurs) started.insert(port);
+    if (server.isAsked) asked.insert(port);
     if (server.isOurs || !server.isListed) leftBehind_.erase(port);
-  }
-  if (!started.empty()) {
-    board_->TellDetail(serviceId_,
-                       "what was started on " + List(started) + " was there before and runs on");
   }
   if (!leftBehind_.empty()) {
     board_->TellDetail(serviceId_, "what was added on " + List(leftBehind_) +
                                        " over a connection that was lost may run on");
   }
-  if (!ours.empty()) {
+  if (!asked.empty()) {
     Link()->SetReplyTimeout(kFarewellMs);
     if (Link()->DeleteAllServers() != 0) {
-      board_->TellDetail(serviceId_, "gave back what was added on " + List(ours));
+      board_->TellDetail(serviceId_, "gave back " + List(asked));
     } else {
       const unsigned long code = Link()->GetLastStatusCode();
       board_->Tell(serviceId_,
-                   "what was added on " + List(ours) + " may run on: " +
+                   "what was added on " + List(asked) + " may run on: " +
                        (code != 0 ? SCA_ErrorText(code) : "the host refused to delete") +
                        "; look there with tikactl");
     }
@@ -291,7 +288,6 @@ bool ServiceHost::StartIt(Server* server) {
   const bool isAnswered = Link()->StartServer(server->id, &processStatus, &code) != 0;
   if (!isAnswered && HasLost("start a server")) return false;
   if (isAnswered && (code == 0 || code == SCA_ErrorAlreadyActive)) {
-    server->isStarted = true;
     return true;
   }
   GiveUp(server, std::string("could not be started: ") +
@@ -305,7 +301,6 @@ void ServiceHost::GiveUp(Server* server, const std::string& why) {
   server->delayMs = std::clamp(server->delayMs * 2, kFirstAddDelayMs, kLastAddDelayMs);
   server->nextTry = Clock::now() + std::chrono::milliseconds(server->delayMs);
   server->isAsked = false;
-  server->isStarted = false;
   server->ends.reset();
   if (std::exchange(server->isOurs, false) && Link()->DeleteServer(server->id) == 0) {
     HasLost("delete a server");
@@ -393,15 +388,17 @@ void ServiceHost::Publish() {
     if (server.why.empty()) ++expected;
   }
   const std::string complaint = Complaint(!usable.empty());
-  board_->Publish(serviceId_, usable, expected, complaint, !IsComingUp());
   if (usable != toldUsable_) {
     board_->TellDetail(serviceId_, "has " + CountServers(usable.size()) +
                                        (usable.empty() ? "" : " on " + List(usable)));
     toldUsable_ = usable;
   }
-  if (IsComingUp() || complaint == toldComplaint_) return;
-  if (!complaint.empty()) board_->Tell(serviceId_, complaint);
-  toldComplaint_ = complaint;
+  if (!IsComingUp() && complaint != toldComplaint_) {
+    if (!complaint.empty()) board_->Tell(serviceId_, complaint);
+    toldComplaint_ = complaint;
+  }
+  // Last: whoever waits for it finds the notes there.
+  board_->Publish(serviceId_, usable, expected, complaint, !IsComingUp());
 }
 
 // @return Why something cannot be used; nothing when all is well.

@@ -42,10 +42,9 @@ class ServiceHost {
   struct Server {
     unsigned long id = 0;
     bool isListed = false;
-    bool isAsked = false;    // wanted, and so added and started
-    bool isOurs = false;     // it was not there before
-    bool isStarted = false;  // by us
-    bool isDown = false;     // by the host's word
+    bool isAsked = false;  // wanted, and so added and started
+    bool isOurs = false;   // it was not there before
+    bool isDown = false;   // by the host's word
     bool isUsable = false;
     std::string why;                         // it is not; empty while it is coming up
     Clock::time_point since = Clock::now();  // it was started, or seen first
@@ -58,7 +57,7 @@ class ServiceHost {
   bool Connect();
   bool IsTheOnlyOne();
   void Follow();
-  void EndConnection();
+  void EndConnection(bool isSettled);
   void Leave();
 
   bool Look();
