@@ -257,8 +257,7 @@ int ControlService::FillServiceFields(SCA_ConfigObj* status) const {
       number(Fields::ProcessId, static_cast<unsigned long>(::getpid())) &&
       number(Fields::StartTime, parts_.startTime) &&
       number(Fields::UpTime, upTime / SCA_AbsTimePerMs) &&
-      number(Fields::ControlPort, parts_.installation->ControlPort()) &&
-      number(Fields::LoginMode, parts_.loginMode) &&
+      number(Fields::ControlPort, port_.Get()) && number(Fields::LoginMode, parts_.loginMode) &&
       text(Fields::DataDirectory, parts_.installation->DataDirectory()) &&
       number(Fields::SaveTikaLog, logs.saveTikaLog ? 1U : 0U) &&
       text(Fields::TikaLogDir, logs.tikaLogDir) && number(Fields::Connections, ConnectionCount()) &&

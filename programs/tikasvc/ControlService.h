@@ -7,6 +7,7 @@
 #include <string>
 
 #include "control/SCA_TikaServiceServer.h"
+#include "platform/SCA_Atomic.h"
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_Sync.h"
 #include "programs/tikasvc/BlackBox.h"
@@ -54,6 +55,9 @@ class ControlService : public SCA_TikaServiceVirtualFactory {
   int OnDisconnect(unsigned long agentId) override SCA_EXCLUDES(lock_);
   unsigned long GetLoginMode() override { return parts_.loginMode; }
 
+  /// Once the port is open.
+  void SetPort(unsigned short port) { port_.Set(port); }
+
   const RequestCounts& Counts() const { return counts_; }
   unsigned long ConnectionCount() const SCA_EXCLUDES(lock_);
 
@@ -64,6 +68,7 @@ class ControlService : public SCA_TikaServiceVirtualFactory {
 
   const HostParts parts_;
   RequestCounts counts_;
+  SCA_AtomicValue<unsigned short> port_{0};
   mutable SCA_Lock lock_;
   std::map<unsigned long, std::unique_ptr<Connection>> connections_ SCA_GUARDED_BY(lock_);
 };

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "platform/SCA_Error.h"
 #include "platform/SCA_File.h"
 #include "platform/SCA_Report.h"
 #include "platform/SCA_Time.h"
@@ -52,6 +53,19 @@ const char* Word(unsigned long level) {
   }
 }
 
+// The library's reports end in codes, as "(ERR:2)"; a reader wants to know what they mean.
+std::string Explained(std::string text) {
+  constexpr char kMark[] = "(ERR:";
+  const std::size_t mark = text.find(kMark);
+  if (mark == std::string::npos) return text;
+  const char* digits = text.c_str() + mark + sizeof kMark - 1;
+  char* end = nullptr;
+  const unsigned long code = std::strtoul(digits, &end, 10);
+  if (end == digits || *end != ')') return text;
+  return text.insert(static_cast<std::size_t>(end - text.c_str()),
+                     std::string(", ") + SCA_ErrorText(code));
+}
+
 std::string TimedLine(unsigned long level, const char* text) {
   char now[32];
   SCA_FormatAbsTime(SCA_GetAbsTime(), now, sizeof now);
@@ -80,7 +94,7 @@ void HostLog::Receive(void* context, unsigned long level, const char* /*source*/
   if (isQuiet || (level <= SCA_LevelDebug && !self->withDebug_)) return;
   // What the writing of a report reports in turn would never end.
   const QuietReports quiet;
-  self->Write(level, text);
+  self->Write(level, Explained(text).c_str());
 }
 
 void HostLog::Write(unsigned long level, const char* text) {

@@ -84,7 +84,7 @@ HostedServers::Hosted* HostedServers::Find(unsigned long id) {
   return found != hosted_.end() ? &found->second : nullptr;
 }
 
-HostedServers::Hosted* HostedServers::Adopt(SCA_TikaServer* server, unsigned long agent) {
+bool HostedServers::Adopt(SCA_TikaServer* server, unsigned long agent) {
   server->SetBindAddress(bind_.c_str());
   Hosted hosted;
   hosted.server = server;
@@ -93,9 +93,10 @@ HostedServers::Hosted* HostedServers::Adopt(SCA_TikaServer* server, unsigned lon
     hosted.watch = std::make_unique<ServerWatch>(server, rules_, blackBox_);
   } catch (const std::system_error&) {  // there is no further thread
     list_.DeleteServer(server->GetServerId());
-    return nullptr;
+    return false;
   }
-  return &(hosted_[server->GetServerId()] = std::move(hosted));
+  hosted_[server->GetServerId()] = std::move(hosted);
+  return true;
 }
 
 void HostedServers::Claim(Hosted* hosted, unsigned long agent) {
@@ -114,48 +115,55 @@ int HostedServers::Add(unsigned long agent, const char* fileName, unsigned short
     *code = EINVAL;
     return 1;
   }
-  const SCA_LockGuard guard(lock_);
-  SCA_TikaServer* server = nullptr;
-  if (list_.GetServerByPort(port, &server) == 0 && list_.Count() >= SCA_MaxServers) {
-    *code = ENOSPC;
-    return 1;
-  }
-  if (list_.AddServer(config_, fileName, port, heapSize, javaOptions, &server, code) == 0) return 1;
-  Hosted* hosted = Find(server->GetServerId());
-  if (hosted == nullptr) {
-    hosted = Adopt(server, agent);
-    if (hosted == nullptr) {
+  bool isNew = false;
+  bool isAnother = false;
+  {
+    const SCA_LockGuard guard(lock_);
+    SCA_TikaServer* server = nullptr;
+    if (list_.GetServerByPort(port, &server) == 0 && list_.Count() >= SCA_MaxServers) {
+      *code = ENOSPC;
+      return 1;
+    }
+    if (list_.AddServer(config_, fileName, port, heapSize, javaOptions, &server, code) == 0) {
+      return 1;
+    }
+    Hosted* hosted = Find(server->GetServerId());
+    isNew = hosted == nullptr;
+    if (isNew && !Adopt(server, agent)) {
       *code = EAGAIN;
       return 1;
     }
-    Say(SCA_LevelInfo, "server %lu added: %s on port %u, heap %lu MB, for %s",
-        server->GetServerId(), fileName, port, heapSize, OwnerText(agent).c_str());
-  } else {
-    Claim(hosted, agent);
-    if (server->CheckConfig(fileName, port, heapSize, javaOptions) == 0) {
-      Say(SCA_LevelWarning,
-          "%s asked for %s on port %u with heap %lu MB and got server %lu, which has that port and "
-          "is another",
-          OwnerText(agent).c_str(), fileName, port, heapSize, server->GetServerId());
-    }
+    if (!isNew) Claim(hosted, agent);
+    isAnother = server->CheckConfig(fileName, port, heapSize, javaOptions) == 0;
+    *id = server->GetServerId();
+    *status = server->GetProcessStatus();
   }
-  *id = server->GetServerId();
-  *status = server->GetProcessStatus();
+  if (isNew) {
+    Say(SCA_LevelInfo, "server %lu added: %s on port %u, heap %lu MB, for %s", *id, fileName, port,
+        heapSize, OwnerText(agent).c_str());
+  } else if (isAnother) {
+    Say(SCA_LevelWarning,
+        "%s asked for %s on port %u with heap %lu MB and got server %lu, which has that port and "
+        "is another",
+        OwnerText(agent).c_str(), fileName, port, heapSize, *id);
+  }
   return 1;
 }
 
 int HostedServers::Start(unsigned long id, unsigned long* status, unsigned long* code) {
-  const SCA_LockGuard guard(lock_);
-  Hosted* hosted = Find(id);
-  if (hosted == nullptr) return 0;
   *code = 0;
-  isSuspended_ = false;
-  if (hosted->server->IsActive() == 0) hosted->watch->Resume();
-  if (hosted->server->StartProcess(code) == 0 && *code != SCA_ErrorAlreadyActive) {
-    Say(SCA_LevelError, "server %lu on port %u cannot be started: %s", id,
-        hosted->server->GetPortNumber(), SCA_ErrorText(*code));
+  {
+    const SCA_LockGuard guard(lock_);
+    Hosted* hosted = Find(id);
+    if (hosted == nullptr) return 0;
+    isSuspended_ = false;
+    if (hosted->server->IsActive() == 0) hosted->watch->Resume();
+    hosted->server->StartProcess(code);
+    *status = hosted->server->GetProcessStatus();
   }
-  *status = hosted->server->GetProcessStatus();
+  if (*code != 0 && *code != SCA_ErrorAlreadyActive) {
+    Say(SCA_LevelError, "server %lu cannot be started: %s", id, SCA_ErrorText(*code));
+  }
   return 1;
 }
 

@@ -103,7 +103,7 @@ class HostedServers {
 
   const Hosted* Find(unsigned long id) const SCA_REQUIRES(lock_);
   Hosted* Find(unsigned long id) SCA_REQUIRES(lock_);
-  Hosted* Adopt(SCA_TikaServer* server, unsigned long agent) SCA_REQUIRES(lock_);
+  bool Adopt(SCA_TikaServer* server, unsigned long agent) SCA_REQUIRES(lock_);
   static void Claim(Hosted* hosted, unsigned long agent);
   Leaving Take(unsigned long id) SCA_REQUIRES(lock_);
   static void End(std::vector<Leaving> leaving);

@@ -62,8 +62,8 @@ void DefineHost(CLI::App* app, Options* options, std::string* metrics) {
   app->add_flag("--check-config", options->checkConfig,
                 "Read the configurations, say what is wrong with them, and end");
   app->add_option("--control-port", options->controlPort,
-                  "Port for commands (default: the configurations', else 9500)")
-      ->check(CLI::Range(1, 65535))
+                  "Port for commands, 0 for a free one (default: the configurations', else 9500)")
+      ->check(CLI::Range(0, 65535))
       ->type_name("PORT");
   app->add_flag("--no-login", options->noLogin,
                 "Take commands without a login, from this machine alone");

@@ -95,13 +95,16 @@ unsigned long ServerWatch::Look() {
 
 bool ServerWatch::Ask(std::string* version) {
   const QuietReports quiet;  // the health says whether it answers
+  const bool hasLimit = rules_.silenceLimitMs != 0;
+  const unsigned long limitMs =
+      hasLimit ? std::min(kAnswerLimitMs, rules_.silenceLimitMs) : kAnswerLimitMs;
   SCA_TikaConfigOrv settings;
-  settings.SetNetworkTimeout(kAnswerLimitMs);
+  settings.SetNetworkTimeout(limitMs);
   SCA_TikaClient client(&settings, rules_.address.c_str(), server_->GetPortNumber());
   client.SetCancelEvent(&ending_);
   char answer[101];
   unsigned long error = 0;
-  if (client.Connect(kAnswerLimitMs, &error) == 0) return false;
+  if (client.Connect(limitMs, &error) == 0) return false;
   if (client.GetVersion(answer, sizeof answer, &error) == 0) return false;
   *version = answer;
   return true;

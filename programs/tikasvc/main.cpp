@@ -67,6 +67,7 @@ class Host {
                                     std::to_string(installation_.ControlPort()) + ": " +
                                     SCA_ErrorText(error) + "; choose another with --control-port");
     }
+    control.SetPort(server.GetPort());
     Metrics metrics;
     if (options_.metrics) {
       const std::string complaint = metrics.Open(*options_.metrics, parts_, control);
@@ -146,7 +147,8 @@ int RunHost(const Options& options, Installation* installation, HostLog* log) {
   const Signals signals(&stop, &reload);
   const unsigned long leftovers = KillLeftovers(directory);
   if (leftovers > 0) {
-    Say(SCA_LevelWarning, "killed %lu processes that a former service host had left", leftovers);
+    Say(SCA_LevelWarning, "killed %lu process%s that a former service host had left", leftovers,
+        leftovers == 1 ? "" : "es");
   }
   if (options.tikaBind == "0.0.0.0") {
     Say(SCA_LevelWarning,

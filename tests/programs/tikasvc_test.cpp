@@ -1,0 +1,571 @@
+// The service host as a process, with a java of the tests' own that behaves as its jar is called.
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include "control/SCA_ControlKey.h"
+#include "control/SCA_ServiceStatusNames.h"
+#include "control/SCA_TikaInterface.h"
+#include "foundation/SCA_ConfigFile.h"
+#include "host/SCA_TikaServerList.h"
+#include "platform/SCA_Error.h"
+#include "tests/support/Program.h"
+#include "tests/support/Timing.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void Print(const std::string& text) {
+  static_cast<void>(::write(STDERR_FILENO, (text + "\n").data(), text.size() + 1));
+}
+
+int Listen(unsigned short port) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int on = 1;
+  ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return -1;
+  ::listen(fd, 16);
+  return fd;
+}
+
+[[noreturn]] void AnswerForEver(int listener) {
+  constexpr char kReply[] = "HTTP/1.1 200 OK\r\nContent-Length: 15\r\n\r\nApache Tika 9.9";
+  for (;;) {
+    const int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    char request[4096];
+    if (::read(fd, request, sizeof request) > 0) {
+      static_cast<void>(::write(fd, kReply, sizeof kReply - 1));
+    }
+    ::close(fd);
+  }
+}
+
+// Its command line is "... -jar FILE -h ADDRESS -port PORT".
+[[noreturn]] void PlayJava(int count, char** words) {
+  const std::string part = fs::path(words[count - 5]).stem();
+  const int port = std::atoi(words[count - 1]);
+  const auto die = [](const char* lastWords, int status) {
+    Print(lastWords);
+    ::_exit(status);
+  };
+  if (part == "heap") die("java.lang.OutOfMemoryError: Java heap space", 3);
+  if (part == "corrupt") die("Error: Invalid or corrupt jarfile x.jar", 1);
+  if (part == "options") die("Unrecognized option: -Xwrong", 1);
+  if (part == "brief") die("INFO  nothing to do", 7);
+  if (part == "leaves" && ::fork() == 0) {
+    for (;;) ::pause();
+  }
+  const int listener = Listen(static_cast<unsigned short>(port));
+  if (listener < 0) die("java.net.BindException: Address already in use", 1);
+  if (part == "chatty") {
+    for (int i = 0; i < 40; ++i) Print("INFO  line " + std::to_string(i));
+  }
+  if (part == "mute") {
+    for (;;) ::pause();
+  }
+  AnswerForEver(listener);
+}
+
+// Before the test framework sees the arguments.
+__attribute__((constructor)) void BecomeJava(int count, char** words) {
+  if (fs::path(words[0]).filename() == "java" && count > 5) PlayJava(count, words);
+}
+
+unsigned short FreePort() {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  const int fd = Listen(0);
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  ::close(fd);
+  return ntohs(address.sin_port);
+}
+
+int GiveKey(void* context, const char* /*host*/, unsigned short /*port*/, SCA_ControlKey* key,
+            unsigned long* error) {
+  return SCA_LoadControlKey(static_cast<const std::string*>(context)->c_str(), key, error);
+}
+
+unsigned long long Number(const SCA_ConfigObj* object, const char* name) {
+  unsigned long long value = 0;
+  EXPECT_TRUE(object != nullptr && object->GetField(name, &value) != 0) << name;
+  return value;
+}
+
+std::string Text(const SCA_ConfigObj* object, const char* name) {
+  char value[4096] = "";
+  EXPECT_TRUE(object != nullptr && object->GetField(name, value, sizeof value) != 0) << name;
+  return value;
+}
+
+const SCA_ConfigObj* Last(const SCA_ConfigObj* object) {
+  return object != nullptr ? SCA_ToConfigObj(object->GetFields().GetTail()) : nullptr;
+}
+
+int KillShellsOf(unsigned long long parent) {
+  int count = 0;
+  for (const fs::directory_entry& entry : fs::directory_iterator("/proc")) {
+    std::ifstream file(entry.path() / "stat");
+    std::string pid;
+    std::string name;
+    char state = ' ';
+    unsigned long long itsParent = 0;
+    if (!(file >> pid >> name >> state >> itsParent) || itsParent != parent) continue;
+    if (name == "(sh)" && ::kill(std::stoi(pid), SIGKILL) == 0) ++count;
+  }
+  return count;
+}
+
+class TikaSvc : public ::testing::Test {
+ protected:
+  TikaSvc() {
+    fs::create_symlink(fs::read_symlink("/proc/self/exe"), dir_.File("java"));
+    for (const char* part :
+         {"good", "heap", "corrupt", "options", "brief", "leaves", "mute", "chatty"}) {
+      dir_.Write(std::string(part) + ".jar", "");
+    }
+    SCA_SetControlKeyProvider(&GiveKey, &keyFile_);
+  }
+  ~TikaSvc() override { SCA_SetControlKeyProvider(nullptr, nullptr); }
+
+  std::string Jar(const std::string& part) const { return dir_.File(part + ".jar"); }
+  std::string Home() const { return dir_.File("Tika Service"); }
+  std::string History() const { return Home() + "/data/history.trv"; }
+
+  std::unique_ptr<Program> Launch(std::vector<std::string> arguments,
+                                  std::vector<std::string> environment = {}) {
+    arguments.insert(arguments.begin(), {"--config", dir_.File("root.trv"), "--control-port", "0",
+                                         "--tika-bind", "127.0.0.1"});
+    environment.push_back("XDG_CONFIG_HOME=" + dir_.Path());
+    environment.push_back("PATH=" + dir_.Path() + ":" + std::getenv("PATH"));
+    return std::make_unique<Program>("tikasvc", arguments, environment);
+  }
+
+  // Starts a host and remembers its control port.
+  void Start(const std::vector<std::string>& arguments = {},
+             const std::vector<std::string>& environment = {}) {
+    host_ = Launch(arguments, environment);
+    const std::string words = "listens on control port ";
+    ASSERT_TRUE(host_->WaitForError(words)) << host_->Error();
+    const std::string log = host_->Error();
+    port_ = static_cast<unsigned short>(std::stoul(log.substr(log.find(words) + words.size())));
+  }
+
+  std::unique_ptr<SCA_TikaInterface> Connect() {
+    auto client = std::make_unique<SCA_TikaInterface>();
+    unsigned long error = 0;
+    EXPECT_EQ(client->Connect("127.0.0.1", port_, 5000, &error), 1) << SCA_ErrorText(error);
+    return client;
+  }
+
+  unsigned long Add(SCA_TikaInterface& client, const std::string& jar, unsigned short port) {
+    unsigned long id = 0;
+    unsigned long status = 0;
+    unsigned long code = 0;
+    EXPECT_EQ(client.AddServer(jar.c_str(), port, 64, "", &id, &status, &code), 1);
+    EXPECT_EQ(code, 0UL) << SCA_ErrorText(code);
+    return id;
+  }
+
+  unsigned long Begin(SCA_TikaInterface& client, unsigned long id) {
+    unsigned long status = 0;
+    unsigned long code = 0;
+    EXPECT_EQ(client.StartServer(id, &status, &code), 1);
+    return code;
+  }
+
+  bool ComesTo(SCA_TikaInterface& client, unsigned long wanted) {
+    return Eventually([&] {
+      unsigned long status = 99;
+      return client.GetStatus(&status) != 0 && status == wanted;
+    });
+  }
+
+  SCA_Owned<SCA_ConfigObj> StatusOf(SCA_TikaInterface& client, unsigned long id) {
+    SCA_ConfigObj* status = nullptr;
+    EXPECT_EQ(client.GetServerStatusEx(id, &status), 1);
+    return SCA_Owned<SCA_ConfigObj>(status);
+  }
+
+  std::vector<unsigned long> Ids(SCA_TikaInterface& client) {
+    SCA_TikaServerList list;
+    EXPECT_EQ(client.GetServerList(&list), 1);
+    std::vector<unsigned long> ids;
+    for (auto* node = list.GetHead(); node != nullptr; node = node->GetNext()) {
+      ids.push_back(node->GetItem()->GetServerId());
+    }
+    return ids;
+  }
+
+  TempDir dir_;
+  std::string keyFile_ = Home() + "/control.key";
+  std::unique_ptr<Program> host_;
+  unsigned short port_ = 0;
+};
+
+TEST_F(TikaSvc, KeepsServersRunningAndRemembersWhyTheyDied) {
+  const unsigned short port = FreePort();
+  Start({"--jar", Jar("chatty"), "--first-port", std::to_string(port)});
+  auto client = Connect();
+  ASSERT_TRUE(ComesTo(*client, SCA_ServerActive)) << host_->Error();
+  auto status = StatusOf(*client, 0);
+  EXPECT_EQ(Text(status.get(), SCA_ServerFields::TikaVersion), "Apache Tika 9.9");
+  EXPECT_EQ(Text(status.get(), SCA_ServerFields::StatusText), "ready");
+  EXPECT_EQ(Text(status.get(), SCA_ServerFields::Owner), "host");
+  ASSERT_EQ(::kill(static_cast<pid_t>(Number(status.get(), SCA_ServerFields::ProcessId)), SIGKILL),
+            0);
+  ASSERT_TRUE(Eventually([&] {
+    status = StatusOf(*client, 0);
+    return Number(status.get(), SCA_ServerFields::Restarts) == 1 &&
+           Number(status.get(), SCA_ServerFields::Ready) == 1;
+  })) << host_->Error();
+  const SCA_ConfigObj* death = Last(status->GetConfigObj(SCA_ServerFields::History));
+  EXPECT_EQ(Text(death, SCA_DeathFields::Kind), SCA_DeathKinds::Killed);
+  EXPECT_EQ(Number(death, SCA_DeathFields::Signal), static_cast<unsigned long long>(SIGKILL));
+  EXPECT_EQ(Number(death, SCA_DeathFields::Port), port);
+  const SCA_ConfigObj* lines = death->GetConfigObj(SCA_DeathFields::Lines);
+  ASSERT_EQ(lines->GetFieldCount(), 40UL);
+  EXPECT_EQ(Text(lines, "39"), "INFO  line 39");
+
+  // Killed as well, the host leaves nothing and, back again, still knows.
+  ASSERT_TRUE(Eventually([&] { return fs::exists(History()); }));
+  host_->Signal(SIGKILL);
+  EXPECT_TRUE(host_->FamilyEndsWithin(10));
+  EXPECT_EQ(host_->Wait(), 128 + SIGKILL);
+  Start();
+  client = Connect();
+  SCA_ConfigObj* object = nullptr;
+  ASSERT_EQ(client->GetStatusObj(&object), 1);
+  const SCA_Owned<SCA_ConfigObj> service(object);
+  EXPECT_EQ(Number(service.get(), SCA_ServiceFields::Servers), 0ULL);
+  const SCA_ConfigObj* history = service->GetConfigObj(SCA_ServiceFields::History);
+  ASSERT_EQ(history->GetFieldCount(), 1UL);
+  EXPECT_EQ(Number(Last(history), SCA_DeathFields::Number), 1ULL);
+  EXPECT_EQ(client->StopServer(), 1);
+  EXPECT_EQ(host_->Wait(), 0) << host_->Error();
+  EXPECT_TRUE(host_->FamilyEndsWithin(10));
+}
+
+TEST_F(TikaSvc, TellsCausesOfDeathApart) {
+  const int occupied = Listen(0);
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  ::getsockname(occupied, reinterpret_cast<sockaddr*>(&address), &length);
+  struct Row {
+    const char* jar;
+    const char* kind;
+    const char* words;
+  };
+  const Row rows[] = {
+      {"heap", SCA_DeathKinds::HeapExhausted, "OutOfMemoryError: Java heap space"},
+      {"corrupt", SCA_DeathKinds::JarRefused, "the jar is damaged"},
+      {"options", SCA_DeathKinds::OptionsRefused, "-Xwrong"},
+      {"brief", SCA_DeathKinds::Exited, "exit status 7"},
+      {"mute", SCA_DeathKinds::Silent, "it had not answered for 1 s"},
+      {"good", SCA_DeathKinds::PortTaken, "another program has its port"},
+  };
+  Start({"--silence-limit", "1"});
+  auto client = Connect();
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.jar);
+    const bool wantsTaken = row.kind == SCA_DeathKinds::PortTaken;
+    const unsigned long id =
+        Add(*client, Jar(row.jar), wantsTaken ? ntohs(address.sin_port) : FreePort());
+    ASSERT_EQ(Begin(*client, id), 0UL);
+    SCA_Owned<SCA_ConfigObj> status;
+    ASSERT_TRUE(Eventually([&] {
+      status = StatusOf(*client, id);
+      return status->GetConfigObj(SCA_ServerFields::History)->GetFieldCount() > 0;
+    })) << host_->Error();
+    const SCA_ConfigObj* death = Last(status->GetConfigObj(SCA_ServerFields::History));
+    EXPECT_EQ(Text(death, SCA_DeathFields::Kind), row.kind);
+    EXPECT_NE(Text(death, SCA_DeathFields::Cause).find(row.words), std::string::npos)
+        << Text(death, SCA_DeathFields::Cause);
+    EXPECT_EQ(client->DeleteServer(id), 1);
+  }
+  ::close(occupied);
+}
+
+TEST_F(TikaSvc, LetsTwoProductsShareServers) {
+  Start({"--jar", Jar("good"), "--first-port", std::to_string(FreePort())});
+  const unsigned short shared = FreePort();
+  auto first = Connect();
+  auto second = Connect();
+  const unsigned long mine = Add(*first, Jar("good"), FreePort());
+  const unsigned long ours = Add(*first, Jar("good"), shared);
+  EXPECT_EQ(Add(*second, Jar("brief"), shared), ours);
+  EXPECT_EQ(Add(*second, Jar("good"), FreePort()), ours + 1);
+
+  EXPECT_EQ(first->DeleteAllServers(), 1);
+  EXPECT_EQ(Ids(*first), (std::vector<unsigned long>{0, ours, ours + 1}));
+  EXPECT_EQ(first->DeleteAllServers(), 1);
+  EXPECT_EQ(Ids(*first), (std::vector<unsigned long>{0, ours, ours + 1})) << mine;
+  EXPECT_EQ(second->DeleteAllServers(), 1);
+  EXPECT_EQ(Ids(*first), (std::vector<unsigned long>{0}));
+
+  // Whoever goes without leave, leaves its servers to the host.
+  const unsigned long left = Add(*second, Jar("good"), shared);
+  EXPECT_EQ(Add(*first, Jar("good"), shared), left);
+  second.reset();
+  ASSERT_TRUE(Eventually(
+      [&] { return Text(StatusOf(*first, left).get(), SCA_ServerFields::Owner) == "host"; }));
+  EXPECT_EQ(first->DeleteAllServers(), 1);
+  EXPECT_EQ(Ids(*first), (std::vector<unsigned long>{0, left}));
+  EXPECT_EQ(first->DeleteServer(left), 1);
+  EXPECT_EQ(first->DeleteServer(left), 0);
+}
+
+TEST_F(TikaSvc, SuspendsResumesAndRefusesInWords) {
+  Start({"--jar", Jar("good"), "--first-port", std::to_string(FreePort())});
+  auto client = Connect();
+  ASSERT_TRUE(ComesTo(*client, SCA_ServerActive)) << host_->Error();
+  ASSERT_EQ(client->Suspend(), 1);
+  ASSERT_TRUE(ComesTo(*client, SCA_ServerInactive));
+  EXPECT_EQ(Number(StatusOf(*client, 0).get(), SCA_ServerFields::ProcessId), 0ULL);
+  EXPECT_EQ(Begin(*client, 0), 0UL);
+  EXPECT_EQ(Begin(*client, 0), SCA_ErrorAlreadyActive);
+  EXPECT_TRUE(ComesTo(*client, SCA_ServerActive));
+
+  unsigned long id = 0;
+  unsigned long status = 0;
+  unsigned long code = 0;
+  EXPECT_EQ(client->AddServer("/no/such.jar", FreePort(), 64, "", &id, &status, &code), 1);
+  EXPECT_EQ(Begin(*client, id), SCA_ErrorNoJar);
+  EXPECT_EQ(client->AddServer("x\"y.jar", FreePort(), 64, "", &id, &status, &code), 1);
+  EXPECT_EQ(code, SCA_ErrorInvalidData);
+  EXPECT_EQ(id, SCA_NoServerId);
+  EXPECT_EQ(client->AddServer(Jar("good").c_str(), 0, 64, "", &id, &status, &code), 1);
+  EXPECT_EQ(code, static_cast<unsigned long>(EINVAL));
+  SCA_ConfigObj* object = nullptr;
+  EXPECT_EQ(client->StartServer(77, &status, &code), 0);
+  EXPECT_EQ(client->GetServerStatusEx(77, &object), 0);
+  EXPECT_EQ(client->GetServer(77, &object), 0);
+  EXPECT_EQ(client->GetServerLog(77, 0, 0, &object), 0);
+  EXPECT_EQ(client->ClearServerLog(77), 0);
+  EXPECT_EQ(client->GetLastStatusCode(), 0UL);
+}
+
+TEST_F(TikaSvc, HandsOutTheMessagesThatAreAskedFor) {
+  Start({"--jar", Jar("chatty"), "--first-port", std::to_string(FreePort())});
+  auto client = Connect();
+  ASSERT_TRUE(ComesTo(*client, SCA_ServerActive)) << host_->Error();
+  SCA_TikaLog log(nullptr, 500, 0);
+  const auto count = [&](unsigned long last, unsigned long limit) {
+    EXPECT_EQ(client->GetServerLog(0, last, limit, &log), 1);
+    return log.GetMessageCount();
+  };
+  unsigned long all = 0;
+  ASSERT_TRUE(Eventually([&] {
+    all = count(SCA_NoItemId, 0);
+    tagSCA_ERROR_DESCR* newest = nullptr;
+    return log.GetMessageByPos(all - 1, &newest) != 0 &&
+           std::string(newest->text) == "INFO  line 39";
+  }));
+  EXPECT_EQ(count(SCA_NoItemId, 10), 10UL);
+  EXPECT_EQ(count(all - 6, 10), 5UL);
+  EXPECT_EQ(count(all - 6, 3), 3UL);
+  EXPECT_EQ(count(all - 1, 0), 0UL);
+  EXPECT_EQ(count(all + 100, 0), 0UL);
+  const auto session = Number(StatusOf(*client, 0).get(), SCA_ServerFields::LogSession);
+  EXPECT_EQ(client->ClearServerLog(0), 1);
+  EXPECT_EQ(count(SCA_NoItemId, 0), 0UL);
+  EXPECT_NE(Number(StatusOf(*client, 0).get(), SCA_ServerFields::LogSession), session);
+
+  unsigned long code = 1;
+  EXPECT_EQ(client->SaveTikaLog(SCA_TikaLogOn, "relative", &code), 1);
+  EXPECT_EQ(code, static_cast<unsigned long>(EINVAL));
+  EXPECT_EQ(client->SaveTikaLog(SCA_TikaLogOn, "", &code), 1);
+  EXPECT_EQ(code, 0UL);
+  EXPECT_EQ(client->SaveTikaLog(2, "", &code), 0);
+  auto status = StatusOf(*client, 0);
+  ::kill(static_cast<pid_t>(Number(status.get(), SCA_ServerFields::ProcessId)), SIGTERM);
+  EXPECT_TRUE(Eventually([&] { return !fs::is_empty(Home() + "/data/logs"); }));
+  EXPECT_EQ(client->GetDebugLog(SCA_NoItemId, 1, &log), 1);
+  EXPECT_EQ(log.GetMessageCount(), 1UL);
+  EXPECT_EQ(client->ClearDebugLog(), 1);
+
+  // What was switched on stays on.
+  host_->Signal(SIGTERM);
+  ASSERT_EQ(host_->Wait(), 0);
+  Start();
+  client = Connect();
+  SCA_ConfigObj* service = nullptr;
+  SCA_ConfigObj* servers = nullptr;
+  ASSERT_EQ(client->GetServiceStatusEx(&service, &servers), 1);
+  const SCA_Owned<SCA_ConfigObj> ownedServers(servers);
+  const SCA_Owned<SCA_ConfigObj> ownedService(service);
+  EXPECT_EQ(Number(service, SCA_ServiceFields::SaveTikaLog), 1ULL);
+  EXPECT_EQ(Text(service, SCA_ServiceFields::TikaLogDir), Home() + "/data/logs");
+}
+
+TEST_F(TikaSvc, KillsWhatAFormerLifeHasLeft) {
+  Start({"--jar", Jar("leaves"), "--first-port", std::to_string(FreePort())});
+  auto client = Connect();
+  ASSERT_TRUE(ComesTo(*client, SCA_ServerActive)) << host_->Error();
+  // Without its guardian, which must die first, a grandchild outlives the host.
+  SCA_ConfigObj* object = nullptr;
+  ASSERT_EQ(client->GetStatusObj(&object), 1);
+  const SCA_Owned<SCA_ConfigObj> service(object);
+  ASSERT_EQ(KillShellsOf(Number(service.get(), SCA_ServiceFields::ProcessId)), 1);
+  const std::unique_ptr<Program> former = std::move(host_);
+  former->Signal(SIGKILL);
+  former->Wait();
+  ASSERT_TRUE(Eventually([&] { return former->Family().size() <= 1; }));
+  ASSERT_EQ(former->Family().size(), 1U);
+  Start();
+  ASSERT_TRUE(host_->WaitForError("killed 1 process"));
+  EXPECT_TRUE(former->FamilyEndsWithin(10));
+}
+
+TEST_F(TikaSvc, SaysWhyItDoesNotStart) {
+  std::ofstream(dir_.File("damaged.trv")) << "SCA-CONFIG 1 9000 9 12 00000000\nnonsense";
+  Start();
+  const std::string taken = std::to_string(port_);
+  struct Row {
+    std::vector<std::string> arguments;
+    int status;
+    const char* words;
+  };
+  const Row rows[] = {
+      {{"--servers", "2"}, 2, "--servers needs --jar"},
+      {{"--jar", "x", "--first-port", "65535", "--servers", "2"}, 2, "beyond port 65535"},
+      {{"--metrics", "nowhere"}, 2, "is not host:port"},
+      {{"--no-such-option"}, 2, "--no-such-option"},
+      {{"--check-config"}, 0, ""},
+      {{}, 5, "another service host (process "},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.words);
+    const auto program = Launch(row.arguments, {"TIKA_SERVER_JAR="});
+    EXPECT_EQ(program->Wait(), row.status) << program->Error();
+    EXPECT_NE(program->Error().find(row.words), std::string::npos) << program->Error();
+  }
+  // With a home of its own.
+  const TempDir home;
+  const Row others[] = {
+      {{"--check-config", "--config", dir_.File("damaged.trv")}, 3, "restore it, or remove it"},
+      {{"--control-port", taken}, 4, "cannot open the control port"},
+      {{"--metrics", taken}, 4, "cannot serve metrics"},
+      {{"--jar", "/no/such.jar"}, 3, "cannot start a server from /no/such.jar"},
+  };
+  for (const Row& row : others) {
+    SCOPED_TRACE(row.words);
+    std::vector<std::string> arguments = row.arguments;
+    if (arguments.size() == 2) arguments.insert(arguments.end(), {"--config", home.File("r.trv")});
+    if (arguments.front() != "--control-port") {
+      arguments.insert(arguments.end(), {"--control-port", "0"});
+    }
+    Program program("tikasvc", arguments, {"XDG_CONFIG_HOME=" + home.Path()});
+    EXPECT_EQ(program.Wait(), row.status) << program.Error();
+    EXPECT_NE(program.Error().find(row.words), std::string::npos) << program.Error();
+  }
+  // Without a java, the host lives on and says what is missing.
+  fs::remove(dir_.File("java"));
+  Program bare("tikasvc",
+               {"--config", home.File("r.trv"), "--control-port", "0", "--jar", Jar("good")},
+               {"XDG_CONFIG_HOME=" + home.Path(), "PATH=" + dir_.Path()});
+  EXPECT_TRUE(bare.WaitForError("(ERR:2, No such file or directory)")) << bare.Error();
+  bare.Signal(SIGTERM);
+  EXPECT_EQ(bare.Wait(), 0);
+
+  fs::permissions(keyFile_, fs::perms::others_read, fs::perm_options::add);
+  host_->Signal(SIGINT);
+  EXPECT_EQ(host_->Wait(), 0);
+  const auto exposed = Launch({});
+  EXPECT_EQ(exposed->Wait(), 3);
+  EXPECT_NE(exposed->Error().find("cannot use the control key"), std::string::npos);
+}
+
+TEST_F(TikaSvc, TalksToTheServiceManagerAndReloads) {
+  const std::string name = dir_.File("notify");
+  const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, name.c_str(), name.size() + 1);
+  ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  const auto hears = [fd](const std::string& wanted) {
+    const Stopwatch watch;
+    pollfd entry{fd, POLLIN, 0};
+    while (watch.Ms() < kDeadlineMs && ::poll(&entry, 1, 1000) >= 0) {
+      char text[4096];
+      const auto length = ::recv(fd, text, sizeof text, MSG_DONTWAIT);
+      if (length > 0 &&
+          std::string(text, static_cast<std::size_t>(length)).find(wanted) != std::string::npos) {
+        return true;
+      }
+    }
+    return false;
+  };
+  Start({"--no-login"}, {"NOTIFY_SOCKET=" + name, "WATCHDOG_USEC=200000"});
+  EXPECT_TRUE(hears("READY=1"));
+  EXPECT_TRUE(hears("WATCHDOG=1"));
+  host_->Signal(SIGHUP);
+  EXPECT_TRUE(host_->WaitForError("tika_service.trv again"));
+  EXPECT_TRUE(fs::exists(Home()));
+  EXPECT_FALSE(fs::exists(keyFile_)) << "without a login there is no key";
+  host_->Signal(SIGTERM);
+  EXPECT_TRUE(hears("STOPPING=1"));
+  EXPECT_EQ(host_->Wait(), 0);
+  ::close(fd);
+}
+
+TEST_F(TikaSvc, ServesItsFigures) {
+  const unsigned short metrics = FreePort();
+  const unsigned short port = FreePort();
+  Start({"--jar", Jar("good"), "--first-port", std::to_string(port), "--metrics",
+         std::to_string(metrics)});
+  auto client = Connect();
+  ASSERT_TRUE(ComesTo(*client, SCA_ServerActive)) << host_->Error();
+  SCA_ConfigObj* object = nullptr;
+  EXPECT_EQ(client->GetServer(9, &object), 0);
+  const auto pid = Number(StatusOf(*client, 0).get(), SCA_ServerFields::ProcessId);
+  ASSERT_EQ(::kill(static_cast<pid_t>(pid), SIGKILL), 0);
+  ASSERT_TRUE(Eventually([&] {
+    const auto status = StatusOf(*client, 0);
+    return Number(status.get(), SCA_ServerFields::Restarts) == 1 &&
+           Number(status.get(), SCA_ServerFields::Ready) == 1;
+  }));
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(metrics);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  const std::string request = "GET /metrics HTTP/1.0\r\n\r\n";
+  ASSERT_EQ(::write(fd, request.data(), request.size()), static_cast<long>(request.size()));
+  std::string reply;
+  char block[4096];
+  for (ssize_t got = 1; (got = ::read(fd, block, sizeof block)) > 0;) {
+    reply.append(block, static_cast<std::size_t>(got));
+  }
+  ::close(fd);
+  const std::string label = "{server=\"0\",port=\"" + std::to_string(port) + "\"} ";
+  for (const std::string& line :
+       {std::string("tikasvc_servers{state=\"ready\"} 1\n"), "tikasvc_server_ready" + label + "1\n",
+        "tikasvc_server_restarts_total" + label + "1\n",
+        std::string("tikasvc_server_deaths_total{cause=\"killed\"} 1\n"),
+        std::string("{command=\"GetServer\",result=\"failed\"} 1\n"),
+        std::string("tikasvc_control_connections 1\n")}) {
+    EXPECT_NE(reply.find(line), std::string::npos) << line << reply;
+  }
+}
+
+}  // namespace
