@@ -8,6 +8,7 @@
 #include "client/SCA_TikaClient.h"
 #include "platform/SCA_Error.h"
 #include "programs/common/Json.h"
+#include "programs/tikaextract/ServerProbe.h"
 
 namespace fs = std::filesystem;
 
@@ -260,13 +261,17 @@ bool Extraction::FindServers(std::vector<std::string>* complaints) {
   return false;
 }
 
-int Extraction::PrepareServer(SCA_TikaClient* client, SCA_Event* /*stop*/, void* context,
+int Extraction::PrepareServer(SCA_TikaClient* client, SCA_Event* stop, void* context,
                               unsigned long* error) {
   auto* const self = static_cast<Extraction*>(context);
   const ServiceBoard& board = self->services_.Board();
   if (board.Knows(client->GetServiceId())) {
+    // One that is being started anew takes documents before it can serve them, and answers 404.
+    const bool isReady =
+        board.IsUsable(client->GetServiceId(), client->GetPortNumber()) &&
+        !AskTikaVersion(client->GetServerName(), client->GetPortNumber(), stop).empty();
     *error = SCA_ErrorNoServer;
-    return board.IsUsable(client->GetServiceId(), client->GetPortNumber()) ? 1 : 0;
+    return isReady ? 1 : 0;
   }
   if (!self->UsesPrivateServer() || self->EnsurePrivateServer(client)) return 1;
   *error = SCA_ErrorNotStarted;

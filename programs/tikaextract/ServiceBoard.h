@@ -59,7 +59,7 @@ class ServiceBoard {
   std::size_t Expected() const SCA_EXCLUDES(lock_);
   /// Waits until a server can be used. @return False when none can, or after the cancel event.
   bool WaitForServer(SCA_Event* cancel) SCA_EXCLUDES(lock_);
-  /// @return For each service that has no server, or has lost its connection, its name and why.
+  /// @return For each service its name and why nothing of it can be used, which the caller knows.
   std::vector<std::string> Complaints() const SCA_EXCLUDES(lock_);
   std::vector<std::string> TakeNotes() SCA_EXCLUDES(lock_);
   /// @return How many servers each service has, such as "tika1:9500: 2 servers".

@@ -309,20 +309,32 @@ void ServiceHost::GiveUp(Server* server, const std::string& why) {
 
 // Takes over what the host's list says of a server.
 void ServiceHost::Watch(const SCA_TikaServer& listed, Server* server) {
-  if (Runs(listed.GetProcessStatus())) {
-    if (std::exchange(server->isDown, false)) {
-      server->why.clear();
-      server->since = Clock::now();
-    }
-    return;
-  }
-  const bool isError = listed.GetProcessStatus() == SCA_ServerError;
+  if (Runs(listed.GetProcessStatus())) return WatchRunning(listed, server);
   if (server->isDown) return;
+  const bool isError = listed.GetProcessStatus() == SCA_ServerError;
   const std::string why = isError ? "is in error: " + HostsWords(server->id) : kStopped;
   if (isError && server->isAsked && !server->isUsable) return GiveUp(server, why);
   server->why = why;
   server->isDown = true;
   server->isUsable = false;
+}
+
+// One that has died since it answered is coming up once more.
+void ServiceHost::WatchRunning(const SCA_TikaServer& listed, Server* server) {
+  const unsigned long ends = listed.GetTikaErrors();
+  const bool hasDied = server->isUsable && ends != server->ends;
+  if (hasDied) {
+    board_->TellDetail(serviceId_, "port " + std::to_string(listed.GetPortNumber()) +
+                                       ": died and is started anew; " + HostsWords(server->id));
+  }
+  if (hasDied || server->isDown) {
+    server->isDown = false;
+    server->isUsable = false;
+    server->why.clear();
+    server->since = Clock::now();
+  }
+  // It counts from 0 when the server is started anew.
+  if (!server->ends || ends < *server->ends) server->ends = ends;
 }
 
 // Asks a server that is coming up whether it answers.
@@ -333,9 +345,10 @@ void ServiceHost::Probe(const SCA_TikaServer& listed, Server* server) {
     server->isUsable = true;
     server->why.clear();
     server->delayMs = 0;
+    server->ends = listed.GetTikaErrors();
     board_->TellDetail(serviceId_, "port " + std::to_string(port) + ": " + version + " answers");
   } else if (server->why.empty() && !IsStopping()) {
-    const std::string why = Hopelessness(listed, server);
+    const std::string why = Hopelessness(listed, *server);
     if (why.empty() || !server->isAsked) {
       server->why = why;
     } else {
@@ -345,14 +358,13 @@ void ServiceHost::Probe(const SCA_TikaServer& listed, Server* server) {
 }
 
 // @return Why a server will not come up; nothing while it may.
-std::string ServiceHost::Hopelessness(const SCA_TikaServer& listed, Server* server) {
-  if (!server->ends) server->ends = listed.GetTikaErrors();
-  if (listed.GetTikaErrors() - *server->ends >= kHopelessEnds) {
-    return "does not come up: " + HostsWords(server->id);
+std::string ServiceHost::Hopelessness(const SCA_TikaServer& listed, const Server& server) {
+  if (listed.GetTikaErrors() >= *server.ends + kHopelessEnds) {
+    return "does not come up: " + HostsWords(server.id);
   }
-  if (Clock::now() - server->since < kReadyLimit) return {};
+  if (Clock::now() - server.since < kReadyLimit) return {};
   return "has not answered for " + std::to_string(kReadyLimit.count()) +
-         " s: " + HostsWords(server->id);
+         " s: " + HostsWords(server.id);
 }
 
 // What the service host says of a server.

@@ -50,7 +50,7 @@ class ServiceHost {
     Clock::time_point since = Clock::now();  // it was started, or seen first
     Clock::time_point nextTry;               // after a failure
     unsigned long delayMs = 0;
-    std::optional<unsigned long> ends;  // unexpected ones that it had had by then
+    std::optional<unsigned long> ends;  // of its process, by then or when it answered last
   };
 
   void Run();
@@ -68,8 +68,9 @@ class ServiceHost {
   bool StartIt(Server* server);
   void GiveUp(Server* server, const std::string& why);
   void Watch(const SCA_TikaServer& listed, Server* server);
+  void WatchRunning(const SCA_TikaServer& listed, Server* server);
   void Probe(const SCA_TikaServer& listed, Server* server);
-  std::string Hopelessness(const SCA_TikaServer& listed, Server* server);
+  std::string Hopelessness(const SCA_TikaServer& listed, const Server& server);
   std::string HostsWords(unsigned long serverId);
   bool HasLost(const char* operation);
   void Publish();
