@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "client/SCA_TikaClient.h"
 #include "platform/SCA_Error.h"
 #include "programs/tikaextract/PrivateServer.h"
 #include "tests/support/TempDir.h"

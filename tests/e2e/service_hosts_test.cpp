@@ -1,0 +1,228 @@
+// Two service hosts with real Tika servers, on hosts of their own, while everything that can go
+// wrong does.
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+
+#include "control/SCA_ControlKey.h"
+#include "control/SCA_ServiceStatusNames.h"
+#include "control/SCA_TikaInterface.h"
+#include "host/SCA_TikaServer.h"
+#include "platform/SCA_Error.h"
+#include "tests/support/HostNetwork.h"
+#include "tests/support/Program.h"
+#include "tests/support/Timing.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string DefaultJar() {
+  const char* named = std::getenv("TIKA_SERVER_JAR");
+  if (named != nullptr && *named != '\0') return named;
+  const char* cache = std::getenv("XDG_CACHE_HOME");
+  const std::string base =
+      cache != nullptr && *cache != '\0' ? cache : std::string(std::getenv("HOME")) + "/.cache";
+  return base + "/sca_tika/tika-server-standard-3.3.2.jar";
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+// Copies of all samples in one folder, each with what must become of it.
+class Documents {
+ public:
+  explicit Documents(int copies) {
+    for (const fs::directory_entry& entry : fs::directory_iterator(SCA_SAMPLES_DIR)) {
+      const std::string sample = entry.path().string();
+      const bool hasText = fs::exists(sample + ".sentences");
+      if (!hasText && !fs::exists(sample + ".outcome")) continue;
+      for (int i = 0; i < copies; ++i) {
+        const std::string name = std::to_string(i) + "-" + entry.path().filename().string();
+        fs::copy(entry.path(), dir_.File(name));
+        samples_[name] = hasText ? sample : "";
+      }
+    }
+  }
+
+  const std::string& Path() const { return dir_.Path(); }
+  std::size_t Count() const { return samples_.size(); }
+
+  // @return Whether it is a document whose text is known; the text must then be whole.
+  bool Check(const std::string& name, const std::string& text) const {
+    const auto sample = samples_.find(name);
+    EXPECT_NE(sample, samples_.end()) << name;
+    if (sample == samples_.end() || sample->second.empty()) return false;
+    for (const std::string& sentence : Lines(ReadFile(sample->second + ".sentences"))) {
+      EXPECT_NE(text.find(sentence), std::string::npos) << name << " lacks " << sentence;
+    }
+    return true;
+  }
+  bool HasText(const std::string& name) const { return !samples_.at(name).empty(); }
+
+ private:
+  const TempDir dir_;
+  std::map<std::string, std::string> samples_;  // by name of the copy; "" without a known text
+};
+
+int GiveKey(void* context, const char* /*host*/, unsigned short /*port*/, SCA_ControlKey* key,
+            unsigned long* error) {
+  return SCA_LoadControlKey(static_cast<const std::string*>(context)->c_str(), key, error);
+}
+
+class ServiceHosts : public ::testing::Test {
+ protected:
+  ServiceHosts() {
+    unsigned long error = 0;
+    EXPECT_EQ(SCA_CreateControlKey(keyFile_.c_str(), &error), 1) << SCA_ErrorText(error);
+    SCA_SetControlKeyProvider(&GiveKey, &keyFile_);
+  }
+  ~ServiceHosts() override { SCA_SetControlKeyProvider(nullptr, nullptr); }
+  void SetUp() override {
+    ASSERT_TRUE(fs::is_regular_file(DefaultJar()))
+        << "there is no " << DefaultJar() << ": run scripts/setup, which fetches it";
+  }
+
+  std::string Home(int host) const { return home_.File("host" + std::to_string(host)); }
+
+  // Starts a service host, the second time on the port that it had.
+  void Launch(int host) {
+    fs::create_directories(Home(host) + "/Tika Service");
+    fs::copy_file(keyFile_, Home(host) + "/Tika Service/control.key",
+                  fs::copy_options::skip_existing);
+    std::vector<std::string> arguments = {"--config",       Home(host) + "/root.trv",
+                                          "--jar",          DefaultJar(),
+                                          "--servers",      "2",
+                                          "--first-port",   std::to_string(23000 + 10 * host),
+                                          "--heap",         "300",
+                                          "--tika-bind",    network_.Address(host),
+                                          "--control-port", std::to_string(ports_[host])};
+    network_.On(host, [&] {
+      programs_[host] = std::make_unique<Program>(
+          "tikasvc", arguments,
+          std::vector<std::string>{"XDG_CONFIG_HOME=" + Home(host), "TMPDIR=" + Home(host)});
+    });
+    const std::string words = "listens on control port ";
+    ASSERT_TRUE(programs_[host]->WaitForError(words)) << programs_[host]->Error();
+    const std::string log = programs_[host]->Error();
+    ports_[host] =
+        static_cast<unsigned short>(std::stoul(log.substr(log.find(words) + words.size())));
+  }
+
+  bool IsReady(int host) {
+    SCA_TikaInterface client;
+    unsigned long error = 0;
+    unsigned long status = 0;
+    return client.Connect(network_.Address(host).c_str(), ports_[host], 5000, &error) != 0 &&
+           client.GetStatus(&status) != 0 && status == SCA_ServerActive;
+  }
+
+  std::string Service(int host) const {
+    return network_.Address(host) + ":" + std::to_string(ports_[host]);
+  }
+
+  void End(int host) {
+    programs_[host]->Signal(SIGTERM);
+    EXPECT_EQ(programs_[host]->Wait(), 0) << programs_[host]->Error();
+    EXPECT_TRUE(programs_[host]->FamilyEndsWithin(10));
+  }
+
+  HostNetwork network_{2};
+  const TempDir home_;
+  std::string keyFile_ = home_.File("client/Tika Service/control.key");
+  unsigned short ports_[2] = {0, 0};
+  std::unique_ptr<Program> programs_[2];
+};
+
+TEST_F(ServiceHosts, EveryDocumentEndsWhateverDies) {
+  const Documents documents(20);
+  Launch(0);
+  Launch(1);
+  ASSERT_TRUE(Eventually([this] { return IsReady(0) && IsReady(1); }))
+      << programs_[0]->Error() << programs_[1]->Error();
+  const TempDir scratch;
+  Program run("tikaextract",
+              {"-r", documents.Path(), "--service", Service(0), "--service", Service(1), "--jsonl",
+               "--timeout", "10", "-j", "4", "--verbose"},
+              {"XDG_CONFIG_HOME=" + home_.File("client"), "TMPDIR=" + scratch.Path()});
+  const auto comesTo = [&run](std::size_t records) {
+    return Eventually([&] { return Lines(run.Output()).size() >= records; });
+  };
+  ASSERT_TRUE(comesTo(20)) << run.Error();
+  for (const std::string& process : programs_[0]->Family()) {
+    if (process.find("java") != std::string::npos) {
+      ::kill(std::stoi(process), SIGKILL);
+      break;
+    }
+  }
+  ASSERT_TRUE(comesTo(60)) << run.Error();
+  programs_[1]->Signal(SIGKILL);
+  EXPECT_EQ(programs_[1]->Wait(), 128 + SIGKILL);
+  EXPECT_TRUE(programs_[1]->FamilyEndsWithin(10));
+  ASSERT_TRUE(comesTo(100)) << run.Error();
+  Launch(1);
+  ASSERT_TRUE(Eventually([this] { return IsReady(1); })) << programs_[1]->Error();
+  network_.Cut(0);
+  const std::size_t atCut = Lines(run.Output()).size();
+  ASSERT_TRUE(comesTo(std::min(atCut + 60, documents.Count()))) << run.Error();
+  network_.Mend(0);
+  EXPECT_EQ(run.Wait(), 1) << run.Error();
+
+  std::set<std::string> seen;
+  std::size_t lost = 0;
+  for (const std::string& line : Lines(run.Output())) {
+    const nlohmann::json record = nlohmann::json::parse(line);
+    const std::string name = fs::path(std::string(record["path"])).filename();
+    EXPECT_TRUE(seen.insert(name).second) << name << " came twice";
+    if (record["outcome"] == "extracted") {
+      documents.Check(name, record["text"]);
+    } else {
+      EXPECT_FALSE(std::string(record["error"]).empty()) << line;
+      if (documents.HasText(name)) ++lost;
+    }
+  }
+  EXPECT_EQ(seen.size(), documents.Count());
+  // Each fault costs at most what was under way at its servers, which take two tries.
+  EXPECT_LE(lost, 12U) << run.Error();
+  EXPECT_TRUE(fs::is_empty(scratch.Path()));
+  End(0);
+  End(1);
+  RecordProperty("wires", network_.HasWires() ? 1 : 0);
+}
+
+TEST_F(ServiceHosts, FullDisksSpoilNothing) {
+  const std::string small = home_.File("small");
+  fs::create_directories(small);
+  const SmallDisk disk(small, 64);
+  if (!disk.IsMounted()) GTEST_SKIP() << "only root can mount the small disk that this test fills";
+  const Documents documents(3);
+  Launch(0);
+  ASSERT_TRUE(Eventually([this] { return IsReady(0); })) << programs_[0]->Error();
+  Program run("tikaextract", {"-r", documents.Path(), "--service", Service(0), "-o", small},
+              {"XDG_CONFIG_HOME=" + home_.File("client")});
+  EXPECT_EQ(run.Wait(), 1);
+  EXPECT_NE(run.Error().find("No space left on device"), std::string::npos) << run.Error();
+  std::size_t texts = 0;
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(small)) {
+    const std::string name = entry.path().filename();
+    if (name == ".tikaextract.journal") continue;
+    ASSERT_EQ(entry.path().extension(), ".txt") << "left over: " << name;
+    if (documents.Check(name.substr(0, name.size() - 4), ReadFile(entry.path()))) ++texts;
+  }
+  EXPECT_GT(texts, 0U);
+  End(0);
+}
+
+}  // namespace
