@@ -125,12 +125,6 @@ int Extraction::RunDocuments() {
   if (progress_.IsShown()) CountDocuments();
   documents_ = std::make_unique<Documents>(options_, isTaken);
   window_ = std::min<std::size_t>(kLargestWindow, setup_.Settings().GetMaxPendingRequests());
-  // Workers there are as many as servers.
-  if (!setup_.Services().empty() && options_.jobs != 0) {
-    if (options_.jobs < setup_.Servers().size() + services_.Board().Expected()) {
-      window_ = std::min<std::size_t>(window_, options_.jobs);
-    }
-  }
   while (Fill()) {
     const std::unique_ptr<Job> job = TakeFinished();
     ShowServices();
@@ -208,20 +202,25 @@ void Extraction::ComplainAboutServers(const std::vector<std::string>& complaints
 }
 
 bool Extraction::AddClient(const ServerOfService& server, unsigned long* error) {
-  return dispatcher_->AddServer(server.address.host.c_str(), server.address.port, server.serviceId,
-                                error) != 0;
+  if (dispatcher_->AddServer(server.address.host.c_str(), server.address.port, server.serviceId,
+                             error) == 0) {
+    return false;
+  }
+  clients_.fetch_add(1);
+  return true;
 }
 
-// A service's servers come one by one, and later ones too are to have their share.
-std::size_t Extraction::ClientsForServer() {
-  const std::size_t servers = setup_.Servers().size() + services_.Board().Expected();
-  return std::max<std::size_t>(1, options_.jobs / std::max<std::size_t>(1, servers));
+// Services' servers come one by one: each has its share of what is left, and one at least.
+unsigned long Extraction::ClientsForServer() {
+  const unsigned long left = options_.jobs - std::min(options_.jobs, clients_.load());
+  const unsigned long servers = setup_.Servers().size() + services_.Board().Expected();
+  return std::clamp(options_.jobs / std::max(1UL, servers), 1UL, std::max(1UL, left));
 }
 
 void Extraction::AddServerOfService(unsigned long serviceId, unsigned short port) {
   SCA_TikaService* service = nullptr;
   setup_.Settings().GetServiceList()->GetService(serviceId, &service);
-  for (std::size_t i = ClientsForServer(); i > 0; --i) {
+  for (unsigned long i = ClientsForServer(); i > 0; --i) {
     unsigned long error = 0;
     if (AddClient({{service->GetHostName(), port}, serviceId}, &error)) continue;
     if (error != SCA_ErrorStopping) {
@@ -288,7 +287,7 @@ bool Extraction::EnsurePrivateServer(SCA_TikaClient* client) {
 // Keeps the window full. @return False when nothing is under way and nothing is left.
 bool Extraction::Fill() {
   Document document;
-  while (!isEnding_ && jobs_.size() < window_) {
+  while (!isEnding_ && jobs_.size() < Window()) {
     if (IsCancelled() || !documents_->Next(&document)) {
       isEnding_ = true;
       break;
@@ -304,6 +303,12 @@ bool Extraction::Fill() {
     Submit(document, entry, bytes);
   }
   return !jobs_.empty();
+}
+
+// So many clients as servers may be more than are wanted at once.
+std::size_t Extraction::Window() const {
+  const bool areTooMany = options_.jobs != 0 && clients_.load() > options_.jobs;
+  return areTooMany ? std::min<std::size_t>(window_, options_.jobs) : window_;
 }
 
 void Extraction::Submit(const Document& document, const Journal::Entry& entry,
