@@ -1,5 +1,8 @@
 #include "programs/common/Json.h"
 
+#include <cstdio>
+
+#include "programs/common/Escape.h"
 #include "programs/common/Utf8.h"
 
 namespace {
@@ -32,6 +35,27 @@ std::string Base64(std::string_view bytes) {
   return text;
 }
 
+// What is left of control characters, DEL and those beyond ASCII, stands within strings, where an
+// escape means the same.
+std::string EscapeControls(const std::string& json) {
+  std::string escaped;
+  std::size_t copied = 0;
+  for (std::size_t at = 0; at < json.size();) {
+    char32_t character = 0;
+    const bool isPlain = static_cast<Byte>(json[at]) < 0x7F;
+    const std::size_t length =
+        isPlain ? 1 : DecodeUtf8(std::string_view(json).substr(at), &character);
+    if (!isPlain && IsControl(character)) {
+      char escape[8];
+      std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(character) & 0xFFFFU);
+      escaped.append(json, copied, at - copied).append(escape);
+      copied = at + length;
+    }
+    at += length;
+  }
+  return escaped.append(json, copied);
+}
+
 }  // namespace
 
 void SetJsonText(nlohmann::ordered_json* object, const std::string& key, std::string_view text) {
@@ -40,5 +64,6 @@ void SetJsonText(nlohmann::ordered_json* object, const std::string& key, std::st
 }
 
 std::string JsonText(const nlohmann::ordered_json& value, int indent) {
-  return value.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  return EscapeControls(
+      value.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
 }

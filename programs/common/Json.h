@@ -10,7 +10,8 @@
 /// `key` + "Base64", then holds the original.
 void SetJsonText(nlohmann::ordered_json* object, const std::string& key, std::string_view text);
 
-/// @return The value on one line, or indented by so many blanks.
+/// @return The value on one line, or indented by so many blanks; no character of it moves a
+///         terminal's cursor.
 std::string JsonText(const nlohmann::ordered_json& value, int indent = -1);
 
 #endif  // SCA_PROGRAMS_COMMON_JSON_H

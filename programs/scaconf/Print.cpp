@@ -1,11 +1,9 @@
 #include "programs/scaconf/Print.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <string_view>
 
+#include "programs/common/Escape.h"
 #include "programs/common/Json.h"
-#include "programs/common/Utf8.h"
 
 namespace {
 
@@ -28,23 +26,6 @@ const char* TypeName(unsigned long fileType) {
 
 std::string Text(const char* text) {
   return text != nullptr ? text : "";
-}
-
-bool IsControl(char32_t character) {
-  const bool isDirection = (character >= 0x200E && character <= 0x200F) ||
-                           (character >= 0x2028 && character <= 0x202E) ||
-                           (character >= 0x2066 && character <= 0x2069);
-  return character < 0x20 || (character >= 0x7F && character < 0xA0) || isDirection;
-}
-
-std::string EscapeBytes(std::string_view bytes) {
-  std::string shown;
-  for (const char byte : bytes) {
-    char escape[8];
-    std::snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned char>(byte));
-    shown += escape;
-  }
-  return shown;
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): files have a limited depth
@@ -80,26 +61,6 @@ Json MemberToJson(const SCA_Field& member) {
 }
 
 }  // namespace
-
-std::string Escape(const std::string& text) {
-  std::string shown;
-  for (std::size_t at = 0; at < text.size();) {
-    char32_t character = 0;
-    const std::size_t decoded = DecodeUtf8(std::string_view(text).substr(at), &character);
-    const std::string bytes = text.substr(at, std::max<std::size_t>(decoded, 1));
-    at += bytes.size();
-    if (bytes == "\\") {
-      shown += "\\\\";
-    } else if (bytes == "\n") {
-      shown += "\\n";
-    } else if (bytes == "\t") {
-      shown += "\\t";
-    } else {
-      shown += decoded > 0 && !IsControl(character) ? bytes : EscapeBytes(bytes);
-    }
-  }
-  return shown;
-}
 
 std::string Summary(const SCA_ConfigFileInfo& info) {
   return "file type " + std::to_string(info.fileType) + TypeName(info.fileType) +

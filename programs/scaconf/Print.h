@@ -7,11 +7,6 @@
 
 #include "foundation/SCA_ConfigFile.h"
 
-/// Puts a backslash before a backslash and before what would break a line or a terminal: \n, \t,
-/// and \xNN for the bytes of other control characters (directions of writing included) and of what
-/// is not UTF-8.
-std::string Escape(const std::string& text);
-
 /// "file type 9001 (user configuration of the service host), format version 9, 412 bytes"
 std::string Summary(const SCA_ConfigFileInfo& info);
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/SCA_Error.h"
+#include "programs/common/Escape.h"
 #include "programs/common/Json.h"
 #include "programs/scaconf/Print.h"
 

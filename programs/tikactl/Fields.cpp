@@ -1,0 +1,153 @@
+#include "programs/tikactl/Fields.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+
+#include "programs/common/Escape.h"
+#include "programs/common/Json.h"
+#include "programs/tikactl/Table.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// Fields that are texts even when they look like numbers.
+constexpr const char* kTexts[] = {
+    SCA_ServiceFields::StatusText,    SCA_ServiceFields::Version,
+    SCA_ServiceFields::HostName,      SCA_ServiceFields::DataDirectory,
+    SCA_ServiceFields::TikaLogDir,    SCA_ServerFields::FileName,
+    SCA_ServerFields::JavaOptions,    SCA_ServerFields::TikaVersion,
+    SCA_ServerFields::StatusCodeText, SCA_ServerFields::LastDeath,
+    SCA_ServerFields::Owner,          SCA_DeathFields::Kind,
+    SCA_DeathFields::Cause,
+};
+
+constexpr const char* kTimes[] = {SCA_ServiceFields::StartTime, SCA_ServerFields::LastDeathTime,
+                                  SCA_DeathFields::Time};
+
+template <std::size_t count>
+bool IsOneOf(const char* const (&names)[count], const std::string& name) {
+  return std::any_of(std::begin(names), std::end(names),
+                     [&name](const char* known) { return name == known; });
+}
+
+template <class Number>
+std::optional<Number> ReadNumber(const std::string& text) {
+  Number number = 0;
+  const char* end = text.data() + text.size();
+  const auto [last, failure] = std::from_chars(text.data(), end, number);
+  // Another spelling, such as 007, would be lost.
+  const bool isWhole = failure == std::errc() && last == end && std::to_string(number) == text;
+  return isWhole ? std::optional<Number>(number) : std::nullopt;
+}
+
+std::string SnakeCase(const std::string& name) {
+  std::string key = Escape(name);
+  for (char& c : key) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    if (c == ' ') c = '_';
+  }
+  return key;
+}
+
+std::string FreeKey(const Json& object, const std::string& name) {
+  const std::string wanted = SnakeCase(name);
+  std::string key = wanted;
+  for (int number = 2; object.contains(key); ++number) key = wanted + "_" + std::to_string(number);
+  return key;
+}
+
+// A list's members are named by their places.
+bool IsList(const SCA_ConfigObj& object) {
+  unsigned long place = 0;
+  bool isList = true;
+  ForEachMember(&object, [&](const SCA_Field& member) {
+    isList = isList && NameOf(member) == std::to_string(place++);
+  });
+  return isList;
+}
+
+void SetValue(Json* object, const std::string& key, const SCA_Field& member, bool isText) {
+  const std::string value = ValueOf(member);
+  if (member.GetValue() == nullptr) {
+    (*object)[key] = nullptr;
+  } else if (const auto number = ReadNumber<unsigned long long>(value); number && !isText) {
+    (*object)[key] = *number;
+  } else if (const auto negative = ReadNumber<long long>(value); negative && !isText) {
+    (*object)[key] = *negative;
+  } else {
+    SetJsonText(object, key, value);
+  }
+}
+
+// Counts from 1601 are no use to most readers.
+void SetReadableTime(Json* object, const std::string& key) {
+  const Json& value = object->at(key);
+  if (!value.is_number_unsigned() || object->contains(key + "_local")) return;
+  const std::string text = When(value.get<unsigned long long>());
+  if (text != "-") (*object)[key + "_local"] = text;
+}
+
+// NOLINTNEXTLINE(misc-no-recursion): what comes in a message has a limited depth
+Json Convert(const SCA_ConfigObj& object, bool areTexts) {
+  Json json = Json::object();
+  ForEachMember(&object, [&json, areTexts](const SCA_Field& member) {
+    const std::string name = NameOf(member);
+    const std::string key = FreeKey(json, name);
+    const SCA_ConfigObj* child = SCA_ToConfigObj(&member);
+    if (child == nullptr) {
+      SetValue(&json, key, member, areTexts || IsOneOf(kTexts, name));
+      if (IsOneOf(kTimes, name)) SetReadableTime(&json, key);
+      return;
+    }
+    const bool areLines = name == SCA_DeathFields::Lines;
+    Json members = Convert(*child, areLines);
+    if (areLines && IsList(*child) && members.size() == child->GetFieldCount()) {
+      Json list = Json::array();
+      for (auto& item : members) list.push_back(std::move(item));
+      members = std::move(list);
+    }
+    json[key] = std::move(members);
+  });
+  return json;
+}
+
+}  // namespace
+
+std::string NameOf(const SCA_Field& member) {
+  return member.GetName() != nullptr ? member.GetName() : "";
+}
+
+std::string ValueOf(const SCA_Field& member) {
+  return member.GetValue() != nullptr ? member.GetValue() : "";
+}
+
+std::string Fields::Text(const char* name) const {
+  SCA_Field* member = nullptr;
+  if (object_ == nullptr || object_->GetFieldByName(name, &member) == 0) return {};
+  return Printable(ValueOf(*member));
+}
+
+std::optional<unsigned long long> Fields::Number(const char* name) const {
+  unsigned long long number = 0;
+  if (object_ == nullptr || object_->GetField(name, &number) == 0) return std::nullopt;
+  return number;
+}
+
+const SCA_ConfigObj* Fields::Object(const char* name) const {
+  return object_ != nullptr ? object_->GetConfigObj(name) : nullptr;
+}
+
+std::string ServerIdOf(const SCA_Field& member) {
+  return ClipToWidth(Printable(NameOf(member)), 10);
+}
+
+const SCA_ConfigObj* FindServer(const SCA_ConfigObj& servers, unsigned long serverId) {
+  SCA_Field* member = nullptr;
+  return servers.GetFieldById(serverId, &member) != 0 ? SCA_ToConfigObj(member) : nullptr;
+}
+
+nlohmann::ordered_json ToJson(const SCA_ConfigObj& object) {
+  return Convert(object, false);
+}

@@ -1,0 +1,175 @@
+#include "programs/tikactl/Health.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "host/SCA_TikaServer.h"
+#include "platform/SCA_Time.h"
+
+namespace {
+
+namespace Server = SCA_ServerFields;
+namespace Service = SCA_ServiceFields;
+
+constexpr unsigned long long kRecentMs = 3600000;  // a death that is still worth a word
+
+struct Problem {
+  std::string text;
+  std::string command;  // tells more
+};
+
+std::string Named(const std::string& id, const Fields& server) {
+  const auto port = server.Number(Server::Port);
+  return "server " + id + (port ? " (port " + std::to_string(*port) + ")" : "");
+}
+
+struct Survey {
+  std::vector<Problem> problems;  // the worst first
+  std::string stopped;            // ids, a blank before each
+  unsigned long ready = 0;
+  unsigned long all = 0;
+};
+
+Problem GivenUp(const std::string& id, const Fields& server) {
+  const std::string reason = TroubleOf(server);
+  const std::string because = reason.empty() ? "" : ": " + reason;
+  if (server.Text(Server::LastDeath).empty()) {
+    return {Named(id, server) + " could not be started" + because, "debug-log"};
+  }
+  return {Named(id, server) + " was given up" + because, "history " + id};
+}
+
+Problem NotReady(const std::string& id, const Fields& server) {
+  const std::string word = server.Text(Server::StatusText);
+  const auto silence = server.Number(Server::Silence);
+  return {Named(id, server) + (word.empty() ? " does not answer" : " is " + word) +
+              (silence.value_or(0) >= 1000 ? ", without an answer for " + Duration(*silence) : "") +
+              RestartsOf(server),
+          (RestartsOf(server).empty() ? "logs " : "history ") + id};
+}
+
+void Look(const std::string& id, const Fields& server, Survey* survey) {
+  ++survey->all;
+  switch (StateOf(server)) {
+    case ServerState::GivenUp:
+      survey->problems.insert(survey->problems.begin(), GivenUp(id, server));
+      break;
+    case ServerState::Waiting:
+      survey->problems.push_back(NotReady(id, server));
+      break;
+    case ServerState::Ready:
+      ++survey->ready;
+      break;
+    case ServerState::Stopped:
+    case ServerState::NotStarted:
+      survey->stopped += " " + id;
+      break;
+    case ServerState::Unknown:
+      survey->problems.push_back(
+          {"the state of " + Named(id, server) + " is unknown", "--json status"});
+  }
+}
+
+// What has gone wrong and is over.
+std::string PastTrouble(const Host& host, const Fields& service, const SCA_ConfigObj& servers) {
+  unsigned long long last = 0;
+  ForEachServer(servers, [&last](const std::string& /*id*/, const Fields& server) {
+    last = std::max(last, server.NumberOr(Server::LastDeathTime, 0));
+  });
+  const unsigned long long now = SCA_GetAbsTime();
+  const unsigned long long agoMs = now > last ? (now - last) / SCA_AbsTimePerMs : 0;
+  const unsigned long long deaths = service.NumberOr(Service::Deaths, 0);
+  if (deaths == 0 || last == 0 || agoMs > kRecentMs) return {};
+  return " A server died " + Duration(agoMs) + " ago, " + Count(deaths, "death") +
+         " since the host's start: see " + host.Hint("history") + ".";
+}
+
+std::string StartCommand(const Survey& survey) {
+  return "start" + (survey.stopped.empty() ? " ID" : survey.stopped);
+}
+
+Health Ill(const Host& host, const std::string& text, const std::string& command) {
+  return {false, text + "; see " + host.Hint(command) + "."};
+}
+
+}  // namespace
+
+ServerState StateOf(const Fields& server) {
+  const auto status = server.Number(Server::Status);
+  if (!status) return ServerState::Unknown;
+  switch (*status) {
+    case SCA_ServerError:
+      return ServerState::GivenUp;
+    case SCA_ServerInactive:
+      return ServerState::Stopped;
+    case SCA_ServerIdle:
+      return ServerState::NotStarted;
+    case SCA_ServerActive:
+    case SCA_ServerPending:
+      return server.NumberOr(Server::Ready, 0) != 0 ? ServerState::Ready : ServerState::Waiting;
+    default:
+      return ServerState::Unknown;
+  }
+}
+
+Cell StateCell(const Fields& server) {
+  static constexpr struct {
+    const char* word;
+    Colour colour;
+  } kStates[] = {{"given up", Colour::Red},    {"stopped", Colour::Dim},
+                 {"not started", Colour::Dim}, {"not answering", Colour::Yellow},
+                 {"ready", Colour::Green},     {"unknown", Colour::Red}};
+  const auto& state = kStates[static_cast<std::size_t>(StateOf(server))];
+  const std::string word = server.Text(Server::StatusText);
+  return {word.empty() ? state.word : word, state.colour};
+}
+
+std::string TroubleOf(const Fields& server) {
+  const std::string reason = server.Text(Server::StatusCodeText);
+  return reason.empty() ? server.Text(Server::LastDeath) : reason;
+}
+
+std::string RestartsOf(const Fields& server) {
+  const unsigned long long restarts = server.NumberOr(Server::Restarts, 0);
+  const std::string death = server.Text(Server::LastDeath);
+  if (restarts == 0) return {};
+  return ", after " + Count(restarts, "restart") + (death.empty() ? "" : ": " + death);
+}
+
+Health Judge(const Host& host, const Fields& service, const SCA_ConfigObj& servers) {
+  Survey survey;
+  ForEachServer(servers, [&survey](const std::string& id, const Fields& server) {
+    Look(id, server, &survey);
+  });
+  const auto status = service.Number(Service::Status);
+  if (status == SCA_ServerInactive) {
+    return {false, "The service is suspended, all its servers are stopped; " +
+                       host.Hint(StartCommand(survey)) + " ends that."};
+  }
+  if (!survey.problems.empty()) {
+    const std::size_t others = survey.problems.size() - 1;
+    const Problem& worst = survey.problems.front();
+    return Ill(host,
+               "Not well: " + worst.text + (others > 0 ? ", and " + Count(others, "other") : ""),
+               worst.command);
+  }
+  if (survey.all == 0) {
+    return {false, "There are no servers; " + host.Hint("add --jar FILE --port PORT --start") +
+                       " makes one."};
+  }
+  if (survey.ready == 0) {
+    return {false, "No server is started; " + host.Hint(StartCommand(survey)) + " does it."};
+  }
+  if (status != SCA_ServerActive) {
+    const std::string word = service.Text(Service::StatusText);
+    return Ill(
+        host,
+        "Not well: the service says that it is " + (word.empty() ? "in an unknown state" : word),
+        "debug-log");
+  }
+  const bool areMany = survey.ready != 1;
+  return {true, "All is well: " + Count(survey.ready, "server") +
+                    (areMany ? " answer" : " answers") +
+                    (survey.stopped.empty() ? "" : ", not started:" + survey.stopped) + "." +
+                    PastTrouble(host, service, servers)};
+}

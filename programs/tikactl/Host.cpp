@@ -1,0 +1,171 @@
+#include "programs/tikactl/Host.h"
+
+#include <cerrno>
+
+#include "control/SCA_ControlKey.h"
+#include "host/SCA_TikaConfig.h"
+#include "platform/SCA_Error.h"
+#include "programs/common/Escape.h"
+#include "programs/tikactl/Fields.h"
+
+namespace {
+
+std::string keyFile;  // set before any thread is started
+
+// Why this thread's last connect could not read the key: the code of a connect does not say that
+// it was the key.
+thread_local unsigned long keyError = 0;
+
+std::string KeyFile() {
+  if (!keyFile.empty()) return keyFile;
+  char path[4096];
+  return SCA_GetControlKeyFile(path, sizeof path) != 0 ? path : "";
+}
+
+int ReadKey(void* /*context*/, const char* /*host*/, unsigned short /*port*/, SCA_ControlKey* key,
+            unsigned long* error) {
+  const std::string file = KeyFile();
+  *error = ENOENT;
+  if (!file.empty() && SCA_LoadControlKey(file.c_str(), key, error) != 0) return 1;
+  if (*error != ENOENT) keyError = *error;
+  return 0;
+}
+
+const char* ConnectAdvice(unsigned long code) {
+  switch (code) {
+    case ECONNREFUSED:
+      return "; no service host listens there: check the address, and that tikasvc runs";
+    case ETIMEDOUT:
+      return "; check the address, the firewall and whether the host hangs, or raise --timeout";
+    case SCA_ErrorHostName:
+      return "; check the name";
+    case SCA_ErrorFrame:
+      return "; check the port: something else answers there";
+    case SCA_ErrorConnectionLimit:
+      return "; try again when others have ended";
+    case SCA_ErrorLoginMissing:
+      return ": it may be an impostor; if it is not, move the key away";
+    default:
+      return "; check the address, and that tikasvc runs there";
+  }
+}
+
+std::string Ids(const SCA_ConfigObj& servers) {
+  std::string ids;
+  ForEachServer(servers, [&ids](const std::string& id, const Fields& /*server*/) {
+    ids += (ids.empty() ? "" : ", ") + id;
+  });
+  return ids;
+}
+
+}  // namespace
+
+std::string UseKeyFile(const std::string& file) {
+  keyFile = file;
+  SCA_SetControlKeyProvider(&ReadKey, nullptr);
+  SCA_ControlKey key;
+  unsigned long code = 0;
+  if (file.empty() || SCA_LoadControlKey(file.c_str(), &key, &code) != 0) return {};
+  return "--key " + Printable(file) + ": " + SCA_ErrorText(code);
+}
+
+Host::Host(const HostPort& address, unsigned long timeoutMs)
+    : address_(address), name_(Printable(FormatHostPort(address))), timeoutMs_(timeoutMs) {
+  client_.SetReplyTimeout(timeoutMs);
+}
+
+std::string Host::Hint(const std::string& command) const {
+  const bool isDefault = address_.host == kDefaultHost && address_.port == SCA_DefaultControlPort;
+  return "'tikactl " + (isDefault ? "" : "-H " + name_ + " ") + command + "'";
+}
+
+bool Host::IsThisMachine() const {
+  return address_.host == "localhost" || address_.host == "::1" ||
+         address_.host.compare(0, 4, "127.") == 0;
+}
+
+void Host::Connect() {
+  unsigned long code = 0;
+  keyError = 0;
+  if (client_.Connect(address_.host.c_str(), address_.port, timeoutMs_, &code) == 0) {
+    throw ExplainConnect(code);
+  }
+}
+
+Failure Host::ExplainConnect(unsigned long code) const {
+  const std::string text = SCA_ErrorText(code);
+  if (keyError != 0) return {kLoginRefused, code, "control key " + KeyFile() + ": " + text};
+  switch (code) {
+    case SCA_ErrorNoKey:
+      return {kLoginRefused, code,
+              text + "; copy the host's control.key to " + Printable(KeyFile()) +
+                  ", readable by you alone, or name it with --key"};
+    case SCA_ErrorLoginRefused:
+      return {kLoginRefused, code,
+              text + "; compare " + Printable(KeyFile()) + " with the host's control.key"};
+    case SCA_ErrorLoginMissing:
+      return {kLoginRefused, code, text + ConnectAdvice(code)};
+    default:
+      return {kNoConnection, code, "cannot connect: " + text + ConnectAdvice(code)};
+  }
+}
+
+Failure Host::Explain(const std::string& what) {
+  const unsigned long code = client_.GetLastStatusCode();
+  if (code == 0) {
+    return {kFailed, 0,
+            "the service host refused to " + what + "; " + Hint("debug-log") + " may tell why"};
+  }
+  if (code == EINVAL) return {kFailed, code, "cannot ask to " + what + ": the text cannot be sent"};
+  if (code == ETIMEDOUT) {
+    return {kNoConnection, code,
+            "no answer within " + std::to_string(timeoutMs_ / 1000) + " s when asked to " + what +
+                "; the host may still do it"};
+  }
+  return {kNoConnection, code,
+          "the connection broke when asked to " + what + ": " + SCA_ErrorText(code)};
+}
+
+Failure Host::ExplainServer(unsigned long serverId, const std::string& what) {
+  Failure failure = Explain(what);
+  if (failure.code != 0) return failure;
+  try {
+    const ConfigObject servers = GetServiceStatus();
+    if (FindServer(*servers, serverId) != nullptr) return failure;
+    const std::string ids = Ids(*servers);
+    failure.text = "there is no server " + std::to_string(serverId) +
+                   (ids.empty() ? "; there are none" : "; there are: " + ids);
+  } catch (const Failure&) {
+    // The first refusal is what counts.
+  }
+  return failure;
+}
+
+void Host::GetStatus(ConfigObject* service, ConfigObject* servers) {
+  SCA_ConfigObj* objects[2] = {};
+  Ask("tell its status", [&objects](SCA_TikaServiceClient& client) {
+    return client.GetServiceStatusEx(&objects[0], &objects[1]);
+  });
+  service->reset(objects[0]);
+  servers->reset(objects[1]);
+}
+
+ConfigObject Host::GetServiceStatus() {
+  unsigned long status = 0;
+  unsigned long counts[2] = {};
+  unsigned long long figures[2] = {};
+  SCA_ConfigObj* servers = nullptr;
+  Ask("tell its servers' status", [&](SCA_TikaServiceClient& client) {
+    return client.GetServiceStatus(&status, &counts[0], &counts[1], &figures[0], &figures[1],
+                                   &servers);
+  });
+  return ConfigObject(servers);
+}
+
+ConfigObject Host::GetServerStatus(unsigned long serverId) {
+  SCA_ConfigObj* status = nullptr;
+  AskServer(
+      serverId, "tell the status of server " + std::to_string(serverId),
+      [&](SCA_TikaServiceClient& client) { return client.GetServerStatusEx(serverId, &status); });
+  return ConfigObject(status);
+}

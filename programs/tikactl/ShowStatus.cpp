@@ -1,0 +1,168 @@
+#include <string_view>
+
+#include "platform/SCA_Time.h"
+#include "programs/common/Escape.h"
+#include "programs/common/Json.h"
+#include "programs/tikactl/Commands.h"
+#include "programs/tikactl/Fields.h"
+#include "programs/tikactl/Health.h"
+#include "programs/tikactl/Terminal.h"
+
+namespace {
+
+namespace Server = SCA_ServerFields;
+namespace Service = SCA_ServiceFields;
+
+std::string OrDash(const std::string& text) {
+  return text.empty() ? "-" : text;
+}
+
+std::string NumberOrDash(const Fields& fields, const char* name) {
+  const auto number = fields.Number(name);
+  return number ? std::to_string(*number) : "-";
+}
+
+std::string SizeOrDash(const Fields& fields, const char* name) {
+  const auto number = fields.Number(name);
+  return number ? Size(*number) : "-";
+}
+
+// Why it is not as it should be, else how it last died.
+Cell Trouble(const Fields& server) {
+  const unsigned long long time = server.NumberOr(Server::LastDeathTime, 0);
+  const std::string reason = server.Text(Server::StatusCodeText);
+  if (!reason.empty()) return {reason, Colour::Red};
+  const std::string death = server.Text(Server::LastDeath);
+  return death.empty() ? "-" : When(time) + " " + death;
+}
+
+std::string TikaVersion(const Fields& server) {
+  constexpr std::string_view kProduct = "Apache Tika ";
+  const std::string version = server.Text(Server::TikaVersion);
+  return OrDash(version.rfind(kProduct, 0) == 0 ? version.substr(kProduct.size()) : version);
+}
+
+Table ServerTable(const SCA_ConfigObj& servers) {
+  Table table({{"ID", Align::Right},
+               {"PORT", Align::Right},
+               {"STATE"},
+               {"UP", Align::Right},
+               {"MEMORY", Align::Right},
+               {"HEAP", Align::Right},
+               {"ANSWER", Align::Right},
+               {"RESTARTS", Align::Right},
+               {"TIKA"},
+               {"JAR"},
+               {"OWNER"},
+               {"LAST TROUBLE"}});
+  ForEachServer(servers, [&table](const std::string& id, const Fields& server) {
+    const bool isRunning = server.NumberOr(Server::ProcessId, 0) != 0;
+    const bool hasAnswered = server.NumberOr(Server::Ready, 0) != 0;
+    const auto heap = server.Number(Server::HeapSize);
+    const auto figure = [](bool isKnown, const std::string& text) {
+      return isKnown ? text : std::string("-");
+    };
+    table.Add({id, NumberOrDash(server, Server::Port), StateCell(server),
+               figure(isRunning, Duration(server.NumberOr(Server::UpTime, 0))),
+               figure(isRunning, SizeOrDash(server, Server::MemoryUsage)),
+               heap ? std::to_string(*heap) + " MB" : "-",
+               figure(hasAnswered, Duration(server.NumberOr(Server::AnswerTime, 0))),
+               NumberOrDash(server, Server::Restarts), TikaVersion(server),
+               OrDash(BaseName(server.Text(Server::FileName))), OrDash(server.Text(Server::Owner)),
+               Trouble(server)});
+  });
+  return table;
+}
+
+std::string LoginText(const Fields& service) {
+  const auto mode = service.Number(Service::LoginMode);
+  if (!mode) return "";
+  return *mode == 0 ? ", loopback alone, no login" : ", login with the control key";
+}
+
+void PrintService(const Fields& service, Output* output) {
+  const auto number = [&service](const char* name) { return NumberOrDash(service, name); };
+  const unsigned long long startTime = service.NumberOr(Service::StartTime, 0);
+  const std::string rows[][2] = {
+      {"Service", OrDash(service.Text(Service::StatusText)) + " on " +
+                      OrDash(service.Text(Service::HostName)) + ", version " +
+                      OrDash(service.Text(Service::Version)) + ", process " +
+                      number(Service::ProcessId)},
+      {"Up", Duration(service.NumberOr(Service::UpTime, 0)) + ", since " + When(startTime)},
+      {"Control", "port " + number(Service::ControlPort) + LoginText(service) + "; connections " +
+                      number(Service::Connections) + ", requests " + number(Service::Requests) +
+                      ", failed " + number(Service::FailedRequests)},
+      {"Servers", number(Service::Servers) + ": active " + number(Service::ActiveServers) +
+                      ", ready " + number(Service::ReadyServers) + ", given up " +
+                      number(Service::ErrorServers) + "; deaths since the start " +
+                      number(Service::Deaths)},
+      {"Memory", SizeOrDash(service, Service::MemoryUsage) + " in servers; host " +
+                     SizeOrDash(service, Service::HostMemory) + ", threads " +
+                     number(Service::HostThreads) + ", open files " +
+                     number(Service::HostDescriptors)},
+      {"Daily files", std::string(service.NumberOr(Service::SaveTikaLog, 0) != 0 ? "on" : "off") +
+                          ", " + OrDash(service.Text(Service::TikaLogDir))},
+      {"Data", OrDash(service.Text(Service::DataDirectory))},
+  };
+  for (const auto& [title, text] : rows) {
+    output->Print(Paint(title + std::string(13 - title.size(), ' '), Colour::Bold) + text);
+  }
+}
+
+}  // namespace
+
+void ShowStatus(Call& call) {
+  ConfigObject service;
+  ConfigObject servers;
+  call.host.GetStatus(&service, &servers);
+  const Fields fields(service.get());
+  const Health health = Judge(call.host, fields, *servers);
+  if (call.options.json) {
+    nlohmann::ordered_json record = call.Record();
+    record["well"] = health.isWell;
+    SetJsonText(&record, "summary", health.text);
+    record["service"] = ToJson(*service);
+    record["servers"] = ToJson(*servers);
+    call.Print(record);
+    return;
+  }
+  call.output.Print(Paint(health.text, health.isWell ? Colour::Green : Colour::Red));
+  call.output.Print("");
+  PrintService(fields, &call.output);
+  if (servers->GetFieldCount() == 0) return;
+  call.output.Print("");
+  call.output.Print(ServerTable(*servers).Lines(Terminal::Width()));
+}
+
+void ShowServers(Call& call) {
+  const ConfigObject servers = call.host.GetServiceStatus();
+  if (call.options.json) {
+    nlohmann::ordered_json record = call.Record();
+    record["servers"] = ToJson(*servers);
+    call.Print(record);
+  } else if (servers->GetFieldCount() == 0) {
+    call.output.Print("no servers; " + call.host.Hint("add --jar FILE --port PORT --start") +
+                      " makes one");
+  } else {
+    call.output.Print(ServerTable(*servers).Lines(Terminal::Width()));
+  }
+}
+
+void ShowVersion(Call& call) {
+  char product[SCA_ServiceTextSize] = "";
+  char version[SCA_ServiceTextSize] = "";
+  char name[SCA_ServiceTextSize] = "";
+  call.host.Ask("tell its version", [&](SCA_TikaServiceClient& client) {
+    return client.GetVersionInfo(product) != 0 && client.GetServerInfo(version, name) != 0 ? 1 : 0;
+  });
+  if (call.options.json) {
+    nlohmann::ordered_json record = call.Record();
+    SetJsonText(&record, "version_info", product);
+    SetJsonText(&record, "version", version);
+    SetJsonText(&record, "host_name", name);
+    call.Print(record);
+  } else {
+    call.output.Print(Printable(product) + ", control port " + Printable(version) + ", on " +
+                      Printable(name));
+  }
+}

@@ -1,0 +1,445 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <csignal>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "control/SCA_ServiceStatusNames.h"
+#include "control/SCA_TikaServiceServer.h"
+#include "host/SCA_TikaServer.h"
+#include "platform/SCA_Error.h"
+#include "tests/control/fake_service.h"
+#include "tests/support/Program.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/Timing.h"
+
+namespace {
+
+namespace Death = SCA_DeathFields;
+namespace Server = SCA_ServerFields;
+namespace Service = SCA_ServiceFields;
+using Json = nlohmann::json;
+using Texts = std::vector<std::string>;
+
+// A host with the servers 0, which answers once it has been asked `readyAfter` times, and 4, which
+// was given up.
+class ScriptedHost : public FakeService {
+ public:
+  int GetServiceStatusEx(SCA_ConfigObj** service, SCA_ConfigObj** servers) override {
+    *service = Make();
+    if (fill) return fill(*service), *servers = Make(), fill(*servers), 1;
+    (*service)->AddField(Service::Status, isSuspended ? SCA_ServerInactive : SCA_ServerError, 0);
+    (*service)->AddField(Service::UpTime, 273600000ULL, 0);
+    (*service)->AddField(Service::Version, "17", 0);
+    return FillServers(servers);
+  }
+  int GetServiceStatus(unsigned long* status, unsigned long* errors, unsigned long* active,
+                       unsigned long long* memory, unsigned long long* upTime,
+                       SCA_ConfigObj** servers) override {
+    *status = *errors = *active = 0;
+    *memory = *upTime = 0;
+    return FillServers(servers);
+  }
+  int GetServerStatusEx(unsigned long id, SCA_ConfigObj** status) override {
+    *status = Make();
+    if (fill) fill(*status);
+    (*status)->AddField(Server::LogSession, session.load(), 0);
+    AddDeath((*status)->AddConfigObj(Server::History));
+    return id == 0 ? 1 : 0;
+  }
+  int GetServerLog(unsigned long id, unsigned long last, unsigned long count,
+                   SCA_ConfigObj** log) override {
+    *log = Make();
+    if (fill) fill(*log);
+    const std::lock_guard<std::mutex> guard(mutex);
+    auto first = last == SCA_NoServerId ? messages.begin() : messages.upper_bound(last);
+    while (count != 0 && std::distance(first, messages.end()) > static_cast<long>(count)) ++first;
+    for (; first != messages.end(); ++first) {
+      const std::string value = "5 2026-11-23 05:12:33 " + first->second;
+      (*log)->AddField(std::to_string(first->first).c_str(), value.c_str(), 0);
+    }
+    ++polls;
+    return id == 0 ? 1 : 0;
+  }
+  int AddServer(const char* file, unsigned short, unsigned long, const char*, unsigned long* id,
+                unsigned long* status, unsigned long* code) override {
+    *status = SCA_ServerIdle;
+    *code = std::string(file) == "/no.jar" ? SCA_ErrorNoJar : 0;
+    *id = *code != 0 ? SCA_NoServerId : 4;
+    return 1;
+  }
+  int StartServer(unsigned long id, unsigned long* status, unsigned long* code) override {
+    *status = SCA_ServerActive;
+    *code = id == 4 ? SCA_ErrorNotStarted : 0;
+    return id == 0 || id == 4 ? 1 : 0;
+  }
+  int DeleteServer(unsigned long id) override { return id == 0 ? 1 : 0; }
+  int SaveTikaLog(unsigned long, const char* directory, unsigned long* code) override {
+    *code = *directory != '\0' ? EACCES : 0;
+    return 1;
+  }
+  int Suspend() override { return isSuspended = true, 1; }
+  int StopServer() override { return stop.Set(), 1; }
+
+  // Replaces the log.
+  void SetLog(std::map<unsigned long, std::string> log, unsigned long newSession) {
+    const std::lock_guard<std::mutex> guard(mutex);
+    messages = std::move(log);
+    session.store(newSession);
+  }
+
+  int readyAfter = 0;
+  std::atomic<bool> isSuspended{false};
+  std::atomic<unsigned long> session{7};
+  std::atomic<int> polls{0};
+  SCA_Event stop{1, 0};
+
+ private:
+  static SCA_ConfigObj* Make() { return new SCA_ConfigObj("Object", nullptr); }
+
+  int FillServers(SCA_ConfigObj** servers) {
+    *servers = Make();
+    if (fill) return fill(*servers), 1;
+    SCA_ConfigObj* server = (*servers)->AddConfigObj("0");
+    server->AddField(Server::Status, isSuspended ? SCA_ServerInactive : SCA_ServerActive, 0);
+    server->AddField(Server::Ready, ++asked_ > readyAfter ? 1 : 0, 0);
+    server->AddField(Server::FileName, "/opt/Ünï \x1b[31m.jar", 0);
+    server->AddField(Server::JavaOptions, "123", 0);
+    SCA_ConfigObj* other = (*servers)->AddConfigObj("4");
+    other->AddField(Server::Status, SCA_ServerError, 0);
+    other->AddField(Server::Port, 9998, 0);
+    other->AddField(Server::StatusCodeText, "the jar is gone", 0);
+    return 1;
+  }
+  static void AddDeath(SCA_ConfigObj* history) {
+    SCA_ConfigObj* death = history->AddConfigObj("0");
+    death->AddField(Death::Kind, "heap exhausted", 0);
+    death->AddField(Death::RunTime, 11045000ULL, 0);
+    death->AddField(Death::Signal, 9, 0);
+    SCA_ConfigObj* memory = death->AddConfigObj(Death::Memory);
+    for (const int before : {3, 2, 1}) {
+      memory->AddField(std::to_string(before * 1000).c_str(), (4ULL - before) << 20, 0);
+    }
+    for (const char* line : {"one", "two", "three", "four"}) {
+      SCA_ConfigObj* lines = death->GetConfigObj(Death::Lines);
+      if (lines == nullptr) lines = death->AddConfigObj(Death::Lines);
+      lines->AddField(std::to_string(lines->GetFieldCount()).c_str(), line, 0);
+    }
+  }
+
+  std::atomic<int> asked_{0};
+  std::mutex mutex;
+  std::map<unsigned long, std::string> messages;
+};
+
+class TikaCtl : public ::testing::Test {
+ protected:
+  void SetUp() override { Open(0); }
+
+  void Open(unsigned short port) {
+    unsigned long error = 0;
+    server_ = std::make_unique<SCA_TikaServiceServer>(&factory_, port, &error);
+    ASSERT_TRUE(server_->IsValid()) << SCA_ErrorText(error);
+    port_ = server_->GetPort();
+  }
+  std::string Name() const { return "127.0.0.1:" + std::to_string(port_); }
+  std::unique_ptr<Program> Start(Texts arguments) const {
+    arguments.insert(arguments.begin(), {"-H", Name()});
+    return std::make_unique<Program>("tikactl", arguments,
+                                     Texts{"XDG_CONFIG_HOME=" + dir_.Path(), "TERM=xterm"});
+  }
+
+  TempDir dir_;
+  ScriptedHost host_;
+  FakeFactory factory_{&host_};
+  std::unique_ptr<SCA_TikaServiceServer> server_;
+  unsigned short port_ = 0;
+};
+
+// Line breaks and printable UTF-8 alone.
+bool IsFitForTerminal(const std::string& text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return c == '\n' || static_cast<unsigned char>(c) >= 0x20; }) &&
+         text.find("\x7f") == std::string::npos && text.find("\xC2\x9B") == std::string::npos &&
+         text.find("\xE2\x80\xAE") == std::string::npos;
+}
+
+TEST_F(TikaCtl, SaysWhatWasDoneAndWhyNot) {
+  host_.SetLog({{0, "first"}, {1, "\tsecond"}}, 7);
+  const std::string jar = dir_.Write("x.jar", "");
+  const struct {
+    Texts arguments;
+    int status;
+    Texts said;
+  } rows[] = {
+      {{"status"},
+       0,
+       {"Not well: server 4 (port 9998) could not be started: the jar is gone; see "
+        "'tikactl -H " +
+            Name() + " debug-log'.\n",
+        "Up           3 d 4 h"}},
+      {{"servers"}, 0, {"Ünï \\x1B[31m.jar", "\n 4  9998  given up"}},
+      {{"add", "--jar", "/no.jar", "--port", "9998"},
+       1,
+       {": no server was added: /no.jar, port 9998: the Tika server JAR file does not exist"}},
+      {{"add", "--jar", jar, "--port", "9998"}, 1, {"port 9998 belongs to server 4"}},
+      {{"start", "0"}, 0, {"server 0 is started\n"}},
+      {{"start", "4", "0"},
+       1,
+       {"server 4 was not started: the Java process could not be started",
+        "server 0 is started\n"}},
+      {{"start", "9"}, 1, {"there is no server 9; there are: 0, 4\n"}},
+      {{"delete", "4", "9"},
+       1,
+       {"refused to delete server 4; 'tikactl -H " + Name() + " debug-log'",
+        "there is no server 9"}},
+      {{"delete", "0", "--wait", "1"}, 1, {"server 0 is still there after 1 s"}},
+      {{"logs", "0"},
+       0,
+       {"2026-11-23 05:12:33 error   first\n2026-11-23 05:12:33 error       second\n"}},
+      {{"logs", "0", "-n", "1"}, 0, {"2026-11-23 05:12:33 error       second\n"}},
+      {{"logs", "9"}, 1, {"there is no server 9"}},
+      {{"clear-log"},
+       0,
+       {"the debug log of the service host itself is cleared; no server's log is"}},
+      {{"save-log", "off"}, 0, {"are off\n"}},
+      {{"save-log", "on", "/x"}, 1, {"/x: Permission denied"}},
+      {{"save-log", "on", "x"}, 2, {"DIR is a directory on the host"}},
+      {{"history", "0"},
+       0,
+       {"heap exhausted", "ran 3 h 4 min", "signal 9", "▁▅█ min 1 MB, max 3 MB, over 2 s",
+        "| two\n"}},
+      {{"ping", "-c", "1"}, 0, {"request 1 answered in ", "1 request, 1 answered; min "}},
+      {{"version"}, 0, {"text 1 of GetVersionInfo"}},
+      {{"top", "-n", "1"}, 0, {"READ/s", "\n 4  9998  given up"}},
+      {{"shutdown", "--wait", "1"}, 1, {"still there after 1 s"}},
+      {{}, 2, {"subcommand is required"}},
+      {{"logs"}, 2, {"ID is required"}},
+      {{"start", "-1"}, 2, {}},
+      {{"status", "--wait", "1"}, 2, {}},
+      {{"status", "--key", "/no/key"}, 4, {"--key /no/key: No such file"}},
+  };
+  for (const auto& row : rows) {
+    std::string line;
+    for (const std::string& word : row.arguments) line += word + " ";
+    SCOPED_TRACE(line);
+    const auto program = Start(row.arguments);
+    EXPECT_EQ(program->Wait(), row.status);
+    const std::string said = program->Output() + program->Error();
+    for (const std::string& text : row.said) EXPECT_NE(said.find(text), std::string::npos) << said;
+    EXPECT_TRUE(IsFitForTerminal(said)) << said;
+    EXPECT_TRUE(row.status != 1 || program->Error().find("tikactl: " + Name()) == 0) << said;
+  }
+  // Neither a log too many nor one too few was cleared.
+  const Texts calls = host_.Calls();
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), "ClearDebugLog"), 1);
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), "ClearServerLog 0"), 0);
+}
+
+TEST_F(TikaCtl, WaitsUntilTheServersAnswerOrTheHostIsGone) {
+  host_.readyAfter = 3;
+  EXPECT_EQ(Start({"start", "0", "--wait", "60"})->Wait(), 0);
+  EXPECT_EQ(Start({"suspend", "--wait", "60"})->Wait(), 0);
+  const auto stopped = Start({"start", "0", "--wait", "60"});
+  EXPECT_EQ(stopped->Wait(), 1);
+  EXPECT_NE(stopped->Error().find("server 0 was stopped meanwhile"), std::string::npos);
+  const auto shutdown = Start({"shutdown", "--wait", "60"});
+  ASSERT_EQ(host_.stop.Wait(kDeadlineMs), 1);
+  server_.reset();
+  EXPECT_EQ(shutdown->Wait(), 0);
+  EXPECT_NE(shutdown->Output().find("the service host is gone"), std::string::npos);
+}
+
+TEST_F(TikaCtl, JsonKeepsEverythingUnderFriendlyNames) {
+  host_.fill = [](SCA_ConfigObj* object) {
+    object->AddField("Up Time", 18446744073709551615ULL, 0);
+    object->AddField("Up Time", -1, 0);
+    object->AddField("Java Options", "123", 0);
+    object->AddField("Odd", "007", 0);
+    object->AddField("Bytes", "\xff\xC2\x9B", 0);
+    object->AddConfigObj("Nested")->AddField("A B", "c\x1b", 0);
+  };
+  const auto program = Start({"servers", "--json"});
+  EXPECT_EQ(program->Wait(), 0);
+  const Json expected = {{"up_time", 18446744073709551615ULL},
+                         {"up_time_2", -1},
+                         {"java_options", "123"},
+                         {"odd", "007"},
+                         {"bytes", "\xEF\xBF\xBD\xC2\x9B"},
+                         {"bytesBase64", "/8Kb"},
+                         {"nested", {{"a_b", "c\x1b"}}}};
+  EXPECT_EQ(Json::parse(program->Output()), (Json{{"host", Name()}, {"servers", expected}}));
+  EXPECT_TRUE(IsFitForTerminal(program->Output()));
+
+  const auto starts = Start({"start", "4", "0", "--json"});
+  EXPECT_EQ(starts->Wait(), 1);
+  const Json results = Json::parse(starts->Output())["results"];
+  ASSERT_EQ(results.size(), 2U);
+  EXPECT_EQ(results[0]["server_id"], 4);
+  EXPECT_EQ(results[0]["error_code"], SCA_ErrorNotStarted);
+  EXPECT_EQ(results[1], (Json{{"done", "server 0 is started"}, {"server_id", 0}}));
+}
+
+TEST_F(TikaCtl, HostsAreShownInTheirOrderAndADeadOneHidesNoOther) {
+  unsigned short dead = 0;
+  {
+    dead = ScriptedServer([](ServerConnection&) {}).Port();
+  }
+  ScriptedServer web([](ServerConnection& connection) {
+    connection.Send("HTTP/1.1 400 Bad Request\r\n\r\n");
+    connection.WaitForEnd();
+  });
+  const std::string deadName = "localhost:" + std::to_string(dead);
+  const std::string webName = "localhost:" + std::to_string(web.Port());
+  const Texts hosts{"-H", deadName, "-H", webName, "-H", Name(), "version"};
+  const auto program = Start(hosts);
+  EXPECT_EQ(program->Wait(), 3);
+  const std::string output = program->Output();
+  std::size_t at = 0;
+  for (const std::string& name : {Name(), deadName, webName, Name()}) {
+    at = output.find("== " + name + " ==", at);
+    ASSERT_NE(at, std::string::npos) << output;
+    ++at;
+  }
+  EXPECT_NE(program->Error().find(deadName + ": cannot connect: Connection refused"),
+            std::string::npos);
+  EXPECT_NE(program->Error().find(webName + ": cannot connect: the peer does not speak"),
+            std::string::npos);
+
+  Texts json = hosts;
+  json.emplace_back("--json");
+  const auto records = Start(json);
+  EXPECT_EQ(records->Wait(), 3);
+  std::istringstream lines(records->Output());
+  Texts names;
+  for (std::string line; std::getline(lines, line);) {
+    const Json record = Json::parse(line);
+    names.push_back(record["host"]);
+    EXPECT_EQ(record.contains("error"), record["host"] != Name()) << line;
+  }
+  EXPECT_EQ(names, (Texts{Name(), deadName, webName, Name()}));
+}
+
+TEST_F(TikaCtl, RefusedLoginHasAStatusOfItsOwn) {
+  const std::string right = dir_.Write("right", std::string(64, 'a'));
+  const std::string wrong = dir_.Write("wrong", std::string(64, 'b'));
+  for (const std::string& file : {right, wrong}) ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
+  const auto giveKey = [](void* context, const char*, unsigned short, SCA_ControlKey* key,
+                          unsigned long* error) {
+    return SCA_LoadControlKey(static_cast<const std::string*>(context)->c_str(), key, error);
+  };
+  SCA_SetControlKeyProvider(giveKey, const_cast<std::string*>(&right));
+  FakeFactory factory(&host_, 1);
+  unsigned long error = 0;
+  const SCA_TikaServiceServer server(&factory, 0, &error);
+  SCA_SetControlKeyProvider(nullptr, nullptr);
+  ASSERT_TRUE(server.IsValid()) << SCA_ErrorText(error);
+  const std::string name = "127.0.0.1:" + std::to_string(server.GetPort());
+  const struct {
+    Texts key;
+    int status;
+    const char* said;
+  } rows[] = {{{"--key", right}, 0, ""},
+              {{"--key", wrong}, 4, "the control keys of both ends differ"},
+              {{}, 4, "there is no control key for it; copy the host's control.key to "}};
+  for (const auto& row : rows) {
+    Texts arguments{"-H", name, "version"};
+    arguments.insert(arguments.end(), row.key.begin(), row.key.end());
+    const auto program = Start(arguments);
+    EXPECT_EQ(program->Wait(), row.status);
+    EXPECT_NE(program->Error().find(row.said), std::string::npos) << program->Error();
+  }
+}
+
+TEST_F(TikaCtl, FollowsALogThatIsClearedOutrunAndLost) {
+  host_.SetLog({{0, "a"}, {1, "b"}, {2, "c"}}, 7);
+  const auto program = Start({"logs", "0", "-f", "-n", "2"});
+  const auto printed = [&program](const std::string& texts) {
+    return Eventually([&] {
+      std::string found;
+      std::istringstream lines(program->Output());
+      for (std::string line; std::getline(lines, line);) found += line.back();
+      return found == texts;
+    });
+  };
+  EXPECT_TRUE(printed("bc")) << program->Output();
+  host_.SetLog({{2, "c"}, {3, "d"}}, 7);
+  EXPECT_TRUE(printed("bcd")) << program->Output();
+  host_.SetLog({{9, "e"}}, 7);
+  EXPECT_TRUE(program->WaitForError("went too fast: 5 lines missed"));
+  // Cleared, with as many new lines as there were: ids alone would not tell.
+  host_.SetLog({{0, "f"}, {9, "g"}, {10, "h"}}, 8);
+  EXPECT_TRUE(program->WaitForError("the log of server 0 was cleared"));
+  EXPECT_TRUE(printed("bcdefgh")) << program->Output();
+  server_.reset();
+  EXPECT_TRUE(program->WaitForError("trying again until it is back"));
+  host_.SetLog({{0, "i"}}, 8);
+  Open(port_);
+  EXPECT_TRUE(program->WaitForError("the service host was restarted"));
+  EXPECT_TRUE(printed("bcdefghi")) << program->Output();
+  program->Signal(SIGINT);
+  EXPECT_EQ(program->Wait(), 130);
+}
+
+TEST_F(TikaCtl, HostileAnswersNeitherCrashItNorReachTheTerminal) {
+  const std::string evil =
+      "\x1b]0;x\x07\xC2\x9B"
+      "31m\xE2\x80\xAE\xff\xC3\x7f\r";
+  const Texts names{Server::Status,
+                    Server::Ready,
+                    Server::Port,
+                    Server::UpTime,
+                    Server::StatusText,
+                    Server::LastDeathTime,
+                    Server::MemoryUsage,
+                    Service::History,
+                    Death::Memory,
+                    Death::Lines,
+                    Service::Version,
+                    "0",
+                    "1",
+                    evil,
+                    Server::LogSession};
+  const std::function<void(SCA_ConfigObj*)> fills[] = {
+      [](SCA_ConfigObj*) {},
+      [&](SCA_ConfigObj* object) {
+        for (const auto& name : names) object->AddField(name.c_str(), evil.c_str(), 0);
+      },
+      [&](SCA_ConfigObj* object) {
+        for (const auto& name : names) object->AddField(name.c_str(), ~0ULL, 0);
+      },
+      [&](SCA_ConfigObj* object) {
+        for (const auto& name : names) {
+          SCA_ConfigObj* child = object->AddConfigObj(name.c_str());
+          for (const auto& inner : names) {
+            child->AddField(inner.c_str(), evil.c_str(), 0);
+            child->AddConfigObj(inner.c_str())->AddField(evil.c_str(), ("5 " + evil).c_str(), 0);
+          }
+        }
+      }};
+  for (const auto& fill : fills) {
+    host_.fill = fill;
+    for (const char* command : {"status", "servers", "history", "history 0", "logs 0", "debug-log",
+                                "top -n 1", "version", "start 0 --wait 1", "delete 7"}) {
+      for (const bool isJson : {false, true}) {
+        SCOPED_TRACE(command);
+        std::istringstream words(command);
+        Texts arguments{std::istream_iterator<std::string>(words), {}};
+        if (isJson) arguments.emplace_back("--json");
+        const auto program = Start(arguments);
+        const int status = program->Wait();
+        EXPECT_TRUE(status == 0 || status == 1) << status << program->Error();
+        EXPECT_TRUE(IsFitForTerminal(program->Output() + program->Error()));
+        EXPECT_TRUE(!isJson || Json::accept(program->Output())) << program->Output();
+      }
+    }
+  }
+}
+
+}  // namespace
