@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
+#include <map>
 
 #include "programs/common/Escape.h"
 #include "programs/common/Json.h"
@@ -51,12 +51,22 @@ std::string SnakeCase(const std::string& name) {
   return key;
 }
 
-std::string FreeKey(const Json& object, const std::string& name) {
-  const std::string wanted = SnakeCase(name);
-  std::string key = wanted;
-  for (int number = 2; object.contains(key); ++number) key = wanted + "_" + std::to_string(number);
-  return key;
-}
+// Gives each member of an object a key of its own.
+class Keys {
+ public:
+  std::string Next(const Json& object, const std::string& name) {
+    const std::string wanted = SnakeCase(name);
+    unsigned long& number = numbers_[wanted];
+    std::string key;
+    do {
+      key = ++number == 1 ? wanted : wanted + "_" + std::to_string(number);
+    } while (object.contains(key));
+    return key;
+  }
+
+ private:
+  std::map<std::string, unsigned long> numbers_;
+};
 
 // A list's members are named by their places.
 bool IsList(const SCA_ConfigObj& object) {
@@ -92,9 +102,10 @@ void SetReadableTime(Json* object, const std::string& key) {
 // NOLINTNEXTLINE(misc-no-recursion): what comes in a message has a limited depth
 Json Convert(const SCA_ConfigObj& object, bool areTexts) {
   Json json = Json::object();
-  ForEachMember(&object, [&json, areTexts](const SCA_Field& member) {
+  Keys keys;
+  ForEachMember(&object, [&](const SCA_Field& member) {
     const std::string name = NameOf(member);
-    const std::string key = FreeKey(json, name);
+    const std::string key = keys.Next(json, name);
     const SCA_ConfigObj* child = SCA_ToConfigObj(&member);
     if (child == nullptr) {
       SetValue(&json, key, member, areTexts || IsOneOf(kTexts, name));
@@ -140,7 +151,11 @@ const SCA_ConfigObj* Fields::Object(const char* name) const {
 }
 
 std::string ServerIdOf(const SCA_Field& member) {
-  return ClipToWidth(Printable(NameOf(member)), 10);
+  const std::string name = NameOf(member);
+  // It becomes part of command lines that are shown to be typed.
+  const bool isId = name.size() <= 10 && !name.empty() &&
+                    name.find_first_not_of("0123456789") == std::string::npos;
+  return isId ? name : "?";
 }
 
 const SCA_ConfigObj* FindServer(const SCA_ConfigObj& servers, unsigned long serverId) {
