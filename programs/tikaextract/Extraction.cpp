@@ -8,6 +8,7 @@
 #include "client/SCA_TikaClient.h"
 #include "platform/SCA_Error.h"
 #include "programs/common/Json.h"
+#include "programs/tikaextract/ServerProbe.h"
 
 namespace fs = std::filesystem;
 
@@ -124,12 +125,6 @@ int Extraction::RunDocuments() {
   if (progress_.IsShown()) CountDocuments();
   documents_ = std::make_unique<Documents>(options_, isTaken);
   window_ = std::min<std::size_t>(kLargestWindow, setup_.Settings().GetMaxPendingRequests());
-  // Workers there are as many as servers.
-  if (!setup_.Services().empty() && options_.jobs != 0) {
-    if (options_.jobs < setup_.Servers().size() + services_.Board().Expected()) {
-      window_ = std::min<std::size_t>(window_, options_.jobs);
-    }
-  }
   while (Fill()) {
     const std::unique_ptr<Job> job = TakeFinished();
     ShowServices();
@@ -174,14 +169,9 @@ bool Extraction::MakeDispatcher() {
 }
 
 int Extraction::StartDispatcher() {
-  std::string complaint;
-  if (!FindServers(&complaint)) {
-    const std::vector<std::string> notes = services_.Board().TakeNotes();
-    if (IsCancelled()) return kNoServer;
-    for (const std::string& note : notes) {
-      if (options_.verbose) progress_.PrintLine("tikaextract: " + note);
-    }
-    progress_.PrintLine("tikaextract: " + complaint);
+  std::vector<std::string> complaints;
+  if (!FindServers(&complaints)) {
+    if (!IsCancelled()) ComplainAboutServers(complaints);
     return kNoServer;
   }
   std::vector<ServerOfService> servers = setup_.Servers();
@@ -203,21 +193,34 @@ int Extraction::StartDispatcher() {
   return kAllExtracted;
 }
 
-bool Extraction::AddClient(const ServerOfService& server, unsigned long* error) {
-  return dispatcher_->AddServer(server.address.host.c_str(), server.address.port, server.serviceId,
-                                error) != 0;
+void Extraction::ComplainAboutServers(const std::vector<std::string>& complaints) {
+  std::vector<std::string> lines = services_.Board().TakeNotes();
+  for (const std::string& complaint : complaints) {
+    if (std::find(lines.begin(), lines.end(), complaint) == lines.end()) lines.push_back(complaint);
+  }
+  for (const std::string& line : lines) progress_.PrintLine("tikaextract: " + line);
 }
 
-// A service's servers come one by one, and later ones too are to have their share.
-std::size_t Extraction::ClientsForServer() {
-  const std::size_t servers = setup_.Servers().size() + services_.Board().Expected();
-  return std::max<std::size_t>(1, options_.jobs / std::max<std::size_t>(1, servers));
+bool Extraction::AddClient(const ServerOfService& server, unsigned long* error) {
+  if (dispatcher_->AddServer(server.address.host.c_str(), server.address.port, server.serviceId,
+                             error) == 0) {
+    return false;
+  }
+  clients_.fetch_add(1);
+  return true;
+}
+
+// Services' servers come one by one: each has its share of what is left, and one at least.
+unsigned long Extraction::ClientsForServer() {
+  const unsigned long left = options_.jobs - std::min(options_.jobs, clients_.load());
+  const unsigned long servers = setup_.Servers().size() + services_.Board().Expected();
+  return std::clamp(options_.jobs / std::max(1UL, servers), 1UL, std::max(1UL, left));
 }
 
 void Extraction::AddServerOfService(unsigned long serviceId, unsigned short port) {
   SCA_TikaService* service = nullptr;
   setup_.Settings().GetServiceList()->GetService(serviceId, &service);
-  for (std::size_t i = ClientsForServer(); i > 0; --i) {
+  for (unsigned long i = ClientsForServer(); i > 0; --i) {
     unsigned long error = 0;
     if (AddClient({{service->GetHostName(), port}, serviceId}, &error)) continue;
     if (error != SCA_ErrorStopping) {
@@ -237,10 +240,11 @@ void Extraction::ShowServices() {
 }
 
 // A run begins once one of its servers can be reached.
-bool Extraction::FindServers(std::string* complaint) {
+bool Extraction::FindServers(std::vector<std::string>* complaints) {
   if (UsesPrivateServer()) {
     const SCA_LockGuard guard(privateLock_);
-    return private_.EnsureReady(complaint);
+    complaints->resize(1);
+    return private_.EnsureReady(&complaints->front());
   }
   for (const ServerOfService& server : setup_.Servers()) {
     SCA_TikaClient client(&setup_.Settings(), server.address.host.c_str(), server.address.port);
@@ -248,24 +252,25 @@ bool Extraction::FindServers(std::string* complaint) {
     unsigned long error = 0;
     if (client.Connect(kConnectMs, &error) != 0) return true;
     if (IsCancelled()) return false;
-    *complaint += (complaint->empty() ? "" : "\ntikaextract: ") + std::string("no connection to ") +
-                  server.address.host + ":" + std::to_string(server.address.port) + ": " +
-                  Explain(error);
+    complaints->push_back("no connection to " + FormatHostPort(server.address) + ": " +
+                          Explain(error));
   }
   if (services_.Board().WaitForServer(cancel_)) return true;
-  for (const std::string& line : services_.Board().Complaints()) {
-    *complaint += (complaint->empty() ? "" : "\ntikaextract: ") + line;
-  }
+  for (const std::string& line : services_.Board().Complaints()) complaints->push_back(line);
   return false;
 }
 
-int Extraction::PrepareServer(SCA_TikaClient* client, SCA_Event* /*stop*/, void* context,
+int Extraction::PrepareServer(SCA_TikaClient* client, SCA_Event* stop, void* context,
                               unsigned long* error) {
   auto* const self = static_cast<Extraction*>(context);
   const ServiceBoard& board = self->services_.Board();
   if (board.Knows(client->GetServiceId())) {
+    // One that is being started anew takes documents before it can serve them, and answers 404.
+    const bool isReady =
+        board.IsUsable(client->GetServiceId(), client->GetPortNumber()) &&
+        !AskTikaVersion(client->GetServerName(), client->GetPortNumber(), stop).empty();
     *error = SCA_ErrorNoServer;
-    return board.IsUsable(client->GetServiceId(), client->GetPortNumber()) ? 1 : 0;
+    return isReady ? 1 : 0;
   }
   if (!self->UsesPrivateServer() || self->EnsurePrivateServer(client)) return 1;
   *error = SCA_ErrorNotStarted;
@@ -282,7 +287,7 @@ bool Extraction::EnsurePrivateServer(SCA_TikaClient* client) {
 // Keeps the window full. @return False when nothing is under way and nothing is left.
 bool Extraction::Fill() {
   Document document;
-  while (!isEnding_ && jobs_.size() < window_) {
+  while (!isEnding_ && jobs_.size() < Window()) {
     if (IsCancelled() || !documents_->Next(&document)) {
       isEnding_ = true;
       break;
@@ -298,6 +303,12 @@ bool Extraction::Fill() {
     Submit(document, entry, bytes);
   }
   return !jobs_.empty();
+}
+
+// So many clients as servers may be more than are wanted at once.
+std::size_t Extraction::Window() const {
+  const bool areTooMany = options_.jobs != 0 && clients_.load() > options_.jobs;
+  return areTooMany ? std::min<std::size_t>(window_, options_.jobs) : window_;
 }
 
 void Extraction::Submit(const Document& document, const Journal::Entry& entry,

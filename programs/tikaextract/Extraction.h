@@ -3,6 +3,7 @@
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_EXTRACTION_H
 #define SCA_PROGRAMS_TIKAEXTRACT_EXTRACTION_H
 
+#include <atomic>
 #include <deque>
 #include <memory>
 #include <string>
@@ -55,9 +56,10 @@ class Extraction {
   std::string UseKey();
   bool MakeDispatcher();
   int StartDispatcher();
-  bool FindServers(std::string* complaint);
+  bool FindServers(std::vector<std::string>* complaints);
+  void ComplainAboutServers(const std::vector<std::string>& complaints);
   bool AddClient(const ServerOfService& server, unsigned long* error);
-  std::size_t ClientsForServer();
+  unsigned long ClientsForServer();
   void AddServerOfService(unsigned long serviceId, unsigned short port);
   void ShowServices();
   static int PrepareServer(SCA_TikaClient* client, SCA_Event* stop, void* context,
@@ -65,6 +67,7 @@ class Extraction {
   bool EnsurePrivateServer(SCA_TikaClient* client) SCA_EXCLUDES(privateLock_);
 
   bool Fill();
+  std::size_t Window() const;
   void Submit(const Document& document, const Journal::Entry& entry, unsigned long long bytes);
   std::unique_ptr<Job> TakeFinished();
   Job* FirstFinished();
@@ -92,7 +95,8 @@ class Extraction {
   std::string privateComplaint_ SCA_GUARDED_BY(privateLock_);  // why it could not be started last
 
   std::unique_ptr<Documents> documents_;
-  std::size_t window_ = 1;  // documents under way at most
+  std::size_t window_ = 1;                 // documents under way at most
+  std::atomic<unsigned long> clients_{0};  // of the dispatcher
   std::deque<std::unique_ptr<Job>> jobs_;
   bool isEnding_ = false;      // no further documents
   bool isCancelled_ = false;   // the dispatcher knows

@@ -46,14 +46,14 @@ void ServiceBoard::Publish(unsigned long serviceId, const Ports& usable, std::si
   changed_.Set();
 }
 
-void ServiceBoard::Disconnected(unsigned long serviceId, const std::string& why) {
+void ServiceBoard::Disconnected(unsigned long serviceId, const std::string& why, bool isSettled) {
   {
     const SCA_LockGuard guard(lock_);
     Service& service = services_[serviceId];
     service.why = why;
     service.host.clear();
     service.isConnected = false;
-    service.isSettled = true;
+    service.isSettled = isSettled;
   }
   changed_.Set();
 }
@@ -105,9 +105,12 @@ std::vector<std::string> ServiceBoard::Complaints() const {
   const SCA_LockGuard guard(lock_);
   std::vector<std::string> complaints;
   for (const auto& [id, service] : services_) {
-    if (service.isConnected && !service.usable.empty()) continue;
-    complaints.push_back("service " + service.name + ": " +
-                         (service.why.empty() ? "it has not answered yet" : service.why));
+    std::string why = service.why;
+    if (why.empty()) {
+      why =
+          service.usable.empty() ? "it has not answered yet" : "its servers do not answer any more";
+    }
+    complaints.push_back("service " + service.name + ": " + why);
   }
   return complaints;
 }

@@ -42,7 +42,9 @@ class ServiceBoard {
   void Publish(unsigned long serviceId, const Ports& usable, std::size_t expected,
                const std::string& why, bool isSettled) SCA_EXCLUDES(lock_);
   /// There is no control connection. The servers may live on: who uses them finds out.
-  void Disconnected(unsigned long serviceId, const std::string& why) SCA_EXCLUDES(lock_);
+  /// @param isSettled  As above.
+  void Disconnected(unsigned long serviceId, const std::string& why, bool isSettled)
+      SCA_EXCLUDES(lock_);
   /// A line for standard error.
   void Tell(unsigned long serviceId, const std::string& text) SCA_EXCLUDES(lock_);
   /// A line for `--verbose` and for who watches the progress.
@@ -57,7 +59,7 @@ class ServiceBoard {
   std::size_t Expected() const SCA_EXCLUDES(lock_);
   /// Waits until a server can be used. @return False when none can, or after the cancel event.
   bool WaitForServer(SCA_Event* cancel) SCA_EXCLUDES(lock_);
-  /// @return For each service that has no server, or has lost its connection, its name and why.
+  /// @return For each service its name and why nothing of it can be used, which the caller knows.
   std::vector<std::string> Complaints() const SCA_EXCLUDES(lock_);
   std::vector<std::string> TakeNotes() SCA_EXCLUDES(lock_);
   /// @return How many servers each service has, such as "tika1:9500: 2 servers".

@@ -102,8 +102,10 @@ void ServiceHost::Run() {
   unsigned long delayMs = kFirstDelayMs;
   while (!IsStopping()) {
     hasLooked_ = false;
-    if (Connect()) Follow();
-    if (!loss_.empty()) EndConnection();
+    const bool isConnected = Connect();
+    if (isConnected) Follow();
+    // One that was lost is tried anew before anybody despairs.
+    if (!loss_.empty()) EndConnection(!isConnected);
     if (hasLooked_) delayMs = kFirstDelayMs;
     stop_.Wait(delayMs);
     delayMs = std::min(delayMs * 2, kLastDelayMs);
@@ -156,7 +158,7 @@ bool ServiceHost::IsComingUp() const {
   });
 }
 
-void ServiceHost::EndConnection() {
+void ServiceHost::EndConnection(bool isSettled) {
   Ports ours;
   for (const auto& [port, server] : servers_) {
     if (server.isOurs) ours.insert(port);
@@ -164,41 +166,36 @@ void ServiceHost::EndConnection() {
   leftBehind_.insert(ours.begin(), ours.end());
   servers_.clear();
   toldUsable_.clear();
-  board_->Disconnected(serviceId_, loss_);
   if (loss_ != toldLoss_) {
     // Whoever is not there when the run begins is worth a line in any case.
     hasServed_ ? board_->TellDetail(serviceId_, loss_) : board_->Tell(serviceId_, loss_);
   }
   toldLoss_ = loss_;
-  if (ours.empty()) return;
-  board_->TellDetail(serviceId_, "what was added on " + List(ours) +
-                                     " over this connection stays there if the host lives on");
+  if (!ours.empty()) {
+    board_->TellDetail(serviceId_, "what was added on " + List(ours) +
+                                       " over this connection stays there if the host lives on");
+  }
+  board_->Disconnected(serviceId_, loss_, isSettled);
 }
 
 void ServiceHost::Leave() {
-  Ports ours;
-  Ports started;
+  Ports asked;
   for (const auto& [port, server] : servers_) {
-    if (server.isOurs) ours.insert(port);
-    if (server.isStarted && !server.isOurs) started.insert(port);
+    if (server.isAsked) asked.insert(port);
     if (server.isOurs || !server.isListed) leftBehind_.erase(port);
-  }
-  if (!started.empty()) {
-    board_->TellDetail(serviceId_,
-                       "what was started on " + List(started) + " was there before and runs on");
   }
   if (!leftBehind_.empty()) {
     board_->TellDetail(serviceId_, "what was added on " + List(leftBehind_) +
                                        " over a connection that was lost may run on");
   }
-  if (!ours.empty()) {
+  if (!asked.empty()) {
     Link()->SetReplyTimeout(kFarewellMs);
     if (Link()->DeleteAllServers() != 0) {
-      board_->TellDetail(serviceId_, "gave back what was added on " + List(ours));
+      board_->TellDetail(serviceId_, "gave back " + List(asked));
     } else {
       const unsigned long code = Link()->GetLastStatusCode();
       board_->Tell(serviceId_,
-                   "what was added on " + List(ours) + " may run on: " +
+                   "what was added on " + List(asked) + " may run on: " +
                        (code != 0 ? SCA_ErrorText(code) : "the host refused to delete") +
                        "; look there with tikactl");
     }
@@ -291,7 +288,6 @@ bool ServiceHost::StartIt(Server* server) {
   const bool isAnswered = Link()->StartServer(server->id, &processStatus, &code) != 0;
   if (!isAnswered && HasLost("start a server")) return false;
   if (isAnswered && (code == 0 || code == SCA_ErrorAlreadyActive)) {
-    server->isStarted = true;
     return true;
   }
   GiveUp(server, std::string("could not be started: ") +
@@ -305,7 +301,6 @@ void ServiceHost::GiveUp(Server* server, const std::string& why) {
   server->delayMs = std::clamp(server->delayMs * 2, kFirstAddDelayMs, kLastAddDelayMs);
   server->nextTry = Clock::now() + std::chrono::milliseconds(server->delayMs);
   server->isAsked = false;
-  server->isStarted = false;
   server->ends.reset();
   if (std::exchange(server->isOurs, false) && Link()->DeleteServer(server->id) == 0) {
     HasLost("delete a server");
@@ -314,20 +309,32 @@ void ServiceHost::GiveUp(Server* server, const std::string& why) {
 
 // Takes over what the host's list says of a server.
 void ServiceHost::Watch(const SCA_TikaServer& listed, Server* server) {
-  if (Runs(listed.GetProcessStatus())) {
-    if (std::exchange(server->isDown, false)) {
-      server->why.clear();
-      server->since = Clock::now();
-    }
-    return;
-  }
-  const bool isError = listed.GetProcessStatus() == SCA_ServerError;
+  if (Runs(listed.GetProcessStatus())) return WatchRunning(listed, server);
   if (server->isDown) return;
+  const bool isError = listed.GetProcessStatus() == SCA_ServerError;
   const std::string why = isError ? "is in error: " + HostsWords(server->id) : kStopped;
   if (isError && server->isAsked && !server->isUsable) return GiveUp(server, why);
   server->why = why;
   server->isDown = true;
   server->isUsable = false;
+}
+
+// One that has died since it answered is coming up once more.
+void ServiceHost::WatchRunning(const SCA_TikaServer& listed, Server* server) {
+  const unsigned long ends = listed.GetTikaErrors();
+  const bool hasDied = server->isUsable && ends != server->ends;
+  if (hasDied) {
+    board_->TellDetail(serviceId_, "port " + std::to_string(listed.GetPortNumber()) +
+                                       ": died and is started anew; " + HostsWords(server->id));
+  }
+  if (hasDied || server->isDown) {
+    server->isDown = false;
+    server->isUsable = false;
+    server->why.clear();
+    server->since = Clock::now();
+  }
+  // It counts from 0 when the server is started anew.
+  if (!server->ends || ends < *server->ends) server->ends = ends;
 }
 
 // Asks a server that is coming up whether it answers.
@@ -338,9 +345,10 @@ void ServiceHost::Probe(const SCA_TikaServer& listed, Server* server) {
     server->isUsable = true;
     server->why.clear();
     server->delayMs = 0;
+    server->ends = listed.GetTikaErrors();
     board_->TellDetail(serviceId_, "port " + std::to_string(port) + ": " + version + " answers");
   } else if (server->why.empty() && !IsStopping()) {
-    const std::string why = Hopelessness(listed, server);
+    const std::string why = Hopelessness(listed, *server);
     if (why.empty() || !server->isAsked) {
       server->why = why;
     } else {
@@ -350,14 +358,13 @@ void ServiceHost::Probe(const SCA_TikaServer& listed, Server* server) {
 }
 
 // @return Why a server will not come up; nothing while it may.
-std::string ServiceHost::Hopelessness(const SCA_TikaServer& listed, Server* server) {
-  if (!server->ends) server->ends = listed.GetTikaErrors();
-  if (listed.GetTikaErrors() - *server->ends >= kHopelessEnds) {
-    return "does not come up: " + HostsWords(server->id);
+std::string ServiceHost::Hopelessness(const SCA_TikaServer& listed, const Server& server) {
+  if (listed.GetTikaErrors() >= *server.ends + kHopelessEnds) {
+    return "does not come up: " + HostsWords(server.id);
   }
-  if (Clock::now() - server->since < kReadyLimit) return {};
+  if (Clock::now() - server.since < kReadyLimit) return {};
   return "has not answered for " + std::to_string(kReadyLimit.count()) +
-         " s: " + HostsWords(server->id);
+         " s: " + HostsWords(server.id);
 }
 
 // What the service host says of a server.
@@ -393,15 +400,17 @@ void ServiceHost::Publish() {
     if (server.why.empty()) ++expected;
   }
   const std::string complaint = Complaint(!usable.empty());
-  board_->Publish(serviceId_, usable, expected, complaint, !IsComingUp());
   if (usable != toldUsable_) {
     board_->TellDetail(serviceId_, "has " + CountServers(usable.size()) +
                                        (usable.empty() ? "" : " on " + List(usable)));
     toldUsable_ = usable;
   }
-  if (IsComingUp() || complaint == toldComplaint_) return;
-  if (!complaint.empty()) board_->Tell(serviceId_, complaint);
-  toldComplaint_ = complaint;
+  if (!IsComingUp() && complaint != toldComplaint_) {
+    if (!complaint.empty()) board_->Tell(serviceId_, complaint);
+    toldComplaint_ = complaint;
+  }
+  // Last: whoever waits for it finds the notes there.
+  board_->Publish(serviceId_, usable, expected, complaint, !IsComingUp());
 }
 
 // @return Why something cannot be used; nothing when all is well.

@@ -42,23 +42,22 @@ class ServiceHost {
   struct Server {
     unsigned long id = 0;
     bool isListed = false;
-    bool isAsked = false;    // wanted, and so added and started
-    bool isOurs = false;     // it was not there before
-    bool isStarted = false;  // by us
-    bool isDown = false;     // by the host's word
+    bool isAsked = false;  // wanted, and so added and started
+    bool isOurs = false;   // it was not there before
+    bool isDown = false;   // by the host's word
     bool isUsable = false;
     std::string why;                         // it is not; empty while it is coming up
     Clock::time_point since = Clock::now();  // it was started, or seen first
     Clock::time_point nextTry;               // after a failure
     unsigned long delayMs = 0;
-    std::optional<unsigned long> ends;  // unexpected ones that it had had by then
+    std::optional<unsigned long> ends;  // of its process, by then or when it answered last
   };
 
   void Run();
   bool Connect();
   bool IsTheOnlyOne();
   void Follow();
-  void EndConnection();
+  void EndConnection(bool isSettled);
   void Leave();
 
   bool Look();
@@ -69,8 +68,9 @@ class ServiceHost {
   bool StartIt(Server* server);
   void GiveUp(Server* server, const std::string& why);
   void Watch(const SCA_TikaServer& listed, Server* server);
+  void WatchRunning(const SCA_TikaServer& listed, Server* server);
   void Probe(const SCA_TikaServer& listed, Server* server);
-  std::string Hopelessness(const SCA_TikaServer& listed, Server* server);
+  std::string Hopelessness(const SCA_TikaServer& listed, const Server& server);
   std::string HostsWords(unsigned long serverId);
   bool HasLost(const char* operation);
   void Publish();

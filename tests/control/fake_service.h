@@ -86,7 +86,7 @@ class FakeService : public SCA_TikaServiceVirtual {
   int DeleteServer(unsigned long id) override { return Record("DeleteServer", {id}); }
   int DeleteAllServers() override { return Record("DeleteAllServers"); }
 
- private:
+ protected:
   int Record(std::string call, const std::vector<unsigned long>& numbers = {},
              const std::vector<SCA_ConfigObj**>& objects = {},
              const std::vector<char*>& texts = {}) {
@@ -108,6 +108,7 @@ class FakeService : public SCA_TikaServiceVirtual {
     return fails ? 0 : 1;
   }
 
+ private:
   mutable std::mutex mutex_;
   std::vector<std::string> calls_;
 };

@@ -13,9 +13,6 @@
 #include <sstream>
 
 #include "control/SCA_ControlKey.h"
-#include "control/SCA_ServiceStatusNames.h"
-#include "control/SCA_TikaInterface.h"
-#include "host/SCA_TikaServer.h"
 #include "platform/SCA_Error.h"
 #include "tests/support/HostNetwork.h"
 #include "tests/support/Program.h"
@@ -77,19 +74,12 @@ class Documents {
   std::map<std::string, std::string> samples_;  // by name of the copy; "" without a known text
 };
 
-int GiveKey(void* context, const char* /*host*/, unsigned short /*port*/, SCA_ControlKey* key,
-            unsigned long* error) {
-  return SCA_LoadControlKey(static_cast<const std::string*>(context)->c_str(), key, error);
-}
-
 class ServiceHosts : public ::testing::Test {
  protected:
   ServiceHosts() {
     unsigned long error = 0;
     EXPECT_EQ(SCA_CreateControlKey(keyFile_.c_str(), &error), 1) << SCA_ErrorText(error);
-    SCA_SetControlKeyProvider(&GiveKey, &keyFile_);
   }
-  ~ServiceHosts() override { SCA_SetControlKeyProvider(nullptr, nullptr); }
   void SetUp() override {
     ASSERT_TRUE(fs::is_regular_file(DefaultJar()))
         << "there is no " << DefaultJar() << ": run scripts/setup, which fetches it";
@@ -122,11 +112,9 @@ class ServiceHosts : public ::testing::Test {
   }
 
   bool IsReady(int host) {
-    SCA_TikaInterface client;
-    unsigned long error = 0;
-    unsigned long status = 0;
-    return client.Connect(network_.Address(host).c_str(), ports_[host], 5000, &error) != 0 &&
-           client.GetStatus(&status) != 0 && status == SCA_ServerActive;
+    const int port = 23000 + 10 * host;
+    return programs_[host]->WaitForError("port " + std::to_string(port) + " answers") &&
+           programs_[host]->WaitForError("port " + std::to_string(port + 1) + " answers");
   }
 
   std::string Service(int host) const {
@@ -147,15 +135,14 @@ class ServiceHosts : public ::testing::Test {
 };
 
 TEST_F(ServiceHosts, EveryDocumentEndsWhateverDies) {
-  const Documents documents(20);
+  const Documents documents(16);
   Launch(0);
   Launch(1);
-  ASSERT_TRUE(Eventually([this] { return IsReady(0) && IsReady(1); }))
-      << programs_[0]->Error() << programs_[1]->Error();
+  ASSERT_TRUE(IsReady(0) && IsReady(1)) << programs_[0]->Error() << programs_[1]->Error();
   const TempDir scratch;
   Program run("tikaextract",
               {"-r", documents.Path(), "--service", Service(0), "--service", Service(1), "--jsonl",
-               "--timeout", "10", "-j", "4", "--verbose"},
+               "--timeout", "10", "-j", "2", "--verbose"},
               {"XDG_CONFIG_HOME=" + home_.File("client"), "TMPDIR=" + scratch.Path()});
   const auto comesTo = [&run](std::size_t records) {
     return Eventually([&] { return Lines(run.Output()).size() >= records; });
@@ -173,7 +160,7 @@ TEST_F(ServiceHosts, EveryDocumentEndsWhateverDies) {
   EXPECT_TRUE(programs_[1]->FamilyEndsWithin(10));
   ASSERT_TRUE(comesTo(100)) << run.Error();
   Launch(1);
-  ASSERT_TRUE(Eventually([this] { return IsReady(1); })) << programs_[1]->Error();
+  ASSERT_TRUE(IsReady(1)) << programs_[1]->Error();
   network_.Cut(0);
   const std::size_t atCut = Lines(run.Output()).size();
   ASSERT_TRUE(comesTo(std::min(atCut + 60, documents.Count()))) << run.Error();
@@ -209,7 +196,7 @@ TEST_F(ServiceHosts, FullDisksSpoilNothing) {
   if (!disk.IsMounted()) GTEST_SKIP() << "only root can mount the small disk that this test fills";
   const Documents documents(3);
   Launch(0);
-  ASSERT_TRUE(Eventually([this] { return IsReady(0); })) << programs_[0]->Error();
+  ASSERT_TRUE(IsReady(0)) << programs_[0]->Error();
   Program run("tikaextract", {"-r", documents.Path(), "--service", Service(0), "-o", small},
               {"XDG_CONFIG_HOME=" + home_.File("client")});
   EXPECT_EQ(run.Wait(), 1);

@@ -398,7 +398,7 @@ TEST_F(TikaExtract, SettingsAreSavedAndUsed) {
   unsigned long error = 0;
   ASSERT_EQ(object.Load(file.c_str(), &error), 1);
   object.Save(dir_.File("foreign").c_str(), 9000, 1, &error);
-  object.Save(dir_.File("newer").c_str(), SCA_FileTypeSettings, 2, &error);
+  object.Save(dir_.File("newer").c_str(), SCA_FileTypeSettings, 3, &error);
   object.GetFields().DeleteItem("Mode");
   object.AddField("Mode", 0, 0);
   object.Save(dir_.File("off").c_str(), SCA_FileTypeSettings, 1, &error);

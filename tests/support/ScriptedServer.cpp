@@ -1,5 +1,6 @@
 #include "tests/support/ScriptedServer.h"
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -82,7 +83,7 @@ void ServerConnection::WaitForEnd() {
   WaitFor(POLLRDHUP);
 }
 
-ScriptedServer::ScriptedServer(Script script, int backlog, unsigned short port)
+ScriptedServer::ScriptedServer(Script script, int backlog, unsigned short port, const char* host)
     : script_(std::move(script)) {
   listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const int reuse = 1;
@@ -90,7 +91,7 @@ ScriptedServer::ScriptedServer(Script script, int backlog, unsigned short port)
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::inet_pton(AF_INET, host, &address.sin_addr);
   socklen_t length = sizeof address;
   auto* generic = reinterpret_cast<sockaddr*>(&address);
   if (::bind(listener_, generic, length) != 0 || ::listen(listener_, backlog) != 0 ||

@@ -38,8 +38,8 @@ class ServerConnection {
   const std::atomic<bool>& stopped_;
 };
 
-/// Listens on a free port of 127.0.0.1 from its construction on. The destructor ends the script's
-/// waits, joins its thread and closes everything.
+/// Listens on a free port of a loopback address from its construction on. The destructor ends the
+/// script's waits, joins its thread and closes everything.
 class ScriptedServer {
  public:
   using Script = std::function<void(ServerConnection&)>;
@@ -47,7 +47,8 @@ class ScriptedServer {
   /// @param script   Run for each connection, one after the other, on the server's thread.
   /// @param backlog  Of the listening socket.
   /// @param port     That of a server that has gone, to come back at; 0 takes a free one.
-  explicit ScriptedServer(Script script, int backlog = 16, unsigned short port = 0);
+  explicit ScriptedServer(Script script, int backlog = 16, unsigned short port = 0,
+                          const char* address = "127.0.0.1");
   ~ScriptedServer();
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;

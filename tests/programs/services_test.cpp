@@ -1,0 +1,370 @@
+// tikaextract with service hosts, which are scripted here with all their Tika servers.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <map>
+#include <memory>
+
+#include "control/SCA_ControlKey.h"
+#include "control/SCA_ServiceStatusNames.h"
+#include "control/SCA_TikaServiceServer.h"
+#include "host/SCA_TikaServerList.h"
+#include "platform/SCA_Error.h"
+#include "settings/SCA_TikaConfigOrv.h"
+#include "tests/control/fake_service.h"
+#include "tests/support/Program.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/Timing.h"
+
+namespace {
+
+constexpr int kNoLimit = 1 << 30;
+
+std::string TextOf(const std::string& request) {
+  return ChunkedReply("text of " + request.substr(request.find("\r\n\r\n") + 4), 64);
+}
+
+/// Deletes for a connection what it has added, as a service host does; one connection at a time.
+class ScriptedHost : public FakeService {
+ public:
+  explicit ScriptedHost(const char* address, unsigned long loginMode = 0)
+      : address_(address), factory_(this, loginMode) {
+    Open();
+  }
+  ~ScriptedHost() override { Die(); }
+
+  void Open() {
+    unsigned long error = 0;
+    port_ = std::make_unique<SCA_TikaServiceServer>(&factory_, controlPort_, &error);
+    ASSERT_EQ(port_->IsValid(), 1) << SCA_ErrorText(error);
+    controlPort_ = port_->GetPort();
+  }
+  /// As SIGKILL does it: nothing is left.
+  void Die() {
+    isDying_.store(true);
+    port_.reset();
+    running_.clear();
+    list_.ClearAll();
+    isDying_.store(false);
+  }
+  std::string Service() const { return address_ + (":" + std::to_string(controlPort_)); }
+  std::string Address() const { return address_; }
+  unsigned short ControlPort() const { return controlPort_; }
+  unsigned short FreePort() const {
+    return ScriptedServer([](ServerConnection&) {}, 1, 0, address_).Port();
+  }
+  /// A server that is there before the run.
+  unsigned short Keep(unsigned long status) {
+    const unsigned short port = FreePort();
+    unsigned long id = 0;
+    unsigned long idle = 0;
+    unsigned long code = 0;
+    AddServer("kept.jar", port, 1, "", &id, &idle, &code);
+    added_.clear();
+    SetStatus(id, status);
+    if (status == SCA_ServerActive) StartServer(id, &idle, &code);
+    return port;
+  }
+  bool Has(unsigned short port) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    SCA_TikaServer* server = nullptr;
+    return list_.GetServerByPort(port, &server) != 0;
+  }
+
+  std::atomic<int> served{0};
+  std::atomic<int> limit{kNoLimit};  ///< of documents served; the next ones wait
+  unsigned long addCode = 0;
+  unsigned long startCode = 0;
+  bool closesAfterAdd = false;
+
+  int GetServerInfo(char* version, char* host) override {
+    std::strcpy(version, "1");  // NOLINT: both have 260 bytes
+    std::strcpy(host, address_);
+    return 1;
+  }
+  int GetServerList(SCA_ConfigObj** list) override {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    *list = new SCA_ConfigObj("Servers", nullptr);
+    return list_.Serialize(*list);
+  }
+  int GetServerStatusEx(unsigned long, SCA_ConfigObj** status) override {
+    *status = new SCA_ConfigObj("Status", nullptr);
+    (*status)->AddField(SCA_ServerFields::StatusText, "in words", 0);
+    (*status)->AddField(SCA_ServerFields::LastDeath, "heap exhausted", 0);
+    return 1;
+  }
+  int AddServer(const char* jar, unsigned short port, unsigned long heap, const char* options,
+                unsigned long* id, unsigned long* status, unsigned long* code) override {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    *code = addCode;
+    SCA_TikaServer* server = nullptr;
+    if (addCode == 0 && list_.GetServerByPort(port, &server) == 0) {
+      list_.AddServer(nullptr, jar, port, heap, options, &server, code);
+      added_.insert(server->GetServerId());
+    }
+    *id = server != nullptr ? server->GetServerId() : SCA_NoServerId;
+    *status = server != nullptr ? server->GetProcessStatus() : SCA_ServerError;
+    if (std::exchange(closesAfterAdd, false)) port_->StopAll();  // behind the reply
+    return Record(std::string("AddServer ") + jar + "|" + options, {port, heap});
+  }
+  int StartServer(unsigned long id, unsigned long* status, unsigned long* code) override {
+    *code = startCode;
+    if (*code == 0) *status = SetStatus(id, SCA_ServerActive);
+    const std::lock_guard<std::mutex> guard(mutex_);
+    SCA_TikaServer* server = nullptr;
+    if (*code == 0 && list_.GetServer(id, &server) != 0) {
+      running_[id] = std::make_unique<ScriptedServer>([this](auto& peer) { Serve(peer); }, 16,
+                                                      server->GetPortNumber(), address_);
+    }
+    return Record("StartServer", {id});
+  }
+  int DeleteServer(unsigned long id) override {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    running_.erase(id);
+    list_.DeleteServer(id);
+    added_.erase(id);
+    return Record("DeleteServer", {id});
+  }
+  int DeleteAllServers() override {
+    for (const unsigned long id : std::exchange(added_, {})) DeleteServer(id);
+    return Record("DeleteAllServers");
+  }
+
+ private:
+  struct Factory : FakeFactory {
+    Factory(ScriptedHost* host, unsigned long mode) : FakeFactory(host, mode), host_(host) {}
+    int OnDisconnect(unsigned long agentId) override {
+      host_->added_.clear();
+      return FakeFactory::OnDisconnect(agentId);
+    }
+    ScriptedHost* host_;
+  };
+
+  unsigned long SetStatus(unsigned long id, unsigned long status) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    SCA_TikaServer* server = nullptr;
+    if (list_.GetServer(id, &server) != 0) server->SetProcessStatus(status);
+    return status;
+  }
+  void Serve(ServerConnection& peer) {
+    for (;;) {
+      const std::string request = peer.ReceiveRequest();
+      if (request.rfind("GET /version", 0) == 0) {
+        peer.Send("HTTP/1.0 200 OK\r\nContent-Length: 4\r\n\r\nTika");
+        return;
+      }
+      EXPECT_TRUE(Eventually([this] { return isDying_.load() || served.load() < limit.load(); }));
+      if (isDying_.load() || request.empty()) return;
+      served.fetch_add(1);
+      peer.Send(TextOf(request));
+    }
+  }
+
+  const char* const address_;
+  unsigned short controlPort_ = 0;
+  Factory factory_;
+  std::mutex mutex_;
+  SCA_TikaServerList list_;
+  std::set<unsigned long> added_;
+  std::atomic<bool> isDying_{false};
+  std::map<unsigned long, std::unique_ptr<ScriptedServer>> running_;
+  std::unique_ptr<SCA_TikaServiceServer> port_;
+};
+
+class TikaExtractServices : public ::testing::Test {
+ protected:
+  TikaExtractServices() {
+    SCA_SetControlKeyProvider(
+        [](void*, const char*, unsigned short, SCA_ControlKey* key, unsigned long*) {
+          std::memset(key->bytes, 0xAB, key->length = 16);
+          return 1;
+        },
+        nullptr);
+  }
+  ~TikaExtractServices() override { SCA_SetControlKeyProvider(nullptr, nullptr); }
+
+  std::string KeyFile(const char* byte) {
+    std::string text;
+    for (int i = 0; i < 16; ++i) text += byte;
+    const std::string file = dir_.Write(std::string("key") + byte, text);
+    ::chmod(file.c_str(), 0600);
+    return file;
+  }
+
+  TempDir dir_;
+};
+
+TEST_F(TikaExtractServices, ServiceThatGoesIsLeftOutUntilItIsBack) {
+  ScriptedHost staying("127.0.0.1", 1);
+  ScriptedHost going("127.0.0.2", 1);
+  const unsigned short foreign = staying.Keep(SCA_ServerActive);
+  SCA_TikaConfigOrv settings;
+  settings.SetMode(SCA_TikaModeEnabled);
+  settings.SetJavaOptions("-Dx=y");
+  std::map<const ScriptedHost*, unsigned short> wanted;
+  for (const ScriptedHost* host : {&staying, &going}) {
+    SCA_TikaService* service = nullptr;
+    ASSERT_EQ(settings.GetServiceList()->AddService(host->Address().c_str(), &service), 1);
+    service->SetControlPort(host->ControlPort());
+    service->SetDataPort(wanted[host] = host->FreePort());
+    service->SetFileName("wanted.jar");
+    service->SetHeapSize(77);
+  }
+  SCA_ConfigObj object(SCA_SettingsName, nullptr);
+  unsigned long error = 0;
+  ASSERT_EQ(settings.Serialize(&object), 1);
+  ASSERT_EQ(object.Save(dir_.File("settings").c_str(), SCA_FileTypeSettings, 2, &error), 1);
+  std::vector<std::string> arguments{
+      "-v", "--settings", dir_.File("settings"), "--key", KeyFile("ab"), "--timeout", "20"};
+  std::string expected;
+  for (int i = 100; i < 140; ++i) {
+    arguments.push_back(dir_.Write(std::to_string(i) + ".pdf", std::to_string(i) + "\n"));
+    expected += "text of " + std::to_string(i) + "\n";
+  }
+  staying.limit.store(5);
+  going.limit.store(5);
+  Program program("tikaextract", arguments);
+  ASSERT_TRUE(Eventually([&] { return staying.served.load() + going.served.load() == 10; }))
+      << program.Error();
+  going.Die();
+  ASSERT_TRUE(program.WaitForError("lost the connection")) << program.Error();
+  staying.limit.store(10);
+  ASSERT_TRUE(Eventually([&] { return staying.served.load() == 10; }));
+  going.limit.store(kNoLimit);
+  going.Open();
+  ASSERT_TRUE(Eventually([&] { return going.served.load() > 5; })) << program.Error();
+  staying.limit.store(kNoLimit);
+  EXPECT_EQ(program.Wait(), 0) << program.Error();
+  EXPECT_EQ(program.Output(), expected);
+  EXPECT_NE(program.Error().find("is back"), std::string::npos);
+  for (ScriptedHost* host : {&staying, &going}) {
+    const std::vector<std::string> calls = host->Calls();
+    const std::string added = "AddServer wanted.jar|-Dx=y " + std::to_string(wanted[host]) + " 77";
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), added), host == &going ? 2 : 1);
+    EXPECT_FALSE(host->Has(wanted[host]));
+  }
+  EXPECT_TRUE(staying.Has(foreign));
+}
+
+TEST_F(TikaExtractServices, ServersOfALostConnectionAreFoundAgainAndLeftToTheHost) {
+  ScriptedHost host("127.0.0.1");
+  host.closesAfterAdd = true;
+  const unsigned short port = host.FreePort();
+  // Keeps the run going until the service has had its document.
+  ScriptedServer other([&host](ServerConnection& peer) {
+    for (std::string request; !(request = peer.ReceiveRequest()).empty();) {
+      EXPECT_TRUE(Eventually([&host] { return host.served.load() > 0; }));
+      peer.Send(TextOf(request));
+    }
+  });
+  Program program("tikaextract",
+                  {"-v", "--service", host.Service(), "--service-first-port", std::to_string(port),
+                   "--server", "localhost:" + std::to_string(other.Port()), "--key", KeyFile("ab"),
+                   dir_.Write("x.pdf", "x"), dir_.Write("y.pdf", "y")});
+  ASSERT_TRUE(program.WaitForError("to start a server")) << program.Error();
+  host.Open();
+  EXPECT_EQ(program.Wait(), 0) << program.Error();
+  EXPECT_EQ(program.Output(), "text of xtext of y");
+  EXPECT_TRUE(host.Has(port));
+  EXPECT_NE(program.Error().find("may run on"), std::string::npos) << program.Error();
+}
+
+TEST_F(TikaExtractServices, ServiceWithoutServersSaysWhatToDo) {
+  const std::string text = dir_.Write("x.pdf", "x");
+  struct Row {
+    std::string complaint;  // "" for an extracted text
+    unsigned long kept;     // status of the one server, 0xFFFF for none
+    std::vector<std::string> arguments;
+    unsigned long addCode = 0;
+    unsigned long startCode = 0;
+    unsigned long mode = 0;
+    const char* key = "ab";
+  };
+  constexpr unsigned long kNone = 0xFFFF;
+  const Row rows[] = {
+      {"", SCA_ServerActive, {}},
+      {"has no server", kNone, {}},
+      {"is stopped there", SCA_ServerInactive, {}},
+      {"is in error: in words; its last end: heap exhausted", SCA_ServerError, {}},
+      {"", SCA_ServerInactive, {"--service-servers", "1"}},
+      {"JAR file does not exist", kNone, {"--service-jar", "j"}, SCA_ErrorNoJar},
+      {"JAR file does not exist", kNone, {"--service-jar", "j"}, 0, SCA_ErrorNoJar},
+      {"the login was refused", SCA_ServerActive, {}, 0, 0, 1, "cd"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.complaint + " " + std::to_string(row.kept));
+    ScriptedHost host("127.0.0.1", row.mode);
+    const unsigned short port = row.kept != kNone ? host.Keep(row.kept) : host.FreePort();
+    host.addCode = row.addCode;
+    host.startCode = row.startCode;
+    std::vector<std::string> arguments = row.arguments;
+    if (!arguments.empty()) {
+      arguments.insert(arguments.end(), {"--service-first-port", std::to_string(port)});
+    }
+    // Two names of one machine are one service.
+    arguments.insert(arguments.end(), {"--service", host.Service(), "--service",
+                                       "localhost:" + std::to_string(host.ControlPort()), "--key",
+                                       KeyFile(row.key), text});
+    Program program("tikaextract", arguments);
+    EXPECT_EQ(program.Wait(), row.complaint.empty() ? 0 : 3);
+    EXPECT_EQ(program.Output(), row.complaint.empty() ? "text of x" : "");
+    const std::string error = program.Error();
+    EXPECT_EQ(std::count(error.begin(), error.end(), '\n'), row.complaint.empty() ? 0 : 1) << error;
+    EXPECT_NE(error.find(row.complaint), std::string::npos) << error;
+    EXPECT_EQ(host.Has(port), row.kept != kNone) << "what was there stays, nothing else does";
+  }
+}
+
+TEST_F(TikaExtractServices, WishesAreSavedAndWrongUseSaysWhatIsWrong) {
+  const std::string file = dir_.File("settings");
+  Program save("tikaextract", {"--service", "tika1", "--service-servers", "2", "--service-jar",
+                               "/j.jar", "--server", "tika2:9998", "--save-settings", file});
+  ASSERT_EQ(save.Wait(), 0) << save.Error();
+  SCA_ConfigObj object;
+  SCA_TikaConfigOrv settings;
+  unsigned long error = 0;
+  ASSERT_EQ(object.Load(file.c_str(), &error), 1);
+  ASSERT_EQ(settings.Deserialize(&object), 1);
+  SCA_TikaService* service = nullptr;
+  ASSERT_EQ(settings.GetServiceList()->GetService("tika1", &service), 1);
+  EXPECT_EQ(service->GetControlPort(), 9500);
+  EXPECT_EQ(service->GetNumOfServers(), 2U);
+  EXPECT_STREQ(service->GetFileName(), "/j.jar");
+  ASSERT_EQ(settings.GetServiceList()->GetService("tika2", &service), 1);
+  EXPECT_EQ(service->GetControlPort(), 0);
+  // Before there were services, every record had a control port that nobody used.
+  ScriptedHost host("127.0.0.1");
+  settings.ClearAll();
+  ASSERT_EQ(settings.GetServiceList()->AddService("127.0.0.1", &service), 1);
+  service->SetDataPort(host.Keep(SCA_ServerActive));
+  SCA_ConfigObj former(SCA_SettingsName, nullptr);
+  settings.SetMode(SCA_TikaModeEnabled);
+  ASSERT_EQ(settings.Serialize(&former), 1);
+  ASSERT_EQ(former.Save(file.c_str(), SCA_FileTypeSettings, 1, &error), 1);
+  const std::string text = dir_.Write("x.pdf", "x");
+  Program use("tikaextract", {"--settings", file, text});
+  EXPECT_EQ(use.Wait(), 0) << use.Error();
+  EXPECT_EQ(use.Output(), "text of x");
+
+  const std::pair<std::vector<std::string>, const char*> rows[] = {
+      {{"--service", "h:1", "--service", "h:2", text}, "two control ports"},
+      {{"--service", "127.0.0.1:1", "--service", "localhost:2", text}, "two control ports"},
+      {{"--service", "h:1", "--server", "h:2", text}, "choose one"},
+      {{"--service-jar", "j", text}, "need --service"},
+      {{"--service", "h", "--service-servers", "9", "--service-first-port", "65530", text},
+       "leaves no room"},
+      {{"--service", "h", "--key", dir_.File("none"), text}, "cannot use the key"},
+  };
+  for (const auto& [arguments, complaint] : rows) {
+    SCOPED_TRACE(complaint);
+    Program program("tikaextract", arguments);
+    EXPECT_EQ(program.Wait(), 2);
+    EXPECT_NE(program.Error().find(complaint), std::string::npos) << program.Error();
+  }
+}
+
+}  // namespace
