@@ -99,28 +99,33 @@ void SetReadableTime(Json* object, const std::string& key) {
   if (text != "-") (*object)[key + "_local"] = text;
 }
 
+// Unless there is more than the members, such as bytes that are no text.
+Json ToList(Json members, const SCA_ConfigObj& object) {
+  if (members.size() != object.GetFieldCount()) return members;
+  Json list = Json::array();
+  for (auto& item : members) list.push_back(std::move(item));
+  return list;
+}
+
 // NOLINTNEXTLINE(misc-no-recursion): what comes in a message has a limited depth
 Json Convert(const SCA_ConfigObj& object, bool areTexts) {
   Json json = Json::object();
   Keys keys;
-  ForEachMember(&object, [&](const SCA_Field& member) {
-    const std::string name = NameOf(member);
+  const SCA_Field* member = object.GetFields().GetHead();
+  for (; member != nullptr; member = member->GetNext()) {
+    const std::string name = NameOf(*member);
     const std::string key = keys.Next(json, name);
-    const SCA_ConfigObj* child = SCA_ToConfigObj(&member);
+    const SCA_ConfigObj* child = SCA_ToConfigObj(member);
     if (child == nullptr) {
-      SetValue(&json, key, member, areTexts || IsOneOf(kTexts, name));
+      SetValue(&json, key, *member, areTexts || IsOneOf(kTexts, name));
       if (IsOneOf(kTimes, name)) SetReadableTime(&json, key);
-      return;
+      continue;
     }
     const bool areLines = name == SCA_DeathFields::Lines;
     Json members = Convert(*child, areLines);
-    if (areLines && IsList(*child) && members.size() == child->GetFieldCount()) {
-      Json list = Json::array();
-      for (auto& item : members) list.push_back(std::move(item));
-      members = std::move(list);
-    }
-    json[key] = std::move(members);
-  });
+    json[key] =
+        areLines && IsList(*child) ? ToList(std::move(members), *child) : std::move(members);
+  }
   return json;
 }
 
