@@ -7,6 +7,7 @@
 #include <new>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 #include "platform/SCA_Report.h"
 #include "platform/SCA_Text.h"
 #include "platform/SCA_Time.h"
@@ -26,11 +27,6 @@ constexpr unsigned long kMaxVersionLength = 100;
 // behind it, where large blocks of the heap begin, some processors copy at a twentieth of the
 // speed.
 constexpr std::align_val_t kPageSize{4096};
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
 
 }  // namespace
 
@@ -56,14 +52,14 @@ int SCA_TikaClient::Connect(unsigned long timeout, unsigned long* error) {
   if (socket_ != nullptr) {
     SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
                                              "SCA_TikaClient::Connect: already connected");
-    return Fail(SCA_ErrorCannotCreate, error);
+    return SCA_Fail(SCA_ErrorCannotCreate, error);
   }
   socket_.reset(new (std::nothrow) SCA_TcpSock);
   if (socket_ == nullptr || socket_->IsValid() == 0) {
     SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
                                              "SCA_TikaClient::Connect: cannot create socket");
     Disconnect();
-    return Fail(SCA_ErrorCannotCreate, error);
+    return SCA_Fail(SCA_ErrorCannotCreate, error);
   }
   socket_->SetCancelEvent(cancel_);
   if (socket_->Connect(serverName_, port_, timeout, error) == 0) {
@@ -104,7 +100,7 @@ int SCA_TikaClient::InitDataBuffer() {
 
 int SCA_TikaClient::SendAll(const char* data, unsigned long length, unsigned long* sent,
                             unsigned long* error) {
-  if (socket_ == nullptr) return Fail(ENOTCONN, error);
+  if (socket_ == nullptr) return SCA_Fail(ENOTCONN, error);
   return socket_->Send(data, length, sent, error);
 }
 
@@ -118,7 +114,7 @@ int SCA_TikaClient::ReadHttpHeader(char* buffer, unsigned long capacity,
 int SCA_TikaClient::ReadHeaderWithin(unsigned long timeoutMs, char* buffer, unsigned long capacity,
                                      unsigned long* headerLength, unsigned long* received,
                                      unsigned long* error) {
-  if (socket_ == nullptr) return Fail(ENOTCONN, error);
+  if (socket_ == nullptr) return SCA_Fail(ENOTCONN, error);
   unsigned long total = 0;
   while (total < capacity) {
     unsigned long count = 0;
@@ -133,7 +129,7 @@ int SCA_TikaClient::ReadHeaderWithin(unsigned long timeoutMs, char* buffer, unsi
       return 1;
     }
   }
-  return Fail(SCA_ErrorHeaderTooLong, error);
+  return SCA_Fail(SCA_ErrorHeaderTooLong, error);
 }
 
 int SCA_TikaClient::SendRequestLine(const char* method, const char* path, unsigned long* error) {
@@ -142,7 +138,7 @@ int SCA_TikaClient::SendRequestLine(const char* method, const char* path, unsign
       std::snprintf(request, sizeof request, "%s %s HTTP/1.0\r\nHost: %s\r\nUser-Agent: %s\r\n\r\n",
                     method, path, serverName_, kUserAgent);
   if (length < 0 || static_cast<unsigned long>(length) >= sizeof request) {
-    return Fail(SCA_ErrorHeaderTooLong, error);
+    return SCA_Fail(SCA_ErrorHeaderTooLong, error);
   }
   unsigned long sent = 0;
   return SendAll(request, static_cast<unsigned long>(length), &sent, error);
@@ -158,11 +154,11 @@ int SCA_TikaClient::GetRequest(const char* path, SCA_HttpClientRequest* reply,
     return 0;
   }
   if (SCA_HttpParser::ParseHttpHeader(header, headerLength, reply) == 0) {
-    return Fail(SCA_ErrorInvalidData, error);
+    return SCA_Fail(SCA_ErrorInvalidData, error);
   }
-  if (reply->GetReplyCode() != 200) return Fail(reply->GetReplyCode(), error);
+  if (reply->GetReplyCode() != 200) return SCA_Fail(reply->GetReplyCode(), error);
   reply->SetContentLength(kMaxGetBody);
-  if (reply->InitContentBuffer() == 0) return Fail(SCA_ErrorInvalidData, error);
+  if (reply->InitContentBuffer() == 0) return SCA_Fail(SCA_ErrorInvalidData, error);
 
   char* body = reply->GetContentBuffer();
   unsigned long held = received - headerLength;
@@ -176,7 +172,7 @@ int SCA_TikaClient::GetRequest(const char* path, SCA_HttpClientRequest* reply,
                           &ended) != 0) {
     held += count;
   }
-  if (held > kMaxGetBody) return Fail(SCA_ErrorInvalidData, error);
+  if (held > kMaxGetBody) return SCA_Fail(SCA_ErrorInvalidData, error);
   body[held] = '\0';
   reply->SetContentLength(held);
   return 1;
@@ -194,15 +190,15 @@ int SCA_TikaClient::GetVersion(char* version, unsigned long size, unsigned long*
   if (length == 0) {
     SCA_GetReportFunction(kSource, __LINE__)(
         SCA_LevelError, "SCA_TikaClient::GetVersion: no content returned by GET version request");
-    return Fail(SCA_ErrorInvalidData, error);
+    return SCA_Fail(SCA_ErrorInvalidData, error);
   }
   if (length > kMaxVersionLength) {
     SCA_GetReportFunction(kSource, __LINE__)(
         SCA_LevelError,
         "SCA_TikaClient::GetVersion: invalid content returned by GET version request");
-    return Fail(SCA_ErrorInvalidData, error);
+    return SCA_Fail(SCA_ErrorInvalidData, error);
   }
-  if (length >= size) return Fail(ENOBUFS, error);
+  if (length >= size) return SCA_Fail(ENOBUFS, error);
   std::memcpy(version, reply.GetContentBuffer(), length);
   version[length] = '\0';
   return 1;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 #include "platform/SCA_File.h"
 #include "platform/SCA_Hex.h"
 #include "platform/SCA_Lock.h"
@@ -15,15 +16,10 @@ namespace {
 
 constexpr unsigned long kMaxPath = 4096;
 
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
-
 int ReadDefaultFile(void* /*context*/, const char* /*host*/, unsigned short /*port*/,
                     SCA_ControlKey* key, unsigned long* error) {
   char path[kMaxPath];
-  if (SCA_GetControlKeyFile(path, sizeof path) == 0) return Fail(ENOENT, error);
+  if (SCA_GetControlKeyFile(path, sizeof path) == 0) return SCA_Fail(ENOENT, error);
   return SCA_LoadControlKey(path, key, error);
 }
 
@@ -51,7 +47,7 @@ int SCA_GetControlKey(const char* host, unsigned short port, SCA_ControlKey* key
   }
   if (provider.call(provider.context, host, port, key, error) == 0) return 0;
   const bool isKey = key->length >= SCA_MinControlKey && key->length <= SCA_MaxControlKey;
-  return isKey ? 1 : Fail(SCA_ErrorKeyInvalid, error);
+  return isKey ? 1 : SCA_Fail(SCA_ErrorKeyInvalid, error);
 }
 
 int SCA_GetControlKeyFile(char* path, unsigned long size) {
@@ -67,12 +63,12 @@ int SCA_LoadControlKey(const char* fileName, SCA_ControlKey* key, unsigned long*
   char text[2 * SCA_MaxControlKey + 16];
   unsigned long length = 0;
   if (file.Open(fileName, SCA_FileOpenRead, error) == 0) return 0;
-  if (file.IsPrivate() == 0) return Fail(SCA_ErrorKeyExposed, error);
+  if (file.IsPrivate() == 0) return SCA_Fail(SCA_ErrorKeyExposed, error);
   if (file.Read(text, sizeof text, &length, error) == 0) return 0;
   while (length > 0 && std::strchr(" \t\r\n", text[length - 1]) != nullptr) --length;
   if (length % 2 != 0 || length < 2 * SCA_MinControlKey || length > 2 * SCA_MaxControlKey ||
       SCA_FromHex(text, length, key->bytes) == 0) {
-    return Fail(SCA_ErrorKeyInvalid, error);
+    return SCA_Fail(SCA_ErrorKeyInvalid, error);
   }
   key->length = length / 2;
   return 1;
@@ -81,10 +77,12 @@ int SCA_LoadControlKey(const char* fileName, SCA_ControlKey* key, unsigned long*
 int SCA_CreateControlKey(const char* fileName, unsigned long* error) {
   if (SCA_FileExists(fileName) != 0) return 1;
   char directory[kMaxPath];
-  if (SCA_GetDirName(fileName, directory, sizeof directory) == 0) return Fail(ENAMETOOLONG, error);
+  if (SCA_GetDirName(fileName, directory, sizeof directory) == 0) {
+    return SCA_Fail(ENAMETOOLONG, error);
+  }
   if (SCA_CreateDirectory(directory, error) == 0) return 0;
   unsigned char bytes[SCA_ControlKeySize];
-  if (SCA_RandomBytes(bytes, sizeof bytes) == 0) return Fail(ENOSYS, error);
+  if (SCA_RandomBytes(bytes, sizeof bytes) == 0) return SCA_Fail(ENOSYS, error);
   const std::string text = SCA_ToHex(bytes, sizeof bytes) + "\n";
   SCA_ReplacementFile file;
   if (file.Open(fileName, SCA_FileAccess::Private, error) == 0 ||

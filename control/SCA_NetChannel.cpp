@@ -9,6 +9,7 @@
 #include "foundation/SCA_ConfigBytes.h"
 #include "platform/SCA_Deadline.h"
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 
 namespace {
 
@@ -20,11 +21,6 @@ constexpr std::size_t kGrowth = 65536;
 constexpr std::size_t kLargestKept = 1U << 20;  // memory that a connection holds between frames
 constexpr unsigned long kSendTimeoutMs = 10000;
 constexpr char kCode[] = "Code";
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
 
 void Store(std::uint32_t number, char* at) {
   for (int i = 0; i < 4; ++i) at[i] = static_cast<char>(number >> (24 - 8 * i));
@@ -61,10 +57,10 @@ int SCA_NetChannel::Send(SCA_FrameKind kind, std::uint32_t sequence, const SCA_N
   unsigned long written = 0;
   if (SCA_WriteConfigBytes(*message.GetData(), output_.data() + start, room, &written, error) ==
       0) {
-    return Fail(*error == ENOBUFS ? SCA_ErrorFrameTooLarge : *error, error);
+    return SCA_Fail(*error == ENOBUFS ? SCA_ErrorFrameTooLarge : *error, error);
   }
   const std::size_t length = start + written - kHeaderSize;
-  if (length > SCA_MaxFrame) return Fail(SCA_ErrorFrameTooLarge, error);
+  if (length > SCA_MaxFrame) return SCA_Fail(SCA_ErrorFrameTooLarge, error);
   char* at = output_.data();
   std::memcpy(at, kMagic, sizeof kMagic);
   Store(static_cast<std::uint32_t>(length), at + 4);
@@ -85,7 +81,7 @@ int SCA_NetChannel::Send(SCA_FrameKind kind, std::uint32_t sequence, const SCA_N
   if (output_.capacity() > kLargestKept) std::vector<char>().swap(output_);
   return isSent;
 } catch (const std::bad_alloc&) {
-  return Fail(ENOMEM, error);
+  return SCA_Fail(ENOMEM, error);
 }
 
 int SCA_NetChannel::SendCode(SCA_FrameKind kind, std::uint32_t sequence, unsigned long code,
@@ -179,11 +175,11 @@ int SCA_NetChannel::Receive(unsigned long idleMs, unsigned long frameMs, SCA_Net
       wanted_ = kHeaderSize;
     }
     const unsigned long left = end.MsLeft();
-    if (left == 0) return Fail(ETIMEDOUT, error);
+    if (left == 0) return SCA_Fail(ETIMEDOUT, error);
     if (ReadMore(left, error) == 0) return 0;
   }
 } catch (const std::bad_alloc&) {
-  return Fail(ENOMEM, error);
+  return SCA_Fail(ENOMEM, error);
 }
 
 int SCA_NetChannel::Decode(const SCA_NetFrame& frame, SCA_NetMessage* message) {

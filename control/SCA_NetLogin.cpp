@@ -6,6 +6,7 @@
 
 #include "platform/SCA_Deadline.h"
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 #include "platform/SCA_Hex.h"
 
 namespace {
@@ -17,11 +18,6 @@ constexpr char kStartTime[] = "StartTime";
 constexpr char kConnectTime[] = "ConnectTime";
 constexpr char kNonce[] = "Nonce";
 constexpr char kProof[] = "Proof";
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
 
 // Both ends' random numbers of this connection.
 struct Nonces {
@@ -62,14 +58,14 @@ bool GetDigest(const SCA_NetMessage& message, const char* name, SCA_Digest* dige
 int Await(SCA_NetChannel* channel, SCA_FrameKind kind, const SCA_Deadline& end,
           SCA_NetMessage* message, unsigned long* error) {
   const unsigned long left = end.MsLeft();
-  if (left == 0) return Fail(ETIMEDOUT, error);
+  if (left == 0) return SCA_Fail(ETIMEDOUT, error);
   SCA_NetFrame frame;
   if (channel->Receive(left, SCA_Infinite, &frame, error) == 0) {
     return 0;
   }
-  if (frame.kind == SCA_FrameKind::Refused) return Fail(SCA_NetChannel::CodeOf(frame), error);
+  if (frame.kind == SCA_FrameKind::Refused) return SCA_Fail(SCA_NetChannel::CodeOf(frame), error);
   if (frame.kind != kind || SCA_NetChannel::Decode(frame, message) == 0) {
-    return Fail(SCA_ErrorFrame, error);
+    return SCA_Fail(SCA_ErrorFrame, error);
   }
   return 1;
 }
@@ -83,7 +79,7 @@ int SendGreeting(SCA_NetChannel* channel, const SCA_NetGreeting& greeting, const
                       data->AddField(kHostName, greeting.hostName, 0) != 0 &&
                       data->AddField(kStartTime, greeting.startTime, 0) != 0 &&
                       data->AddField(kConnectTime, greeting.connectTime, 0) != 0;
-  if (!isMade) return Fail(ENOMEM, error);
+  if (!isMade) return SCA_Fail(ENOMEM, error);
   AddDigest(&hello, kNonce, nonces.server);
   return channel->Send(SCA_FrameKind::Hello, 0, hello, SCA_LoginTimeoutMs, error);
 }
@@ -92,7 +88,7 @@ int SendGreeting(SCA_NetChannel* channel, const SCA_NetGreeting& greeting, const
 int ExchangeProofs(SCA_NetChannel* channel, const SCA_ControlKey& key, const SCA_Deadline& end,
                    Nonces* nonces, unsigned long* error) {
   if (SCA_RandomBytes(nonces->client.data(), nonces->client.size()) == 0) {
-    return Fail(ENOSYS, error);
+    return SCA_Fail(ENOSYS, error);
   }
   SCA_NetMessage login;
   AddDigest(&login, kNonce, nonces->client);
@@ -104,7 +100,7 @@ int ExchangeProofs(SCA_NetChannel* channel, const SCA_ControlKey& key, const SCA
     return 0;
   }
   if (!GetDigest(welcome, kProof, &proof) || !SCA_EqualDigests(proof, ServerProof(key, *nonces))) {
-    return Fail(SCA_ErrorLoginRefused, error);
+    return SCA_Fail(SCA_ErrorLoginRefused, error);
   }
   channel->Authenticate(SessionKey(key, *nonces));
   return 1;
@@ -115,7 +111,9 @@ int ExchangeProofs(SCA_NetChannel* channel, const SCA_ControlKey& key, const SCA
 int SCA_AcceptLogin(SCA_NetChannel* channel, const SCA_NetGreeting& greeting,
                     const SCA_ControlKey* key, unsigned long* error) {
   Nonces nonces;
-  if (SCA_RandomBytes(nonces.server.data(), nonces.server.size()) == 0) return Fail(ENOSYS, error);
+  if (SCA_RandomBytes(nonces.server.data(), nonces.server.size()) == 0) {
+    return SCA_Fail(ENOSYS, error);
+  }
   if (SendGreeting(channel, greeting, nonces, error) == 0) return 0;
   if (key != nullptr) {
     SCA_NetMessage login;
@@ -124,7 +122,7 @@ int SCA_AcceptLogin(SCA_NetChannel* channel, const SCA_NetGreeting& greeting,
       return 0;
     if (!GetDigest(login, kNonce, &nonces.client) || !GetDigest(login, kProof, &proof) ||
         !SCA_EqualDigests(proof, ClientProof(*key, nonces))) {
-      return Fail(SCA_ErrorLoginRefused, error);
+      return SCA_Fail(SCA_ErrorLoginRefused, error);
     }
     SCA_NetMessage welcome;
     AddDigest(&welcome, kProof, ServerProof(*key, nonces));
@@ -144,7 +142,7 @@ int SCA_Login(SCA_NetChannel* channel, const char* host, unsigned short port, bo
   const SCA_ConfigObj& data = *hello.GetData();
   if (data.GetField(kMode, &greeting->loginMode) == 0 || greeting->loginMode > SCA_LoginKey ||
       !GetDigest(hello, kNonce, &nonces.server)) {
-    return Fail(SCA_ErrorFrame, error);
+    return SCA_Fail(SCA_ErrorFrame, error);
   }
   data.GetField(kVersion, greeting->version, sizeof greeting->version);
   data.GetField(kHostName, greeting->hostName, sizeof greeting->hostName);
@@ -157,8 +155,10 @@ int SCA_Login(SCA_NetChannel* channel, const char* host, unsigned short port, bo
     SCA_ControlKey key;
     unsigned long code = 0;
     const bool hasKey = SCA_GetControlKey(host, port, &key, &code) != 0;
-    if (!hasKey && code != ENOENT) return Fail(code, error);
-    if (hasKey != asksForLogin) return Fail(hasKey ? SCA_ErrorLoginMissing : SCA_ErrorNoKey, error);
+    if (!hasKey && code != ENOENT) return SCA_Fail(code, error);
+    if (hasKey != asksForLogin) {
+      return SCA_Fail(hasKey ? SCA_ErrorLoginMissing : SCA_ErrorNoKey, error);
+    }
     if (hasKey && ExchangeProofs(channel, key, end, &nonces, error) == 0) return 0;
   }
   channel->AllowLargeFrames();

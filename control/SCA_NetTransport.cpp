@@ -7,16 +7,8 @@
 #include "control/SCA_NetLogin.h"
 #include "platform/SCA_Deadline.h"
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 #include "platform/SCA_Time.h"
-
-namespace {
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
-
-}  // namespace
 
 SCA_NetTransport::SCA_NetTransport(SCA_NetLink* /*link*/) : clientStartTime_(SCA_GetAbsTime()) {
   SetValid(1);
@@ -27,7 +19,7 @@ SCA_NetTransport::~SCA_NetTransport() = default;
 int SCA_NetTransport::Drop(unsigned long code, unsigned long* error) {
   channel_.reset();
   socket_.reset();
-  return Fail(code, error);
+  return SCA_Fail(code, error);
 }
 
 int SCA_NetTransport::Connect(const char* host, unsigned short port, unsigned long timeoutMs,
@@ -36,7 +28,7 @@ int SCA_NetTransport::Connect(const char* host, unsigned short port, unsigned lo
   socket_.reset(SCA_CreateTcpSock(-1));
   sequence_ = 0;
   unsigned long code = ENOMEM;
-  if (socket_ == nullptr) return Fail(code, error);
+  if (socket_ == nullptr) return SCA_Fail(code, error);
   if (socket_->Connect(host, port, timeoutMs, &code) == 0) return Drop(code, error);
   socket_->SetOption(SCA_SockOptionNoDelay, 1);
   channel_.reset(new (std::nothrow) SCA_NetChannel(socket_.get(), SCA_NetSide::Client));
@@ -55,25 +47,25 @@ int SCA_NetTransport::Connect(const char* host, unsigned short port, unsigned lo
 
 int SCA_NetTransport::SendMessage(unsigned long timeoutMs, SCA_NetMessage* message,
                                   unsigned long* error) {
-  if (channel_ == nullptr) return Fail(ENOTCONN, error);
+  if (channel_ == nullptr) return SCA_Fail(ENOTCONN, error);
   unsigned long code = 0;
   if (channel_->Send(SCA_FrameKind::Message, sequence_ + 1, *message, timeoutMs, &code) != 0) {
     ++sequence_;
     return 1;
   }
   const bool isUsable = code == SCA_ErrorFrameTooLarge || code == SCA_ErrorDataTooLarge;
-  return isUsable ? Fail(code, error) : Drop(code, error);
+  return isUsable ? SCA_Fail(code, error) : Drop(code, error);
 }
 
 int SCA_NetTransport::WaitForMessage(unsigned long timeoutMs, SCA_NetMessage* message,
                                      unsigned long* error) {
-  if (channel_ == nullptr) return Fail(ENOTCONN, error);
+  if (channel_ == nullptr) return SCA_Fail(ENOTCONN, error);
   const SCA_Deadline end(timeoutMs);
   for (unsigned long leftMs = timeoutMs;;) {
     SCA_NetFrame frame;
     unsigned long code = 0;
     if (channel_->Receive(leftMs, SCA_Infinite, &frame, &code) == 0) {
-      return code == ETIMEDOUT ? Fail(code, error) : Drop(code, error);
+      return code == ETIMEDOUT ? SCA_Fail(code, error) : Drop(code, error);
     }
     if (frame.kind == SCA_FrameKind::Refused) return Drop(SCA_NetChannel::CodeOf(frame), error);
     const bool isReply =
@@ -82,11 +74,13 @@ int SCA_NetTransport::WaitForMessage(unsigned long timeoutMs, SCA_NetMessage* me
     const std::uint32_t age = sequence_ - frame.sequence;
     if (!isReply || age > UINT32_MAX / 2) return Drop(SCA_ErrorFrame, error);
     if (age == 0) {
-      if (frame.kind == SCA_FrameKind::Failure) return Fail(SCA_NetChannel::CodeOf(frame), error);
+      if (frame.kind == SCA_FrameKind::Failure) {
+        return SCA_Fail(SCA_NetChannel::CodeOf(frame), error);
+      }
       if (SCA_NetChannel::Decode(frame, message) != 0) return 1;
       return Drop(SCA_ErrorFrame, error);
     }
     leftMs = end.MsLeft();
-    if (leftMs == 0) return Fail(ETIMEDOUT, error);
+    if (leftMs == 0) return SCA_Fail(ETIMEDOUT, error);
   }
 }

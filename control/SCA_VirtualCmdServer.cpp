@@ -8,6 +8,7 @@
 #include "control/SCA_NetChannel.h"
 #include "control/SCA_NetLogin.h"
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 #include "platform/SCA_Path.h"
 #include "platform/SCA_Report.h"
 #include "platform/SCA_TcpListener.h"
@@ -19,11 +20,6 @@ namespace {
 constexpr char kSource[] = "SCA_VirtualCmdServer";
 // How long accepting rests when the system has no descriptor or no memory left.
 constexpr unsigned long kAcceptPauseMs = 100;
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
 
 }  // namespace
 
@@ -42,15 +38,15 @@ SCA_VirtualCmdServer::~SCA_VirtualCmdServer() {
 
 int SCA_VirtualCmdServer::Lock(const char* caller, unsigned long* error) {
   if (isOpen_) return SCA_ThreadObj::Lock(caller, error);
-  return listener_ != nullptr && listener_->IsValid() != 0 ? 1 : Fail(ENOMEM, error);
+  return listener_ != nullptr && listener_->IsValid() != 0 ? 1 : SCA_Fail(ENOMEM, error);
 }
 
 int SCA_VirtualCmdServer::BindPort(unsigned long* error) {
   const unsigned long mode = GetServerLoginMode();
-  if (mode > SCA_LoginKey) return Fail(EINVAL, error);
+  if (mode > SCA_LoginKey) return SCA_Fail(EINVAL, error);
   if (mode == SCA_LoginKey) {
     key_.reset(new (std::nothrow) SCA_ControlKey);
-    if (key_ == nullptr) return Fail(ENOMEM, error);
+    if (key_ == nullptr) return SCA_Fail(ENOMEM, error);
     if (SCA_GetControlKey("", port_, key_.get(), error) == 0) return 0;
   }
   const SCA_ListenScope scope =
@@ -59,7 +55,7 @@ int SCA_VirtualCmdServer::BindPort(unsigned long* error) {
 }
 
 int SCA_VirtualCmdServer::OpenGate(unsigned long* error) {
-  if (isOpen_ || isStopping_.Get() != 0) return Fail(EALREADY, error);
+  if (isOpen_ || isStopping_.Get() != 0) return SCA_Fail(EALREADY, error);
   if (BindPort(error) != 0) {
     port_ = listener_->GetPort();
     isOpen_ = true;

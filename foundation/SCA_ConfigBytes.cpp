@@ -8,6 +8,7 @@
 
 #include "foundation/SCA_ConfigStream.h"
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 
 namespace {
 
@@ -15,11 +16,6 @@ constexpr char kFieldMark = '0' + SCA_FieldTypePlain;
 constexpr char kObjectMark = '0' + SCA_FieldTypeObject;
 constexpr char kEndMark = '0';
 constexpr unsigned long kEndSize = 2;
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
 
 // Bytes of the record's start, which is all of a plain field.
 unsigned long RecordSize(const SCA_Field& field) {
@@ -166,12 +162,12 @@ bool SCA_StreamConfig(const SCA_ConfigObj& object, const SCA_ConfigSink& sink) {
 
 int SCA_WriteConfigBytes(const SCA_ConfigObj& object, char* buffer, unsigned long size,
                          unsigned long* written, unsigned long* error) {
-  if (object.GetName() == nullptr) return Fail(SCA_ErrorInvalidData, error);
+  if (object.GetName() == nullptr) return SCA_Fail(SCA_ErrorInvalidData, error);
   MemoryTarget target{buffer, std::min(size, SCA_MaxConfigBytes)};
   Writer<MemoryTarget> writer(&target);
   if (!writer.Put(object)) {
     const bool isTooLarge = !writer.IsWithinLimits() || size >= SCA_MaxConfigBytes;
-    return Fail(isTooLarge ? SCA_ErrorDataTooLarge : ENOBUFS, error);
+    return SCA_Fail(isTooLarge ? SCA_ErrorDataTooLarge : ENOBUFS, error);
   }
   *written = static_cast<unsigned long>(target.at - buffer);
   return 1;
@@ -184,7 +180,7 @@ int SCA_ReadConfigBytes(const char* bytes, unsigned long length, SCA_ConfigObj* 
   reader.Feed(bytes, length, true);
   object->Clear();
   if (fault != nullptr) *fault = reader.Fault();
-  if (reader.Error() != 0) return Fail(reader.Error(), error);
+  if (reader.Error() != 0) return SCA_Fail(reader.Error(), error);
   return object->TakeContent(&root);
 }
 

@@ -13,6 +13,7 @@
 #include "foundation/SCA_ConfigStream.h"
 #include "platform/SCA_Crc32.h"
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 #include "platform/SCA_File.h"
 
 namespace {
@@ -22,11 +23,6 @@ constexpr std::string_view kMagic = "SCA-CONFIG ";
 constexpr std::size_t kMaxHeader = 96;
 constexpr int kChecksumDigits = 8;
 constexpr std::size_t kBlockSize = 4 * SCA_ConfigReader::kLongestRecord;
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
 
 struct Header {
   SCA_ConfigFileInfo* info;
@@ -196,17 +192,17 @@ int SCA_LoadConfigFile(const char* fileName, SCA_ConfigObj* object, SCA_ConfigFi
   if (code == 0 && object->TakeContent(&root) == 0) code = ENOMEM;
   if (code == 0) return 1;
   object->Clear();
-  return Fail(code, error);
+  return SCA_Fail(code, error);
 }
 
 int SCA_SaveConfigFile(const SCA_ConfigObj& object, const char* fileName, unsigned long fileType,
                        unsigned long formatVersion, unsigned long* error) {
   if (fileName == nullptr || fileType > UINT32_MAX || formatVersion > SCA_ConfigFormatVersion) {
-    return Fail(EINVAL, error);
+    return SCA_Fail(EINVAL, error);
   }
   unsigned long objectSize = 0;
   if (const unsigned long code = SCA_MeasureConfig(object, &objectSize); code != 0) {
-    return Fail(code, error);
+    return SCA_Fail(code, error);
   }
   char header[kMaxHeader];
   int length = std::snprintf(header, sizeof header, "%s%lu %lu %lu %lu ", kMagic.data(),

@@ -6,6 +6,7 @@
 #include "foundation/SCA_ConfigFile.h"
 #include "host/SCA_PathField.h"
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 #include "platform/SCA_Report.h"
 
 namespace {
@@ -13,11 +14,6 @@ namespace {
 constexpr char kSource[] = "SCA_TikaConfigUser";
 constexpr char kRootName[] = "TarvConf";
 constexpr char kSystemAccount[] = "SYSTEM";
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
 
 }  // namespace
 
@@ -106,16 +102,16 @@ int SCA_TikaConfigUser::Init() {
 }
 
 int SCA_TikaConfigUser::LoadConfig(unsigned long* error) {
-  if (*configFileName_ == '\0') return Fail(SCA_ErrorInvalidData, error);
+  if (*configFileName_ == '\0') return SCA_Fail(SCA_ErrorInvalidData, error);
   SCA_ConfigObj object(kRootName, nullptr);
   if (object.Load(configFileName_, error) == 0) return 0;
-  return Deserialize(&object) != 0 ? 1 : Fail(SCA_ErrorInvalidData, error);
+  return Deserialize(&object) != 0 ? 1 : SCA_Fail(SCA_ErrorInvalidData, error);
 }
 
 int SCA_TikaConfigUser::SaveConfig(unsigned long* error) {
-  if (*configFileName_ == '\0') return Fail(SCA_ErrorInvalidData, error);
+  if (*configFileName_ == '\0') return SCA_Fail(SCA_ErrorInvalidData, error);
   SCA_ConfigObj object(kRootName, nullptr);
-  if (Serialize(&object) == 0) return Fail(SCA_ErrorInvalidData, error);
+  if (Serialize(&object) == 0) return SCA_Fail(SCA_ErrorInvalidData, error);
   unsigned long code = 0;
   if (object.Save(configFileName_, SCA_FileTypeServiceUser, SCA_ConfigFormatVersion, &code) != 0) {
     return 1;
@@ -124,7 +120,7 @@ int SCA_TikaConfigUser::SaveConfig(unsigned long* error) {
       SCA_LevelError,
       "SCA_TikaConfigUser::SaveConfig: cannot save user configuration file (ERR:%lu) - %s", code,
       configFileName_);
-  return Fail(code, error);
+  return SCA_Fail(code, error);
 }
 
 int SCA_TikaConfigUser::Serialize(SCA_ConfigObj* object) const {

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 #include "platform/SCA_Path.h"
 #include "platform/SCA_Process.h"
 #include "platform/SCA_Report.h"
@@ -101,11 +102,6 @@ int ReportRefusal(const char* operation, unsigned long code) {
   return 0;
 }
 
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
-
 unsigned long long MsSince(Clock::time_point begin) {
   return static_cast<unsigned long long>(
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count());
@@ -177,7 +173,7 @@ int SCA_TikaServer::SetConfig(const char* fileName, unsigned short port, unsigne
   unsigned long code = RefuseFileName(fileName);
   if (code == 0) code = RefuseJavaOptions(javaOptions, sizeof javaOptions_);
   if (code == 0 && heapSize > UINT32_MAX) code = SCA_ErrorInvalidData;
-  if (code != 0) return Fail(code, error);
+  if (code != 0) return SCA_Fail(code, error);
   const SCA_LockGuard order(control_);
   const SCA_LockGuard guard(texts_);
   SCA_CopyText(fileName_, fileName, SCA_TextFit::Refuse);
@@ -301,7 +297,7 @@ int SCA_TikaServer::StartProcess(unsigned long* error) {
   if (!complaint.text.empty()) {
     SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "%s", complaint.text.c_str());
   }
-  return Fail(complaint.code, error);
+  return SCA_Fail(complaint.code, error);
 }
 
 int SCA_TikaServer::StopAll() {
@@ -377,9 +373,9 @@ int SCA_TikaServer::DoProcess(unsigned long* error) {
                                              "Cannot start Tika server %lu (ERR:%lu) - '%s'",
                                              GetServerId(), code, run.command.c_str());
     log_.AddMessage(this, SCA_LevelError, "Cannot start the Tika process: %s", SCA_ErrorText(code));
-    return Fail(SCA_ErrorNotStarted, error);
+    return SCA_Fail(SCA_ErrorNotStarted, error);
   }
-  return Fail(WatchJava(&run), error);
+  return SCA_Fail(WatchJava(&run), error);
 }
 
 std::string SCA_TikaServer::MakeCommand(std::string* toolOptions) const {
@@ -401,7 +397,7 @@ int SCA_TikaServer::OpenTikaLogSession(const char* command, unsigned long* error
                  log_.AddMessage(this, SCA_LevelInfo, "Tika Command: %s", command) != 0 &&
                  log_.AddMessage(this, SCA_LevelInfo, "%s", rule.c_str()) != 0
              ? 1
-             : Fail(SCA_ErrorCannotCreate, error);
+             : SCA_Fail(SCA_ErrorCannotCreate, error);
 }
 
 // Gives 0 or the error code.
@@ -507,8 +503,8 @@ int SCA_TikaServer::AddLogMessage(const char* line, unsigned long /*length*/,
                                   unsigned long* error) {
   if (line == nullptr || *line == '\0') return 1;
   const unsigned long level = LevelOf(line);
-  if (level == 0) return Fail(SCA_ErrorInvalidData, error);
-  return log_.AddMessage(this, level, "%s", line) != 0 ? 1 : Fail(SCA_ErrorCannotCreate, error);
+  if (level == 0) return SCA_Fail(SCA_ErrorInvalidData, error);
+  return log_.AddMessage(this, level, "%s", line) != 0 ? 1 : SCA_Fail(SCA_ErrorCannotCreate, error);
 }
 
 void SCA_TikaServer::Sample(Run* run) {

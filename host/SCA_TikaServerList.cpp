@@ -5,6 +5,7 @@
 #include <new>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 #include "platform/SCA_Report.h"
 
 namespace {
@@ -13,11 +14,6 @@ constexpr char kSource[] = "SCA_TikaServerList";
 
 int Complain(int line, const char* text) {
   SCA_GetReportFunction(kSource, line)(SCA_LevelError, "SCA_TikaServerList::%s", text);
-  return 0;
-}
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
   return 0;
 }
 
@@ -37,7 +33,7 @@ int SCA_TikaServerList::AddServer(SCA_TikaConfigUser* config, const char* fileNa
   SCA_Owned<SCA_TikaServer> added(new (std::nothrow) SCA_TikaServer(config));
   if (added == nullptr || added->IsValid() == 0) {
     Complain(__LINE__, "AddServer: cannot create server object");
-    return Fail(SCA_ErrorCannotCreate, error);
+    return SCA_Fail(SCA_ErrorCannotCreate, error);
   }
   if (added->SetConfig(fileName, port, heapSize, javaOptions, error) == 0) {
     return Complain(__LINE__, "AddServer: cannot set Tika server configuration");
@@ -45,7 +41,7 @@ int SCA_TikaServerList::AddServer(SCA_TikaConfigUser* config, const char* fileNa
   if (nextServerId_ == SCA_NoItemId ||
       AddItemToTail(added.get(), static_cast<unsigned long>(nextServerId_)) == 0) {
     Complain(__LINE__, "AddServer: Cannot add server object");
-    return Fail(SCA_ErrorCannotCreate, error);
+    return SCA_Fail(SCA_ErrorCannotCreate, error);
   }
   added->SetServerId(nextServerId_++);
   ++serversStatusId_;

@@ -64,7 +64,7 @@ class SCA_TikaWorker {
   void WaitBeforeNextTry();
   void Park(unsigned long seen);
   void Serve(SCA_TikaExtractRequest* request);
-  bool TryAgain(SCA_TikaExtractRequest* request, Delivery* delivery, bool wasReused);
+  bool TryAgain(SCA_TikaExtractRequest* request, Delivery* delivery, bool mayStay);
   SCA_TikaVerdict Judge(const SCA_TikaExtractRequest& request, const Delivery& delivery,
                         unsigned long error);
   static int Deliver(const char* text, unsigned long length, unsigned long offset, void* context);

@@ -34,7 +34,8 @@ using SCA_TikaPrepareServer = int (*)(SCA_TikaClient* client, SCA_Event* stop, v
 /// reached again with growing delay. A request whose connection broke goes once to another server,
 /// after `SCA_TikaTextSink::Restart` if text had been delivered; when there is no other one, and
 /// the connection had served a file before (the server may have closed it between the two), once
-/// more to the same. A refused file, a time-out and an answer of failure are never tried again.
+/// more to the same. A server that answers 404 or 503 is coming up: its file is tried once more as
+/// well. A refused file, a time-out and any other answer of failure are never tried again.
 ///
 /// Threads: any thread may call any operation but the destructor. A limit of the settings may
 /// change at any time; texts and services are copied when the dispatcher is made.

@@ -11,6 +11,13 @@ namespace {
 constexpr unsigned long kFirstHttpCode = 200;
 constexpr unsigned long kLastHttpCode = 999;
 constexpr unsigned long kFirstRefusal = 400;
+constexpr unsigned long kNotFound = 404;
+constexpr unsigned long kUnavailable = 503;
+
+// A Tika server listens before its services are there, and answers 404 until then.
+bool IsComingUp(unsigned long code) {
+  return code == kNotFound || code == kUnavailable;
+}
 
 std::string NameOf(const char* hostName, unsigned short port) {
   const std::string host = hostName;
@@ -166,21 +173,24 @@ void SCA_TikaWorker::Serve(SCA_TikaExtractRequest* request) {
     return;
   }
   SCA_TikaVerdict verdict = Judge(*request, delivery, error);
-  if (verdict.outcome == SCA_TikaOutcome::ConnectionBroken &&
-      TryAgain(request, &delivery, wasReused)) {
+  const bool isComingUp = IsComingUp(error) || IsComingUp(request->refusalCode_);
+  // The server may also have closed a connection that it had kept since the file before.
+  const bool isBroken = verdict.outcome == SCA_TikaOutcome::ConnectionBroken;
+  if ((isComingUp || isBroken) && TryAgain(request, &delivery, wasReused || isComingUp)) {
+    if (isComingUp) WaitBeforeNextTry();
     return;
   }
   if (delivery.isRefused) verdict = Judge(*request, delivery, error);
   dispatch_->Finish(request, verdict);
 }
 
-// Hands a request whose connection broke to another server.
+// Hands a request to another server: its connection broke, or its server was not ready for it.
+// @param mayStay  Whether the same server may have it again when there is no other.
 // @return False when it has had its second try, or there is nowhere to go; or the sink refused.
-bool SCA_TikaWorker::TryAgain(SCA_TikaExtractRequest* request, Delivery* delivery, bool wasReused) {
+bool SCA_TikaWorker::TryAgain(SCA_TikaExtractRequest* request, Delivery* delivery, bool mayStay) {
   if (request->tries_ > 1) return false;
   const bool hasOther = dispatch_->HasOtherServer(*request, *this);
-  // The server may have closed a connection that it had kept since the file before.
-  const bool mayReturn = wasReused && !delivery->hasText;
+  const bool mayReturn = mayStay && !delivery->hasText;
   if (!hasOther && !mayReturn) return false;
   delivery->isRefused = delivery->hasText && request->GetSink()->Restart() == 0;
   if (delivery->isRefused) return false;

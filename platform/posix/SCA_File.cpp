@@ -8,17 +8,13 @@
 #include <cstring>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 #include "platform/posix/SCA_Posix.h"
 
 namespace {
 
 constexpr mode_t kPrivateFile = 0600;
 constexpr off_t kReadAheadSize = 131072;  // what the system reads ahead unasked
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
 
 unsigned long KindError(const struct stat& status) {
   if (S_ISREG(status.st_mode)) return 0;
@@ -62,14 +58,16 @@ SCA_File::~SCA_File() {
 int SCA_File::Open(const char* fileName, unsigned long flags, unsigned long* error) {
   Close();
   const bool isForReading = flags == SCA_FileOpenRead;
-  if ((!isForReading && flags != SCA_FileAppend) || fileName == nullptr) return Fail(EINVAL, error);
+  if ((!isForReading && flags != SCA_FileAppend) || fileName == nullptr) {
+    return SCA_Fail(EINVAL, error);
+  }
   const int mode = isForReading ? O_RDONLY : O_WRONLY | O_APPEND | O_CREAT;
   // O_NONBLOCK: opening a named pipe would otherwise wait for its other end.
   SCA_Fd fd(
       SCA_Retry([&] { return ::open(fileName, mode | O_CLOEXEC | O_NONBLOCK, kPrivateFile); }));
   struct stat status {};
-  if (!fd.IsOpen() || ::fstat(fd.Get(), &status) != 0) return Fail(SCA_SystemError(), error);
-  if (const unsigned long code = KindError(status); code != 0) return Fail(code, error);
+  if (!fd.IsOpen() || ::fstat(fd.Get(), &status) != 0) return SCA_Fail(SCA_SystemError(), error);
+  if (const unsigned long code = KindError(status); code != 0) return SCA_Fail(code, error);
   // A small file is read whole by one read; the advice would cost more than it gives.
   if (isForReading && status.st_size > kReadAheadSize) {
     ::posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
@@ -84,7 +82,7 @@ void SCA_File::Close() {
 
 int SCA_File::GetSize(unsigned long long* size, unsigned long* error) {
   struct stat status {};
-  if (::fstat(fd_, &status) != 0) return Fail(SCA_SystemError(), error);
+  if (::fstat(fd_, &status) != 0) return SCA_Fail(SCA_SystemError(), error);
   *size = static_cast<unsigned long long>(status.st_size);
   return 1;
 }
@@ -100,7 +98,7 @@ int SCA_File::Read(char* buffer, unsigned long count, unsigned long* read, unsig
   unsigned long total = 0;
   while (total < count) {
     const ssize_t got = SCA_Retry([&] { return ::read(fd_, buffer + total, count - total); });
-    if (got < 0) return Fail(SCA_SystemError(), error);
+    if (got < 0) return SCA_Fail(SCA_SystemError(), error);
     if (got == 0) break;
     total += static_cast<unsigned long>(got);
   }
@@ -110,7 +108,7 @@ int SCA_File::Read(char* buffer, unsigned long count, unsigned long* read, unsig
 
 int SCA_File::SetPosition(unsigned long long position, unsigned long* error) {
   const off_t moved = ::lseek(fd_, static_cast<off_t>(position), SEEK_SET);
-  return moved >= 0 ? 1 : Fail(SCA_SystemError(), error);
+  return moved >= 0 ? 1 : SCA_Fail(SCA_SystemError(), error);
 }
 
 int SCA_File::WriteString(const char* text, unsigned long* error) {
@@ -118,9 +116,9 @@ int SCA_File::WriteString(const char* text, unsigned long* error) {
   const std::size_t length = std::strlen(text);
   iovec parts[2] = {{const_cast<char*>(text), length}, {&lineEnd, 1}};
   const ssize_t written = SCA_Retry([&] { return ::writev(fd_, parts, 2); });
-  if (written < 0) return Fail(SCA_SystemError(), error);
+  if (written < 0) return SCA_Fail(SCA_SystemError(), error);
   // A regular file takes less only when there is no room for more.
-  return static_cast<std::size_t>(written) == length + 1 ? 1 : Fail(ENOSPC, error);
+  return static_cast<std::size_t>(written) == length + 1 ? 1 : SCA_Fail(ENOSPC, error);
 }
 
 SCA_ReplacementFile::SCA_ReplacementFile() {
@@ -138,7 +136,7 @@ int SCA_ReplacementFile::Open(const char* targetName, SCA_FileAccess access, uns
   SCA_Fd fd = CreateAside(DirectoryOf(targetName_), mode, &asideName_);
   if (!fd.IsOpen()) {
     asideName_.clear();
-    return Fail(SCA_SystemError(), error);
+    return SCA_Fail(SCA_SystemError(), error);
   }
   fd_ = fd.Release();
   return 1;
@@ -147,7 +145,7 @@ int SCA_ReplacementFile::Open(const char* targetName, SCA_FileAccess access, uns
 int SCA_ReplacementFile::Write(const char* data, unsigned long length, unsigned long* error) {
   while (length > 0) {
     const ssize_t written = SCA_Retry([&] { return ::write(fd_, data, length); });
-    if (written < 0) return Fail(SCA_SystemError(), error);
+    if (written < 0) return SCA_Fail(SCA_SystemError(), error);
     data += written;
     length -= static_cast<unsigned long>(written);
   }
@@ -168,7 +166,7 @@ int SCA_ReplacementFile::Finish(SCA_FileCommit commit, bool replaces, unsigned l
   if (Sync(fd_, commit) != 0 || move(asideName_.c_str(), targetName_.c_str()) != 0) {
     const unsigned long code = SCA_SystemError();
     Discard();
-    return Fail(code, error);
+    return SCA_Fail(code, error);
   }
   if (replaces) asideName_.clear();
   Discard();

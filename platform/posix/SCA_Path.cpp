@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "platform/SCA_Fail.h"
 #include "platform/SCA_Text.h"
 #include "platform/posix/SCA_Posix.h"
 
@@ -25,11 +26,6 @@ int Fit(char* target, unsigned long size, const std::string& text) {
   const int fits = SCA_CopyText(target, size, text.c_str(), SCA_TextFit::Refuse);
   if (fits == 0) target[0] = '\0';
   return fits;
-}
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
 }
 
 const char* Environment(const char* name) {
@@ -53,9 +49,10 @@ int SCA_GetExeFileName(char* path, unsigned long size, unsigned long* error) {
   char target[SCA_MaxPath];
   path[0] = '\0';
   const ssize_t length = ::readlink("/proc/self/exe", target, sizeof target);
-  if (length < 0) return Fail(SCA_SystemError(), error);
+  if (length < 0) return SCA_Fail(SCA_SystemError(), error);
   const std::string text(target, static_cast<std::size_t>(length));
-  return text.size() < sizeof target && Fit(path, size, text) != 0 ? 1 : Fail(ENAMETOOLONG, error);
+  return text.size() < sizeof target && Fit(path, size, text) != 0 ? 1
+                                                                   : SCA_Fail(ENAMETOOLONG, error);
 }
 
 int SCA_GetDirName(const char* path, char* directory, unsigned long size) {
@@ -114,9 +111,9 @@ int SCA_CreateDirectory(const char* path, unsigned long* error) {
     const unsigned long code = SCA_SystemError();
     // Somebody else may have made it meanwhile.
     if (SCA_DirectoryExists(part.c_str()) != 0) continue;
-    return Fail(code == EEXIST ? ENOTDIR : code, error);
+    return SCA_Fail(code == EEXIST ? ENOTDIR : code, error);
   }
-  return SCA_DirectoryExists(path) != 0 ? 1 : Fail(ENOENT, error);
+  return SCA_DirectoryExists(path) != 0 ? 1 : SCA_Fail(ENOENT, error);
 }
 
 int SCA_GetUserName(char* name, unsigned long size) {

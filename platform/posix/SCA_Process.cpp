@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 #include "platform/SCA_Text.h"
 #include "platform/posix/SCA_Posix.h"
 #include "platform/posix/SCA_ProcessGroup.h"
@@ -31,11 +32,6 @@ namespace {
 constexpr std::size_t kOutputBufferSize = 8192;
 constexpr std::size_t kChildStackSize = 65536;
 constexpr int kPollSliceMs = 60000;
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
 
 // Splits at blanks; double quotes group. False for an open quote or a line without words.
 bool SplitCommand(const char* command, std::vector<std::string>* words) {
@@ -310,12 +306,12 @@ std::vector<std::string> Process::MakeEnvironment() const {
 
 int Process::Start(const char* command, unsigned long flags, unsigned long options,
                    unsigned long* error) {
-  if (flags != 0 || options != SCA_ProcessReadOutput) return Fail(EINVAL, error);
-  if (pid_ != 0) return Fail(EBUSY, error);
+  if (flags != 0 || options != SCA_ProcessReadOutput) return SCA_Fail(EINVAL, error);
+  if (pid_ != 0) return SCA_Fail(EBUSY, error);
   std::vector<std::string> words;
-  if (!SplitCommand(command, &words)) return Fail(SCA_ErrorCommandLine, error);
+  if (!SplitCommand(command, &words)) return SCA_Fail(SCA_ErrorCommandLine, error);
   const unsigned long code = StartWords(&words);
-  return code == 0 ? 1 : Fail(code, error);
+  return code == 0 ? 1 : SCA_Fail(code, error);
 }
 
 // Gives 0 or the error code.
@@ -422,7 +418,7 @@ void Process::Wake() {
 
 int Process::ReadOutputLine(char* buffer, unsigned long size, unsigned long* length,
                             unsigned long* error) {
-  if (size < 2) return Fail(EINVAL, error);
+  if (size < 2) return SCA_Fail(EINVAL, error);
   *length = 0;
   buffer[0] = '\0';
   if (!HasLine()) {

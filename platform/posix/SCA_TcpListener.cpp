@@ -8,16 +8,12 @@
 
 #include <cstdint>
 
+#include "platform/SCA_Fail.h"
 #include "platform/posix/SCA_Posix.h"
 
 namespace {
 
 constexpr int kBacklog = 128;
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
 
 struct Address {
   sockaddr_storage storage{};
@@ -100,7 +96,7 @@ int SCA_TcpListener::Open(SCA_ListenScope scope, unsigned short port, unsigned l
   SCA_Fd fd = Listen(isLoopback ? AF_INET : AF_INET6, isLoopback, port);
   const bool lacksV6 = !fd.IsOpen() && (errno == EAFNOSUPPORT || errno == EADDRNOTAVAIL);
   if (!isLoopback && lacksV6) fd = Listen(AF_INET, isLoopback, port);
-  if (!fd.IsOpen()) return Fail(SCA_SystemError(), error);
+  if (!fd.IsOpen()) return SCA_Fail(SCA_SystemError(), error);
   port_ = PortOf(fd.Get());
   SCA_Fd former(std::exchange(fd_, fd.Release()));
   return 1;
@@ -114,11 +110,11 @@ int SCA_TcpListener::Accept(int* handle, unsigned long* error) {
   for (;;) {
     pollfd entries[2] = {{fd_, POLLIN, 0}, {wakeFd_, POLLIN, 0}};
     if (SCA_Retry([&] { return ::poll(entries, 2, -1); }) < 0) {
-      return Fail(SCA_SystemError(), error);
+      return SCA_Fail(SCA_SystemError(), error);
     }
     std::uint64_t wakes = 0;
     if (entries[1].revents != 0 && ::read(wakeFd_, &wakes, sizeof wakes) > 0) {
-      return Fail(EINTR, error);
+      return SCA_Fail(EINTR, error);
     }
     if (entries[0].revents == 0) continue;
     const int fd =
@@ -129,7 +125,7 @@ int SCA_TcpListener::Accept(int* handle, unsigned long* error) {
       return 1;
     }
     // A peer may have gone before it was accepted.
-    if (errno != EAGAIN && errno != ECONNABORTED) return Fail(SCA_SystemError(), error);
+    if (errno != EAGAIN && errno != ECONNABORTED) return SCA_Fail(SCA_SystemError(), error);
   }
 }
 

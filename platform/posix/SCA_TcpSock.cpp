@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Fail.h"
 #include "platform/SCA_TcpSockFactory.h"
 #include "platform/posix/SCA_Posix.h"
 
@@ -30,11 +31,6 @@ constexpr int kCancelSliceMs = 100;
 constexpr int kIdleSliceMs = 60000;
 
 constexpr std::size_t kMaxHostLength = 259;
-
-int Fail(unsigned long code, unsigned long* error) {
-  *error = code;
-  return 0;
-}
 
 // One address to connect to.
 struct Address {
@@ -160,15 +156,15 @@ int TcpSock::ResolveHost(const char* host, unsigned short port, const SCA_Deadli
       pending->done.Set();
     }).detach();
   } catch (const std::system_error&) {
-    return Fail(EAGAIN, error);
+    return SCA_Fail(EAGAIN, error);
   }
   while (pending->done.Wait(static_cast<unsigned long>(deadline.PollTimeout(kCancelSliceMs))) ==
          0) {
-    if (IsCancelled()) return Fail(SCA_ErrorCancelled, error);
-    if (deadline.HasPassed()) return Fail(ETIMEDOUT, error);
+    if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
+    if (deadline.HasPassed()) return SCA_Fail(ETIMEDOUT, error);
   }
   *resolution = pending->result;
-  return resolution->error == 0 ? 1 : Fail(resolution->error, error);
+  return resolution->error == 0 ? 1 : SCA_Fail(resolution->error, error);
 }
 
 int TcpSock::Connect(const char* host, unsigned short port, unsigned long timeoutMs,
@@ -179,7 +175,7 @@ int TcpSock::Connect(const char* host, unsigned short port, unsigned long timeou
   moreFollows_ = false;
   lookBegin_ = lookEnd_ = 0;
   if (host == nullptr || *host == '\0' || std::strlen(host) > kMaxHostLength) {
-    return Fail(SCA_ErrorHostNameInvalid, error);
+    return SCA_Fail(SCA_ErrorHostNameInvalid, error);
   }
   if (timeoutMs == 0) timeoutMs = SCA_SockIdleTimeoutMs;
   const SCA_Deadline deadline(timeoutMs);
@@ -202,7 +198,7 @@ int TcpSock::Connect(const char* host, unsigned short port, unsigned long timeou
 int TcpSock::ConnectAddress(const Address& address, const SCA_Deadline& deadline,
                             unsigned long* error) {
   SCA_Fd fd(::socket(address.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-  if (!fd.IsOpen()) return Fail(SCA_SystemError(), error);
+  if (!fd.IsOpen()) return SCA_Fail(SCA_SystemError(), error);
   fd_ = std::move(fd);
   const auto* peer = reinterpret_cast<const sockaddr*>(&address.storage);
   // An interrupted connect goes on in the background, as one in progress does.
@@ -216,7 +212,7 @@ int TcpSock::ConnectAddress(const Address& address, const SCA_Deadline& deadline
     }
     if (code != 0) {
       fd_.Reset();
-      return Fail(code, error);
+      return SCA_Fail(code, error);
     }
   }
   // On loopback the system may choose the very port that is being called, and the socket then
@@ -227,7 +223,7 @@ int TcpSock::ConnectAddress(const Address& address, const SCA_Deadline& deadline
   if (own.length == address.length &&
       std::memcmp(&own.storage, &address.storage, own.length) == 0) {
     fd_.Reset();
-    return Fail(ECONNREFUSED, error);
+    return SCA_Fail(ECONNREFUSED, error);
   }
   BoundReads();
   return 1;
@@ -282,7 +278,7 @@ int TcpSock::WaitAndRead(char* buffer, std::size_t length, unsigned long timeout
     *count = Read(buffer, length, hasSlice ? 0 : MSG_DONTWAIT);
     if (*count > 0 || Held() > 0 || inputEnd_ != 0) return 1;
     if (!hasSlice && Poll(POLLIN, deadline, error) == 0) return 0;
-    if (IsCancelled()) return Fail(SCA_ErrorCancelled, error);
+    if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
     // Without a cancel event there is nothing to look at in between.
     hasSlice = cancel_ != nullptr && deadline.PollTimeout(kCancelSliceMs) == kCancelSliceMs;
   }
@@ -291,11 +287,11 @@ int TcpSock::WaitAndRead(char* buffer, std::size_t length, unsigned long timeout
 int TcpSock::WaitForData(unsigned long timeoutMs, unsigned long* error) {
   if (timeoutMs != 0) idleTimeoutMs_ = timeoutMs;
   // At the start of each wait: a peer that always has something to say must not outrun a cancel.
-  if (IsCancelled()) return Fail(SCA_ErrorCancelled, error);
+  if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
   if (Held() > 0) return 1;
   std::size_t none = 0;
   if (inputEnd_ == 0 && WaitAndRead(nullptr, 0, timeoutMs, &none, error) == 0) return 0;
-  return Held() > 0 || closedInOrder_ ? 1 : Fail(inputEnd_, error);
+  return Held() > 0 || closedInOrder_ ? 1 : SCA_Fail(inputEnd_, error);
 }
 
 int TcpSock::Receive(char* buffer, unsigned long length, unsigned long* received,
@@ -310,7 +306,7 @@ int TcpSock::Receive(char* buffer, unsigned long length, unsigned long* received
       WaitAndRead(buffer, length, idleTimeoutMs_, &count, error) == 0) {
     return 0;
   }
-  if (count == 0) return Fail(inputEnd_, error);
+  if (count == 0) return SCA_Fail(inputEnd_, error);
   *received = count;
   return 1;
 }
@@ -329,13 +325,13 @@ int TcpSock::Send(const char* buffer, unsigned long length, unsigned long* sent,
       *sent = total;
       continue;
     }
-    if (errno != EAGAIN) return Fail(SCA_SystemError(), error);
+    if (errno != EAGAIN) return SCA_Fail(SCA_SystemError(), error);
     // A peer that reads a little all the time must not outrun a cancel.
-    if (IsCancelled()) return Fail(SCA_ErrorCancelled, error);
+    if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
     const short events = Poll(POLLOUT | POLLRDHUP, SCA_Deadline(idleTimeoutMs_), error);
     if (events == 0) return 0;
     // A peer that has closed and reads no more would leave this send waiting for ever.
-    if ((events & POLLOUT) == 0) return Fail(ECONNRESET, error);
+    if ((events & POLLOUT) == 0) return SCA_Fail(ECONNRESET, error);
   }
   return 1;
 }

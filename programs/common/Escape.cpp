@@ -1,10 +1,9 @@
 #include "programs/common/Escape.h"
 
-#include <wchar.h>
-
 #include <algorithm>
 #include <clocale>
 #include <cstdio>
+#include <cwchar>
 
 #include "programs/common/Utf8.h"
 

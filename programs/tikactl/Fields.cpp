@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
+#include <map>
 
 #include "programs/common/Escape.h"
 #include "programs/common/Json.h"
@@ -51,12 +51,22 @@ std::string SnakeCase(const std::string& name) {
   return key;
 }
 
-std::string FreeKey(const Json& object, const std::string& name) {
-  const std::string wanted = SnakeCase(name);
-  std::string key = wanted;
-  for (int number = 2; object.contains(key); ++number) key = wanted + "_" + std::to_string(number);
-  return key;
-}
+// Gives each member of an object a key of its own.
+class Keys {
+ public:
+  std::string Next(const Json& object, const std::string& name) {
+    const std::string wanted = SnakeCase(name);
+    unsigned long& number = numbers_[wanted];
+    std::string key;
+    do {
+      key = ++number == 1 ? wanted : wanted + "_" + std::to_string(number);
+    } while (object.contains(key));
+    return key;
+  }
+
+ private:
+  std::map<std::string, unsigned long> numbers_;
+};
 
 // A list's members are named by their places.
 bool IsList(const SCA_ConfigObj& object) {
@@ -89,27 +99,33 @@ void SetReadableTime(Json* object, const std::string& key) {
   if (text != "-") (*object)[key + "_local"] = text;
 }
 
+// Unless there is more than the members, such as bytes that are no text.
+Json ToList(Json members, const SCA_ConfigObj& object) {
+  if (members.size() != object.GetFieldCount()) return members;
+  Json list = Json::array();
+  for (auto& item : members) list.push_back(std::move(item));
+  return list;
+}
+
 // NOLINTNEXTLINE(misc-no-recursion): what comes in a message has a limited depth
 Json Convert(const SCA_ConfigObj& object, bool areTexts) {
   Json json = Json::object();
-  ForEachMember(&object, [&json, areTexts](const SCA_Field& member) {
-    const std::string name = NameOf(member);
-    const std::string key = FreeKey(json, name);
-    const SCA_ConfigObj* child = SCA_ToConfigObj(&member);
+  Keys keys;
+  const SCA_Field* member = object.GetFields().GetHead();
+  for (; member != nullptr; member = member->GetNext()) {
+    const std::string name = NameOf(*member);
+    const std::string key = keys.Next(json, name);
+    const SCA_ConfigObj* child = SCA_ToConfigObj(member);
     if (child == nullptr) {
-      SetValue(&json, key, member, areTexts || IsOneOf(kTexts, name));
+      SetValue(&json, key, *member, areTexts || IsOneOf(kTexts, name));
       if (IsOneOf(kTimes, name)) SetReadableTime(&json, key);
-      return;
+      continue;
     }
     const bool areLines = name == SCA_DeathFields::Lines;
     Json members = Convert(*child, areLines);
-    if (areLines && IsList(*child) && members.size() == child->GetFieldCount()) {
-      Json list = Json::array();
-      for (auto& item : members) list.push_back(std::move(item));
-      members = std::move(list);
-    }
-    json[key] = std::move(members);
-  });
+    json[key] =
+        areLines && IsList(*child) ? ToList(std::move(members), *child) : std::move(members);
+  }
   return json;
 }
 
@@ -140,7 +156,11 @@ const SCA_ConfigObj* Fields::Object(const char* name) const {
 }
 
 std::string ServerIdOf(const SCA_Field& member) {
-  return ClipToWidth(Printable(NameOf(member)), 10);
+  const std::string name = NameOf(member);
+  // It becomes part of command lines that are shown to be typed.
+  const bool isId = name.size() <= 10 && !name.empty() &&
+                    name.find_first_not_of("0123456789") == std::string::npos;
+  return isId ? name : "?";
 }
 
 const SCA_ConfigObj* FindServer(const SCA_ConfigObj& servers, unsigned long serverId) {

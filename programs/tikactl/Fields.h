@@ -41,7 +41,7 @@ void ForEachMember(const SCA_ConfigObj* object, Visit visit) {
   for (; member != nullptr; member = member->GetNext()) visit(*member);
 }
 
-/// @return The server's id as it is to be typed and shown.
+/// @return The id of a server, by which its object is named; "?" when the name is none.
 std::string ServerIdOf(const SCA_Field& member);
 
 /// Calls `visit(id, fields)` for each object of a servers' status object.

@@ -1,7 +1,8 @@
 #include "programs/tikactl/Health.h"
 
 #include <algorithm>
-#include <vector>
+#include <optional>
+#include <utility>
 
 #include "host/SCA_TikaServer.h"
 #include "platform/SCA_Time.h"
@@ -24,8 +25,10 @@ std::string Named(const std::string& id, const Fields& server) {
 }
 
 struct Survey {
-  std::vector<Problem> problems;  // the worst first
-  std::string stopped;            // ids, a blank before each
+  std::optional<Problem> givenUp;  // the first of each kind
+  std::optional<Problem> waiting;
+  unsigned long problems = 0;
+  std::string stopped;  // ids, a blank before each
   unsigned long ready = 0;
   unsigned long all = 0;
 };
@@ -48,25 +51,28 @@ Problem NotReady(const std::string& id, const Fields& server) {
           (RestartsOf(server).empty() ? "logs " : "history ") + id};
 }
 
+void Note(std::optional<Problem>* first, Problem problem, Survey* survey) {
+  ++survey->problems;
+  if (!*first) *first = std::move(problem);
+}
+
 void Look(const std::string& id, const Fields& server, Survey* survey) {
   ++survey->all;
   switch (StateOf(server)) {
     case ServerState::GivenUp:
-      survey->problems.insert(survey->problems.begin(), GivenUp(id, server));
-      break;
+      return Note(&survey->givenUp, GivenUp(id, server), survey);
     case ServerState::Waiting:
-      survey->problems.push_back(NotReady(id, server));
-      break;
+      return Note(&survey->waiting, NotReady(id, server), survey);
     case ServerState::Ready:
       ++survey->ready;
-      break;
+      return;
     case ServerState::Stopped:
     case ServerState::NotStarted:
       survey->stopped += " " + id;
-      break;
+      return;
     case ServerState::Unknown:
-      survey->problems.push_back(
-          {"the state of " + Named(id, server) + " is unknown", "--json status"});
+      return Note(&survey->waiting,
+                  {"the state of " + Named(id, server) + " is unknown", "--json status"}, survey);
   }
 }
 
@@ -146,9 +152,9 @@ Health Judge(const Host& host, const Fields& service, const SCA_ConfigObj& serve
     return {false, "The service is suspended, all its servers are stopped; " +
                        host.Hint(StartCommand(survey)) + " ends that."};
   }
-  if (!survey.problems.empty()) {
-    const std::size_t others = survey.problems.size() - 1;
-    const Problem& worst = survey.problems.front();
+  if (survey.problems > 0) {
+    const Problem& worst = survey.givenUp ? *survey.givenUp : *survey.waiting;
+    const unsigned long others = survey.problems - 1;
     return Ill(host,
                "Not well: " + worst.text + (others > 0 ? ", and " + Count(others, "other") : ""),
                worst.command);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 #include "programs/common/Escape.h"
 #include "programs/common/Json.h"
@@ -59,7 +60,7 @@ std::string Curve(const std::vector<Sample>& samples, unsigned long long least,
     const double part =
         most > least ? static_cast<double>(highest - least) / static_cast<double>(most - least)
                      : 0.5;
-    curve += kBlocks[static_cast<std::size_t>(part * 7 + 0.5)];
+    curve += kBlocks[static_cast<std::size_t>(std::lround(part * 7))];
   }
   return curve;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <climits>
+#include <cmath>
 #include <cstdio>
 #include <map>
 
@@ -89,7 +90,7 @@ class Sampler {
 
 std::string RateText(const Rates& rates, std::size_t which, bool isBytes) {
   if (rates.empty()) return "-";
-  const auto rate = static_cast<unsigned long long>(rates[which] + 0.5);
+  const auto rate = static_cast<unsigned long long>(std::llround(rates[which]));
   return isBytes ? Size(rate) : std::to_string(rate);
 }
 

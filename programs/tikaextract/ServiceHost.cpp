@@ -197,7 +197,7 @@ void ServiceHost::Leave() {
       board_->Tell(serviceId_,
                    "what was added on " + List(asked) + " may run on: " +
                        (code != 0 ? SCA_ErrorText(code) : "the host refused to delete") +
-                       "; look there with tikactl");
+                       "; look with 'tikactl servers'");
     }
   }
   status_->DoDisconnect();
@@ -416,7 +416,7 @@ void ServiceHost::Publish() {
 // @return Why something cannot be used; nothing when all is well.
 std::string ServiceHost::Complaint(bool hasUsable) const {
   if (servers_.empty()) {
-    return "it has no server: add one there with tikactl, or for this run with --service-jar";
+    return "it has no server: add one there with 'tikactl add', or for this run with --service-jar";
   }
   std::string text;
   bool isStopped = false;
@@ -427,5 +427,5 @@ std::string ServiceHost::Complaint(bool hasUsable) const {
     text += (text.empty() ? "" : "; ") + ("the server on port " + std::to_string(port) + " ") +
             (server.why.empty() ? "does not answer yet" : server.why);
   }
-  return text + (isStopped ? ": start it there with tikactl" : "");
+  return text + (isStopped ? ": start it there with 'tikactl start'" : "");
 }

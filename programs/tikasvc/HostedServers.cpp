@@ -158,7 +158,9 @@ int HostedServers::Start(unsigned long id, unsigned long* status, unsigned long*
     if (hosted == nullptr) return 0;
     isSuspended_ = false;
     if (hosted->server->IsActive() == 0) hosted->watch->Resume();
-    hosted->server->StartProcess(code);
+    if (hosted->server->StartProcess(code) == 0 && *code != SCA_ErrorAlreadyActive) {
+      hosted->server->SetStatusCode(*code);
+    }
     *status = hosted->server->GetProcessStatus();
   }
   if (*code != 0 && *code != SCA_ErrorAlreadyActive) {

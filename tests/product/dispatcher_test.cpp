@@ -30,6 +30,7 @@ enum class Fault {
   DieUnheard,
   DieInReply,
   Answer500,
+  Answer404,
   Answer422,
   BadReply,
   Hang,
@@ -85,6 +86,8 @@ class FakeTika {
         return false;
       case Fault::Answer500:
         return connection.Send("HTTP/1.1 500 No\r\nContent-Length: 5\r\n\r\nstack");
+      case Fault::Answer404:
+        return connection.Send("HTTP/1.1 404 No\r\nContent-Length: 0\r\n\r\n");
       case Fault::Answer422:
         return connection.Send("HTTP/1.1 422 No\r\nContent-Length: 5\r\n\r\nrefus");
       case Fault::BadReply:
@@ -290,6 +293,21 @@ TEST_F(Dispatcher, RefusalsTimeOutsAndAnswersOfFailureAreFinal) {
     EXPECT_NE(Extract(request), Outcome::Extracted);
     EXPECT_EQ(servers_[0]->Documents() + servers_[1]->Documents(), 1);
   }
+}
+
+TEST_F(Dispatcher, ServerThatIsComingUpIsAskedOnceMore) {
+  std::atomic<int> documents{0};
+  FakeTika& tika = AddTika([&documents](const std::string&) {
+    return ++documents == 1 ? Fault::Answer404 : Fault::None;
+  });
+  EXPECT_EQ(Extract(Request(good_)), Outcome::Extracted);
+  EXPECT_EQ(tika.Documents(), 2);
+  dispatcher_.reset();
+  FakeTika& stranger = AddTika(Always(Fault::Answer404));
+  const Request request(good_);
+  EXPECT_EQ(Extract(request), Outcome::ServerFailed);
+  EXPECT_EQ(request->GetStatusCode(), 404U);
+  EXPECT_EQ(stranger.Documents(), 2);
 }
 
 // A server may close a connection that it has kept: that is no fault of the file that comes next.

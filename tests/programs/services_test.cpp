@@ -38,15 +38,17 @@ class ScriptedHost : public FakeService {
   ~ScriptedHost() override { Die(); }
 
   void Open() {
+    Exchange(nullptr);
     unsigned long error = 0;
-    port_ = std::make_unique<SCA_TikaServiceServer>(&factory_, controlPort_, &error);
-    ASSERT_EQ(port_->IsValid(), 1) << SCA_ErrorText(error);
-    controlPort_ = port_->GetPort();
+    auto port = std::make_unique<SCA_TikaServiceServer>(&factory_, controlPort_, &error);
+    ASSERT_EQ(port->IsValid(), 1) << SCA_ErrorText(error);
+    controlPort_ = port->GetPort();
+    Exchange(std::move(port));
   }
   /// As SIGKILL does it: nothing is left.
   void Die() {
     isDying_.store(true);
-    port_.reset();
+    Exchange(nullptr);
     running_.clear();
     list_.ClearAll();
     isDying_.store(false);
@@ -77,9 +79,9 @@ class ScriptedHost : public FakeService {
 
   std::atomic<int> served{0};
   std::atomic<int> limit{kNoLimit};  ///< of documents served; the next ones wait
-  unsigned long addCode = 0;
-  unsigned long startCode = 0;
-  bool closesAfterAdd = false;
+  std::atomic<unsigned long> addCode{0};
+  std::atomic<unsigned long> startCode{0};
+  std::atomic<bool> closesAfterAdd{false};
 
   int GetServerInfo(char* version, char* host) override {
     std::strcpy(version, "1");  // NOLINT: both have 260 bytes
@@ -102,13 +104,13 @@ class ScriptedHost : public FakeService {
     const std::lock_guard<std::mutex> guard(mutex_);
     *code = addCode;
     SCA_TikaServer* server = nullptr;
-    if (addCode == 0 && list_.GetServerByPort(port, &server) == 0) {
+    if (*code == 0 && list_.GetServerByPort(port, &server) == 0) {
       list_.AddServer(nullptr, jar, port, heap, options, &server, code);
       added_.insert(server->GetServerId());
     }
     *id = server != nullptr ? server->GetServerId() : SCA_NoServerId;
     *status = server != nullptr ? server->GetProcessStatus() : SCA_ServerError;
-    if (std::exchange(closesAfterAdd, false)) port_->StopAll();  // behind the reply
+    if (closesAfterAdd.exchange(false)) port_->StopAll();  // behind the reply
     return Record(std::string("AddServer ") + jar + "|" + options, {port, heap});
   }
   int StartServer(unsigned long id, unsigned long* status, unsigned long* code) override {
@@ -144,6 +146,11 @@ class ScriptedHost : public FakeService {
     ScriptedHost* host_;
   };
 
+  // The former one ends outside of the lock, which its connections may be waiting for.
+  void Exchange(std::unique_ptr<SCA_TikaServiceServer> port) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    std::swap(port_, port);
+  }
   unsigned long SetStatus(unsigned long id, unsigned long status) {
     const std::lock_guard<std::mutex> guard(mutex_);
     SCA_TikaServer* server = nullptr;
