@@ -53,20 +53,20 @@ constexpr unsigned long SCA_MaxDeathLines = 50;
 /// milliseconds, sizes bytes, switches 0 or 1; texts have at most 259 bytes unless said otherwise.
 /// "u32" and "u64" are unsigned numbers.
 namespace SCA_ServiceFields {
-constexpr char Status[] = "Status";                     ///< u32, as `GetStatus`
-constexpr char StatusText[] = "Status Text";            ///< the same in a word, "active"
-constexpr char Version[] = "Version";                   ///< text, of the product
-constexpr char HostName[] = "Host Name";                ///< text
-constexpr char ProcessId[] = "Process Id";              ///< u32
-constexpr char StartTime[] = "Start Time";              ///< u64, time
-constexpr char UpTime[] = "Up Time";                    ///< u64, ms
-constexpr char ControlPort[] = "Control Port";          ///< u32
-constexpr char LoginMode[] = "Login Mode";              ///< u32: 0 loopback alone, 1 with the key
-constexpr char DataDirectory[] = "Data Directory";      ///< text of at most 4095 bytes
-constexpr char SaveTikaLog[] = "Save Tika Log";         ///< u32, switch of the daily files
-constexpr char TikaLogDir[] = "Tika Log Directory";     ///< text of at most 4095 bytes
-constexpr char Connections[] = "Connections";           ///< u32, control connections now
-constexpr char Requests[] = "Requests";                 ///< u64, control requests so far
+constexpr char Status[] = "Status";                  ///< u32, as `GetStatus`
+constexpr char StatusText[] = "Status Text";         ///< the same in a word, "active"
+constexpr char Version[] = "Version";                ///< text, of the product
+constexpr char HostName[] = "Host Name";             ///< text
+constexpr char ProcessId[] = "Process Id";           ///< u32
+constexpr char StartTime[] = "Start Time";           ///< u64, time
+constexpr char UpTime[] = "Up Time";                 ///< u64, ms
+constexpr char ControlPort[] = "Control Port";       ///< u32
+constexpr char LoginMode[] = "Login Mode";           ///< u32: 0 loopback alone, 1 with the key
+constexpr char DataDirectory[] = "Data Directory";   ///< text of at most 4095 bytes
+constexpr char SaveTikaLog[] = "Save Tika Log";      ///< u32, switch of the daily files
+constexpr char TikaLogDir[] = "Tika Log Directory";  ///< text of at most 4095 bytes
+constexpr char Connections[] = "Connections";        ///< u32, control connections now
+constexpr char Requests[] = "Requests";  ///< u64, control requests that reached an operation
 constexpr char FailedRequests[] = "Failed Requests";    ///< u64, those answered with "ERR"
 constexpr char Servers[] = "Servers";                   ///< u32
 constexpr char ActiveServers[] = "Active Servers";      ///< u32, whose workers run

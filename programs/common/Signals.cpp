@@ -25,6 +25,7 @@ Signals::Signals(SCA_Event* cancel, SCA_Event* reload) : cancel_(cancel), reload
 }
 
 Signals::~Signals() {
+  isEnding_.store(true);
   pthread_kill(thread_.native_handle(), kStopThread);
   thread_.join();
 }
@@ -34,7 +35,10 @@ void Signals::Wait() {
   for (;;) {
     int number = 0;
     if (sigwait(&set, &number) != 0) continue;
-    if (number == kStopThread) return;
+    if (number == kStopThread) {
+      if (isEnding_.load()) return;
+      continue;  // somebody else sent it
+    }
     if (number == SIGHUP && reload_ != nullptr) {
       reload_->Set();
       continue;

@@ -26,6 +26,7 @@ class Signals {
   SCA_Event* const cancel_;
   SCA_Event* const reload_;
   std::atomic<int> received_{0};
+  std::atomic<bool> isEnding_{false};
   std::thread thread_;
 };
 

@@ -12,6 +12,7 @@
 namespace {
 
 constexpr unsigned long kFormatVersion = 1;
+constexpr unsigned long kPauseMs = 1000;  // between two saves
 
 }  // namespace
 
@@ -21,7 +22,7 @@ BlackBox::BlackBox(std::string fileName) : fileName_(std::move(fileName)) {
 }
 
 BlackBox::~BlackBox() {
-  isEnding_.Set(1);
+  ending_.Set();
   changed_.Set();
   saver_.join();
 }
@@ -34,7 +35,9 @@ void BlackBox::Load() {
     if (error == ENOENT) return;
     Say(SCA_LevelWarning, "cannot read the history of deaths %s: %s; a new one is begun",
         fileName_.c_str(), SCA_ErrorText(error));
-    KeepAside();
+    const bool isHopeless = error == SCA_ErrorFileForeign || error == SCA_ErrorFileDamaged ||
+                            error == SCA_ErrorFileNewer || error == SCA_ErrorDataTooLarge;
+    if (isHopeless) KeepAside();
     return;
   }
   if (info.fileType != SCA_FileTypeHistory) {
@@ -74,6 +77,7 @@ void BlackBox::Add(SCA_Owned<SCA_ConfigObj> death, const char* kind) {
     static_cast<void>(death.release());
     while (deaths_.GetFieldCount() > SCA_MaxDeaths) deaths_.DeleteFieldByIndex(0);
   }
+  isChanged_.store(true);
   changed_.Set();
 }
 
@@ -106,11 +110,13 @@ unsigned long long BlackBox::Count() const {
 }
 
 void BlackBox::SaveUntilEnd() {
-  for (bool isLast = false; !isLast;) {
+  while (ending_.Wait(0) == 0) {
     if (changed_.Wait(SCA_Infinite) == 0) continue;
-    isLast = isEnding_.Get() != 0;
-    Save();
+    if (isChanged_.exchange(false)) Save();
+    // Where many die at once, their deaths share a file.
+    ending_.Wait(kPauseMs);
   }
+  if (isChanged_.exchange(false)) Save();
 }
 
 void BlackBox::Save() {
@@ -121,6 +127,7 @@ void BlackBox::Save() {
                                        &error) != 0) {
     return;
   }
+  isChanged_.store(true);  // for the next time
   Say(SCA_LevelWarning, "cannot save the history of deaths %s: %s", fileName_.c_str(),
       SCA_ErrorText(error));
 }

@@ -3,6 +3,7 @@
 #ifndef SCA_PROGRAMS_TIKASVC_BLACKBOX_H
 #define SCA_PROGRAMS_TIKASVC_BLACKBOX_H
 
+#include <atomic>
 #include <map>
 #include <optional>
 #include <string>
@@ -12,8 +13,8 @@
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_Sync.h"
 
-/// Deaths are objects with the fields of `SCA_DeathFields`. Each is written to the file at once, on
-/// a thread of its own: whoever reports a death does not wait for the disk.
+/// Deaths are objects with the fields of `SCA_DeathFields`. Each is written to the file
+/// within a second, on a thread of its own: whoever reports a death does not wait for the disk.
 /// Threads: any thread may call any operation.
 class BlackBox {
  public:
@@ -46,7 +47,8 @@ class BlackBox {
   SCA_ConfigObj deaths_ SCA_GUARDED_BY(lock_){"History", nullptr};
   unsigned long long nextNumber_ SCA_GUARDED_BY(lock_) = 1;
   std::map<std::string, unsigned long long> counts_ SCA_GUARDED_BY(lock_);
-  SCA_AtomicValue<int> isEnding_{0};
+  std::atomic<bool> isChanged_{false};  // since the last save
+  SCA_Event ending_{1, 0};
   SCA_Event changed_{0, 0};
   std::thread saver_;
 };

@@ -5,7 +5,6 @@
 #include "control/SCA_ServiceStatusNames.h"
 #include "platform/SCA_Path.h"
 #include "platform/SCA_Text.h"
-#include "platform/SCA_Time.h"
 #include "programs/tikasvc/SelfFigures.h"
 
 namespace {
@@ -41,6 +40,12 @@ int HandOut(const char* name, SCA_ConfigObj** out, const Fill& fill) {
 }
 
 }  // namespace
+
+unsigned long long HostParts::UpTimeMs() const {
+  const auto upTime = std::chrono::steady_clock::now() - begin;
+  return static_cast<unsigned long long>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(upTime).count());
+}
 
 int RequestCounts::Add(const char* command, int result) {
   const SCA_LockGuard guard(lock_);
@@ -114,7 +119,7 @@ class ControlService::Connection : public SCA_TikaServiceVirtual {
     *errorServers = summary.error;
     *activeServers = summary.active;
     *memoryUsage = summary.memoryUsage;
-    *upTime = (SCA_GetAbsTime() - host_.startTime) / SCA_AbsTimePerMs;
+    *upTime = host_.UpTimeMs();
     return Done("GetServiceStatus", HandOutServers(serversStatus));
   }
 
@@ -249,14 +254,12 @@ int ControlService::FillServiceFields(SCA_ConfigObj* status) const {
   const auto text = [status](const char* name, const std::string& value) {
     return status->AddField(name, value.c_str(), 0) != 0;
   };
-  const unsigned long long upTime = SCA_GetAbsTime() - parts_.startTime;
   const bool isWhole =
       number(Fields::Status, summary.Status()) &&
       text(Fields::StatusText, StatusText(summary.Status())) &&
       text(Fields::Version, SCA_VERSION) && text(Fields::HostName, HostName()) &&
       number(Fields::ProcessId, static_cast<unsigned long>(::getpid())) &&
-      number(Fields::StartTime, parts_.startTime) &&
-      number(Fields::UpTime, upTime / SCA_AbsTimePerMs) &&
+      number(Fields::StartTime, parts_.startTime) && number(Fields::UpTime, parts_.UpTimeMs()) &&
       number(Fields::ControlPort, port_.Get()) && number(Fields::LoginMode, parts_.loginMode) &&
       text(Fields::DataDirectory, parts_.installation->DataDirectory()) &&
       number(Fields::SaveTikaLog, logs.saveTikaLog ? 1U : 0U) &&

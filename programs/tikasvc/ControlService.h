@@ -2,6 +2,7 @@
 #ifndef SCA_PROGRAMS_TIKASVC_CONTROLSERVICE_H
 #define SCA_PROGRAMS_TIKASVC_CONTROLSERVICE_H
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
@@ -42,6 +43,10 @@ struct HostParts {
   SCA_Event* stop = nullptr;  ///< ends the service host
   unsigned long loginMode = 1;
   unsigned long long startTime = 0;  ///< absolute time
+  /// The same on a clock that nobody sets back.
+  std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
+
+  unsigned long long UpTimeMs() const;
 };
 
 /// Makes a service object for each connection.

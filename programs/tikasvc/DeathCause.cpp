@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "control/SCA_ServiceStatusNames.h"
+#include "platform/SCA_Text.h"
 
 namespace {
 
@@ -55,9 +56,7 @@ DeathCause Killed(int signal) {
   return {SCA_DeathKinds::Killed, text};
 }
 
-}  // namespace
-
-DeathCause FindDeathCause(const SCA_TikaObituary& obituary, const std::vector<std::string>& lines) {
+DeathCause Find(const SCA_TikaObituary& obituary, const std::vector<std::string>& lines) {
   if (obituary.isRequested != 0) return {SCA_DeathKinds::Stopped, "it was stopped on request"};
   if (*obituary.cause != '\0') return {SCA_DeathKinds::Silent, obituary.cause};
   const std::string* line = nullptr;
@@ -70,4 +69,14 @@ DeathCause FindDeathCause(const SCA_TikaObituary& obituary, const std::vector<st
   return {SCA_DeathKinds::Exited, "it ended by itself with exit status " +
                                       std::to_string(obituary.exitCode) +
                                       "; its last lines may say why"};
+}
+
+}  // namespace
+
+DeathCause FindDeathCause(const SCA_TikaObituary& obituary, const std::vector<std::string>& lines) {
+  DeathCause cause = Find(obituary, lines);
+  char text[sizeof tagSCA_ERROR_DESCR::text];
+  SCA_CopyText(text, cause.text.c_str(), SCA_TextFit::Cut);
+  cause.text = text;
+  return cause;
 }

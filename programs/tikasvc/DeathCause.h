@@ -9,7 +9,7 @@
 
 struct DeathCause {
   const char* kind;  ///< one of `SCA_DeathKinds`
-  std::string text;  ///< a sentence without its full stop
+  std::string text;  ///< a sentence without its full stop, at most 259 bytes
 };
 
 /// @param lines  What the process printed last, oldest first.

@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include "platform/SCA_Report.h"
 #include "programs/tikasvc/HostLog.h"
@@ -26,12 +25,10 @@ constexpr int kDeathMs = 5000;  // a killed process that waits for a disk may ta
 // What others own cannot be read, and is not ours.
 bool IsMarked(const fs::path& process, const std::string& mark) {
   std::ifstream file(process / "environ", std::ios::binary);
-  const std::string environment((std::istreambuf_iterator<char>(file)),
-                                std::istreambuf_iterator<char>());
-  // Each variable ends with a zero byte.
-  const std::string wanted = mark + '\0';
-  const std::size_t at = environment.find(wanted);
-  return at == 0 || (at != std::string::npos && environment[at - 1] == '\0');
+  for (std::string variable; std::getline(file, variable, '\0');) {
+    if (variable == mark) return true;
+  }
+  return false;
 }
 
 // By a descriptor, so that the number cannot pass to a stranger between look and kill.
@@ -59,9 +56,8 @@ int DirectoryLock::Take(const std::string& directory, std::string* owner, unsign
   if (file_ < 0 || ::flock(file_, LOCK_EX | LOCK_NB) != 0) {
     *error = static_cast<unsigned long>(errno);
     char text[32] = "";
-    if (file_ >= 0 && ::read(file_, text, sizeof text - 1) > 0) {
-      *owner = std::to_string(std::strtoul(text, nullptr, 10));
-    }
+    const bool isTold = file_ >= 0 && ::read(file_, text, sizeof text - 1) > 0;
+    *owner = isTold ? "process " + std::to_string(std::strtoul(text, nullptr, 10)) : "one starting";
     return 0;
   }
   const std::string id = std::to_string(::getpid()) + "\n";
@@ -79,11 +75,16 @@ unsigned long KillLeftovers(const std::string& directory) {
   const std::string mark = std::string(kMark) + "=" + directory;
   unsigned long count = 0;
   std::error_code error;
-  for (const fs::directory_entry& entry : fs::directory_iterator("/proc", error)) {
-    const std::string name = entry.path().filename();
+  fs::directory_iterator entry("/proc", error);
+  if (error) {
+    Say(SCA_LevelWarning, "cannot look for what a former service host has left: /proc: %s",
+        error.message().c_str());
+  }
+  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+    const std::string name = entry->path().filename();
     if (name.find_first_not_of("0123456789") != std::string::npos) continue;
     const int pid = std::atoi(name.c_str());
-    if (pid != ::getpid() && Kill(pid, entry.path(), mark)) ++count;
+    if (pid != ::getpid() && Kill(pid, entry->path(), mark)) ++count;
   }
   return count;
 }

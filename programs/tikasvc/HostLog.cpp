@@ -1,15 +1,16 @@
 #include "programs/tikasvc/HostLog.h"
 
+#include <poll.h>
 #include <sys/stat.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
 #include "platform/SCA_Error.h"
-#include "platform/SCA_File.h"
 #include "platform/SCA_Report.h"
 #include "platform/SCA_Time.h"
 
@@ -27,7 +28,7 @@ bool IsJournal(int fd) {
   return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino) == stream;
 }
 
-const char* Priority(unsigned long level) {
+std::string Priority(unsigned long level) {
   switch (level) {
     case SCA_LevelError:
       return SD_ERR;
@@ -69,7 +70,7 @@ std::string Explained(std::string text) {
 std::string TimedLine(unsigned long level, const char* text) {
   char now[32];
   SCA_FormatAbsTime(SCA_GetAbsTime(), now, sizeof now);
-  return std::string(now) + " " + Word(level) + ": " + text + "\n";
+  return std::string(now) + " " + Word(level) + ": " + text;
 }
 
 }  // namespace
@@ -83,45 +84,34 @@ HostLog::~HostLog() {
   SCA_SetReportSink(nullptr, nullptr);
 }
 
-void HostLog::SetDirectory(const std::string& directory) {
-  const SCA_LockGuard guard(lock_);
-  directory_ = directory;
-}
-
 void HostLog::Receive(void* context, unsigned long level, const char* /*source*/, int /*line*/,
                       const char* text) {
   auto* const self = static_cast<HostLog*>(context);
   if (isQuiet || (level <= SCA_LevelDebug && !self->withDebug_)) return;
   // What the writing of a report reports in turn would never end.
   const QuietReports quiet;
-  self->Write(level, Explained(text).c_str());
+  self->Write(level, Explained(text));
 }
 
-void HostLog::Write(unsigned long level, const char* text) {
-  log_.AddMessage(level, "%s", text);
-  const std::string line = TimedLine(level, text);
-  if (isJournal_) {
-    std::fprintf(stderr, "%s%s\n", Priority(level), text);
-  } else {
-    std::fputs(line.c_str(), stderr);
-  }
-  AppendToFile(line);
-}
-
-void HostLog::AppendToFile(const std::string& line) {
-  int year = 0;
-  int month = 0;
-  int day = 0;
-  SCA_GetCurrentDate(&year, &month, &day);
-  char name[64];
-  std::snprintf(name, sizeof name, "/tikasvc_%04d%02d%02d.txt", year, month, day);
+void HostLog::Write(unsigned long level, const std::string& text) {
+  log_.AddMessage(level, "%s", text.c_str());
   const SCA_LockGuard guard(lock_);
-  if (directory_.empty()) return;
-  SCA_File file;
-  unsigned long error = 0;
-  if (file.Open((directory_ + name).c_str(), SCA_FileAppend, &error) != 0) {
-    file.WriteString(line.c_str(), &error);
+  if (lost_ > 0 && Print(SCA_LevelWarning, std::to_string(lost_) + " lines could not be written " +
+                                               "here; the debug log may have them")) {
+    lost_ = 0;
   }
+  if (!Print(level, text)) ++lost_;
+}
+
+// A reader that has stalled must not stop the host. A pipe that takes anything takes so many bytes
+// at once.
+bool HostLog::Print(unsigned long level, const std::string& text) {
+  std::string line = isJournal_ ? Priority(level) + text : TimedLine(level, text.c_str());
+  if (line.size() >= PIPE_BUF) line.resize(PIPE_BUF - 1);
+  line += '\n';
+  pollfd entry{STDERR_FILENO, POLLOUT, 0};
+  if (::poll(&entry, 1, 0) < 1 || (entry.revents & POLLOUT) == 0) return false;
+  return ::write(STDERR_FILENO, line.data(), line.size()) >= 0;
 }
 
 QuietReports::QuietReports() : wasQuiet_(isQuiet) {

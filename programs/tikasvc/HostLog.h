@@ -1,5 +1,4 @@
-/// Where the service host says what happens: standard error, its debug log, and a daily file when
-/// the configuration asks for one.
+/// Where the service host says what happens: standard error and its debug log.
 #ifndef SCA_PROGRAMS_TIKASVC_HOSTLOG_H
 #define SCA_PROGRAMS_TIKASVC_HOSTLOG_H
 
@@ -20,21 +19,19 @@ class HostLog {
   HostLog& operator=(const HostLog&) = delete;
 
   SCA_TikaLog* GetLog() { return &log_; }
-  /// @param directory  Of the daily files "tikasvc_YYYYMMDD.txt"; empty: none are written.
-  void SetDirectory(const std::string& directory) SCA_EXCLUDES(lock_);
 
  private:
   static void Receive(void* context, unsigned long level, const char* source, int line,
                       const char* text);
-  void Write(unsigned long level, const char* text) SCA_EXCLUDES(lock_);
-  void AppendToFile(const std::string& line) SCA_EXCLUDES(lock_);
+  void Write(unsigned long level, const std::string& text) SCA_EXCLUDES(lock_);
+  bool Print(unsigned long level, const std::string& text) SCA_REQUIRES(lock_);
 
   const bool withDebug_;
   const bool isJournal_;  // standard error goes to the journal, which has its own times
   SCA_TikaLog log_;
 
-  SCA_Lock lock_;  // of the directory, and so that lines of the file do not mix
-  std::string directory_ SCA_GUARDED_BY(lock_);
+  SCA_Lock lock_;  // of standard error, so that lines neither mix nor block
+  unsigned long long lost_ SCA_GUARDED_BY(lock_) = 0;  // since the last that was written
 };
 
 /// While it lives, reports of its thread are dropped: for work whose failures are no news.

@@ -11,6 +11,8 @@
 
 namespace {
 
+// Each has threads and fields of its own; all statuses must fit into one reply.
+constexpr unsigned long kMaxServers = 1000;
 constexpr std::chrono::seconds kSuspendLimit{15};
 constexpr std::chrono::milliseconds kSuspendPoll{20};
 
@@ -36,6 +38,12 @@ const char* StatusText(const SCA_TikaServer& server, const ServerHealth& health)
   }
 }
 
+// Only the start of java itself gives the system's codes.
+const char* StartErrorText(unsigned long code) {
+  return code == ENOENT ? "java is not on the search path of tikasvc; install a Java runtime"
+                        : SCA_ErrorText(code);
+}
+
 std::string OwnerText(unsigned long owner) {
   return owner == HostedServers::kHost ? "host" : "connection " + std::to_string(owner);
 }
@@ -52,10 +60,10 @@ unsigned long ServersSummary::Status() const {
 int SerializeMessages(const SCA_TikaLog& log, unsigned long lastMessageId, unsigned long count,
                       SCA_ConfigObj* object) {
   const unsigned long newest = log.GetLastMessageId();
-  const bool hasAll = newest == SCA_NoItemId;
+  const bool isEmpty = newest == SCA_NoItemId;
   const unsigned long newer = lastMessageId == SCA_NoItemId ? SCA_NoItemId : newest - lastMessageId;
   // A log that was cleared has lower ids than its reader remembers.
-  const bool isStale = lastMessageId != SCA_NoItemId && (hasAll || newest < lastMessageId);
+  const bool isStale = lastMessageId != SCA_NoItemId && (isEmpty || newest < lastMessageId);
   if (isStale) return 1;
   if (count == 0 || newer <= count) return log.Serialize(object, SCA_NoItemId, lastMessageId);
   return log.Serialize(object, count - 1, SCA_NoItemId);
@@ -85,13 +93,17 @@ HostedServers::Hosted* HostedServers::Find(unsigned long id) {
 }
 
 bool HostedServers::Adopt(SCA_TikaServer* server, unsigned long agent) {
-  server->SetBindAddress(bind_.c_str());
   Hosted hosted;
   hosted.server = server;
   hosted.owner = agent;
+  // Never on all addresses for want of the one that was asked for.
+  bool isMade = server->SetBindAddress(bind_.c_str()) != 0;
   try {
-    hosted.watch = std::make_unique<ServerWatch>(server, rules_, blackBox_);
+    if (isMade) hosted.watch = std::make_unique<ServerWatch>(server, rules_, blackBox_);
   } catch (const std::system_error&) {  // there is no further thread
+    isMade = false;
+  }
+  if (!isMade) {
     list_.DeleteServer(server->GetServerId());
     return false;
   }
@@ -120,7 +132,7 @@ int HostedServers::Add(unsigned long agent, const char* fileName, unsigned short
   {
     const SCA_LockGuard guard(lock_);
     SCA_TikaServer* server = nullptr;
-    if (list_.GetServerByPort(port, &server) == 0 && list_.Count() >= SCA_MaxServers) {
+    if (list_.GetServerByPort(port, &server) == 0 && list_.Count() >= kMaxServers) {
       *code = ENOSPC;
       return 1;
     }
@@ -156,17 +168,52 @@ int HostedServers::Start(unsigned long id, unsigned long* status, unsigned long*
     const SCA_LockGuard guard(lock_);
     Hosted* hosted = Find(id);
     if (hosted == nullptr) return 0;
-    isSuspended_ = false;
-    if (hosted->server->IsActive() == 0) hosted->watch->Resume();
-    if (hosted->server->StartProcess(code) == 0 && *code != SCA_ErrorAlreadyActive) {
-      hosted->server->SetStatusCode(*code);
-    }
+    StartHosted(hosted, code);
     *status = hosted->server->GetProcessStatus();
   }
   if (*code != 0 && *code != SCA_ErrorAlreadyActive) {
     Say(SCA_LevelError, "server %lu cannot be started: %s", id, SCA_ErrorText(*code));
   }
   return 1;
+}
+
+void HostedServers::StartHosted(Hosted* hosted, unsigned long* code) {
+  if (isEnding_) {
+    *code = SCA_ErrorStopping;
+    return;
+  }
+  // One that a suspension is stopping still counts as active, and will not be.
+  if (hosted->isStopping && hosted->server->IsActive() != 0) {
+    *code = EBUSY;
+    return;
+  }
+  isSuspended_ = false;
+  if (hosted->server->StartProcess(code) == 0) {
+    if (*code != SCA_ErrorAlreadyActive) hosted->server->SetStatusCode(*code);
+    return;
+  }
+  hosted->server->SetStatusCode(0);
+  hosted->watch->Resume();
+  hosted->isStopping = false;
+  hosted->wasStarted = true;
+}
+
+void HostedServers::Revive() {
+  std::vector<std::pair<unsigned long, unsigned long>> failed;  // id and code
+  {
+    const SCA_LockGuard guard(lock_);
+    if (isSuspended_ || isEnding_) return;
+    for (auto& [id, hosted] : hosted_) {
+      if (!hosted.wasStarted || hosted.server->GetProcessStatus() != SCA_ServerError) continue;
+      failed.emplace_back(id, hosted.server->GetStatusCode());
+      unsigned long code = 0;
+      StartHosted(&hosted, &code);
+    }
+  }
+  for (const auto& [id, code] : failed) {
+    Say(SCA_LevelWarning, "server %lu had failed for good (%s) and is started anew", id,
+        code != 0 ? StartErrorText(code) : "it had died too often");
+  }
 }
 
 // Ends
@@ -250,18 +297,36 @@ void HostedServers::Forget(unsigned long agent) {
   }
 }
 
+void HostedServers::StopAll() {
+  for (auto& [id, hosted] : hosted_) {
+    hosted.isStopping = true;
+    hosted.watch->Halt();
+    hosted.server->RequestStop();
+  }
+}
+
+bool HostedServers::IsStopping() const {
+  const SCA_LockGuard guard(lock_);
+  return std::any_of(hosted_.begin(), hosted_.end(), [](const auto& entry) {
+    return entry.second.isStopping && entry.second.server->IsActive() != 0;
+  });
+}
+
+void HostedServers::BeginEnd() {
+  const SCA_LockGuard guard(lock_);
+  isEnding_ = true;
+  StopAll();
+}
+
 int HostedServers::Suspend() {
   {
     const SCA_LockGuard guard(lock_);
     isSuspended_ = true;
-    for (auto& [id, hosted] : hosted_) {
-      hosted.watch->Halt();
-      hosted.server->RequestStop();
-    }
+    StopAll();
   }
   Say(SCA_LevelInfo, "suspended: all servers are being stopped");
   const auto limit = std::chrono::steady_clock::now() + kSuspendLimit;
-  while (Summarize().active > 0) {
+  while (IsStopping()) {
     if (std::chrono::steady_clock::now() > limit) return 0;
     std::this_thread::sleep_for(kSuspendPoll);
   }
@@ -298,14 +363,17 @@ int HostedServers::ClearLog(unsigned long id) {
 ServersSummary HostedServers::Summarize() const {
   const SCA_LockGuard guard(lock_);
   ServersSummary summary;
-  summary.servers = list_.Count();
-  summary.active = list_.GetActiveServers();
-  summary.error = list_.GetErrorServers();
-  summary.memoryUsage = list_.GetMemoryUsage();
+  summary.servers = hosted_.size();
   summary.statusId = list_.GetServersStatusId();
   summary.isSuspended = isSuspended_;
+  // Each is looked at once: what is counted here must add up.
   for (const auto& [id, hosted] : hosted_) {
-    if (hosted.server->IsActive() != 0 && hosted.watch->GetHealth().isReady) ++summary.ready;
+    const unsigned long status = hosted.server->GetProcessStatus();
+    const bool isActive = status == SCA_ServerActive;
+    if (isActive) ++summary.active;
+    if (status == SCA_ServerError) ++summary.error;
+    if (isActive && hosted.watch->GetHealth().isReady) ++summary.ready;
+    if (hosted.server->GetProcessId() != 0) summary.memoryUsage += hosted.server->GetMemoryUsage();
   }
   return summary;
 }
@@ -379,7 +447,7 @@ int HostedServers::FillFields(const Hosted& hosted, SCA_ConfigObj* status) const
       text(Fields::TikaVersion, health.version.c_str()) &&
       number(Fields::AnswerTime, health.answerMs) && number(Fields::Silence, health.silenceMs) &&
       number(Fields::StatusCode, code) &&
-      text(Fields::StatusCodeText, code != 0 ? SCA_ErrorText(code) : "") &&
+      text(Fields::StatusCodeText, code != 0 ? StartErrorText(code) : "") &&
       number(Fields::ProcessId, server.GetProcessId()) &&
       number(Fields::Restarts, server.GetSessionId()) &&
       number(Fields::StartTime, server.GetStartTime()) &&

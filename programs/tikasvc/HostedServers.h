@@ -71,7 +71,13 @@ class HostedServers {
   void DeleteAll() SCA_EXCLUDES(lock_);
   /// Its servers stay, as nobody's.
   void Forget(unsigned long agent) SCA_EXCLUDES(lock_);
-  /// Stops all servers and waits for their ends.
+  /// Starts again what was started once and has failed for good since: java may have been missing
+  /// for a moment only, and a thousand deaths may have been spread over a year.
+  void Revive() SCA_EXCLUDES(lock_);
+  /// Stops all servers without waiting, and starts none any more.
+  void BeginEnd() SCA_EXCLUDES(lock_);
+  /// Stops all servers and waits for their ends. One that is not there yet refuses a start with
+  /// `EBUSY`.
   int Suspend() SCA_EXCLUDES(lock_);
 
   int SerializeList(SCA_ConfigObj* list) const SCA_EXCLUDES(lock_);
@@ -94,16 +100,21 @@ class HostedServers {
     std::unique_ptr<ServerWatch> watch;
     unsigned long owner = kHost;
     std::deque<unsigned long> claims;  // of other connections, the oldest first
+    bool wasStarted = false;
+    bool isStopping = false;  // it was asked to, and not started since
   };
   // A server that has left the list, with its watch.
   struct Leaving {
-    SCA_Owned<SCA_TikaServer> server;
     std::unique_ptr<ServerWatch> watch;
+    SCA_Owned<SCA_TikaServer> server;  // goes first: its worker uses the watch
   };
 
   const Hosted* Find(unsigned long id) const SCA_REQUIRES(lock_);
   Hosted* Find(unsigned long id) SCA_REQUIRES(lock_);
   bool Adopt(SCA_TikaServer* server, unsigned long agent) SCA_REQUIRES(lock_);
+  void StartHosted(Hosted* hosted, unsigned long* code) SCA_REQUIRES(lock_);
+  void StopAll() SCA_REQUIRES(lock_);
+  bool IsStopping() const SCA_EXCLUDES(lock_);
   static void Claim(Hosted* hosted, unsigned long agent);
   Leaving Take(unsigned long id) SCA_REQUIRES(lock_);
   static void End(std::vector<Leaving> leaving);
@@ -118,6 +129,7 @@ class HostedServers {
   SCA_TikaServerList list_ SCA_GUARDED_BY(lock_);
   std::map<unsigned long, Hosted> hosted_ SCA_GUARDED_BY(lock_);  // by server id
   bool isSuspended_ SCA_GUARDED_BY(lock_) = false;
+  bool isEnding_ SCA_GUARDED_BY(lock_) = false;
 };
 
 /// Adds the messages of a log with an id above `lastMessageId`, and of these the newest `count`;

@@ -52,7 +52,8 @@ std::string Installation::LoadRoot() {
   const bool isWritable =
       SCA_GetDirName(fileName, directory, sizeof directory) != 0 && ::access(directory, W_OK) == 0;
   if (isWritable && root_.SaveConfig(&error) == 0) {
-    return Complaint(std::string("cannot write the root configuration ") + fileName, error);
+    Say(SCA_LevelWarning, "cannot write the root configuration %s: %s; the defaults are used",
+        fileName, SCA_ErrorText(error));
   }
   return {};
 }
@@ -63,8 +64,20 @@ std::string Installation::LoadUser() {
   if (user_.Init() == 0) {
     return "the user configuration cannot be made; the messages above say why";
   }
-  if (user_.LoadConfig(&error) == 0) return Unreadable("user", user_.GetConfigFileName(), error);
-  return {};
+  return ReadUser(&error) ? "" : Unreadable("user", user_.GetConfigFileName(), error);
+}
+
+// What cannot be read leaves everything as it is. What can is used, whether or not the file can be
+// brought up to date, which taking it over may try.
+bool Installation::ReadUser(unsigned long* error) {
+  SCA_TikaConfigUser read(&root_, nullptr);
+  if (read.SetConfigFileName(user_.GetConfigFileName()) == 0 || read.LoadConfig(error) == 0) {
+    return false;
+  }
+  if (user_.SetConfig(&read) == 0) {
+    Say(SCA_LevelWarning, "%s could be read but not written", user_.GetConfigFileName());
+  }
+  return true;
 }
 
 std::string Installation::PrepareKey() const {
@@ -87,7 +100,7 @@ void Installation::Reload() {
   const SCA_LockGuard guard(lock_);
   const unsigned short port = user_.GetControlPort();
   unsigned long error = 0;
-  if (user_.LoadConfig(&error) == 0) {
+  if (!ReadUser(&error)) {
     Say(SCA_LevelError, "cannot read %s again: %s; the former values stay",
         user_.GetConfigFileName(), SCA_ErrorText(error));
     return;
@@ -120,9 +133,11 @@ void Installation::SaveTikaLog(bool save, const char* directory, unsigned long* 
     }
   }
   user_.SetSaveTikaLog(save ? 1 : 0);
-  if (user_.SaveConfig(code) != 0) *code = 0;
-  Say(SCA_LevelInfo, "daily files of the servers' logs: %s%s", save ? "on, in " : "off",
-      save ? wanted.c_str() : "");
+  const bool isSaved = user_.SaveConfig(code) != 0;
+  if (isSaved) *code = 0;
+  Say(isSaved ? SCA_LevelInfo : SCA_LevelWarning, "daily files of the servers' logs: %s%s%s",
+      save ? "on, in " : "off", save ? wanted.c_str() : "",
+      isSaved ? "" : ", until the host ends: that could not be saved");
 }
 
 Installation::LogSwitches Installation::GetLogSwitches() const {
@@ -130,6 +145,5 @@ Installation::LogSwitches Installation::GetLogSwitches() const {
   LogSwitches switches;
   switches.saveTikaLog = user_.GetSaveTikaLog() != 0;
   switches.tikaLogDir = user_.GetTikaLogDir();
-  if (user_.GetSaveMessages() != 0) switches.messagesDir = user_.GetMessagesLogDir();
   return switches;
 }

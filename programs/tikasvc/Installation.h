@@ -31,7 +31,6 @@ class Installation {
   struct LogSwitches {
     bool saveTikaLog = false;
     std::string tikaLogDir;
-    std::string messagesDir;  ///< of the host's own daily files; empty: none are written
   };
   LogSwitches GetLogSwitches() const SCA_EXCLUDES(lock_);
 
@@ -43,6 +42,7 @@ class Installation {
  private:
   std::string LoadRoot();
   std::string LoadUser() SCA_EXCLUDES(lock_);
+  bool ReadUser(unsigned long* error) SCA_REQUIRES(lock_);
 
   const Options& options_;
   SCA_TikaConfig root_;

@@ -1,6 +1,8 @@
 #include "programs/tikasvc/Options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 
@@ -49,7 +51,8 @@ void DefineServers(CLI::App* app, Options* options) {
   app->add_option_function<unsigned long>(
          "--silence-limit",
          [options](unsigned long seconds) { options->silenceLimitMs = seconds * 1000; },
-         "Restart a server that has not answered for so long; 0: never")
+         "Restart a server that has not answered for so long, or not within 60 s of its start; "
+         "0: never")
       ->check(CLI::Range(0UL, kMaxSilenceSeconds))
       ->default_str("120")
       ->type_name("SECONDS");
@@ -60,7 +63,7 @@ void DefineHost(CLI::App* app, Options* options, std::string* metrics) {
                   "Root configuration (default: tikasvc.trv beside the program)")
       ->type_name("FILE");
   app->add_flag("--check-config", options->checkConfig,
-                "Read the configurations, say what is wrong with them, and end");
+                "Read the configurations, making what is missing, and end");
   app->add_option("--control-port", options->controlPort,
                   "Port for commands, 0 for a free one (default: the configurations', else 9500)")
       ->check(CLI::Range(0, 65535))
@@ -71,6 +74,13 @@ void DefineHost(CLI::App* app, Options* options, std::string* metrics) {
                   "Serve Prometheus metrics there; a port alone: on loopback")
       ->type_name("[HOST:]PORT");
   app->add_flag("-v,--verbose", options->verbose, "Log details too");
+}
+
+std::string CheckBindAddress(const std::string& address) {
+  const bool isAddress =
+      !address.empty() && address.size() <= 259 &&
+      std::all_of(address.begin(), address.end(), [](unsigned char c) { return std::isgraph(c); });
+  return isAddress ? "" : "--tika-bind '" + address + "' is no address, such as 127.0.0.1";
 }
 
 std::string ReadMetricsAddress(std::string text, Options* options) {
@@ -109,6 +119,7 @@ std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
     return app.exit(error) == 0 ? kStopped : kWrongUse;
   }
   std::string complaint = CompleteServers(options);
+  if (complaint.empty()) complaint = CheckBindAddress(options->tikaBind);
   if (complaint.empty()) complaint = ReadMetricsAddress(metrics, options);
   if (complaint.empty()) return std::nullopt;
   std::fprintf(stderr, "tikasvc: %s\nRun with --help for more information.\n", complaint.c_str());

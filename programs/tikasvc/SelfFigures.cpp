@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 SelfFigures GetSelfFigures() {
@@ -13,9 +12,11 @@ SelfFigures GetSelfFigures() {
     if (word == "Threads:") status >> figures.threads;
   }
   std::error_code error;
-  const std::filesystem::directory_iterator files("/proc/self/fd", error);
+  std::filesystem::directory_iterator file("/proc/self/fd", error);
+  for (; !error && file != std::filesystem::directory_iterator(); file.increment(error)) {
+    ++figures.descriptors;
+  }
   // The directory that is being read is one of them.
-  const auto count = std::distance(begin(files), end(files));
-  figures.descriptors = count > 0 ? static_cast<unsigned long>(count - 1) : 0;
+  if (figures.descriptors > 0) --figures.descriptors;
   return figures;
 }

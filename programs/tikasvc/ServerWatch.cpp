@@ -1,18 +1,22 @@
 #include "programs/tikasvc/ServerWatch.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 
 #include "client/SCA_TikaClient.h"
 #include "control/SCA_ServiceStatusNames.h"
+#include "platform/SCA_Text.h"
 #include "platform/SCA_Time.h"
 #include "programs/tikasvc/DeathCause.h"
 #include "programs/tikasvc/HostLog.h"
 
 namespace {
 
-constexpr unsigned long kAskMs = 5000;          // between two asks of a server that answers
-constexpr unsigned long kFirstAskMs = 250;      // while it comes up
-constexpr unsigned long kAnswerLimitMs = 5000;  // for one answer
+constexpr unsigned long long kFirstAnswerMs = 60000;  // to come up takes long on a busy machine
+constexpr unsigned long kAskMs = 5000;                // between two asks of a server that answers
+constexpr unsigned long kFirstAskMs = 250;            // while it comes up
+constexpr unsigned long kAnswerLimitMs = 5000;        // for one answer
 constexpr std::size_t kSamples = 60;
 constexpr std::chrono::seconds kFirstSampleAfter{1};
 constexpr std::chrono::seconds kSampleEvery{5};  // so the curve covers five minutes
@@ -32,6 +36,7 @@ std::string TextOf(const SCA_Field& field) {
 }
 
 int AddTexts(SCA_ConfigObj* object, const std::vector<std::string>& texts) {
+  if (object == nullptr) return 0;
   for (std::size_t i = 0; i < texts.size(); ++i) {
     if (object->AddField(std::to_string(i).c_str(), texts[i].c_str(), 0) == 0) return 0;
   }
@@ -90,7 +95,10 @@ unsigned long ServerWatch::Look() {
   const bool answers = Ask(&version);
   NoteAnswer(run, answers, version, Clock::now() - begin);
   RestartWhenSilent();
-  return answers ? kAskMs : kFirstAskMs;
+  if (!answers) return kFirstAskMs;
+  // Often enough to find out soon when the limit has passed.
+  const unsigned long quarter = std::max(rules_.silenceLimitMs / 4, kFirstAskMs);
+  return rules_.silenceLimitMs != 0 ? std::min(kAskMs, quarter) : kAskMs;
 }
 
 bool ServerWatch::Ask(std::string* version) {
@@ -106,6 +114,7 @@ bool ServerWatch::Ask(std::string* version) {
   unsigned long error = 0;
   if (client.Connect(limitMs, &error) == 0) return false;
   if (client.GetVersion(answer, sizeof answer, &error) == 0) return false;
+  SCA_BlankControls(answer, std::strlen(answer));
   *version = answer;
   return true;
 }
@@ -145,20 +154,25 @@ void ServerWatch::SampleMemory() {
 
 void ServerWatch::RestartWhenSilent() {
   unsigned long long silenceMs = 0;
+  unsigned long processId = 0;
   {
     const SCA_LockGuard guard(lock_);
     if (run_.isOver || run_.isCondemned || rules_.silenceLimitMs == 0) return;
     silenceMs = Ms(Clock::now() - run_.lastAnswer);
-    if (silenceMs < rules_.silenceLimitMs) return;
+    const unsigned long long limitMs = rules_.silenceLimitMs;
+    if (silenceMs < (run_.hasAnswered ? limitMs : std::max(limitMs, kFirstAnswerMs))) return;
     run_.isCondemned = true;
+    processId = run_.processId;
   }
+  // It may have died by itself meanwhile: the next one is not to suffer for it.
+  if (server_->GetProcessId() != processId) return;
   const std::string cause = "it had not answered for " + std::to_string(silenceMs / 1000) + " s";
   server_->RequestRestart(cause.c_str());
 }
 
 // The server's worker
 
-void ServerWatch::OnStart(unsigned long /*processId*/) {
+void ServerWatch::OnStart(unsigned long processId) {
   logSession_ = server_->GetLog()->GetSessionId();
   beforeOutput_ = server_->GetLog()->GetLastMessageId();
   {
@@ -169,6 +183,7 @@ void ServerWatch::OnStart(unsigned long /*processId*/) {
     run_.begin = Clock::now();
     run_.lastAnswer = run_.begin;
     run_.number = number;
+    run_.processId = processId;
   }
   wake_.Set();
 }
@@ -244,14 +259,14 @@ SCA_Owned<SCA_ConfigObj> ServerWatch::WriteUp(const SCA_TikaObituary& obituary, 
                        object->AddField(Fields::Restart, server_->GetSessionId(), 0) != 0 &&
                        object->AddField(Fields::MemoryUsage, obituary.memoryUsage, 0) != 0 &&
                        AddTexts(object->AddConfigObj(Fields::Lines), lines) != 0 &&
-                       AddMemoryCurve(object) != 0;
+                       AddMemoryCurve(object->AddConfigObj(Fields::Memory)) != 0;
   if (isWhole) return death;
   Say(SCA_LevelError, "no memory to write up the death of server %lu", obituary.serverId);
   return nullptr;
 }
 
-int ServerWatch::AddMemoryCurve(SCA_ConfigObj* death) {
-  SCA_ConfigObj* curve = death->AddConfigObj(SCA_DeathFields::Memory);
+int ServerWatch::AddMemoryCurve(SCA_ConfigObj* curve) {
+  if (curve == nullptr) return 0;
   const Clock::time_point now = Clock::now();
   const SCA_LockGuard guard(lock_);
   for (const Sample& sample : run_.memory) {

@@ -71,6 +71,7 @@ class ServerWatch : public SCA_TikaServerObserver {
     Clock::time_point lastAnswer;
     std::deque<Sample> memory;  // oldest first
     unsigned long long number = 0;
+    unsigned long processId = 0;
   };
 
   void Watch();
@@ -84,7 +85,7 @@ class ServerWatch : public SCA_TikaServerObserver {
   SCA_Owned<SCA_ConfigObj> WriteUp(const SCA_TikaObituary& obituary, const char* kind,
                                    const std::string& cause, const std::vector<std::string>& lines)
       SCA_EXCLUDES(lock_);
-  int AddMemoryCurve(SCA_ConfigObj* death) SCA_EXCLUDES(lock_);
+  int AddMemoryCurve(SCA_ConfigObj* curve) SCA_EXCLUDES(lock_);
   void DelayRestart();
 
   SCA_TikaServer* const server_;

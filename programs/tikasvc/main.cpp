@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Time.h"
@@ -19,6 +21,7 @@
 namespace {
 
 constexpr unsigned long kTickMs = 1000;
+constexpr std::chrono::seconds kRevivalEvery{60};
 
 int Refuse(int status, const std::string& complaint) {
   Say(SCA_LevelError, "%s", complaint.c_str());
@@ -44,11 +47,7 @@ class Host {
  public:
   Host(const Options& options, Installation* installation, HostLog* log, SCA_Event* stop,
        SCA_Event* reload)
-      : options_(options),
-        stop_(*stop),
-        reload_(*reload),
-        installation_(*installation),
-        log_(*log) {
+      : options_(options), stop_(*stop), reload_(*reload), installation_(*installation) {
     parts_.installation = installation;
     parts_.log = log;
     parts_.blackBox = &blackBox_;
@@ -79,6 +78,9 @@ class Host {
     Serve();
     sd_notify(0, "STOPPING=1\nSTATUS=Stopping the servers");
     Say(SCA_LevelInfo, "stopping");
+    // Before the ports close, which takes a moment: the servers end meanwhile, and whoever ends
+    // them as well finds none that would be started again.
+    servers_.BeginEnd();
     return kStopped;
   }
 
@@ -92,7 +94,8 @@ class Host {
       servers_.Add(HostedServers::kHost, options_.jar.c_str(), port, options_.heapMb,
                    options_.javaOptions.c_str(), &id, &status, &code);
       if (code == 0) servers_.Start(id, &status, &code);
-      if (code == 0) continue;
+      // A product that has come back may have been quicker.
+      if (code == 0 || code == SCA_ErrorAlreadyActive) continue;
       Refuse(kUnfit, "cannot start a server from " + options_.jar + " on port " +
                          std::to_string(port) + ": " + SCA_ErrorText(code));
       return false;
@@ -102,25 +105,23 @@ class Host {
 
   void Serve() {
     const unsigned long tickMs = TickMs();
-    ApplySwitches();
     sd_notify(0, "READY=1");
+    auto lastRevival = std::chrono::steady_clock::now();
     while (stop_.Wait(tickMs) == 0) {
       // Whoever holds the servers' lock for ever keeps this from being said.
       const std::string status = Describe(servers_.Summarize());
       sd_notifyf(0, "WATCHDOG=1\nSTATUS=%s", status.c_str());
-      if (reload_.Wait(0) == 0) continue;
-      installation_.Reload();
-      ApplySwitches();
+      if (reload_.Wait(0) != 0) installation_.Reload();
+      if (std::chrono::steady_clock::now() - lastRevival < kRevivalEvery) continue;
+      lastRevival = std::chrono::steady_clock::now();
+      servers_.Revive();
     }
   }
-
-  void ApplySwitches() { log_.SetDirectory(installation_.GetLogSwitches().messagesDir); }
 
   const Options& options_;
   SCA_Event& stop_;
   SCA_Event& reload_;
   Installation& installation_;
-  HostLog& log_;
   HostParts parts_;
   BlackBox blackBox_{installation_.DataDirectory() + "/history.trv"};
   HostedServers servers_{installation_.User(), options_.tikaBind, options_.silenceLimitMs,
@@ -134,8 +135,7 @@ int RunHost(const Options& options, Installation* installation, HostLog* log) {
   const std::string& directory = installation->DataDirectory();
   if (lock.Take(directory, &owner, &error) == 0) {
     if (error == EWOULDBLOCK) {
-      return Refuse(kAlreadyRunning, "another service host (process " + owner + ") uses " +
-                                         directory +
+      return Refuse(kAlreadyRunning, "another service host (" + owner + ") uses " + directory +
                                          "; stop it, or run this one with another "
                                          "XDG_CONFIG_HOME");
     }
@@ -150,7 +150,7 @@ int RunHost(const Options& options, Installation* installation, HostLog* log) {
     Say(SCA_LevelWarning, "killed %lu process%s that a former service host had left", leftovers,
         leftovers == 1 ? "" : "es");
   }
-  if (options.tikaBind == "0.0.0.0") {
+  if (options.tikaBind == "0.0.0.0" || options.tikaBind == "::") {
     Say(SCA_LevelWarning,
         "Tika servers listen on all addresses and answer whoever reaches their ports: firewall "
         "them, or use --tika-bind");
@@ -162,7 +162,7 @@ int RunHost(const Options& options, Installation* installation, HostLog* log) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   Options options;
   if (const auto status = ParseOptions(argc, argv, &options)) return *status;
   std::signal(SIGPIPE, SIG_IGN);
@@ -177,4 +177,7 @@ int main(int argc, char** argv) {
     return kStopped;
   }
   return RunHost(options, &installation, &log);
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "tikasvc: %s\n", error.what());
+  return kFailed;
 }

@@ -1,9 +1,6 @@
 // A watched server with real Tika of both lines: heard, measured, limited, killed and back again.
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -16,22 +13,11 @@
 #include "host/SCA_TikaServer.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Process.h"
+#include "tests/support/FreePort.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/Timing.h"
 
 namespace {
-
-unsigned short FreePort() {
-  sockaddr_in address{};
-  socklen_t length = sizeof address;
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  EXPECT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), length), 0);
-  EXPECT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), 0);
-  ::close(fd);
-  return ntohs(address.sin_port);
-}
 
 std::string CachedJar(const std::string& name) {
   const char* cache = std::getenv("XDG_CACHE_HOME");

@@ -1,8 +1,6 @@
 // The service host as a process, with a java of the tests' own that behaves as its jar is called.
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -23,6 +21,7 @@
 #include "foundation/SCA_ConfigFile.h"
 #include "host/SCA_TikaServerList.h"
 #include "platform/SCA_Error.h"
+#include "tests/support/FreePort.h"
 #include "tests/support/Program.h"
 #include "tests/support/Timing.h"
 
@@ -34,22 +33,9 @@ void Print(const std::string& text) {
   static_cast<void>(::write(STDERR_FILENO, (text + "\n").data(), text.size() + 1));
 }
 
-int Listen(unsigned short port) {
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const int on = 1;
-  ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return -1;
-  ::listen(fd, 16);
-  return fd;
-}
-
-[[noreturn]] void AnswerForEver(int listener) {
+[[noreturn]] void Answer(int listener, int times) {
   constexpr char kReply[] = "HTTP/1.1 200 OK\r\nContent-Length: 15\r\n\r\nApache Tika 9.9";
-  for (;;) {
+  for (; times != 0; --times) {
     const int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     char request[4096];
     if (::read(fd, request, sizeof request) > 0) {
@@ -57,6 +43,7 @@ int Listen(unsigned short port) {
     }
     ::close(fd);
   }
+  for (;;) ::pause();
 }
 
 // Its command line is "... -jar FILE -h ADDRESS -port PORT".
@@ -74,29 +61,17 @@ int Listen(unsigned short port) {
   if (part == "leaves" && ::fork() == 0) {
     for (;;) ::pause();
   }
-  const int listener = Listen(static_cast<unsigned short>(port));
+  const int listener = ListenOnLoopback(static_cast<unsigned short>(port));
   if (listener < 0) die("java.net.BindException: Address already in use", 1);
   if (part == "chatty") {
     for (int i = 0; i < 40; ++i) Print("INFO  line " + std::to_string(i));
   }
-  if (part == "mute") {
-    for (;;) ::pause();
-  }
-  AnswerForEver(listener);
+  Answer(listener, part == "mute" ? 1 : -1);
 }
 
 // Before the test framework sees the arguments.
 __attribute__((constructor)) void BecomeJava(int count, char** words) {
   if (fs::path(words[0]).filename() == "java" && count > 5) PlayJava(count, words);
-}
-
-unsigned short FreePort() {
-  sockaddr_in address{};
-  socklen_t length = sizeof address;
-  const int fd = Listen(0);
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-  ::close(fd);
-  return ntohs(address.sin_port);
 }
 
 int GiveKey(void* context, const char* /*host*/, unsigned short /*port*/, SCA_ControlKey* key,
@@ -152,8 +127,11 @@ class TikaSvc : public ::testing::Test {
 
   std::unique_ptr<Program> Launch(std::vector<std::string> arguments,
                                   std::vector<std::string> environment = {}) {
-    arguments.insert(arguments.begin(), {"--config", dir_.File("root.trv"), "--control-port", "0",
-                                         "--tika-bind", "127.0.0.1"});
+    arguments.insert(arguments.begin(), {"--config", dir_.File("root.trv"), "--control-port", "0"});
+    const auto end = arguments.end();
+    if (std::find(arguments.begin(), end, "--tika-bind") == end) {
+      arguments.insert(end, {"--tika-bind", "127.0.0.1"});
+    }
     environment.push_back("XDG_CONFIG_HOME=" + dir_.Path());
     environment.push_back("PATH=" + dir_.Path() + ":" + std::getenv("PATH"));
     return std::make_unique<Program>("tikasvc", arguments, environment);
@@ -265,7 +243,7 @@ TEST_F(TikaSvc, KeepsServersRunningAndRemembersWhyTheyDied) {
 }
 
 TEST_F(TikaSvc, TellsCausesOfDeathApart) {
-  const int occupied = Listen(0);
+  const int occupied = ListenOnLoopback(0);
   sockaddr_in address{};
   socklen_t length = sizeof address;
   ::getsockname(occupied, reinterpret_cast<sockaddr*>(&address), &length);
@@ -448,6 +426,7 @@ TEST_F(TikaSvc, SaysWhyItDoesNotStart) {
       {{"--servers", "2"}, 2, "--servers needs --jar"},
       {{"--jar", "x", "--first-port", "65535", "--servers", "2"}, 2, "beyond port 65535"},
       {{"--metrics", "nowhere"}, 2, "is not host:port"},
+      {{"--tika-bind", "127.0.0.1 "}, 2, "is no address"},
       {{"--no-such-option"}, 2, "--no-such-option"},
       {{"--check-config"}, 0, ""},
       {{}, 5, "another service host (process "},
@@ -517,6 +496,7 @@ TEST_F(TikaSvc, TalksToTheServiceManagerAndReloads) {
   Start({"--no-login"}, {"NOTIFY_SOCKET=" + name, "WATCHDOG_USEC=200000"});
   EXPECT_TRUE(hears("READY=1"));
   EXPECT_TRUE(hears("WATCHDOG=1"));
+  host_->Signal(SIGUSR1);  // from a stranger
   host_->Signal(SIGHUP);
   EXPECT_TRUE(host_->WaitForError("tika_service.trv again"));
   EXPECT_TRUE(fs::exists(Home()));

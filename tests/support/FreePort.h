@@ -1,0 +1,43 @@
+/// Ports of loopback for programs that are told theirs.
+#ifndef SCA_TESTS_SUPPORT_FREEPORT_H
+#define SCA_TESTS_SUPPORT_FREEPORT_H
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <random>
+
+/// @return A listening socket on a port of 127.0.0.1, or -1 when that is taken.
+inline int ListenOnLoopback(unsigned short port) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int on = 1;
+  ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
+    ::listen(fd, 16);
+    return fd;
+  }
+  ::close(fd);
+  return -1;
+}
+
+/// @return A port that was free a moment ago, below those that the system gives to connections: it
+///         stays free until somebody draws the same.
+inline unsigned short FreePort() {
+  std::random_device random;
+  std::uniform_int_distribution<int> range(10000, 32000);
+  for (;;) {
+    const auto port = static_cast<unsigned short>(range(random));
+    const int fd = ListenOnLoopback(port);
+    if (fd < 0) continue;
+    ::close(fd);
+    return port;
+  }
+}
+
+#endif  // SCA_TESTS_SUPPORT_FREEPORT_H
