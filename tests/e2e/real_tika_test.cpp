@@ -10,6 +10,7 @@
 #include "client/SCA_TikaClient.h"
 #include "platform/SCA_Error.h"
 #include "programs/tikaextract/PrivateServer.h"
+#include "tests/e2e/jars.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -23,16 +24,6 @@ std::vector<std::string> Lines(const std::string& text) {
   std::istringstream stream(text);
   for (std::string line; std::getline(stream, line);) lines.push_back(line);
   return lines;
-}
-
-// The jar that scripts/setup keeps in the user's cache directory.
-std::string CachedJar(const std::string& name) {
-  const char* cache = std::getenv("XDG_CACHE_HOME");
-  const char* home = std::getenv("HOME");
-  const std::string base = cache != nullptr && *cache != '\0' ? cache
-                           : home != nullptr                  ? std::string(home) + "/.cache"
-                                                              : std::string();
-  return base + "/sca_tika/" + name;
 }
 
 class RealTika : public ::testing::TestWithParam<const char*> {

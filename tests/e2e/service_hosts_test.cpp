@@ -5,6 +5,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -17,6 +18,7 @@
 
 #include "control/SCA_ControlKey.h"
 #include "platform/SCA_Error.h"
+#include "tests/e2e/jars.h"
 #include "tests/support/HostNetwork.h"
 #include "tests/support/Program.h"
 #include "tests/support/Timing.h"
@@ -24,15 +26,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string DefaultJar() {
-  const char* named = std::getenv("TIKA_SERVER_JAR");
-  if (named != nullptr && *named != '\0') return named;
-  const char* cache = std::getenv("XDG_CACHE_HOME");
-  const std::string base =
-      cache != nullptr && *cache != '\0' ? cache : std::string(std::getenv("HOME")) + "/.cache";
-  return base + "/sca_tika/tika-server-standard-3.3.2.jar";
-}
 
 std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> lines;
@@ -70,6 +63,10 @@ class Documents {
     }
     return true;
   }
+  std::size_t CountOfTexts() const {
+    return static_cast<std::size_t>(std::count_if(
+        samples_.begin(), samples_.end(), [](const auto& entry) { return !entry.second.empty(); }));
+  }
   bool HasText(const std::string& name) const { return !samples_.at(name).empty(); }
 
  private:
@@ -90,18 +87,21 @@ class ServiceHosts : public ::testing::Test {
 
   std::string Home(int host) const { return home_.File("host" + std::to_string(host)); }
 
+  static int FirstPort(int host) { return 23000 + 10 * host; }
+
   // Starts a service host, the second time on the port that it had.
-  void Launch(int host) {
+  void Launch(int host, int servers = 2) {
     fs::create_directories(Home(host) + "/Tika Service");
     fs::copy_file(keyFile_, Home(host) + "/Tika Service/control.key",
                   fs::copy_options::skip_existing);
     std::vector<std::string> arguments = {"--config",       Home(host) + "/root.trv",
-                                          "--jar",          DefaultJar(),
-                                          "--servers",      "2",
-                                          "--first-port",   std::to_string(23000 + 10 * host),
-                                          "--heap",         "300",
                                           "--tika-bind",    network_.Address(host),
                                           "--control-port", std::to_string(ports_[host])};
+    if (servers > 0) {
+      arguments.insert(arguments.end(),
+                       {"--jar", DefaultJar(), "--servers", std::to_string(servers), "--first-port",
+                        std::to_string(FirstPort(host)), "--heap", "300"});
+    }
     network_.On(host, [&] {
       programs_[host] = std::make_unique<Program>(
           "tikasvc", arguments,
@@ -115,19 +115,24 @@ class ServiceHosts : public ::testing::Test {
   }
 
   bool IsReady(int host) {
-    const int port = 23000 + 10 * host;
+    const int port = FirstPort(host);
     return programs_[host]->WaitForError("port " + std::to_string(port) + " answers") &&
            programs_[host]->WaitForError("port " + std::to_string(port + 1) + " answers");
   }
 
-  // One that tikasvc has started itself; with its parent a forked one ends as well.
-  void KillOneJava(int host) {
+  // Those that tikasvc has started itself; with its parent a forked one ends as well.
+  std::vector<pid_t> Javas(int host) {
+    std::vector<pid_t> ids;
     for (const std::string& process : programs_[host]->Family()) {
-      if (process.find("java -Xmx") == std::string::npos) continue;
-      EXPECT_EQ(::kill(std::stoi(process), SIGKILL), 0);
-      return;
+      if (process.find(": java -Xmx") != std::string::npos) ids.push_back(std::stoi(process));
     }
-    ADD_FAILURE() << "no java is running";
+    return ids;
+  }
+
+  void KillOneJava(int host) {
+    const std::vector<pid_t> javas = Javas(host);
+    ASSERT_FALSE(javas.empty()) << programs_[host]->Error();
+    EXPECT_EQ(::kill(javas.front(), SIGKILL), 0);
   }
 
   std::string Service(int host) const {
@@ -199,6 +204,30 @@ TEST_F(ServiceHosts, EveryDocumentEndsWhateverDies) {
   EXPECT_TRUE(fs::is_empty(scratch.Path()));
   End(0);
   End(1);
+}
+
+TEST_F(ServiceHosts, WantedServersAreAddedWatchedAndGivenBack) {
+  const Documents documents(5);
+  ASSERT_NO_FATAL_FAILURE(Launch(0, 0));
+  Program run("tikaextract",
+              {"-v", "-r", documents.Path(), "--jsonl", "--service", Service(0), "--service-jar",
+               DefaultJar(), "--service-servers", "2", "--service-first-port",
+               std::to_string(FirstPort(0)), "--service-heap", "300"},
+              {"XDG_CONFIG_HOME=" + home_.File("client")});
+  ASSERT_TRUE(run.WaitForError("has 2 servers")) << run.Error() << programs_[0]->Error();
+  KillOneJava(0);
+  EXPECT_EQ(run.Wait(), 1) << run.Error();
+  std::size_t texts = 0;
+  for (const std::string& line : Lines(run.Output())) {
+    const nlohmann::json record = nlohmann::json::parse(line);
+    if (record["outcome"] != "extracted") continue;
+    if (documents.Check(fs::path(std::string(record["path"])).filename(), record["text"])) ++texts;
+  }
+  EXPECT_EQ(texts, documents.CountOfTexts()) << run.Error();
+  EXPECT_NE(run.Error().find("gave back"), std::string::npos) << run.Error();
+  EXPECT_TRUE(Eventually([this] { return Javas(0).empty(); }));
+  EXPECT_EQ(programs_[0]->Family().size(), 1U) << "the service host runs on";
+  End(0);
 }
 
 TEST_F(ServiceHosts, FullDisksSpoilNothing) {

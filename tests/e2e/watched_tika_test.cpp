@@ -13,18 +13,12 @@
 #include "host/SCA_TikaServer.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Process.h"
+#include "tests/e2e/jars.h"
 #include "tests/support/FreePort.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/Timing.h"
 
 namespace {
-
-std::string CachedJar(const std::string& name) {
-  const char* cache = std::getenv("XDG_CACHE_HOME");
-  const std::string base =
-      cache != nullptr && *cache != '\0' ? cache : std::string(std::getenv("HOME")) + "/.cache";
-  return base + "/sca_tika/" + name;
-}
 
 // The living processes of a group with their kilobytes in memory, as ps has them.
 std::map<pid_t, unsigned long long> Group(pid_t group) {
