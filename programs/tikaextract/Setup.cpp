@@ -170,7 +170,7 @@ std::string Setup::UseService(SCA_TikaService* record) {
   }
   std::vector<std::string> addresses = ResolveHost(record->GetHostName());
   // Who tries to connect finds out why.
-  if (addresses.empty()) addresses.push_back(record->GetHostName());
+  if (addresses.empty()) addresses.emplace_back(record->GetHostName());
   if (addresses.size() == 1) {
     bool isNew = false;
     const std::string complaint = Claim(addresses.front(), port, &isNew);
