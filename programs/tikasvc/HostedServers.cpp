@@ -112,7 +112,12 @@ bool HostedServers::Adopt(SCA_TikaServer* server, unsigned long agent) {
 }
 
 void HostedServers::Claim(Hosted* hosted, unsigned long agent) {
-  if (hosted->owner == kHost || hosted->owner == agent || agent == kHost) return;
+  if (hosted->owner == kHost || hosted->owner == agent) return;
+  if (agent == kHost) {  // whoever was quicker, what the host is to run is its own
+    hosted->owner = kHost;
+    hosted->claims.clear();
+    return;
+  }
   const auto end = hosted->claims.end();
   if (std::find(hosted->claims.begin(), end, agent) == end) hosted->claims.push_back(agent);
 }
@@ -188,11 +193,16 @@ void HostedServers::StartHosted(Hosted* hosted, unsigned long* code) {
     return;
   }
   isSuspended_ = false;
-  if (hosted->server->StartProcess(code) == 0) {
-    if (*code != SCA_ErrorAlreadyActive) hosted->server->SetStatusCode(*code);
+  if (hosted->server->IsActive() != 0) {
+    *code = SCA_ErrorAlreadyActive;
     return;
   }
+  // Before the start: its worker may fail at once, and says so there.
   hosted->server->SetStatusCode(0);
+  if (hosted->server->StartProcess(code) == 0) {
+    hosted->server->SetStatusCode(*code);
+    return;
+  }
   hosted->watch->Resume();
   hosted->isStopping = false;
   hosted->wasStarted = true;

@@ -13,6 +13,7 @@
 #include "control/SCA_TikaServiceServer.h"
 #include "host/SCA_TikaServerList.h"
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Text.h"
 #include "settings/SCA_TikaConfigOrv.h"
 #include "tests/control/fake_service.h"
 #include "tests/support/Program.h"
@@ -84,8 +85,8 @@ class ScriptedHost : public FakeService {
   std::atomic<bool> closesAfterAdd{false};
 
   int GetServerInfo(char* version, char* host) override {
-    std::strcpy(version, "1");  // NOLINT: both have 260 bytes
-    std::strcpy(host, address_);
+    SCA_CopyText(version, SCA_ServiceTextSize, "1", SCA_TextFit::Cut);
+    SCA_CopyText(host, SCA_ServiceTextSize, address_, SCA_TextFit::Cut);
     return 1;
   }
   int GetServerList(SCA_ConfigObj** list) override {
