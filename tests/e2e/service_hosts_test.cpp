@@ -255,12 +255,12 @@ TEST_F(ServiceHosts, FullDisksSpoilNothing) {
 
 TEST_F(ServiceHosts, HostOutlivesItsFullDisk) {
   fs::create_directories(Home(0));
-  const SmallDisk disk(Home(0), 64);
+  const SmallDisk disk(Home(0), 1024);
   if (!disk.IsMounted()) GTEST_SKIP() << "only root can mount the small disk that this test fills";
   ASSERT_NO_FATAL_FAILURE(Launch(0));
   ASSERT_TRUE(IsReady(0)) << programs_[0]->Error();
   const std::string junk = Home(0) + "/junk";
-  std::ofstream(junk) << std::string(1 << 20, 'x');
+  std::ofstream(junk) << std::string(2 << 20, 'x');
   KillOneJava(0);
   ASSERT_TRUE(programs_[0]->WaitForError("cannot save the history of deaths"));
   fs::remove(junk);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -33,7 +34,7 @@ class ScriptedHost : public FakeService {
  public:
   int GetServiceStatusEx(SCA_ConfigObj** service, SCA_ConfigObj** servers) override {
     *service = Make();
-    if (fill) return fill(*service), *servers = Make(), fill(*servers), 1;
+    if (const Fill other = GetFill()) return other(*service), *servers = Make(), other(*servers), 1;
     (*service)->AddField(Service::Status, isSuspended ? SCA_ServerInactive : SCA_ServerError, 0);
     (*service)->AddField(Service::UpTime, 273600000ULL, 0);
     (*service)->AddField(Service::Version, "17", 0);
@@ -48,7 +49,7 @@ class ScriptedHost : public FakeService {
   }
   int GetServerStatusEx(unsigned long id, SCA_ConfigObj** status) override {
     *status = Make();
-    if (fill) fill(*status);
+    if (const Fill other = GetFill()) other(*status);
     (*status)->AddField(Server::LogSession, session.load(), 0);
     AddDeath((*status)->AddConfigObj(Server::History));
     return id == 0 ? 1 : 0;
@@ -56,7 +57,7 @@ class ScriptedHost : public FakeService {
   int GetServerLog(unsigned long id, unsigned long last, unsigned long count,
                    SCA_ConfigObj** log) override {
     *log = Make();
-    if (fill) fill(*log);
+    if (const Fill other = GetFill()) other(*log);
     const std::lock_guard<std::mutex> guard(mutex);
     auto first = last == SCA_NoServerId ? messages.begin() : messages.upper_bound(last);
     while (count != 0 && std::distance(first, messages.end()) > static_cast<long>(count)) ++first;
@@ -94,18 +95,29 @@ class ScriptedHost : public FakeService {
     session.store(newSession);
   }
 
-  int readyAfter = 0;
+  // Replaces what objects hold.
+  using Fill = std::function<void(SCA_ConfigObj*)>;
+  void SetFill(Fill other) {
+    const std::lock_guard<std::mutex> guard(mutex);
+    fill_ = std::move(other);
+  }
+
+  std::atomic<int> readyAfter{0};
   std::atomic<bool> isSuspended{false};
   std::atomic<unsigned long> session{7};
   std::atomic<int> polls{0};
   SCA_Event stop{1, 0};
 
  private:
+  Fill GetFill() {
+    const std::lock_guard<std::mutex> guard(mutex);
+    return fill_;
+  }
   static SCA_ConfigObj* Make() { return new SCA_ConfigObj("Object", nullptr); }
 
   int FillServers(SCA_ConfigObj** servers) {
     *servers = Make();
-    if (fill) return fill(*servers), 1;
+    if (const Fill other = GetFill()) return other(*servers), 1;
     SCA_ConfigObj* server = (*servers)->AddConfigObj("0");
     server->AddField(Server::Status, isSuspended ? SCA_ServerInactive : SCA_ServerActive, 0);
     server->AddField(Server::Ready, ++asked_ > readyAfter ? 1 : 0, 0);
@@ -135,6 +147,7 @@ class ScriptedHost : public FakeService {
 
   std::atomic<int> asked_{0};
   std::mutex mutex;
+  Fill fill_;
   std::map<unsigned long, std::string> messages;
 };
 
@@ -257,14 +270,14 @@ TEST_F(TikaCtl, WaitsUntilTheServersAnswerOrTheHostIsGone) {
 }
 
 TEST_F(TikaCtl, JsonKeepsEverythingUnderFriendlyNames) {
-  host_.fill = [](SCA_ConfigObj* object) {
+  host_.SetFill([](SCA_ConfigObj* object) {
     object->AddField("Up Time", 18446744073709551615ULL, 0);
     object->AddField("Up Time", -1, 0);
     object->AddField("Java Options", "123", 0);
     object->AddField("Odd", "007", 0);
     object->AddField("Bytes", "\xff\xC2\x9B", 0);
     object->AddConfigObj("Nested")->AddField("A B", "c\x1b", 0);
-  };
+  });
   const auto program = Start({"servers", "--json"});
   EXPECT_EQ(program->Wait(), 0);
   const Json expected = {{"up_time", 18446744073709551615ULL},
@@ -424,7 +437,7 @@ TEST_F(TikaCtl, HostileAnswersNeitherCrashItNorReachTheTerminal) {
         }
       }};
   for (const auto& fill : fills) {
-    host_.fill = fill;
+    host_.SetFill(fill);
     for (const char* command : {"status", "servers", "history", "history 0", "logs 0", "debug-log",
                                 "top -n 1", "version", "start 0 --wait 1", "delete 7"}) {
       for (const bool isJson : {false, true}) {
