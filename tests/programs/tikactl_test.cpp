@@ -453,6 +453,7 @@ TEST_F(TikaCtl, HostileAnswersNeitherCrashItNorReachTheTerminal) {
       }
     }
   }
+  server_.reset();  // its threads use what is local here
 }
 
 }  // namespace
