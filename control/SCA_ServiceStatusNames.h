@@ -24,7 +24,9 @@
 ///   id of the server that is there. `StartServer` starts one whatever stopped it, also after
 ///   `Suspend`, which ends the suspension. Both succeed with a status code other than 0 where the
 ///   host can say why it did not do what was asked: an `SCA_Error.h` code, `SCA_ErrorNoJar` or
-///   `SCA_ErrorAlreadyActive` for instance. `AddServer` then gives the id `SCA_NoServerId`.
+///   `SCA_ErrorAlreadyActive` for instance; `EINVAL` for a port or heap of 0 or no jar,
+///   `SCA_ErrorDataTooLarge` beyond `SCA_MaxHostedServers`, `EBUSY` while a suspension is still
+///   stopping the server. `AddServer` then gives the id `SCA_NoServerId`.
 /// - `DeleteServer` stops and deletes any server; `DeleteAllServers` those that the connection has
 ///   added, but for those that another live connection has asked for since, which pass to that one.
 ///   Both return when the processes are gone and the ports are free.
@@ -44,6 +46,9 @@ constexpr unsigned long SCA_TikaLogOff = 0;
 constexpr unsigned long SCA_TikaLogOn = 1;
 constexpr unsigned long SCA_NoServerId = 0xFFFFFFFF;
 /// @}
+
+/// Servers of one host, so that the statuses of all fit into one reply.
+constexpr unsigned long SCA_MaxHostedServers = 1000;
 
 /// Deaths that a host remembers, and the lines of output that it keeps of each.
 constexpr unsigned long SCA_MaxDeaths = 100;

@@ -11,8 +11,6 @@
 
 namespace {
 
-// Each has threads and fields of its own; all statuses must fit into one reply.
-constexpr unsigned long kMaxServers = 1000;
 constexpr std::chrono::seconds kSuspendLimit{15};
 constexpr std::chrono::milliseconds kSuspendPoll{20};
 
@@ -137,8 +135,8 @@ int HostedServers::Add(unsigned long agent, const char* fileName, unsigned short
   {
     const SCA_LockGuard guard(lock_);
     SCA_TikaServer* server = nullptr;
-    if (list_.GetServerByPort(port, &server) == 0 && list_.Count() >= kMaxServers) {
-      *code = ENOSPC;
+    if (list_.GetServerByPort(port, &server) == 0 && list_.Count() >= SCA_MaxHostedServers) {
+      *code = SCA_ErrorDataTooLarge;
       return 1;
     }
     if (list_.AddServer(config_, fileName, port, heapSize, javaOptions, &server, code) == 0) {

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "host/SCA_TikaServerList.h"
+#include "control/SCA_ServiceStatusNames.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ void DefineServers(CLI::App* app, Options* options) {
       ->type_name("FILE");
   app->add_option("--servers", options->servers,
                   "How many are started at once (default: one with --jar, else none)")
-      ->check(CLI::Range(1UL, SCA_MaxServers))
+      ->check(CLI::Range(1UL, SCA_MaxHostedServers))
       ->type_name("N");
   app->add_option("--first-port", options->firstPort, "Port of the first; the others follow")
       ->check(CLI::Range(1, 65535))
