@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "client/SCA_TikaExtraction.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Fail.h"
 #include "platform/SCA_Report.h"
@@ -22,6 +23,9 @@ constexpr unsigned long kPieceSize = 4096;    // of a body sent or received by H
 constexpr unsigned long kMaxGetBody = 65535;  // bytes
 constexpr unsigned long kMaxPutReplyBody = 0x3D090000;
 constexpr unsigned long kMaxVersionLength = 100;
+constexpr int kMaxInterimReplies = 32;
+constexpr unsigned long kFirstFinalCode = 200;
+constexpr unsigned long kSwitchingProtocols = 101;
 
 // The data buffer begins at a page's start, as what is read into it from a file does. A few bytes
 // behind it, where large blocks of the heap begin, some processors copy at a twentieth of the
@@ -46,6 +50,19 @@ int SCA_TikaClient::SetServerName(const char* serverName) {
       SCA_LevelError, "SCA_TikaClient::SetServerName: a server name of %lu bytes is too long",
       static_cast<unsigned long>(std::strlen(serverName)));
   return 0;
+}
+
+SCA_HostLine::SCA_HostLine(const char* serverName) {
+  const bool isAddress = std::strchr(serverName, ':') != nullptr;
+  // The zone of an address is this machine's affair.
+  const auto length =
+      static_cast<int>(isAddress ? std::strcspn(serverName, "%") : std::strlen(serverName));
+  std::snprintf(text, sizeof text, isAddress ? "[%.*s]" : "%.*s", length, serverName);
+}
+
+void SCA_TikaClient::SetCancelEvent(SCA_Event* cancel) {
+  cancel_ = cancel;
+  if (socket_ != nullptr) socket_->SetCancelEvent(cancel);
 }
 
 int SCA_TikaClient::Connect(unsigned long timeout, unsigned long* error) {
@@ -79,6 +96,11 @@ int SCA_TikaClient::Disconnect() {
   return 1;
 }
 
+int SCA_TikaClient::IsUsable() {
+  unsigned long error = 0;
+  return socket_ != nullptr && socket_->WaitForData(0, &error) == 0 && error == ETIMEDOUT ? 1 : 0;
+}
+
 void SCA_TikaClient::AlignedDelete::operator()(char* memory) const noexcept {
   ::operator delete[](memory, kPageSize);
 }
@@ -86,6 +108,11 @@ void SCA_TikaClient::AlignedDelete::operator()(char* memory) const noexcept {
 int SCA_TikaClient::InitDataBuffer() {
   dataBuffer_.reset();
   dataCapacity_ = 0;
+  if (bufferSize_ == 0) {
+    SCA_GetReportFunction(kSource, __LINE__)(
+        SCA_LevelError, "SCA_TikaClient::InitDataBuffer: a data buffer of 0 bytes holds no text");
+    return 0;
+  }
   // In 64 bits: the extra byte of the largest buffer size must not wrap to nothing.
   const unsigned long bytes = static_cast<unsigned long>(bufferSize_) + 1;
   dataBuffer_.reset(new (kPageSize, std::nothrow) char[bytes]);
@@ -107,36 +134,55 @@ int SCA_TikaClient::SendAll(const char* data, unsigned long length, unsigned lon
 int SCA_TikaClient::ReadHttpHeader(char* buffer, unsigned long capacity,
                                    unsigned long* headerLength, unsigned long* received,
                                    unsigned long* error) {
-  return ReadHeaderWithin(settings_->GetNetworkTimeout(), buffer, capacity, headerLength, received,
-                          error);
+  *received = 0;
+  return ReceiveHeader(settings_->GetNetworkTimeout(), buffer, capacity, headerLength, received,
+                       error);
 }
 
-int SCA_TikaClient::ReadHeaderWithin(unsigned long timeoutMs, char* buffer, unsigned long capacity,
-                                     unsigned long* headerLength, unsigned long* received,
-                                     unsigned long* error) {
+// Receives after the bytes held until a complete header is there.
+// @param received  In and out: the bytes held.
+int SCA_TikaClient::ReceiveHeader(unsigned long timeoutMs, char* buffer, unsigned long capacity,
+                                  unsigned long* headerLength, unsigned long* received,
+                                  unsigned long* error) {
   if (socket_ == nullptr) return SCA_Fail(ENOTCONN, error);
-  unsigned long total = 0;
-  while (total < capacity) {
+  for (;;) {
+    buffer[*received] = '\0';
+    if (SCA_HttpParser::IsHeaderReady(buffer, *received + 1, headerLength) != 0) return 1;
+    if (*received == capacity) return SCA_Fail(SCA_ErrorHeaderTooLong, error);
     unsigned long count = 0;
     if (socket_->WaitForData(timeoutMs, error) == 0 ||
-        socket_->Receive(buffer + total, capacity - total, &count, error) == 0) {
+        socket_->Receive(buffer + *received, capacity - *received, &count, error) == 0) {
       return 0;
     }
-    total += count;
-    buffer[total] = '\0';
-    if (SCA_HttpParser::IsHeaderReady(buffer, total + 1, headerLength) != 0) {
-      *received = total;
-      return 1;
-    }
+    *received += count;
   }
-  return SCA_Fail(SCA_ErrorHeaderTooLong, error);
+}
+
+// Reads the header of the final reply: interim replies before it (100 Continue, 102 Processing, 103
+// Early Hints) are dropped. After a 101 no final one would come, nor would HTTP.
+// @param error  `SCA_ErrorInvalidData` for a header that was received and is none.
+int SCA_TikaClient::ReadReplyHeader(unsigned long timeoutMs, char* buffer, unsigned long capacity,
+                                    tagSCA_HTTP_REQUEST* reply, unsigned long* headerLength,
+                                    unsigned long* received, unsigned long* error) {
+  *received = 0;
+  for (int interim = 0; interim <= kMaxInterimReplies; ++interim) {
+    if (ReceiveHeader(timeoutMs, buffer, capacity, headerLength, received, error) == 0) return 0;
+    if (SCA_HttpParser::ParseHttpHeader(buffer, *headerLength, reply) == 0) {
+      return SCA_Fail(SCA_ErrorInvalidData, error);
+    }
+    if (reply->replyCode >= kFirstFinalCode) return 1;
+    if (reply->replyCode == kSwitchingProtocols) break;
+    *received -= *headerLength;
+    std::memmove(buffer, buffer + *headerLength, *received);
+  }
+  return SCA_Fail(SCA_ErrorInterimReplies, error);
 }
 
 int SCA_TikaClient::SendRequestLine(const char* method, const char* path, unsigned long* error) {
   char request[kHeaderBufferSize];
   const int length =
       std::snprintf(request, sizeof request, "%s %s HTTP/1.0\r\nHost: %s\r\nUser-Agent: %s\r\n\r\n",
-                    method, path, serverName_, kUserAgent);
+                    method, path, SCA_HostLine(serverName_).text, kUserAgent);
   if (length < 0 || static_cast<unsigned long>(length) >= sizeof request) {
     return SCA_Fail(SCA_ErrorHeaderTooLong, error);
   }
@@ -149,22 +195,25 @@ int SCA_TikaClient::GetRequest(const char* path, SCA_HttpClientRequest* reply,
   char header[kHeaderBufferSize];
   unsigned long headerLength = 0;
   unsigned long received = 0;
+  tagSCA_HTTP_REQUEST answer;
   if (SendRequestLine("GET", path, error) == 0 ||
-      ReadHttpHeader(header, sizeof header - 1, &headerLength, &received, error) == 0) {
+      ReadReplyHeader(settings_->GetNetworkTimeout(), header, sizeof header - 1, &answer,
+                      &headerLength, &received, error) == 0) {
     return 0;
   }
-  if (SCA_HttpParser::ParseHttpHeader(header, headerLength, reply) == 0) {
-    return SCA_Fail(SCA_ErrorInvalidData, error);
-  }
-  if (reply->GetReplyCode() != 200) return SCA_Fail(reply->GetReplyCode(), error);
+  reply->SetReplyCode(answer.replyCode);
+  if (answer.replyCode != 200) return SCA_Fail(answer.replyCode, error);
+  if (answer.isContentEncoded != 0) return SCA_Fail(SCA_ErrorContentEncoding, error);
+  // What was asked for by HTTP/1.0 comes without framing.
+  if (answer.transferEncoding[0] != '\0') return SCA_Fail(SCA_ErrorInvalidData, error);
   reply->SetContentLength(kMaxGetBody);
   if (reply->InitContentBuffer() == 0) return SCA_Fail(SCA_ErrorInvalidData, error);
 
   char* body = reply->GetContentBuffer();
   unsigned long held = received - headerLength;
   std::memcpy(body, header + headerLength, held);
-  // By HTTP/1.0 the end of the connection is the end of the body. The room for one byte more than
-  // the limit tells a body that is too long from one that just fits.
+  // By HTTP/1.0 the end of the connection is the end of the body, however much was announced. The
+  // room for one byte more than the limit tells a body that is too long from one that just fits.
   unsigned long count = 0;
   unsigned long ended = 0;
   while (held <= kMaxGetBody &&
@@ -173,6 +222,12 @@ int SCA_TikaClient::GetRequest(const char* path, SCA_HttpClientRequest* reply,
     held += count;
   }
   if (held > kMaxGetBody) return SCA_Fail(SCA_ErrorInvalidData, error);
+  // Another end, or one that comes early, has cut the body. A wait tells a close in good order from
+  // a reset.
+  const bool isClosed = ended == static_cast<unsigned long>(ECONNRESET) &&
+                        socket_->WaitForData(settings_->GetNetworkTimeout(), &ended) != 0;
+  const bool isWhole = answer.hasContentLength != 0 ? held >= answer.contentLength : isClosed;
+  if (!isWhole || ended == SCA_ErrorCancelled) return SCA_Fail(ended, error);
   body[held] = '\0';
   reply->SetContentLength(held);
   return 1;
@@ -216,11 +271,17 @@ int SCA_TikaClient::PutRequest(const char* path, SCA_HttpClientRequest* request,
   char header[kHeaderBufferSize];
   unsigned long headerLength = 0;
   unsigned long received = 0;
-  if (ReadHttpHeader(header, sizeof header - 1, &headerLength, &received, error) == 0) return 0;
-  if (SCA_HttpParser::ParseHttpHeader(header, headerLength, request) == 0) return 0;
-  const unsigned long length = request->GetContentLength();
-  if (request->GetReplyCode() != 200 || length == 0 || length > kMaxPutReplyBody) return 0;
-  if (request->InitContentBuffer() == 0) return 0;
+  unsigned long code = 0;
+  tagSCA_HTTP_REQUEST answer;
+  if (ReadReplyHeader(settings_->GetNetworkTimeout(), header, sizeof header - 1, &answer,
+                      &headerLength, &received, &code) == 0) {
+    return code == SCA_ErrorInvalidData ? 0 : SCA_Fail(code, error);
+  }
+  const unsigned long length = answer.contentLength;
+  request->SetReplyCode(answer.replyCode);
+  request->SetContentLength(length);
+  if (answer.replyCode != 200 || answer.isContentEncoded != 0) return 0;
+  if (length == 0 || length > kMaxPutReplyBody || request->InitContentBuffer() == 0) return 0;
 
   char* body = request->GetContentBuffer();
   unsigned long held = std::min(received - headerLength, length);

@@ -53,35 +53,48 @@ class SCA_API SCA_TikaClient : public SCA_Object {
   ///                 socket could be made; else the socket's code, the client being disconnected.
   int Connect(unsigned long timeout, unsigned long* error);
   /// Lets `Connect` and `GetVersion` end early, with `SCA_ErrorCancelled`; an extraction looks at
-  /// the event that it is given.
-  /// @param cancel  Not owned; null for none.
-  void SetCancelEvent(SCA_Event* cancel) { cancel_ = cancel; }
+  /// the event that it is given. Takes effect at once, on a connected client too.
+  /// @param cancel  Not owned; must live until it is replaced. Null for none. An auto-reset event
+  ///                cancels one operation.
+  void SetCancelEvent(SCA_Event* cancel);
   /// Closes the connection, if any. @return 1.
   int Disconnect();
   /// @return 1 while a connection made by `Connect` has not been given up.
   int IsConnected() const { return socket_ != nullptr ? 1 : 0; }
+  /// Asks, without waiting, whether the connection can take a request, which one that was kept for
+  /// a while may not.
+  /// @return 0 when there is none, the server has closed it, or it holds what nobody asked for.
+  int IsUsable();
 
   /// Allocates the data buffer of `GetBufferSize()` + 1 bytes, releasing the old one.
-  /// @return 1, or 0 when memory is exhausted, the client then having no data buffer.
+  /// @return 1; or 0, with a report, when the size is 0 or memory is exhausted, the client then
+  ///         having no data buffer.
   int InitDataBuffer();
 
   /// Asks the server for its version. The server closes the connection after its answer: reconnect
-  /// before the next request.
+  /// before the next request. An answer that does not end with the close, or before the length that
+  /// it announces, is a failure.
   /// @param version  Receives 1 to 100 bytes of text and a terminating zero.
   /// @param size     Capacity of `version` in bytes; 101 hold every answer.
   int GetVersion(char* version, unsigned long size, unsigned long* error);
 
   /// Extracts the text of a file.
   /// @param variant     2 and 3 choose the second and third decoder, every other value the first.
-  /// @param fileName    A regular file of any size.
+  ///                    Use 3. The second drops the first part of a chunk's size line that is cut
+  ///                    at the end of its 511-byte buffer, and may then report success with a text
+  ///                    that is cut; the first refuses every size line that is cut.
+  /// @param fileName    A regular file of any size. A file that has no fixed size, as in /proc, and
+  ///                    one that grows meanwhile fail with `SCA_ErrorFileGrew`, one that shrinks
+  ///                    with `SCA_ErrorFileShrank`.
   /// @param secondName  Not read.
   /// @param callback    Receives the text; never called for a document without text.
   /// @param context     Handed to the callback.
   /// @param cancel      Ends the extraction soon after it is set, with `SCA_ErrorCancelled`; may be
   ///                    null; not owned.
   /// @param textLength  Receives the bytes of text delivered; untouched on failure. Not null.
-  /// @param error       A file, wait or socket error; an HTTP code; `SCA_ErrorTika422`,
-  ///                    `SCA_ErrorTika500`, `SCA_ErrorInvalidData`, `SCA_ErrorCancelled`.
+  /// @param error       A file, wait or socket error; an HTTP code, 200 to 999; `SCA_ErrorTika422`,
+  ///                    `SCA_ErrorTika500`, `SCA_ErrorInvalidData`, `SCA_ErrorContentEncoding`,
+  ///                    `SCA_ErrorInterimReplies`, `SCA_ErrorCancelled`.
   int GetFileText(unsigned long variant, const char* fileName, const char* secondName,
                   SCA_TikaTextCallback callback, void* context, SCA_Event* cancel,
                   unsigned long* textLength, unsigned long* error);
@@ -140,7 +153,8 @@ class SCA_API SCA_TikaClient : public SCA_Object {
   /// Above 1 the first variant traces what it does.
   unsigned long GetDebugLevel() const { return debugLevel_; }
   void SetDebugLevel(unsigned long level) { debugLevel_ = static_cast<std::uint32_t>(level); }
-  /// Bytes of a block of text or file content at most; takes effect with `InitDataBuffer`.
+  /// Bytes of a block of text or file content at most; takes effect with `InitDataBuffer`. A chunk
+  /// of a reply with its line end must fit: the chunks of Tika, of up to 32768 bytes, need 32770.
   unsigned long GetBufferSize() const { return bufferSize_; }
   void SetBufferSize(unsigned long size) { bufferSize_ = static_cast<std::uint32_t>(size); }
 
@@ -197,8 +211,11 @@ class SCA_API SCA_TikaClient : public SCA_Object {
   struct ReceiveTexts;
 
   int SendAll(const char* data, unsigned long length, unsigned long* sent, unsigned long* error);
-  int ReadHeaderWithin(unsigned long timeoutMs, char* buffer, unsigned long capacity,
-                       unsigned long* headerLength, unsigned long* received, unsigned long* error);
+  int ReceiveHeader(unsigned long timeoutMs, char* buffer, unsigned long capacity,
+                    unsigned long* headerLength, unsigned long* received, unsigned long* error);
+  int ReadReplyHeader(unsigned long timeoutMs, char* buffer, unsigned long capacity,
+                      tagSCA_HTTP_REQUEST* reply, unsigned long* headerLength,
+                      unsigned long* received, unsigned long* error);
   int SendRequestLine(const char* method, const char* path, unsigned long* error);
 
   // What the variants share: the extraction frame.

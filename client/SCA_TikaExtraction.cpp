@@ -103,7 +103,7 @@ SCA_TikaClient::Outcome SCA_TikaClient::Upload(const Exchange& exchange, const c
                                    "Accept: text/plain\r\n"
                                    "Content-Length: %llu\r\n"
                                    "\r\n",
-                                   serverName_, port_, size);
+                                   SCA_HostLine(serverName_).text, port_, size);
   // A small file then takes one packet, and the server wakes once.
   if (size > 0 && socket_ != nullptr) socket_->SetOption(SCA_SockOptionMoreFollows, 1);
   unsigned long sent = 0;
@@ -129,6 +129,12 @@ SCA_TikaClient::Outcome SCA_TikaClient::SendContent(const Exchange& exchange, SC
     sentData_.Add(sent);
     if (exchange.IsCancelled()) return Outcome::Cancelled();
   }
+  // What was announced is what was sent; it is the file only if nothing follows. The files of /proc
+  // announce nothing and hold something.
+  char further = 0;
+  unsigned long count = 0;
+  if (file->Read(&further, 1, &count, &code) == 0) return Outcome::Failed(code);
+  if (count != 0) return Outcome::Failed(SCA_ErrorFileGrew);
   if (Traces(exchange.variant)) {
     SCA_GetReportFunction(exchange.variant.source, __LINE__)(
         SCA_LevelInfo, "SCA_TikaClient::%s: %llu bytes od data sent to the Tika server",
@@ -147,8 +153,8 @@ SCA_TikaClient::Outcome SCA_TikaClient::SendFailed(unsigned long code) {
   unsigned long ignored = 0;
   tagSCA_HTTP_REQUEST reply;
   if (outcome.kind == Outcome::Kind::Broken &&
-      ReadHeaderWithin(0, header, sizeof header - 1, &headerLength, &received, &ignored) != 0 &&
-      SCA_HttpParser::ParseHttpHeader(header, headerLength, &reply) != 0) {
+      ReadReplyHeader(0, header, sizeof header - 1, &reply, &headerLength, &received, &ignored) !=
+          0) {
     refusalCode_.Set(reply.replyCode);
   }
   return outcome;
@@ -169,18 +175,17 @@ SCA_TikaClient::Outcome SCA_TikaClient::ReadReply(Exchange* exchange) {
   const Variant& variant = exchange->variant;
   const SCA_ReportFunction report = SCA_GetReportFunction(variant.source, __LINE__);
   unsigned long code = 0;
-  if (ReadHttpHeader(exchange->network, exchange->networkSize - 1, &exchange->position,
-                     &exchange->received, &code) == 0) {
-    return Outcome::FromSocket(code);
-  }
+  tagSCA_HTTP_REQUEST reply;
+  const int isRead =
+      ReadReplyHeader(settings_->GetNetworkTimeout(), exchange->network, exchange->networkSize - 1,
+                      &reply, &exchange->position, &exchange->received, &code);
+  const bool isUnreadable = isRead == 0 && code == SCA_ErrorInvalidData;
+  if (isRead == 0 && !isUnreadable) return Outcome::FromSocket(code);
   if (Traces(variant)) {
     report(SCA_LevelInfo, "SCA_TikaClient::%s: %lu bytes received (%lu bytes HTTP header)",
            variant.name, exchange->received, exchange->position);
   }
-  tagSCA_HTTP_REQUEST reply;
-  if (SCA_HttpParser::ParseHttpHeader(exchange->network, exchange->position, &reply) == 0) {
-    return Outcome::Broken(SCA_ErrorInvalidData);
-  }
+  if (isUnreadable) return Outcome::Broken(code);
   if (Traces(variant)) {
     report(SCA_LevelInfo, "SCA_TikaClient::%s: HTTP Reply Code %lu, transfer encoding %s",
            variant.name, reply.replyCode, reply.transferEncoding);
@@ -192,7 +197,10 @@ SCA_TikaClient::Outcome SCA_TikaClient::ReadReply(Exchange* exchange) {
            reply.replyCode);
     return Outcome::Broken(reply.replyCode);
   }
-  if (reply.hasContentLength != 0 && reply.contentLength == 0) return Outcome::Done();
+  if (reply.isContentEncoded != 0) return Outcome::Broken(SCA_ErrorContentEncoding);
+  // Of a chunked reply the length says nothing (RFC 9112, section 6.3).
+  const bool isChunked = reply.transferEncoding[0] != '\0';
+  if (!isChunked && reply.hasContentLength != 0 && reply.contentLength == 0) return Outcome::Done();
   if (std::strcmp(reply.transferEncoding, "chunked") != 0) {
     report(SCA_LevelError, "SCA_TikaClient::%s: unsupported transfer encoding - %s", variant.name,
            reply.transferEncoding);
@@ -345,7 +353,7 @@ bool ParsePlainSize(const char* line, unsigned long length, unsigned long long* 
 bool SCA_ParseChunkSize(const char* line, unsigned long length, unsigned long long* size) {
   if (ParsePlainSize(line, length, size)) return true;
   char text[256];
-  if (length >= sizeof text) return false;
+  if (length >= sizeof text || (length > 0 && *line == '\n')) return false;
   std::memcpy(text, line, length);
   text[length] = '\0';
   char* end = nullptr;

@@ -6,6 +6,12 @@
 #include "client/SCA_TikaClient.h"
 #include "platform/SCA_Error.h"
 
+/// A server name as a Host line shows it: an IPv6 address in brackets and without its zone.
+struct SCA_HostLine {
+  explicit SCA_HostLine(const char* serverName);
+  char text[262];
+};
+
 /// How a step ended. `Conclude` alone turns it into counters and validity flag.
 struct SCA_TikaClient::Outcome {
   enum class Kind {
@@ -71,7 +77,8 @@ constexpr unsigned long SCA_MaxSizeText = 6;
 
 /// Reads the size of a chunk from the text of its line, as `strtoul` with base 16 does, but refuses
 /// what would pass for another size: no hexadecimal digit, a minus sign, a "0x" without a digit
-/// behind it.
+/// behind it, and a line feed first: the chunk before was longer than its size, and bytes of it
+/// were taken for its CR LF.
 /// @param length  Bytes of the line without its CR LF; 255 at most, extensions included.
 /// @param size    Receives the size, 0xFFFFFFFFFFFFFFFF for larger ones; untouched on failure.
 bool SCA_ParseChunkSize(const char* line, unsigned long length, unsigned long long* size);

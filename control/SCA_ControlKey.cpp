@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <string>
 
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Fail.h"
@@ -83,10 +82,12 @@ int SCA_CreateControlKey(const char* fileName, unsigned long* error) {
   if (SCA_CreateDirectory(directory, error) == 0) return 0;
   unsigned char bytes[SCA_ControlKeySize];
   if (SCA_RandomBytes(bytes, sizeof bytes) == 0) return SCA_Fail(ENOSYS, error);
-  const std::string text = SCA_ToHex(bytes, sizeof bytes) + "\n";
+  char text[2 * sizeof bytes + 2];
+  SCA_ToHex(bytes, sizeof bytes, text);
+  text[sizeof text - 2] = '\n';
   SCA_ReplacementFile file;
   if (file.Open(fileName, SCA_FileAccess::Private, error) == 0 ||
-      file.Write(text.data(), text.size(), error) == 0) {
+      file.Write(text, sizeof text - 1, error) == 0) {
     return 0;
   }
   // Another process may have been faster: there is one key, whoever made it.

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <string>
 
 #include "platform/SCA_Deadline.h"
 #include "platform/SCA_Error.h"
@@ -43,8 +42,10 @@ SCA_Digest SessionKey(const SCA_ControlKey& key, const Nonces& nonces) {
   return Prove(key, "session", nonces);
 }
 
-void AddDigest(SCA_NetMessage* message, const char* name, const SCA_Digest& digest) {
-  message->GetData()->AddField(name, SCA_ToHex(digest.data(), digest.size()).c_str(), 0);
+bool AddDigest(SCA_NetMessage* message, const char* name, const SCA_Digest& digest) {
+  char text[2 * SCA_DigestSize + 1];
+  SCA_ToHex(digest.data(), digest.size(), text);
+  return message->GetData()->AddField(name, text, 0) != 0;
 }
 
 bool GetDigest(const SCA_NetMessage& message, const char* name, SCA_Digest* digest) {
@@ -70,29 +71,54 @@ int Await(SCA_NetChannel* channel, SCA_FrameKind kind, const SCA_Deadline& end,
   return 1;
 }
 
-int SendGreeting(SCA_NetChannel* channel, const SCA_NetGreeting& greeting, const Nonces& nonces,
-                 unsigned long* error) {
+bool AddGreeting(SCA_NetMessage* message, const SCA_NetGreeting& greeting) {
+  SCA_ConfigObj* data = message->GetData();
+  return data->AddField(kVersion, greeting.version, 0) != 0 &&
+         data->AddField(kHostName, greeting.hostName, 0) != 0 &&
+         data->AddField(kStartTime, greeting.startTime, 0) != 0 &&
+         data->AddField(kConnectTime, greeting.connectTime, 0) != 0;
+}
+
+void GetGreeting(const SCA_NetMessage& message, SCA_NetGreeting* greeting) {
+  const SCA_ConfigObj& data = *message.GetData();
+  data.GetField(kVersion, greeting->version, sizeof greeting->version);
+  data.GetField(kHostName, greeting->hostName, sizeof greeting->hostName);
+  data.GetField(kStartTime, &greeting->startTime);
+  data.GetField(kConnectTime, &greeting->connectTime);
+}
+
+// Who has not logged in yet learns nothing of the host.
+int SendHello(SCA_NetChannel* channel, const SCA_NetGreeting& greeting, const Nonces& nonces,
+              unsigned long* error) {
   SCA_NetMessage hello;
-  SCA_ConfigObj* data = hello.GetData();
-  const bool isMade = data->AddField(kMode, greeting.loginMode, 0) != 0 &&
-                      data->AddField(kVersion, greeting.version, 0) != 0 &&
-                      data->AddField(kHostName, greeting.hostName, 0) != 0 &&
-                      data->AddField(kStartTime, greeting.startTime, 0) != 0 &&
-                      data->AddField(kConnectTime, greeting.connectTime, 0) != 0;
+  const bool isMade = hello.GetData()->AddField(kMode, greeting.loginMode, 0) != 0 &&
+                      (greeting.loginMode != SCA_LoginNone || AddGreeting(&hello, greeting)) &&
+                      AddDigest(&hello, kNonce, nonces.server);
   if (!isMade) return SCA_Fail(ENOMEM, error);
-  AddDigest(&hello, kNonce, nonces.server);
   return channel->Send(SCA_FrameKind::Hello, 0, hello, SCA_LoginTimeoutMs, error);
 }
 
-// The client's answer to a challenge, and what the server proves in return.
+// What the server proves in return.
+int SendWelcome(SCA_NetChannel* channel, const SCA_NetGreeting& greeting, const SCA_Digest& proof,
+                unsigned long* error) {
+  SCA_NetMessage welcome;
+  if (!AddGreeting(&welcome, greeting) || !AddDigest(&welcome, kProof, proof)) {
+    return SCA_Fail(ENOMEM, error);
+  }
+  return channel->Send(SCA_FrameKind::Welcome, 0, welcome, SCA_LoginTimeoutMs, error);
+}
+
+// The client's answer to a challenge, and the server's proof in return.
 int ExchangeProofs(SCA_NetChannel* channel, const SCA_ControlKey& key, const SCA_Deadline& end,
-                   Nonces* nonces, unsigned long* error) {
+                   Nonces* nonces, SCA_NetGreeting* greeting, unsigned long* error) {
   if (SCA_RandomBytes(nonces->client.data(), nonces->client.size()) == 0) {
     return SCA_Fail(ENOSYS, error);
   }
   SCA_NetMessage login;
-  AddDigest(&login, kNonce, nonces->client);
-  AddDigest(&login, kProof, ClientProof(key, *nonces));
+  if (!AddDigest(&login, kNonce, nonces->client) ||
+      !AddDigest(&login, kProof, ClientProof(key, *nonces))) {
+    return SCA_Fail(ENOMEM, error);
+  }
   SCA_NetMessage welcome;
   SCA_Digest proof{};
   if (channel->Send(SCA_FrameKind::Login, 0, login, SCA_LoginTimeoutMs, error) == 0 ||
@@ -102,6 +128,7 @@ int ExchangeProofs(SCA_NetChannel* channel, const SCA_ControlKey& key, const SCA
   if (!GetDigest(welcome, kProof, &proof) || !SCA_EqualDigests(proof, ServerProof(key, *nonces))) {
     return SCA_Fail(SCA_ErrorLoginRefused, error);
   }
+  GetGreeting(welcome, greeting);
   channel->Authenticate(SessionKey(key, *nonces));
   return 1;
 }
@@ -114,7 +141,7 @@ int SCA_AcceptLogin(SCA_NetChannel* channel, const SCA_NetGreeting& greeting,
   if (SCA_RandomBytes(nonces.server.data(), nonces.server.size()) == 0) {
     return SCA_Fail(ENOSYS, error);
   }
-  if (SendGreeting(channel, greeting, nonces, error) == 0) return 0;
+  if (SendHello(channel, greeting, nonces, error) == 0) return 0;
   if (key != nullptr) {
     SCA_NetMessage login;
     SCA_Digest proof{};
@@ -124,34 +151,28 @@ int SCA_AcceptLogin(SCA_NetChannel* channel, const SCA_NetGreeting& greeting,
         !SCA_EqualDigests(proof, ClientProof(*key, nonces))) {
       return SCA_Fail(SCA_ErrorLoginRefused, error);
     }
-    SCA_NetMessage welcome;
-    AddDigest(&welcome, kProof, ServerProof(*key, nonces));
-    if (channel->Send(SCA_FrameKind::Welcome, 0, welcome, SCA_LoginTimeoutMs, error) == 0) return 0;
+    if (SendWelcome(channel, greeting, ServerProof(*key, nonces), error) == 0) return 0;
     channel->Authenticate(SessionKey(*key, nonces));
   }
   channel->AllowLargeFrames();
   return 1;
 }
 
-int SCA_Login(SCA_NetChannel* channel, const char* host, unsigned short port, bool isLoopback,
+int SCA_Login(SCA_NetChannel* channel, const char* host, unsigned short port, bool mayLackLogin,
               SCA_NetGreeting* greeting, unsigned long* error) {
   const SCA_Deadline end(SCA_LoginTimeoutMs);
   SCA_NetMessage hello;
   Nonces nonces;
   if (Await(channel, SCA_FrameKind::Hello, end, &hello, error) == 0) return 0;
-  const SCA_ConfigObj& data = *hello.GetData();
-  if (data.GetField(kMode, &greeting->loginMode) == 0 || greeting->loginMode > SCA_LoginKey ||
-      !GetDigest(hello, kNonce, &nonces.server)) {
+  if (hello.GetData()->GetField(kMode, &greeting->loginMode) == 0 ||
+      greeting->loginMode > SCA_LoginKey || !GetDigest(hello, kNonce, &nonces.server)) {
     return SCA_Fail(SCA_ErrorFrame, error);
   }
-  data.GetField(kVersion, greeting->version, sizeof greeting->version);
-  data.GetField(kHostName, greeting->hostName, sizeof greeting->hostName);
-  data.GetField(kStartTime, &greeting->startTime);
-  data.GetField(kConnectTime, &greeting->connectTime);
-
-  // Whoever has a key for a distant host would be talking to an impostor if it asked for no login.
+  GetGreeting(hello, greeting);
+  // A client that has a key for a host would be talking to an impostor if it asked for no login: on
+  // loopback too, where any account may take a port that is free.
   const bool asksForLogin = greeting->loginMode == SCA_LoginKey;
-  if (asksForLogin || !isLoopback) {
+  if (asksForLogin || !mayLackLogin) {
     SCA_ControlKey key;
     unsigned long code = 0;
     const bool hasKey = SCA_GetControlKey(host, port, &key, &code) != 0;
@@ -159,7 +180,7 @@ int SCA_Login(SCA_NetChannel* channel, const char* host, unsigned short port, bo
     if (hasKey != asksForLogin) {
       return SCA_Fail(hasKey ? SCA_ErrorLoginMissing : SCA_ErrorNoKey, error);
     }
-    if (hasKey && ExchangeProofs(channel, key, end, &nonces, error) == 0) return 0;
+    if (hasKey && ExchangeProofs(channel, key, end, &nonces, greeting, error) == 0) return 0;
   }
   channel->AllowLargeFrames();
   return 1;

@@ -1,12 +1,15 @@
 #include "control/SCA_NetServerAgent.h"
 
 #include <cerrno>
+#include <exception>
 #include <new>
 
+#include "control/SCA_LoginGuard.h"
 #include "control/SCA_NetChannel.h"
 #include "control/SCA_NetLogin.h"
 #include "control/SCA_VirtualCmdServer.h"
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Listener.h"
 #include "platform/SCA_Report.h"
 
 namespace {
@@ -20,9 +23,11 @@ thread_local const SCA_NetServerAgent* currentAgent = nullptr;
 
 }  // namespace
 
-SCA_NetServerAgent::SCA_NetServerAgent(SCA_VirtualCmdServer* server, int handle)
-    : server_(*server), socket_(SCA_CreateTcpSock(handle)) {
-  if (socket_ != nullptr) {
+SCA_NetServerAgent::SCA_NetServerAgent(SCA_VirtualCmdServer* server, const SCA_AcceptedPeer& peer)
+    : server_(*server),
+      peer_(new (std::nothrow) SCA_AcceptedPeer(peer)),
+      socket_(SCA_CreateTcpSock(peer.handle)) {
+  if (socket_ != nullptr && peer_ != nullptr) {
     channel_.reset(new (std::nothrow) SCA_NetChannel(socket_.get(), SCA_NetSide::Server));
   }
   SetValid(channel_ != nullptr ? 1 : 0);
@@ -51,12 +56,7 @@ void SCA_NetServerAgent::Stop() {
 
 unsigned long SCA_NetServerAgent::ThreadFunc() {
   currentAgent = this;
-  if (AcceptPeer()) {
-    server_.ConnectEvent(this);
-    while (isStopping_.Get() == 0 && ServeRequest()) {
-    }
-    server_.DisconnectEvent(this);
-  }
+  Serve();
   channel_.reset();
   {
     const SCA_LockGuard guard(socketLock_);
@@ -68,20 +68,40 @@ unsigned long SCA_NetServerAgent::ThreadFunc() {
   return 0;
 }
 
-bool SCA_NetServerAgent::AcceptPeer() {
-  unsigned long error = 0;
-  const SCA_ControlKey* key = server_.GetKey();
-  if (SCA_AcceptLogin(channel_.get(), server_.MakeGreeting(), key, &error) == 0) {
-    // Peers that only try the port are no news.
-    const unsigned long level = error == SCA_ErrorLoginRefused ? SCA_LevelWarning : SCA_LevelDebug;
+// What the hosting program throws, out of memory say, ends a request or a connection and not the
+// program.
+void SCA_NetServerAgent::Serve() {
+  if (!AcceptPeer()) return;
+  try {
+    server_.ConnectEvent(this);
+    while (isStopping_.Get() == 0 && ServeRequest()) {
+    }
+  } catch (const std::exception& failure) {
     SCA_GetReportFunction(kSource, __LINE__)(
-        level, "SCA_NetServerAgent: a control connection was not accepted: %s (ERR:%lu)",
-        SCA_ErrorText(error), error);
+        SCA_LevelError, "SCA_NetServerAgent: control connection %lu is ended: %s", GetId(),
+        failure.what());
+  }
+  try {
+    server_.DisconnectEvent(this);
+  } catch (const std::exception& failure) {
+    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
+                                             "SCA_NetServerAgent: after control connection %lu: %s",
+                                             GetId(), failure.what());
+  }
+}
+
+bool SCA_NetServerAgent::AcceptPeer() {
+  const bool isLocal = peer_->isLocal;
+  const SCA_ControlKey* key = isLocal ? nullptr : server_.GetKey();
+  unsigned long error = SCA_ErrorPeerAccount;
+  if (!peer_->isWelcome ||
+      SCA_AcceptLogin(channel_.get(), server_.MakeGreeting(key), key, &error) == 0) {
+    server_.Guard().NoteRefusal(*peer_, error);
     channel_->SendCode(SCA_FrameKind::Refused, 0, error, kSendTimeoutMs);
     return false;
   }
-  isAuthenticated_.Set(key != nullptr ? 1 : 0);
-  isKnown_.Set(key != nullptr ? 1 : 0);
+  isAuthenticated_.Set(key != nullptr || isLocal ? 1 : 0);
+  isKnown_.Set(isAuthenticated_.Get());
   SetId(server_.NextAgentId());
   return true;
 }
@@ -120,10 +140,18 @@ void SCA_NetServerAgent::EndServing() {
   isServing_ = false;
 }
 
+bool SCA_NetServerAgent::CallCommand() try {
+  return server_.DoCommand(this, &request_, &reply_) != 0;
+} catch (const std::exception& failure) {
+  SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "SCA_NetServerAgent: %s failed: %s",
+                                           request_.GetCommandName(), failure.what());
+  return false;
+}
+
 bool SCA_NetServerAgent::AnswerRequest() {
   if (!BeginServing()) return false;
   reply_.Init("ERR");
-  if (server_.DoCommand(this, &request_, &reply_) == 0) reply_.SetCommandName("ERR");
+  if (!CallCommand()) reply_.SetCommandName("ERR");
   // A peer that does not take its reply holds up nobody who is waiting for the end.
   socket_->SetCancelEvent(GetStopEvent());
   const bool isReplied = Reply();

@@ -13,14 +13,15 @@
 
 class SCA_NetChannel;
 class SCA_VirtualCmdServer;
+struct SCA_AcceptedPeer;
 
 /// Made by the server for each accepted connection; handlers and events get it as the key of the
 /// connection.
 class SCA_API SCA_NetServerAgent : public SCA_ThreadObj {
  public:
   /// @param server  Outlives the agent.
-  /// @param handle  The connection's descriptor, which the agent takes over.
-  SCA_NetServerAgent(SCA_VirtualCmdServer* server, int handle);
+  /// @param peer    The connection, whose descriptor the agent takes over.
+  SCA_NetServerAgent(SCA_VirtualCmdServer* server, const SCA_AcceptedPeer& peer);
   ~SCA_NetServerAgent() override;
 
   /// The number of the connection, given before the connect event and not given again while the
@@ -28,7 +29,8 @@ class SCA_API SCA_NetServerAgent : public SCA_ThreadObj {
   unsigned long GetId() const { return id_.Get(); }
   /// @return 1.
   int SetId(unsigned long id);
-  /// @return 1 when the peer has passed a login; 0 in mode 0, which asks for none.
+  /// @return 1 when the peer has passed a login, or has come over the Unix socket, where the system
+  ///         vouches for its account; 0 for TCP in mode 0, which asks for none.
   int IsAuthenticated() const { return isAuthenticated_.Get(); }
   /// @return 1 for the transport's own kinds of frames, 2 to 11.
   int IsInternalCommand(unsigned long code) const { return code >= 2 && code <= 11 ? 1 : 0; }
@@ -39,7 +41,9 @@ class SCA_API SCA_NetServerAgent : public SCA_ThreadObj {
  private:
   friend class SCA_VirtualCmdServer;
 
+  void Serve();
   bool AcceptPeer();
+  bool CallCommand();
   bool ServeRequest();
   bool AnswerRequest();
   bool Reply();
@@ -54,6 +58,7 @@ class SCA_API SCA_NetServerAgent : public SCA_ThreadObj {
   static const SCA_NetServerAgent* Current();
 
   SCA_VirtualCmdServer& server_;
+  const std::unique_ptr<const SCA_AcceptedPeer> peer_;
   SCA_AtomicValue<std::uint32_t> id_{0xFFFFFFFF};
   SCA_AtomicValue<int> isAuthenticated_{0};
   SCA_AtomicValue<int> isKnown_{0};  // logged in, or without a login has sent a request

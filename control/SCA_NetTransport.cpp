@@ -34,8 +34,8 @@ int SCA_NetTransport::Connect(const char* host, unsigned short port, unsigned lo
   channel_.reset(new (std::nothrow) SCA_NetChannel(socket_.get(), SCA_NetSide::Client));
   if (channel_ == nullptr) return Drop(ENOMEM, error);
   SCA_NetGreeting greeting;
-  const bool isLoopback = socket_->IsLoopback() != 0;
-  if (SCA_Login(channel_.get(), host, port, isLoopback, &greeting, &code) == 0) {
+  const bool mayLackLogin = *host == '/' || allowNoLogin_;
+  if (SCA_Login(channel_.get(), host, port, mayLackLogin, &greeting, &code) == 0) {
     return Drop(code, error);
   }
   SetServerLoginMode(greeting.loginMode);

@@ -23,13 +23,23 @@ class SCA_API SCA_NetTransport : public SCA_Object {
   SCA_NetTransport& operator=(const SCA_NetTransport&) = delete;
 
   /// Connects and, where the server asks for it, logs in with the key that `SCA_GetControlKey` has.
-  /// @param timeoutMs  Limit of the TCP connect, 0 for 60 seconds. The login has 5 seconds more.
+  /// A server on TCP that asks for no login is refused when there is a key for it.
+  /// @param host       Name or address; or the path of a Unix socket, which begins with a slash and
+  ///                   makes nothing of the port. The system vouches there for both ends: no key is
+  ///                   asked for.
+  /// @param timeoutMs  Limit of the connect, 0 for 60 seconds. The login has 5 seconds more.
   /// @param error      The socket's code; `SCA_ErrorFrame` when something else answers;
   ///                   `SCA_ErrorNoKey`, `SCA_ErrorLoginRefused`, `SCA_ErrorLoginMissing`,
-  ///                   `SCA_ErrorConnectionLimit`.
+  ///                   `SCA_ErrorConnectionLimit`, `SCA_ErrorTooManyLogins`,
+  ///                   `SCA_ErrorPeerAccount`, `SCA_ErrorSocketPath`; `ENOMEM`, `EAGAIN`.
   int Connect(const char* host, unsigned short port, unsigned long timeoutMs, unsigned long* error);
   /// @return 1 from a successful connect to the first failure that makes the connection useless.
   int Connected() const { return channel_ != nullptr ? 1 : 0; }
+
+  /// Lets `Connect` use a server on TCP that asks for no login although there is a key for it, when
+  /// `allow` is not 0. Whoever has taken the port is then believed to be the server.
+  void SetAllowNoLogin(int allow) { allowNoLogin_ = allow != 0; }
+  int GetAllowNoLogin() const { return allowNoLogin_ ? 1 : 0; }
 
   /// Sends a request.
   /// @param timeoutMs  Limit of a send that makes no progress; 0 for 10 seconds.
@@ -68,7 +78,8 @@ class SCA_API SCA_NetTransport : public SCA_Object {
 
   SCA_Owned<SCA_VirtualTcpSock> socket_;
   std::unique_ptr<SCA_NetChannel> channel_;  // null unless connected
-  std::uint32_t sequence_ = 0;               // of the last request
+  bool allowNoLogin_ = false;
+  std::uint32_t sequence_ = 0;  // of the last request
   std::uint32_t blockRetryCount_ = 0;
   std::uint32_t serverLoginMode_ = 0;
   unsigned long long clientStartTime_;

@@ -67,6 +67,8 @@ constexpr char StartTime[] = "Start Time";           ///< u64, time
 constexpr char UpTime[] = "Up Time";                 ///< u64, ms
 constexpr char ControlPort[] = "Control Port";       ///< u32
 constexpr char LoginMode[] = "Login Mode";           ///< u32: 0 loopback alone, 1 with the key
+constexpr char RefusedLogins[] = "Refused Logins";   ///< u64, since the host's start
+constexpr char ControlSocket[] = "Control Socket";   ///< text of at most 4095 bytes
 constexpr char DataDirectory[] = "Data Directory";   ///< text of at most 4095 bytes
 constexpr char SaveTikaLog[] = "Save Tika Log";      ///< u32, switch of the daily files
 constexpr char TikaLogDir[] = "Tika Log Directory";  ///< text of at most 4095 bytes
@@ -82,6 +84,7 @@ constexpr char HostMemory[] = "Host Memory";            ///< u64, of the service
 constexpr char HostThreads[] = "Host Threads";          ///< u32
 constexpr char HostDescriptors[] = "Host Descriptors";  ///< u32, open files
 constexpr char Deaths[] = "Deaths";                     ///< u64, unexpected, since the host's start
+constexpr char WorkerDeaths[] = "Worker Deaths";        ///< u64, of workers whose servers ran on
 constexpr char ServersStatusId[] = "Servers Status Id";  ///< u32, changes with the list of servers
 constexpr char DebugLogSession[] = "Debug Log Session";  ///< u32, changes when the log is cleared
 constexpr char History[] = "History";  ///< object of deaths, oldest first, named by their numbers
@@ -104,6 +107,7 @@ constexpr char StatusCode[] = "Status Code";    ///< u32, why its last start fai
 constexpr char StatusCodeText[] = "Status Code Text";  ///< the same in words, or empty
 constexpr char ProcessId[] = "Process Id";             ///< u32, 0 when none runs
 constexpr char Restarts[] = "Restarts";                ///< u32, since the server was started
+constexpr char WorkerDeaths[] = "Worker Deaths";       ///< u32, since the server was started
 constexpr char StartTime[] = "Start Time";             ///< u64, time; of the running process
 constexpr char UpTime[] = "Up Time";                   ///< u64, ms; of the running process
 constexpr char MemoryUsage[] = "Memory Usage";         ///< u64, with all its processes
@@ -120,18 +124,23 @@ constexpr char Owner[] = "Owner";                    ///< text: "host", or "conn
 constexpr char History[] = "History";  ///< as of the service, of servers on this port alone
 }  // namespace SCA_ServerFields
 
-/// Fields of a death: how a run of a server's process ended.
+/// Fields of a death: how a run of a server's process ended, or one of its worker processes, which
+/// answer and parse from Tika 2 on and which the server replaces.
 namespace SCA_DeathFields {
-constexpr char Number[] = "Number";             ///< u64, counts up over all lives of the host
+constexpr char Number[] = "Number";             ///< u64, counts up over all lives of the host and
+                                                ///< is never given twice; some may be left out
 constexpr char Time[] = "Time";                 ///< u64, time
 constexpr char ServerId[] = "Server Id";        ///< u32, as it was then
 constexpr char Port[] = "Port";                 ///< u32
 constexpr char FileName[] = "File Name";        ///< text of at most 4095 bytes
 constexpr char ProcessId[] = "Process Id";      ///< u32
-constexpr char Kind[] = "Kind";                 ///< text, one of `SCA_DeathKinds`
+constexpr char Worker[] = "Worker";             ///< u32, switch: a worker's, whose server ran on
+constexpr char Kind[] = "Kind";                 ///< text, one of `SCA_DeathKindTexts`
 constexpr char Cause[] = "Cause";               ///< text, a sentence
-constexpr char ExitCode[] = "Exit Code";        ///< int; of a process that no signal ended
-constexpr char Signal[] = "Signal";             ///< u32, or 0
+constexpr char ExitCode[] = "Exit Code";        ///< int; of a process that no signal ended. Missing
+                                                ///< where it is not known; a worker's is what the
+                                                ///< server has said, from 129 on 128 and a signal
+constexpr char Signal[] = "Signal";             ///< u32, or 0; missing where it is not known
 constexpr char RunTime[] = "Run Time";          ///< u64, ms
 constexpr char Restart[] = "Restart";           ///< u32, how often it had been restarted before
 constexpr char MemoryUsage[] = "Memory Usage";  ///< u64, as seen last; 0 when never seen
@@ -140,16 +149,25 @@ constexpr char Memory[] = "Memory";  ///< object of u64: its memory use over its
                                      ///< named by how many ms before the end it was, oldest first
 }  // namespace SCA_DeathFields
 
-/// Kinds of deaths, for counting and filtering.
-namespace SCA_DeathKinds {
-constexpr char Stopped[] = "stopped";               ///< on request; not remembered
-constexpr char Silent[] = "silent";                 ///< restarted, since it had not answered
-constexpr char HeapExhausted[] = "heap exhausted";  ///< out of Java memory
-constexpr char PortTaken[] = "port taken";
-constexpr char JarRefused[] = "jar refused";          ///< java could not run the jar
-constexpr char OptionsRefused[] = "options refused";  ///< java did not take its options
-constexpr char Killed[] = "killed";                   ///< by a signal from elsewhere
-constexpr char Exited[] = "exited";                   ///< by itself, for a reason not told here
-}  // namespace SCA_DeathKinds
+/// Kinds of deaths, for counting and filtering. In the fields and in metrics they are texts.
+enum class SCA_DeathKind {
+  Stopped,         ///< on request; not remembered
+  Silent,          ///< restarted, since it had not answered
+  HeapExhausted,   ///< out of Java memory
+  PortTaken,       ///< another program has its port
+  JarRefused,      ///< java could not run the jar
+  OptionsRefused,  ///< java did not take its options
+  Killed,          ///< by a signal from elsewhere
+  Exited           ///< by itself, for a reason not told here
+};
+
+/// Their texts, in the order of the enumerators.
+inline constexpr const char* SCA_DeathKindTexts[] = {"stopped",    "silent",      "heap exhausted",
+                                                     "port taken", "jar refused", "options refused",
+                                                     "killed",     "exited"};
+
+constexpr const char* SCA_DeathKindText(SCA_DeathKind kind) {
+  return SCA_DeathKindTexts[static_cast<int>(kind)];
+}
 
 #endif  // SCA_CONTROL_SCA_SERVICESTATUSNAMES_H

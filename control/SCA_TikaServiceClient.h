@@ -23,8 +23,9 @@ class SCA_API SCA_TikaServiceClient : public SCA_TikaServiceVirtual {
   SCA_TikaServiceClient();
   ~SCA_TikaServiceClient() override;
 
-  /// Connects to a control port; an earlier connection is closed.
-  /// @param timeoutMs  Limit of the TCP connect, 0 for 60 seconds.
+  /// Connects to a control port, or to the Unix socket whose path stands in place of the host; an
+  /// earlier connection is closed.
+  /// @param timeoutMs  Limit of the connect, 0 for 60 seconds.
   /// @param error      As `SCA_NetTransport::Connect` has it. The names and the port then stay.
   int Connect(const char* host, unsigned short port, unsigned long timeoutMs, unsigned long* error);
 

@@ -5,13 +5,14 @@
 #include <new>
 #include <utility>
 
+#include "control/SCA_LoginGuard.h"
 #include "control/SCA_NetChannel.h"
 #include "control/SCA_NetLogin.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Fail.h"
+#include "platform/SCA_Listener.h"
 #include "platform/SCA_Path.h"
 #include "platform/SCA_Report.h"
-#include "platform/SCA_TcpListener.h"
 #include "platform/SCA_Text.h"
 #include "platform/SCA_Time.h"
 
@@ -25,10 +26,13 @@ constexpr unsigned long kAcceptPauseMs = 100;
 
 SCA_VirtualCmdServer::SCA_VirtualCmdServer(const char* version, unsigned short port,
                                            unsigned long* error)
-    : port_(port), startTime_(SCA_GetAbsTime()), listener_(new (std::nothrow) SCA_TcpListener()) {
+    : port_(port),
+      startTime_(SCA_GetAbsTime()),
+      listener_(new (std::nothrow) SCA_Listener()),
+      guard_(new (std::nothrow) SCA_LoginGuard()) {
   SCA_CopyText(version_, version, SCA_TextFit::Cut);
   SCA_GetHostName(hostName_, sizeof hostName_);
-  SetValid(listener_ != nullptr && listener_->IsValid() != 0 ? 1 : 0);
+  SetValid(IsWhole() ? 1 : 0);
   if (IsValid() == 0) *error = ENOMEM;
 }
 
@@ -36,9 +40,13 @@ SCA_VirtualCmdServer::~SCA_VirtualCmdServer() {
   StopAll();
 }
 
+bool SCA_VirtualCmdServer::IsWhole() const {
+  return listener_ != nullptr && listener_->IsValid() != 0 && guard_ != nullptr;
+}
+
 int SCA_VirtualCmdServer::Lock(const char* caller, unsigned long* error) {
   if (isOpen_) return SCA_ThreadObj::Lock(caller, error);
-  return listener_ != nullptr && listener_->IsValid() != 0 ? 1 : SCA_Fail(ENOMEM, error);
+  return IsWhole() ? 1 : SCA_Fail(ENOMEM, error);
 }
 
 int SCA_VirtualCmdServer::BindPort(unsigned long* error) {
@@ -66,9 +74,17 @@ int SCA_VirtualCmdServer::OpenGate(unsigned long* error) {
   return 0;
 }
 
-SCA_NetGreeting SCA_VirtualCmdServer::MakeGreeting() const {
+int SCA_VirtualCmdServer::OpenLocal(const char* path, const char* group, unsigned long* error) {
+  return isOpen_ ? listener_->OpenLocal(path, group, error) : SCA_Fail(ENOTCONN, error);
+}
+
+unsigned long long SCA_VirtualCmdServer::GetRefusedLogins() const {
+  return guard_ != nullptr ? guard_->RefusedLogins() : 0;
+}
+
+SCA_NetGreeting SCA_VirtualCmdServer::MakeGreeting(const SCA_ControlKey* key) const {
   SCA_NetGreeting greeting;
-  greeting.loginMode = key_ != nullptr ? SCA_LoginKey : SCA_LoginNone;
+  greeting.loginMode = key != nullptr ? SCA_LoginKey : SCA_LoginNone;
   SCA_CopyText(greeting.version, version_, SCA_TextFit::Cut);
   SCA_CopyText(greeting.hostName, hostName_, SCA_TextFit::Cut);
   greeting.startTime = startTime_;
@@ -81,12 +97,14 @@ void SCA_VirtualCmdServer::AgentEnded() {
   listener_->Wake();
 }
 
-SCA_VirtualCmdServer::Agents SCA_VirtualCmdServer::TakeEnded() {
+// @return One that has ended, or null. One by one: there may be no memory for a list of them.
+SCA_Owned<SCA_NetServerAgent> SCA_VirtualCmdServer::TakeEnded() {
   const SCA_LockGuard guard(agentsLock_);
-  const auto ended = std::stable_partition(agents_.begin(), agents_.end(),
-                                           [](const auto& agent) { return !agent->HasEnded(); });
-  Agents taken(std::make_move_iterator(ended), std::make_move_iterator(agents_.end()));
-  agents_.erase(ended, agents_.end());
+  const auto ended = std::find_if(agents_.begin(), agents_.end(),
+                                  [](const auto& agent) { return agent->HasEnded(); });
+  if (ended == agents_.end()) return nullptr;
+  SCA_Owned<SCA_NetServerAgent> taken = std::move(*ended);
+  agents_.erase(ended);
   return taken;
 }
 
@@ -114,21 +132,28 @@ bool SCA_VirtualCmdServer::MakeRoom() {
   return true;
 }
 
-void SCA_VirtualCmdServer::AddConnection(int handle) try {
-  const bool hasRoom = MakeRoom();
-  SCA_Owned<SCA_NetServerAgent> agent(new (std::nothrow) SCA_NetServerAgent(this, handle));
-  if (agent == nullptr || agent->IsValid() == 0) return;
-  if (!hasRoom) {
-    agent->channel_->SendCode(SCA_FrameKind::Refused, 0, SCA_ErrorConnectionLimit, 1);
+void SCA_VirtualCmdServer::AddConnection(const SCA_AcceptedPeer& peer) try {
+  const bool isAdmitted = peer.isLocal || guard_->Admits(peer.network);
+  const bool hasRoom = isAdmitted && MakeRoom();
+  SCA_Owned<SCA_NetServerAgent> agent(new (std::nothrow) SCA_NetServerAgent(this, peer));
+  if (agent == nullptr || agent->IsValid() == 0) {
+    // An agent would have taken the descriptor over; a socket of its own closes it.
+    if (agent == nullptr) SCA_Owned<SCA_VirtualTcpSock>(SCA_CreateTcpSock(peer.handle));
     return;
   }
-  unsigned long error = 0;
-  const SCA_LockGuard guard(agentsLock_);
-  agents_.reserve(agents_.size() + 1);
-  if (agent->Lock(kSource, &error) == 0) return;
-  agents_.push_back(std::move(agent));
-  // Whoever is stopping has gone through the others already.
-  if (isStopping_.Get() != 0) agents_.back()->Stop();
+  unsigned long error = isAdmitted ? SCA_ErrorConnectionLimit : SCA_ErrorTooManyLogins;
+  if (!isAdmitted) guard_->NoteRefusal(peer, error);
+  if (hasRoom) {
+    const SCA_LockGuard guard(agentsLock_);
+    agents_.reserve(agents_.size() + 1);
+    if (agent->Lock(kSource, &error) != 0) {
+      agents_.push_back(std::move(agent));
+      // Whoever is stopping has gone through the others already.
+      if (isStopping_.Get() != 0) agents_.back()->Stop();
+      return;
+    }
+  }
+  agent->channel_->SendCode(SCA_FrameKind::Refused, 0, error, 1);
 } catch (const std::bad_alloc&) {
   // Nothing was started; the peer sees its connection close.
 }
@@ -137,11 +162,11 @@ unsigned long SCA_VirtualCmdServer::ThreadFunc() {
   SCA_Event* stop = GetStopEvent();
   bool isShort = false;  // of descriptors, which is reported once
   while (isStopping_.Get() == 0 && stop->Wait(0) == 0) {
-    int handle = -1;
+    SCA_AcceptedPeer peer;
     unsigned long error = 0;
-    if (listener_->Accept(&handle, &error) != 0) {
+    if (listener_->Accept(&peer, &error) != 0) {
       isShort = false;
-      AddConnection(handle);
+      AddConnection(peer);
     } else if (error != EINTR) {
       if (!isShort) {
         SCA_GetReportFunction(kSource, __LINE__)(
@@ -151,7 +176,8 @@ unsigned long SCA_VirtualCmdServer::ThreadFunc() {
       isShort = true;
       stop->Wait(kAcceptPauseMs);
     }
-    TakeEnded();
+    while (TakeEnded() != nullptr) {
+    }
   }
   listener_->Close();
   return 0;

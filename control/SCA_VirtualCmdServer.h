@@ -1,4 +1,5 @@
-/// The command server: a control port, its accepting thread and one agent for each connection.
+/// The command server: a control port, and a Unix socket beside it where that is wanted, its
+/// accepting thread and one agent for each connection.
 /// Threads: one thread builds, opens, stops and destroys it; events and commands come on the
 /// agents' threads, of several connections at once.
 #ifndef SCA_CONTROL_SCA_VIRTUALCMDSERVER_H
@@ -12,7 +13,9 @@
 #include "control/SCA_ControlKey.h"
 #include "control/SCA_NetServerAgent.h"
 
-class SCA_TcpListener;
+class SCA_Listener;
+class SCA_LoginGuard;
+struct SCA_AcceptedPeer;
 struct SCA_NetGreeting;
 
 /// Connections that a server serves at a time, unless it is told otherwise.
@@ -45,6 +48,18 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   ///               mode; `EALREADY`.
   int OpenGate(unsigned long* error);
 
+  /// Takes connections over a Unix socket too, without a login: the system tells whose they are,
+  /// and root, the account of this process and the members of the group are accepted. Once the gate
+  /// is open, and before anything else may stop the server. The file is removed when the port
+  /// closes.
+  /// @param path   Absolute. A socket of this account that a process has left there is replaced.
+  /// @param group  Name or number, of which this account must be a member unless it is root; null
+  ///               or empty for none. The file is for its owner alone, or for the group too.
+  /// @param error  `SCA_ErrorSocketPath`, `SCA_ErrorSocketTaken` when something else lies there,
+  ///               `SCA_ErrorNoGroup`; `EADDRINUSE` while a process listens there, `ENOTCONN`
+  ///               before the gate is open, `EALREADY`; else the system's.
+  int OpenLocal(const char* path, const char* group, unsigned long* error);
+
   /// Closes the port and ends every connection; one in the middle of a request still replies. No
   /// agent is in an event or a command when it returns; called by one of them it only starts the
   /// ending, and the reply still goes out. @return 1.
@@ -53,6 +68,9 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   /// @param count  > 0. Beyond it a new connection takes the place of the oldest that has neither
   ///               logged in nor sent a request, and is refused when there is none.
   void SetMaxConnections(unsigned long count) { maxConnections_.Set(count); }
+  /// @return Logins that were refused since the gate was opened, with the connections that were
+  ///         turned away at once: an address that has failed 20 times may try once a second.
+  unsigned long long GetRefusedLogins() const;
   /// @return The connections whose agents run.
   unsigned long GetConnectionCount() SCA_EXCLUDES(agentsLock_);
 
@@ -75,14 +93,16 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
 
   // For the agents, on their threads.
   const SCA_ControlKey* GetKey() const { return key_.get(); }
-  SCA_NetGreeting MakeGreeting() const;
+  SCA_NetGreeting MakeGreeting(const SCA_ControlKey* key) const;
+  SCA_LoginGuard& Guard() { return *guard_; }
   unsigned long NextAgentId() { return nextAgentId_.fetch_add(1); }
   void AgentEnded();
 
+  bool IsWhole() const;
   int BindPort(unsigned long* error);
-  void AddConnection(int handle) SCA_EXCLUDES(agentsLock_);
+  void AddConnection(const SCA_AcceptedPeer& peer) SCA_EXCLUDES(agentsLock_);
   bool MakeRoom() SCA_EXCLUDES(agentsLock_);
-  Agents TakeEnded() SCA_EXCLUDES(agentsLock_);
+  SCA_Owned<SCA_NetServerAgent> TakeEnded() SCA_EXCLUDES(agentsLock_);
   Agents TakeAll() SCA_EXCLUDES(agentsLock_);
   void StopAgents() SCA_EXCLUDES(agentsLock_);
 
@@ -92,7 +112,8 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   const unsigned long long startTime_;
   bool isOpen_ = false;
   std::unique_ptr<SCA_ControlKey> key_;  // null in mode 0
-  std::unique_ptr<SCA_TcpListener> listener_;
+  std::unique_ptr<SCA_Listener> listener_;
+  std::unique_ptr<SCA_LoginGuard> guard_;
   SCA_AtomicValue<unsigned long> maxConnections_{SCA_DefaultMaxConnections};
   std::atomic<std::uint32_t> nextAgentId_{0};
   SCA_AtomicValue<int> isStopping_{0};

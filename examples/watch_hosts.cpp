@@ -1,5 +1,5 @@
 // Shows the Tika servers of service hosts and each change of their states, until all are lost:
-// watch_hosts PORT HOST...
+// watch_hosts PORT HOST..., where a HOST may be the path of a control socket.
 
 #include <cstdio>
 #include <cstdlib>

@@ -313,6 +313,11 @@ SCA_Field* SCA_ConfigObj::Clone() const {
   return copy != nullptr && copy->IsValid() != 0 ? copy.release() : nullptr;
 }
 
+// NOLINTNEXTLINE(misc-no-recursion): as deep as the tree, which is the caller's
+void SCA_ConfigObj::GetPathName(char* buffer) const {
+  SCA_Field::GetPathName(buffer);
+}
+
 // Files
 
 int SCA_ConfigObj::Load(const char* fileName, unsigned long* error) {

@@ -123,6 +123,9 @@ class SCA_API SCA_ConfigObj : public SCA_Field {
   SCA_Field* Clone() const override;
   /// @}
 
+  /// As a field's; a field asks its parent.
+  virtual void GetPathName(char* buffer) const;
+
   /// Reads a file that `Save` has written; name and members become the file's. For the number of
   /// the file's type and for what is wrong with it see `SCA_LoadConfigFile`.
   /// @param error  As `SCA_LoadConfigFile` has them. On failure the object has no members.

@@ -58,7 +58,7 @@ class SCA_API SCA_Field : public SCA_Object {
 
   /// Appends the member's path, "root/object/member", to the text in the buffer, which the caller
   /// has made large enough.
-  virtual void GetPathName(char* buffer) const;
+  void GetPathName(char* buffer) const;
 
   /// @return An upper bound of the bytes that `WriteData` writes.
   virtual unsigned long GetDataSize() const;

@@ -94,7 +94,8 @@ class SCA_API SCA_List : public SCA_Object {
   SCA_List(const SCA_List&) = delete;
   SCA_List& operator=(const SCA_List&) = delete;
 
-  unsigned long Count() const { return count_; }
+  /// May be read by any thread while another one changes the list.
+  unsigned long Count() const { return count_.Get(); }
   /// @return The id that the next insertion with a counted id takes.
   unsigned long GetNextItemId() const { return nextItemId_; }
   void SetNextItemId(unsigned long id) { nextItemId_ = Narrow(id); }
@@ -256,7 +257,7 @@ class SCA_API SCA_List : public SCA_Object {
     (node->prev_ != nullptr ? node->prev_->next_ : head_) = node->next_;
     (node->next_ != nullptr ? node->next_->prev_ : tail_) = node->prev_;
     node->next_ = node->prev_ = nullptr;
-    --count_;
+    count_.Set(count_.Get() - 1);
     return 1;
   }
   /// @}
@@ -296,16 +297,16 @@ class SCA_API SCA_List : public SCA_Object {
   ///                    defined.
   /// @return 0 without the memory for an array of 16 bytes per node.
   int SortItems(Comparator comparator) {
-    if (count_ < 2) return 1;
-    std::unique_ptr<SCA_ListSortEntry[]> entries(new (std::nothrow) SCA_ListSortEntry[count_]);
+    if (Count() < 2) return 1;
+    std::unique_ptr<SCA_ListSortEntry[]> entries(new (std::nothrow) SCA_ListSortEntry[Count()]);
     if (entries == nullptr) return 0;
     std::size_t filled = 0;
     for (Node* node = head_; node != nullptr; node = node->next_) {
       entries[filled++] = {node, node->GetName()};
     }
-    std::qsort(entries.get(), count_, sizeof(SCA_ListSortEntry), comparator);
+    std::qsort(entries.get(), filled, sizeof(SCA_ListSortEntry), comparator);
     head_ = tail_ = nullptr;
-    count_ = 0;
+    count_.Set(0);
     for (std::size_t i = 0; i < filled; ++i) Link(static_cast<Node*>(entries[i].node), nullptr);
     return 1;
   }
@@ -335,7 +336,7 @@ class SCA_API SCA_List : public SCA_Object {
     node->prev_ = place != nullptr ? place->prev_ : tail_;
     (node->prev_ != nullptr ? node->prev_->next_ : head_) = node;
     (place != nullptr ? place->prev_ : tail_) = node;
-    ++count_;
+    count_.Set(count_.Get() + 1);
     return 1;
   }
 
@@ -347,7 +348,7 @@ class SCA_API SCA_List : public SCA_Object {
   }
 
   int InsertByPos(T item, const char* name, unsigned long position, const IdSource& id) {
-    if (position > count_) return 0;
+    if (position > Count()) return 0;
     return Insert(item, name, GetListItemByPos(position), id);
   }
 
@@ -402,7 +403,7 @@ class SCA_API SCA_List : public SCA_Object {
   Node* tail_ = nullptr;
   std::uint32_t nextItemId_;
   std::uint32_t firstItemId_;
-  std::uint32_t count_ = 0;
+  SCA_AtomicValue<std::uint32_t> count_{0};
 };
 
 #endif  // SCA_FOUNDATION_SCA_LIST_H

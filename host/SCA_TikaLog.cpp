@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 
 #include "foundation/SCA_ConfigFile.h"
 #include "host/SCA_TikaServer.h"
@@ -358,7 +359,7 @@ int SCA_TikaLog::AddField(const SCA_Field& field) {
   std::uint32_t id = 0;
   tagSCA_ERROR_DESCR message{};
   unsigned long position = 0;
-  if (!ReadNumber(field.GetName(), &id) || id == SCA_NoItemId ||
+  if (!ReadNumber(field.GetName(), &id) ||
       SCA_GetToken1(value, &position, level, sizeof level) == 0 ||
       !ReadNumber(level, &message.level) ||
       SCA_GetToken1(value, &position, message.date, sizeof message.date) == 0 ||
@@ -427,13 +428,15 @@ std::string SCA_TikaLog::Lines(bool withDebug) const {
   return lines;
 }
 
-int SCA_TikaLog::Show() const {
+int SCA_TikaLog::Show() const try {
   const std::string lines = Lines(false);
   std::fwrite(lines.data(), 1, lines.size(), stdout);
   return 1;
+} catch (const std::exception&) {  // of memory
+  return 0;
 }
 
-int SCA_TikaLog::SaveTextReport(const char* fileName) const {
+int SCA_TikaLog::SaveTextReport(const char* fileName) const try {
   const std::string lines = Lines(true);
   SCA_ReplacementFile file;
   unsigned long error = 0;
@@ -449,6 +452,8 @@ int SCA_TikaLog::SaveTextReport(const char* fileName) const {
     return 0;
   }
   return 1;
+} catch (const std::exception&) {
+  return 0;
 }
 
 int SCA_TikaLog::SaveTrvReport(const char* fileName) const {
@@ -459,7 +464,8 @@ int SCA_TikaLog::SaveTrvReport(const char* fileName) const {
              : 0;
 }
 
-int SCA_TikaLog::SaveTikaLog(const SCA_TikaServer* server, const tagSCA_ERROR_DESCR* record) const {
+int SCA_TikaLog::SaveTikaLog(const SCA_TikaServer* server, const tagSCA_ERROR_DESCR* record) const
+    try {
   char directory[SCA_MaxPath];
   char path[SCA_MaxPath];
   config_->CopyTikaLogDir(directory);
@@ -486,4 +492,6 @@ int SCA_TikaLog::SaveTikaLog(const SCA_TikaServer* server, const tagSCA_ERROR_DE
   char line[kLineSize];
   WriteLine(*record, line);
   return file.WriteString(line, &error) != 0 ? 1 : complain("Cannot save log file");
+} catch (const std::exception&) {
+  return 0;
 }

@@ -110,7 +110,7 @@ class SCA_API SCA_TikaLog : public SCA_Object {
   /// Writes the texts, oldest first, a line each, with a terminating zero; nothing of an empty log.
   /// @param size  Capacity in bytes, at least `GetDataLength()`, or it fails with a report.
   int FillBuffer(char* buffer, unsigned long size) const;
-  /// Prints what is above the debug level to standard output. @return 1.
+  /// Prints what is above the debug level to standard output. @return 1, or 0 without memory.
   int Show() const;
   /// Writes a file of one line a message, in the place of an older one; failures are reported.
   int SaveTextReport(const char* fileName) const;

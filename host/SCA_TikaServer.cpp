@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Fail.h"
@@ -107,16 +109,23 @@ unsigned long long MsSince(Clock::time_point begin) {
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count());
 }
 
-std::string DescribeExit(const SCA_ProcessExit& exit) {
-  if (exit.signal == 0) return "with exit code " + std::to_string(exit.exitCode);
+void DescribeExit(const SCA_ProcessExit& exit, char* text, std::size_t size) {
+  if (exit.isKnown == 0) {
+    std::snprintf(text, size, "with an unknown status");
+    return;
+  }
+  if (exit.signal == 0) {
+    std::snprintf(text, size, "with exit code %d", exit.exitCode);
+    return;
+  }
   const char* name = ::sigdescr_np(exit.signal);
-  return "by signal " + std::to_string(exit.signal) + " (" + (name != nullptr ? name : "unknown") +
-         ")";
+  std::snprintf(text, size, "by signal %d (%s)", exit.signal, name != nullptr ? name : "unknown");
 }
 
 }  // namespace
 
 SCA_TikaServerObserver::~SCA_TikaServerObserver() = default;
+void SCA_TikaServerObserver::OnWorkerEnd(const SCA_TikaObituary& /*obituary*/) {}
 
 // One life of the Java process.
 struct SCA_TikaServer::Run {
@@ -131,14 +140,18 @@ struct SCA_TikaServer::Run {
   bool isInLine = false;
 };
 
-// What an operation that holds a lock has to report once it has left it.
+// What an operation that holds a lock has to report once it has left it. Takes no memory: the lack
+// of it is one of the things to report.
 struct SCA_TikaServer::Complaint {
   unsigned long code = 0;
-  std::string text;
+  char text[SCA_MaxPath + 100] = "";
 
-  int Set(unsigned long newCode, std::string newText) {
+  int Set(unsigned long newCode, const char* format, ...) __attribute__((format(printf, 3, 4))) {
     code = newCode;
-    text = std::move(newText);
+    va_list values;
+    va_start(values, format);
+    std::vsnprintf(text, sizeof text, format, values);
+    va_end(values);
     return 0;
   }
 };
@@ -227,6 +240,7 @@ void SCA_TikaServer::ClearFigures() {
   }
   sessionId_.Set(0);
   tikaErrors_.Set(0);
+  workerEnds_.Set(0);
 }
 
 // Makes a relative name that is not there the full path beside the host's program.
@@ -237,10 +251,10 @@ int SCA_TikaServer::FindJar(Complaint* complaint) {
     SCA_CopyText(fileName, fileName_, SCA_TextFit::Cut);
   }
   if (SCA_FileExists(fileName) != 0) return 1;
-  const std::string operation = "SCA_TikaServer::StartProcess: ";
-  const auto isMissing = [&](const char* path) {
+  const auto isMissing = [complaint](const char* path) {
     return complaint->Set(SCA_ErrorNoJar,
-                          operation + "Tika server JAR file does not exist - " + path);
+                          "SCA_TikaServer::StartProcess: Tika server JAR file does not exist - %s",
+                          path);
   };
   if (SCA_IsAbsolutePath(fileName) != 0) return isMissing(fileName);
   char program[SCA_MaxPath];
@@ -250,12 +264,13 @@ int SCA_TikaServer::FindJar(Complaint* complaint) {
   if (SCA_GetExeFileName(program, sizeof program, &code) == 0 ||
       SCA_GetDirName(program, directory, sizeof directory) == 0) {
     SetStatusCode(code);
-    return complaint->Set(
-        code, operation + "Cannot get EXE file name (ERR:" + std::to_string(code) + ")");
+    return complaint->Set(code, "SCA_TikaServer::StartProcess: Cannot get EXE file name (ERR:%lu)",
+                          code);
   }
   if (SCA_FormatPath(path, sizeof path, "%s\\%s", directory, fileName) == 0) {
-    return complaint->Set(ENAMETOOLONG,
-                          operation + "Tika server JAR file path is too long - " + fileName);
+    return complaint->Set(
+        ENAMETOOLONG, "SCA_TikaServer::StartProcess: Tika server JAR file path is too long - %s",
+        fileName);
   }
   if (SCA_FileExists(path) == 0) return isMissing(path);
   StoreFileName(path);
@@ -274,16 +289,27 @@ int SCA_TikaServer::StartWorker(Complaint* complaint) {
   // A worker that has given up may still be on its way out.
   Unlock(kSource);
   ClearFigures();
-  if (FindJar(complaint) == 0) {
+  int hasJar = 0;
+  try {
+    hasJar = FindJar(complaint);
+  } catch (const std::exception&) {
+    SetStatusCode(ENOMEM);
+    complaint->Set(ENOMEM, "SCA_TikaServer::StartProcess: %s", SCA_ErrorText(ENOMEM));
+  }
+  if (hasJar == 0) {
     SetProcessStatus(SCA_ServerError);
     return 0;
   }
   SetProcessStatus(SCA_ServerActive);
   unsigned long code = 0;
-  if (Lock("SCA_TikaServer::StartProcess", &code) != 0) return 1;
+  if (Lock("SCA_TikaServer::StartProcess", &code) != 0) {
+    isEndUntold_ = true;
+    return 1;
+  }
   SetStatusCode(code);
   SetProcessStatus(SCA_ServerError);
-  return complaint->Set(code, "");
+  complaint->code = code;
+  return 0;
 }
 
 int SCA_TikaServer::StartProcess(unsigned long* error) {
@@ -294,8 +320,8 @@ int SCA_TikaServer::StartProcess(unsigned long* error) {
     isStarted = StartWorker(&complaint);
   }
   if (isStarted != 0) return 1;
-  if (!complaint.text.empty()) {
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "%s", complaint.text.c_str());
+  if (*complaint.text != '\0') {
+    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "%s", complaint.text);
   }
   return SCA_Fail(complaint.code, error);
 }
@@ -304,7 +330,9 @@ int SCA_TikaServer::StopAll() {
   if (offline_ != 0) return 1;
   {
     const SCA_LockGuard order(control_);
-    if (IsActive() == 0) return 1;
+    // One that was asked to stop before is not active any more, but its end has not been told.
+    if (IsActive() == 0 && !isEndUntold_) return 1;
+    isEndUntold_ = false;
     SCA_TikaServer::Unlock(kSource);
     // The worker has had the last word: one that gave up meanwhile has left an error.
     if (GetProcessStatus() == SCA_ServerError) return 1;
@@ -331,12 +359,14 @@ void SCA_TikaServer::WakeWorker() {
   if (running_ != nullptr) running_->Wake();
 }
 
-int SCA_TikaServer::RequestRestart(const char* cause) {
-  if (IsActive() == 0) return 0;
+int SCA_TikaServer::RequestRestart(const char* cause, unsigned long processId) {
+  const unsigned long running = GetProcessId();
+  if (processId == 0) processId = running;
+  if (IsActive() == 0 || processId == 0 || processId != running) return 0;
   {
     const SCA_LockGuard guard(texts_);
     SCA_CopyText(restartCause_, cause, SCA_TextFit::Cut);
-    isRestartRequested_ = true;
+    condemned_ = processId;
   }
   WakeWorker();
   return 1;
@@ -365,17 +395,29 @@ unsigned long SCA_TikaServer::ThreadFunc() {
 
 int SCA_TikaServer::DoProcess(unsigned long* error) {
   Run run;
-  run.command = MakeCommand(&run.toolOptions);
-  if (OpenTikaLogSession(run.command.c_str(), error) == 0) return 0;
-  if (const unsigned long code = StartJava(&run); code != 0) {
-    SetStatusCode(code);
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
-                                             "Cannot start Tika server %lu (ERR:%lu) - '%s'",
-                                             GetServerId(), code, run.command.c_str());
-    log_.AddMessage(this, SCA_LevelError, "Cannot start the Tika process: %s", SCA_ErrorText(code));
-    return SCA_Fail(SCA_ErrorNotStarted, error);
+  unsigned long code = ENOMEM;
+  try {
+    run.command = MakeCommand(&run.toolOptions);
+    if (OpenTikaLogSession(run.command.c_str(), error) == 0) return 0;
+    code = StartJava(&run);
+    if (code == 0) return SCA_Fail(WatchJava(&run), error);
+  } catch (const std::exception&) {
+    // Nothing leaves the worker: it would end the whole program. A server that has no memory to be
+    // watched with is as good as one that cannot be started.
+    code = ENOMEM;
+    try {
+      if (GetProcessId() != 0) EndJava(&run, false);
+    } catch (const std::exception&) {  // the process ends with `run`, and leaves no obituary
+      SetRunning(nullptr);
+      processId_.Set(0);
+    }
   }
-  return SCA_Fail(WatchJava(&run), error);
+  SetStatusCode(code);
+  SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
+                                           "Cannot start Tika server %lu (ERR:%lu) - '%s'",
+                                           GetServerId(), code, run.command.c_str());
+  log_.AddMessage(this, SCA_LevelError, "Cannot start the Tika process: %s", SCA_ErrorText(code));
+  return SCA_Fail(SCA_ErrorNotStarted, error);
 }
 
 std::string SCA_TikaServer::MakeCommand(std::string* toolOptions) const {
@@ -387,15 +429,20 @@ std::string SCA_TikaServer::MakeCommand(std::string* toolOptions) const {
     if (!toolOptions->empty() && *option != '\0') *toolOptions += ' ';
     *toolOptions += option;
   }
+  // Tika makes a URL of the address, in which one of IPv6 stands in brackets.
+  const bool isBareIpv6 = std::strchr(bindAddress_, ':') != nullptr && *bindAddress_ != '[';
+  const std::string address =
+      isBareIpv6 ? "[" + std::string(bindAddress_) + "]" : std::string(bindAddress_);
   return std::string("java ") + javaOptions_ + " " + heap + " -jar \"" + fileName_ + "\" -h " +
-         bindAddress_ + " -port " + std::to_string(GetPortNumber());
+         address + " -port " + std::to_string(GetPortNumber());
 }
 
 int SCA_TikaServer::OpenTikaLogSession(const char* command, unsigned long* error) {
-  const std::string rule(std::strlen(command), '-');
-  return log_.AddMessage(this, SCA_LevelInfo, "%s", rule.c_str()) != 0 &&
+  char rule[sizeof tagSCA_ERROR_DESCR::text] = "";
+  std::memset(rule, '-', std::min(std::strlen(command), sizeof rule - 1));
+  return log_.AddMessage(this, SCA_LevelInfo, "%s", rule) != 0 &&
                  log_.AddMessage(this, SCA_LevelInfo, "Tika Command: %s", command) != 0 &&
-                 log_.AddMessage(this, SCA_LevelInfo, "%s", rule.c_str()) != 0
+                 log_.AddMessage(this, SCA_LevelInfo, "%s", rule) != 0
              ? 1
              : SCA_Fail(SCA_ErrorCannotCreate, error);
 }
@@ -406,11 +453,6 @@ unsigned long SCA_TikaServer::StartJava(Run* run) {
   if (run->process == nullptr ||
       run->process->SetEnvironment("JAVA_TOOL_OPTIONS", run->toolOptions.c_str()) == 0) {
     return code;
-  }
-  {
-    // A restart that was asked of the process before this one has been had.
-    const SCA_LockGuard guard(texts_);
-    isRestartRequested_ = false;
   }
   if (run->process->Start(run->command.c_str(), 0, SCA_ProcessReadOutput, &code) == 0) return code;
   SetRunning(run->process.get());
@@ -516,12 +558,32 @@ void SCA_TikaServer::Sample(Run* run) {
   SetWriteIOPS(static_cast<std::uint32_t>(figures.writeOperationCount));
   SetReadData(figures.readTransferCount);
   SetWriteData(figures.writeTransferCount);
+  SCA_ProcessWorker worker;
+  while (run->process->TakeEndedWorker(&worker) != 0) WriteWorkerObituary(worker);
+}
+
+void SCA_TikaServer::WriteWorkerObituary(const SCA_ProcessWorker& worker) {
+  workerEnds_.Add(1);
+  SCA_TikaObituary obituary;
+  obituary.serverId = GetServerId();
+  obituary.processId = worker.processId;
+  obituary.runTimeMs = worker.runTimeMs;
+  obituary.memoryUsage = worker.workingSetSize;
+  char text[sizeof tagSCA_ERROR_DESCR::text];
+  std::snprintf(text, sizeof text,
+                "Worker process %lu ended after %llu.%03llu s, memory %llu KiB; the Tika process "
+                "runs on",
+                worker.processId, worker.runTimeMs / 1000, worker.runTimeMs % 1000,
+                worker.workingSetSize >> 10);
+  obituary.text = text;
+  log_.AddMessage(this, SCA_LevelError, "%s", text);
+  if (observer_ != nullptr) observer_->OnWorkerEnd(obituary);
 }
 
 bool SCA_TikaServer::IsRestartRequested(Run* run) {
   const SCA_LockGuard guard(texts_);
-  if (!isRestartRequested_) return false;
-  isRestartRequested_ = false;
+  // One that was asked of a former process has been had.
+  if (condemned_ != run->processId) return false;
   SCA_CopyText(run->cause, restartCause_, SCA_TextFit::Cut);
   return true;
 }
@@ -549,22 +611,26 @@ void SCA_TikaServer::WriteObituary(const Run& run, bool isRequested) {
   SCA_TikaObituary obituary;
   obituary.serverId = GetServerId();
   obituary.processId = run.processId;
+  obituary.isExitKnown = exit.isKnown;
   obituary.exitCode = exit.exitCode;
   obituary.signal = exit.signal;
   obituary.runTimeMs = MsSince(run.begin);
   obituary.memoryUsage = run.memoryUsage;
   obituary.isRequested = isRequested ? 1 : 0;
   obituary.cause = run.cause;
-  char text[sizeof tagSCA_ERROR_DESCR::text];
+  char text[320];  // the log cuts what is longer than a message
   char memory[32] = "memory unknown";
   if (run.memoryUsage != 0) {
     std::snprintf(memory, sizeof memory, "memory %llu KiB", run.memoryUsage >> 10);
   }
-  std::snprintf(text, sizeof text, "Tika process %lu ended %s after %llu.%03llu s, %s%s%s",
-                run.processId, DescribeExit(exit).c_str(), obituary.runTimeMs / 1000,
-                obituary.runTimeMs % 1000, memory,
+  char end[40];
+  DescribeExit(exit, end, sizeof end);
+  char whole[2 * sizeof text];
+  std::snprintf(whole, sizeof whole, "Tika process %lu ended %s after %llu.%03llu s, %s%s%s",
+                run.processId, end, obituary.runTimeMs / 1000, obituary.runTimeMs % 1000, memory,
                 isRequested ? ", stopped on request" : (*run.cause != '\0' ? ", restarted: " : ""),
                 isRequested ? "" : run.cause);
+  SCA_CopyText(text, whole, SCA_TextFit::Cut);
   obituary.text = text;
   log_.AddMessage(this, isRequested ? SCA_LevelInfo : SCA_LevelError, "%s", text);
   if (observer_ != nullptr) observer_->OnEnd(obituary);

@@ -12,6 +12,7 @@
 #include "platform/SCA_ThreadObj.h"
 
 class SCA_Process;
+struct SCA_ProcessWorker;
 
 /// States of a server.
 constexpr unsigned long SCA_ServerError = 0;     ///< a start failed, or the worker gave up
@@ -24,8 +25,9 @@ constexpr unsigned long SCA_ServerPending = 14;  ///< set by others alone
 struct SCA_TikaObituary {
   unsigned long serverId = 0;
   unsigned long processId = 0;
-  int exitCode = 0;  ///< valid when `signal` is 0
-  int signal = 0;    ///< the signal that ended it, else 0
+  int isExitKnown = 0;  ///< as `SCA_ProcessExit::isKnown`, for the next two
+  int exitCode = 0;     ///< valid when `signal` is 0
+  int signal = 0;       ///< the signal that ended it, else 0
   unsigned long long runTimeMs = 0;
   unsigned long long memoryUsage = 0;  ///< bytes, as seen last; 0 when it was never seen
   int isRequested = 0;                 ///< 1 when the server was to stop
@@ -43,6 +45,10 @@ class SCA_API SCA_TikaServerObserver {
   /// Comes once for each `OnStart`, when the process and all that it has started are gone and its
   /// last lines are in the log.
   virtual void OnEnd(const SCA_TikaObituary& obituary) = 0;
+  /// A worker process has ended, a second or two ago, and the Java process runs on. From Tika 2 on
+  /// the Java process forks a worker, which answers and parses, and replaces one that has died.
+  /// @param obituary  The worker's; how it ended is not known.
+  virtual void OnWorkerEnd(const SCA_TikaObituary& obituary);
 };
 
 /// One Tika server. Made with a user configuration it can be started: a worker thread runs
@@ -52,7 +58,8 @@ class SCA_API SCA_TikaServerObserver {
 /// process forks. Made without one it is an offline copy, which carries fields and is never
 /// started.
 ///
-/// int results are 1 for success and 0 for failure.
+/// int results are 1 for success and 0 for failure. Nothing is thrown: without the memory that it
+/// takes to run its process, a server goes into the state Error with the status code `ENOMEM`.
 class SCA_API SCA_TikaServer : public SCA_ThreadObj {
  public:
   /// @param config  Not owned; outlives the server. Null makes an offline copy.
@@ -71,7 +78,8 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   ///                     refused. Nothing is stored then.
   int SetConfig(const char* fileName, unsigned short port, unsigned long heapSize,
                 const char* javaOptions, unsigned long* error);
-  /// Names the address on which the process listens, 0.0.0.0 unless set.
+  /// Names the address on which the process listens, 0.0.0.0 unless set. One of IPv6 may do without
+  /// brackets.
   /// @return 0, with the old one kept, for an empty or over-long one and one with blanks.
   int SetBindAddress(const char* address);
   void SetObserver(SCA_TikaServerObserver* observer) { observer_ = observer; }
@@ -82,16 +90,19 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   ///               `SCA_ErrorNoJar`; or the code of the system, also kept as status code.
   /// @return 1 once the worker runs: whether the process does, state and log will tell.
   int StartProcess(unsigned long* error);
-  /// Stops an active server and waits for its end, 2 s at most unless the system hangs. Does
-  /// nothing for an offline copy and for a server that is not active. @return 1.
+  /// Stops an active server, or one that was asked to stop, and waits for its end, 2 s at most
+  /// unless the system hangs; then reports it as deactivated. Does nothing for an offline copy and
+  /// for a server that has ended otherwise. @return 1.
   int StopAll();
   /// Asks the worker to stop and comes back at once; `StopAll` or the destructor waits for it.
   /// Whoever stops many servers asks all of them first.
   void RequestStop();
   /// Ends the process, which counts as an unexpected end; it is started again.
-  /// @param cause  For the log; cut at 127 bytes.
-  /// @return 0 when the server is not active.
-  int RequestRestart(const char* cause);
+  /// @param cause      For the log; cut at 127 bytes.
+  /// @param processId  The process that is meant; 0 is the one that runs. Another one, which may
+  ///                   have followed it meanwhile, is never ended.
+  /// @return 0 when that process does not run.
+  int RequestRestart(const char* cause, unsigned long processId = 0);
   /// @return Of the running Java process; 0 when none runs.
   unsigned long GetProcessId() const { return processId_.Get(); }
 
@@ -147,6 +158,8 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   /// Unexpected ends of the process since the last start of the server.
   unsigned long GetTikaErrors() const { return tikaErrors_.Get(); }
   void SetTikaErrors(unsigned long count) { tikaErrors_.Set(static_cast<std::uint32_t>(count)); }
+  /// Worker processes that have ended while the process ran on, since the last start of the server.
+  unsigned long GetWorkerEnds() const { return workerEnds_.Get(); }
   /// Absolute time of the running process's start.
   unsigned long long GetStartTime() const { return startTime_.Get(); }
   void SetStartTime(unsigned long long time) { startTime_.Set(time); }
@@ -197,6 +210,7 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   int ReadOutput(Run* run, unsigned long waitMs);
   void AddOutput(Run* run, char* line, unsigned long length);
   void Sample(Run* run);
+  void WriteWorkerObituary(const SCA_ProcessWorker& worker);
   void EndJava(Run* run, bool isRequested);
   void WriteObituary(const Run& run, bool isRequested);
   bool IsRestartRequested(Run* run) SCA_EXCLUDES(texts_);
@@ -210,6 +224,7 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   SCA_AtomicValue<unsigned short> portNumber_{9998};
   SCA_AtomicValue<std::uint32_t> heapSize_{1024};
   SCA_AtomicValue<std::uint32_t> tikaErrors_{0};
+  SCA_AtomicValue<std::uint32_t> workerEnds_{0};
   SCA_AtomicValue<std::uint32_t> processStatus_{SCA_ServerIdle};
   SCA_AtomicValue<std::uint32_t> statusCode_{0};
   SCA_AtomicValue<unsigned long long> startTime_{0};
@@ -224,6 +239,7 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   // Orders starts, stops and changes of texts; held while a worker is joined, so the worker never
   // takes it. Taken before `texts_`.
   SCA_Lock control_;
+  bool isEndUntold_ SCA_GUARDED_BY(control_) = false;  // it was started, and not stopped since
   // Guards the texts, the request of a restart, and the life of the process object. Held for copies
   // alone.
   mutable SCA_Lock texts_;
@@ -231,7 +247,7 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   char javaOptions_[260] SCA_GUARDED_BY(texts_) = "";
   char bindAddress_[260] SCA_GUARDED_BY(texts_) = "0.0.0.0";
   char restartCause_[128] SCA_GUARDED_BY(texts_) = "";
-  bool isRestartRequested_ SCA_GUARDED_BY(texts_) = false;
+  unsigned long condemned_ SCA_GUARDED_BY(texts_) = 0;     // the process that is to be restarted
   SCA_Process* running_ SCA_GUARDED_BY(texts_) = nullptr;  // the worker's, while it may be woken
 };
 

@@ -7,7 +7,8 @@
 
 namespace {
 
-constexpr unsigned long kFirstHttpCode = 200;
+constexpr unsigned long kFirstHttpCode = 100;
+constexpr unsigned long kFirstFinalCode = 200;
 constexpr unsigned long kLastHttpCode = 999;
 
 struct CodeText {
@@ -39,13 +40,20 @@ constexpr CodeText kTexts[] = {
     {SCA_ErrorFileDamaged, "the file is damaged"},
     {SCA_ErrorFileNewer, "the file was written by a newer version"},
     {SCA_ErrorDataTooLarge, "the data exceed the limits of depth, members or size"},
+    {SCA_ErrorInterimReplies, "the server sent interim replies (HTTP 1xx) and no final one"},
+    {SCA_ErrorContentEncoding,
+     "the reply is compressed (Content-Encoding), which is not supported"},
+    {SCA_ErrorFileGrew,
+     "the file holds more bytes than its size says: it grew while it was read, or has no fixed "
+     "size"},
     {SCA_ErrorExtractionOff, "text extraction is switched off in the settings"},
     {SCA_ErrorNoService, "no enabled Tika service takes files of this kind"},
     {SCA_ErrorQueueFull, "too many extraction requests are pending"},
     {SCA_ErrorStopping, "the dispatcher is stopping"},
     {SCA_ErrorNoServer, "no Tika server could be reached"},
-    {SCA_ErrorServersDied, "two Tika servers died while they had the document"},
+    {SCA_ErrorServersDied, "the connection to Tika broke twice while it had this document alone"},
     {SCA_ErrorTimeLimit, "the time limit of the file has passed"},
+    {SCA_ErrorTextTooLong, "the text is longer than the size limit for texts"},
     {SCA_ErrorFrame, "the peer does not speak the control protocol"},
     {SCA_ErrorFrameTooLarge, "the message is larger than the control protocol allows (16 MiB)"},
     {SCA_ErrorFrameForged, "a message on the control connection does not come from its peer"},
@@ -55,6 +63,12 @@ constexpr CodeText kTexts[] = {
     {SCA_ErrorKeyExposed, "the control key file may be read by others: use chmod 600"},
     {SCA_ErrorKeyInvalid, "the control key file holds no key of 32 to 128 hexadecimal digits"},
     {SCA_ErrorConnectionLimit, "the host has too many control connections"},
+    {SCA_ErrorTooManyLogins, "too many wrong logins came from this address"},
+    {SCA_ErrorSocketPath, "the path of a socket must be absolute, and not too long"},
+    {SCA_ErrorSocketTaken, "something that is no socket of this account is in the socket's place"},
+    {SCA_ErrorPeerAccount, "the host takes commands from its own account, root and its group only"},
+    {SCA_ErrorNoGroup, "there is no such group"},
+    {SCA_ErrorNoLocalHost, "no service host on this machine can be reached"},
 };
 
 struct HttpTexts {
@@ -73,10 +87,11 @@ const char* SCA_ErrorText(unsigned long code) {
   for (const CodeText& entry : kTexts) {
     if (entry.code == code) return entry.text;
   }
-  if (code >= kFirstHttpCode && code <= kLastHttpCode) {
-    static const HttpTexts http;
-    return http.texts[code - kFirstHttpCode].data();
-  }
-  const char* text = code < kFirstHttpCode ? strerrordesc_np(static_cast<int>(code)) : nullptr;
-  return text != nullptr ? text : "unknown error";
+  // A few numbers of interim replies are those of system errors, which have them: an interim reply
+  // is never an error code.
+  const char* text = code < kFirstFinalCode ? strerrordesc_np(static_cast<int>(code)) : nullptr;
+  if (text != nullptr) return text;
+  if (code < kFirstHttpCode || code > kLastHttpCode) return "unknown error";
+  static const HttpTexts http;
+  return http.texts[code - kFirstHttpCode].data();
 }

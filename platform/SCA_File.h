@@ -69,7 +69,9 @@ class SCA_API SCA_ReplacementFile : public SCA_Object {
   SCA_ReplacementFile& operator=(const SCA_ReplacementFile&) = delete;
 
   /// Creates the file aside, dropping one that was not committed.
-  int Open(const char* targetName, SCA_FileAccess access, unsigned long* error);
+  /// @param mode  The permissions that default access gives at most.
+  int Open(const char* targetName, SCA_FileAccess access, unsigned long* error,
+           unsigned long mode = 0666);
   /// Appends `length` bytes, all of them or the operation fails.
   int Write(const char* data, unsigned long length, unsigned long* error);
   /// Puts the file in the target's place. On failure the target is what it was.
@@ -78,12 +80,19 @@ class SCA_API SCA_ReplacementFile : public SCA_Object {
   /// @param error  `EEXIST` when there is one, which stays.
   int CommitNew(SCA_FileCommit commit, unsigned long* error);
 
+  /// @param name  Without its directory.
+  /// @return 1 for a name that files have until they are committed. Where no process writes any
+  /// more
+  ///         such a file is what a killed one has left.
+  static int IsAsideName(const char* name);
+
  private:
   int Finish(SCA_FileCommit commit, bool replaces, unsigned long* error);
   void Discard();
 
   int fd_ = -1;
   std::string targetName_;
+  std::string directory_;
   std::string asideName_;
 };
 

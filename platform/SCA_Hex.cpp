@@ -11,14 +11,13 @@ int DigitValue(char digit) {
 
 }  // namespace
 
-std::string SCA_ToHex(const unsigned char* bytes, std::size_t length) {
+void SCA_ToHex(const unsigned char* bytes, std::size_t length, char* text) {
   constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
   for (std::size_t i = 0; i < length; ++i) {
-    text += kDigits[bytes[i] >> 4];
-    text += kDigits[bytes[i] & 15];
+    *text++ = kDigits[bytes[i] >> 4];
+    *text++ = kDigits[bytes[i] & 15];
   }
-  return text;
+  *text = '\0';
 }
 
 int SCA_FromHex(const char* text, std::size_t length, unsigned char* bytes) {

@@ -4,10 +4,9 @@
 #define SCA_PLATFORM_SCA_HEX_H
 
 #include <cstddef>
-#include <string>
 
-/// @return Two lower-case digits a byte.
-std::string SCA_ToHex(const unsigned char* bytes, std::size_t length);
+/// @param text  Receives two lower-case digits a byte, and a zero.
+void SCA_ToHex(const unsigned char* bytes, std::size_t length, char* text);
 
 /// @param text   `length` digits in any case, an even number.
 /// @param bytes  Receives half as many bytes; anything after a failure.

@@ -1,5 +1,6 @@
 #include "platform/SCA_HttpParser.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <string_view>
@@ -99,6 +100,16 @@ bool AddTransferEncoding(std::string_view value, tagSCA_HTTP_REQUEST* record) {
   return true;
 }
 
+// A list of codings; each one changes the content, but for "identity".
+void AddContentEncoding(std::string_view value, tagSCA_HTTP_REQUEST* record) {
+  while (!value.empty()) {
+    const std::size_t end = std::min(value.find(','), value.size());
+    const std::string_view coding = Trim(value.substr(0, end));
+    if (!coding.empty() && !EqualNoCase(coding, "identity")) record->isContentEncoded = 1;
+    value.remove_prefix(std::min(end + 1, value.size()));
+  }
+}
+
 bool ParseField(std::string_view line, tagSCA_HTTP_REQUEST* record) {
   const std::size_t colon = line.find(':');
   if (colon == std::string_view::npos || colon == 0) return false;
@@ -107,6 +118,7 @@ bool ParseField(std::string_view line, tagSCA_HTTP_REQUEST* record) {
   if (Any(name, [](char c) { return !IsTokenChar(c); }) || Any(value, IsControl)) return false;
   if (EqualNoCase(name, "Content-Length")) return SetContentLength(value, record);
   if (EqualNoCase(name, "Transfer-Encoding")) return AddTransferEncoding(value, record);
+  if (EqualNoCase(name, "Content-Encoding")) AddContentEncoding(value, record);
   return true;
 }
 

@@ -17,6 +17,7 @@ struct tagSCA_HTTP_REQUEST {
   char transferEncoding[260] = "";  ///< Value as sent; several fields are joined by ", ".
   unsigned long contentLength = 0;  ///< 32-bit; 0 unless the next says otherwise
   int hasContentLength = 0;         ///< 1 when the header carried a Content-Length
+  int isContentEncoded = 0;         ///< 1 for a Content-Encoding other than "identity"
 };
 
 /// A request or reply with its content, held in memory.

@@ -3,6 +3,7 @@
 #ifndef SCA_PLATFORM_SCA_LOCK_H
 #define SCA_PLATFORM_SCA_LOCK_H
 
+#include <condition_variable>
 #include <mutex>
 
 #if defined(__clang__)
@@ -28,23 +29,46 @@ class SCA_CAPABILITY("mutex") SCA_Lock {
   void unlock() SCA_RELEASE() { mutex_.unlock(); }
 
  private:
+  friend class SCA_LockGuard;
   std::mutex mutex_;
 };
 
-/// Holds a lock for a scope. A condition variable (`std::condition_variable_any`) may wait on it.
+/// Holds a lock for a scope. A condition may wait on it.
 class SCA_SCOPED_CAPABILITY SCA_LockGuard {
  public:
-  explicit SCA_LockGuard(SCA_Lock& lock) SCA_ACQUIRE(lock) : lock_(lock) { lock_.lock(); }
-  ~SCA_LockGuard() SCA_RELEASE() { lock_.unlock(); }
+  explicit SCA_LockGuard(SCA_Lock& lock) SCA_ACQUIRE(lock) : lock_(lock.mutex_) {}
+  // NOLINTNEXTLINE(modernize-use-equals-default): what is defaulted takes no annotation
+  ~SCA_LockGuard() SCA_RELEASE() {}
   SCA_LockGuard(const SCA_LockGuard&) = delete;
   SCA_LockGuard& operator=(const SCA_LockGuard&) = delete;
 
-  // For a condition variable alone, which leaves and retakes the lock inside one call.
-  void lock() SCA_NO_THREAD_SAFETY_ANALYSIS { lock_.lock(); }
-  void unlock() SCA_NO_THREAD_SAFETY_ANALYSIS { lock_.unlock(); }
+ private:
+  friend class SCA_Condition;
+  std::unique_lock<std::mutex> lock_;
+};
+
+/// The standard condition variable, for threads that hold a guard, which a wait leaves and retakes.
+/// Takes no memory, as the standard's for locks of any kind would.
+class SCA_Condition {
+ public:
+  void NotifyOne() { condition_.notify_one(); }
+  void NotifyAll() { condition_.notify_all(); }
+  template <class Predicate>
+  void Wait(SCA_LockGuard& guard, Predicate isMet) {
+    condition_.wait(guard.lock_, isMet);
+  }
+  template <class Duration>
+  void WaitFor(SCA_LockGuard& guard, Duration time) {
+    condition_.wait_for(guard.lock_, time);
+  }
+  /// @return False when the time has passed and the condition is not met.
+  template <class Duration, class Predicate>
+  bool WaitFor(SCA_LockGuard& guard, Duration time, Predicate isMet) {
+    return condition_.wait_for(guard.lock_, time, isMet);
+  }
 
  private:
-  SCA_Lock& lock_;
+  std::condition_variable condition_;
 };
 
 #endif  // SCA_PLATFORM_SCA_LOCK_H

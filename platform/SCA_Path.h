@@ -36,7 +36,8 @@ SCA_API int SCA_DirectoryExists(const char* path);
 /// success.
 SCA_API int SCA_CreateDirectory(const char* path, unsigned long* error);
 
-/// The name of the account: the environment's LOGNAME, else the password database's.
+/// The name of the account: the environment's LOGNAME, else the password database's, else its
+/// number.
 SCA_API int SCA_GetUserName(char* name, unsigned long size);
 
 /// The name of this machine.

@@ -12,6 +12,8 @@ constexpr unsigned long SCA_ProcessReadOutput = 8;
 
 /// How a child ended.
 struct SCA_ProcessExit {
+  int isKnown = 0;   ///< 0 when the system kept no status for this process: it ignores SIGCHLD, or
+                     ///< another wait in it took the child; the others then say nothing
   int exitCode = 0;  ///< valid when `signal` is 0
   int signal = 0;    ///< the signal that ended it, else 0
 };
@@ -23,6 +25,13 @@ struct SCA_ProcessFigures {
   unsigned long long writeOperationCount = 0;
   unsigned long long readTransferCount = 0;   ///< bytes
   unsigned long long writeTransferCount = 0;  ///< bytes
+};
+
+/// A worker of the child: a process that it has started from its own program.
+struct SCA_ProcessWorker {
+  unsigned long processId = 0;
+  unsigned long long workingSetSize = 0;  ///< bytes in memory, as seen last
+  unsigned long long runTimeMs = 0;       ///< from the first look at it to the last
 };
 
 /// One child process with its descendants, which share a process group of their own. The child gets
@@ -40,10 +49,11 @@ class SCA_API SCA_Process : public SCA_Object {
   virtual int SetEnvironment(const char* name, const char* value) = 0;
 
   /// Starts a command without a shell. The line is split at blanks; double quotes group and are
-  /// dropped. A program without a slash is looked up in PATH.
+  /// dropped. A program without a slash is looked up in the directories that PATH names, or in the
+  /// system's own when it is not set: never in the current one, unless PATH names it.
   /// @param flags    0.
   /// @param options  `SCA_ProcessReadOutput`.
-  /// @param error    `ENOENT` and the like when the program cannot be executed,
+  /// @param error    `ENOENT` and the like when the program cannot be executed, `ENOMEM`,
   ///                 `SCA_ErrorCommandLine` for a line that is empty or has an open quote, `EBUSY`
   ///                 when a child runs already.
   /// @return 1 once the program runs, else 0.
@@ -74,8 +84,15 @@ class SCA_API SCA_Process : public SCA_Object {
 
   /// Sums the figures of the child's process group. Processes that have joined it are seen a
   /// second later at most; the operations and bytes of those that have gone stay in the sums.
-  /// @return 1, or 0 when nothing of the group runs, the figures then being untouched.
+  /// @return 1, or 0 when nothing of the group runs or memory is exhausted, the figures then being
+  ///         untouched.
   virtual int GetFigures(SCA_ProcessFigures* figures) = 0;
+
+  /// Hands out a worker that has ended while the child runs on. `GetFigures` looks for them, at
+  /// most once a second, and it takes a second or two until an end is told: by then the child has
+  /// ended too where both were meant. How a worker ended only the child knows.
+  /// @return 1, or 0 when there is none.
+  virtual int TakeEndedWorker(SCA_ProcessWorker* worker) = 0;
 
   /// @return 1 while the child itself runs, whatever its descendants do.
   virtual int IsRunning() = 0;

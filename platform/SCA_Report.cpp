@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <type_traits>
 
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_Text.h"
@@ -36,11 +37,9 @@ class CurrentSink {
   Sink sink_ SCA_GUARDED_BY(lock_);
 };
 
-// Never destroyed: threads may still report while the process exits.
-CurrentSink& GetCurrentSink() {
-  static CurrentSink& sink = *new CurrentSink;
-  return sink;
-}
+CurrentSink currentSink;
+// Threads may still report while the process exits.
+static_assert(std::is_trivially_destructible_v<CurrentSink>);
 
 }  // namespace
 
@@ -52,7 +51,7 @@ void SCA_ReportFunction::operator()(unsigned long level, const char* format, ...
   va_end(arguments);
   // What a peer or a file has said may be in it: it must not forge lines or reach a terminal.
   SCA_BlankControls(text, std::strlen(text));
-  const Sink sink = GetCurrentSink().Get();
+  const Sink sink = currentSink.Get();
   sink.function(sink.context, level, source_, line_, text);
 }
 
@@ -61,5 +60,5 @@ SCA_ReportFunction SCA_GetReportFunction(const char* source, int line) {
 }
 
 void SCA_SetReportSink(SCA_ReportSink sink, void* context) {
-  GetCurrentSink().Set(sink != nullptr ? Sink{sink, context} : Sink{});
+  currentSink.Set(sink != nullptr ? Sink{sink, context} : Sink{});
 }

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <new>
 
 #include "platform/SCA_Report.h"
@@ -20,9 +19,9 @@ class Event final : public SCA_VirtualEvent {
     set_.store(true, std::memory_order_release);
     // Under the lock: a waiter that returns may destroy the event at once.
     if (manualReset_) {
-      condition_.notify_all();
+      condition_.NotifyAll();
     } else {
-      condition_.notify_one();
+      condition_.NotifyOne();
     }
   }
 
@@ -43,8 +42,8 @@ class Event final : public SCA_VirtualEvent {
     SCA_LockGuard guard(lock_);
     const auto isSet = [this] { return set_.load(std::memory_order_relaxed); };
     if (timeoutMs == SCA_Infinite) {
-      condition_.wait(guard, isSet);
-    } else if (!condition_.wait_for(guard, std::chrono::milliseconds(timeoutMs), isSet)) {
+      condition_.Wait(guard, isSet);
+    } else if (!condition_.WaitFor(guard, std::chrono::milliseconds(timeoutMs), isSet)) {
       return 0;
     }
     if (!manualReset_) set_.store(false, std::memory_order_relaxed);
@@ -53,7 +52,7 @@ class Event final : public SCA_VirtualEvent {
 
   const bool manualReset_;
   SCA_Lock lock_;
-  std::condition_variable_any condition_;
+  SCA_Condition condition_;
   std::atomic<bool> set_;  // written under the lock
 };
 

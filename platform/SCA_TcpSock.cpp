@@ -44,7 +44,3 @@ void SCA_TcpSock::SetIdleTimeout(unsigned long timeoutMs) {
 void SCA_TcpSock::Shutdown() {
   socket_->Shutdown();
 }
-
-int SCA_TcpSock::IsLoopback() const {
-  return socket_->IsLoopback();
-}

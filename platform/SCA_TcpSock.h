@@ -1,4 +1,4 @@
-/// One end of a TCP connection.
+/// One end of a TCP connection, or of one over a Unix socket.
 /// Threads: one thread at a time per socket, except that any thread may set its cancel event and
 /// call `Shutdown` while it is connected.
 #ifndef SCA_PLATFORM_SCA_TCPSOCK_H
@@ -23,7 +23,8 @@ constexpr unsigned long SCA_SockIdleTimeoutMs = 60000;
 class SCA_API SCA_VirtualTcpSock : public SCA_Object {
  public:
   /// Connects to the first address of the host that answers.
-  /// @param host       Name or numeric address, 1 to 259 bytes.
+  /// @param host       Name or numeric address, 1 to 259 bytes; or the path of a Unix socket, which
+  ///                   begins with a slash and fits `SCA_MaxPath`: the port is then not used.
   /// @param timeoutMs  Limit for name resolution and all addresses together; 0 stands for
   ///                   `SCA_SockIdleTimeoutMs`, `SCA_Infinite` for no limit.
   virtual int Connect(const char* host, unsigned short port, unsigned long timeoutMs,
@@ -48,7 +49,7 @@ class SCA_API SCA_VirtualTcpSock : public SCA_Object {
   virtual int SetOption(int option, int value) = 0;
 
   /// Lets waits end early: a connect, wait, receive or send that blocks looks at the event at least
-  /// every 100 ms, a wait at its start too.
+  /// every 100 ms, a wait at its start too. An auto-reset event ends one operation.
   /// @param cancel  Not owned; null for none. Must live until it is replaced.
   virtual void SetCancelEvent(SCA_Event* cancel) = 0;
 
@@ -58,9 +59,6 @@ class SCA_API SCA_VirtualTcpSock : public SCA_Object {
 
   /// Ends the connection in both directions: what waits for it in another thread ends at once.
   virtual void Shutdown() = 0;
-
-  /// @return 1 when the peer is on this machine's loopback interface, else 0.
-  virtual int IsLoopback() const = 0;
 };
 
 /// @param handle  A connected descriptor that the socket takes over, or -1 for a socket that is yet
@@ -88,7 +86,6 @@ class SCA_API SCA_TcpSock : public SCA_VirtualTcpSock {
   void SetCancelEvent(SCA_Event* cancel) override;
   void SetIdleTimeout(unsigned long timeoutMs) override;
   void Shutdown() override;
-  int IsLoopback() const override;
 
  private:
   SCA_Owned<SCA_VirtualTcpSock> socket_;

@@ -22,7 +22,7 @@ int SCA_CopyText(char* target, unsigned long size, const char* source, SCA_TextF
   const bool fits = length < size;
   if (!fits && fit == SCA_TextFit::Refuse) return 0;
   const unsigned long copied = std::min(length, size - 1);
-  std::memcpy(target, source, copied);
+  std::memmove(target, source, copied);
   target[copied] = '\0';
   return fits ? 1 : 0;
 }

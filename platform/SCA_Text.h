@@ -14,7 +14,7 @@ enum class SCA_TextFit {
 /// Copies a zero-terminated text into a field.
 /// @param target  Field of `size` bytes, terminating zero included.
 /// @param size    > 0.
-/// @param source  Null counts as the empty text. May not overlap the target.
+/// @param source  Null counts as the empty text. May be a part of the target.
 /// @return 1 when the whole text was copied; 0 when it was cut or refused.
 SCA_API int SCA_CopyText(char* target, unsigned long size, const char* source, SCA_TextFit fit);
 

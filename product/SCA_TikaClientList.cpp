@@ -39,26 +39,17 @@ SCA_TikaClientList::SCA_TikaClientList() : SCA_List(0) {
   SetValid(mutex_.IsValid());
 }
 
-void SCA_TikaClientList::Welcome(SCA_TikaClient* client, unsigned long clientId) {
-  client->SetClientId(clientId);
-  clients_.Add(1);
-}
-
-void SCA_TikaClientList::Remove(Node* node) {
-  if (Nodes().DeleteListItem(node) != 0) clients_.Subtract(1);
-}
-
 int SCA_TikaClientList::AddClient(SCA_TikaClient* client, unsigned long* clientId) {
   const SCA_MutexGuard guard(mutex_);
   if (Nodes().AddItemToTail(client, clientId) == 0) return 0;
-  Welcome(client, *clientId);
+  client->SetClientId(*clientId);
   return 1;
 }
 
 int SCA_TikaClientList::AddClient(SCA_TikaClient* client, unsigned long clientId) {
   const SCA_MutexGuard guard(mutex_);
   if (Nodes().AddItemToTail(client, clientId) == 0) return 0;
-  Welcome(client, clientId);
+  client->SetClientId(clientId);
   return 1;
 }
 
@@ -69,7 +60,7 @@ int SCA_TikaClientList::GetClient(unsigned long clientId, SCA_TikaClient** clien
 
 int SCA_TikaClientList::RemoveClient(unsigned long clientId) {
   const SCA_MutexGuard guard(mutex_);
-  Remove(Nodes().GetListItem(clientId));
+  Nodes().DeleteItem(clientId);
   return 1;
 }
 
@@ -84,7 +75,7 @@ int SCA_TikaClientList::TakeRequestedClient(const SCA_TikaClientRequest* request
   *client = node->GetItem();
   // The node that matched, not the one of the client's id: they would differ for a client whose id
   // was changed in the pool.
-  Remove(node);
+  Nodes().DeleteListItem(node);
   return 1;
 }
 

@@ -33,7 +33,7 @@ class SCA_API SCA_TikaClientList : public SCA_List<SCA_TikaClient*> {
   int TakeRequestedClient(const SCA_TikaClientRequest* request, SCA_TikaClient** client)
       SCA_EXCLUDES(mutex_);
   /// The number of clients, read without the mutex: it may have changed when the caller looks.
-  unsigned long GetNumOfClients() const { return clients_.Get(); }
+  unsigned long GetNumOfClients() const { return Count(); }
   /// Adds an object for each client, named by its id, with its figures.
   /// @return 0, after a report, when one cannot be added.
   int GetStatus(SCA_ConfigObj* obj) SCA_EXCLUDES(mutex_);
@@ -41,11 +41,8 @@ class SCA_API SCA_TikaClientList : public SCA_List<SCA_TikaClient*> {
  private:
   // The nodes, for whoever holds the mutex.
   SCA_List<SCA_TikaClient*>& Nodes() SCA_REQUIRES(mutex_) { return *this; }
-  void Welcome(SCA_TikaClient* client, unsigned long clientId) SCA_REQUIRES(mutex_);
-  void Remove(Node* node) SCA_REQUIRES(mutex_);
 
   SCA_Mutex mutex_;
-  SCA_AtomicValue<std::uint32_t> clients_{0};  // the list's count, written under the mutex
 };
 
 #endif  // SCA_PRODUCT_SCA_TIKACLIENTLIST_H

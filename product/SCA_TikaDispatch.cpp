@@ -18,6 +18,15 @@ using Clock = std::chrono::steady_clock;
 // How soon an expired limit, a cancelled request in the queue or the lack of a server is noticed.
 constexpr unsigned long kTickMs = 50;
 
+constexpr unsigned long long kMiB = 1 << 20;
+
+// The first, in whatever company, and two of a suspect that has its server alone.
+constexpr unsigned long kMostTries = 3;
+
+// A file has met this many servers that were not ready before it is given up for that. The time
+// alone does not tell: it may have waited for another reason.
+constexpr unsigned long kLeastUnready = 8;
+
 // A submit that waits looks again after so long: the limit may have been raised, which tells
 // nobody.
 constexpr std::chrono::seconds kLookAgain{1};
@@ -75,11 +84,7 @@ bool SCA_TikaDispatch::Start() {
       stop_.IsValid() == 0 || watch_.IsValid() == 0) {
     return false;
   }
-  try {
-    watcher_ = std::thread([this] { Watch(); });
-  } catch (const std::exception&) {
-    return false;
-  }
+  watcher_ = std::thread([this] { Watch(); });
   return true;
 }
 
@@ -98,11 +103,12 @@ unsigned long SCA_TikaDispatch::AddServer(const char* hostName, unsigned short p
   const SCA_LockGuard guard(lock_);
   if (isStopping_) return SCA_ErrorStopping;
   const unsigned long number = seats_.size();
-  unsigned long server = number;
+  unsigned long server = servers_.size();
   for (const Seat& seat : seats_) {
     if (seat.worker->IsServer(hostName, port)) server = seat.worker->Server();
   }
   try {
+    if (server == servers_.size()) servers_.emplace_back();
     seats_.emplace_back();
     seats_.back().worker =
         std::make_unique<SCA_TikaWorker>(this, number, hostName, port, serviceId, server);
@@ -148,15 +154,16 @@ unsigned long SCA_TikaDispatch::Admit(SCA_TikaExtractRequest* request, bool wait
   for (;;) {
     if (isStopping_) return SCA_ErrorStopping;
     const unsigned long limit = settings_->GetMaxPendingRequests();
-    if (waiting_ < limit) break;
+    if (At(Stage::Queued) < limit) break;
     if (!wait || limit == 0) return SCA_ErrorQueueFull;
-    hasRoom_.wait_for(guard, kLookAgain);
+    if (request->cancel_.Wait(0) != 0) return SCA_ErrorCancelled;
+    hasRoom_.WaitFor(guard, kLookAgain);
   }
   const char* const noName = nullptr;
-  if (requests_.AddItemToTail(request, noName, &request->place_) == 0) return ENOMEM;
-  ++waiting_;
+  if (requests_.AddItemToTail(request, noName, &request->node_) == 0) return ENOMEM;
   request->dispatch_ = this;
-  request->isWaiting_ = true;
+  request->stage_ = Stage::Queued;
+  ++At(Stage::Queued);
   request->waitsSince_ = Clock::now();
   request->SetAbsTime(SCA_GetAbsTime());
   // Until now the watcher had nothing to look at.
@@ -165,9 +172,13 @@ unsigned long SCA_TikaDispatch::Admit(SCA_TikaExtractRequest* request, bool wait
 }
 
 unsigned long SCA_TikaDispatch::Submit(SCA_TikaExtractRequest* request, bool wait) {
+  const bool isOfRequester = request->GetServiceList()->Count() > 0;
   unsigned long error = Check(request);
   if (error == 0) error = Admit(request, wait);
-  if (error != 0) return error;
+  if (error != 0) {
+    if (!isOfRequester && error != SCA_ErrorAlreadyActive) request->GetServiceList()->Clear();
+    return error;
+  }
   const Services services(request);
   if (queue_.AddRequest(request) == 0) {
     const SCA_LockGuard guard(lock_);
@@ -178,9 +189,13 @@ unsigned long SCA_TikaDispatch::Submit(SCA_TikaExtractRequest* request, bool wai
   bool isStopping = false;
   {
     const SCA_LockGuard guard(lock_);
-    ++work_;
-    WakeOne(
-        [&services](const SCA_TikaWorker& worker) { return services.Hold(worker.ServiceId()); });
+    if (services.areAll) {
+      WakeAll();
+    } else {
+      WakeOne([&](const SCA_TikaWorker& worker) SCA_REQUIRES(lock_) {
+        return services.Hold(worker.ServiceId()) && IsOpen(worker);
+      });
+    }
     isStopping = isStopping_;
   }
   if (isStopping && queue_.RemoveRequest(request) != 0) {
@@ -191,7 +206,12 @@ unsigned long SCA_TikaDispatch::Submit(SCA_TikaExtractRequest* request, bool wai
 }
 
 void SCA_TikaDispatch::Cancel(SCA_TikaExtractRequest* request) {
-  request->cancel_.Set();
+  {
+    // Under the lock, so that no submit looks before and waits after it.
+    const SCA_LockGuard guard(lock_);
+    request->cancel_.Set();
+  }
+  hasRoom_.NotifyAll();
   watch_.Set();
 }
 
@@ -212,50 +232,63 @@ void SCA_TikaDispatch::Abandon(SCA_TikaExtractRequest* request) {
   bool isOurs = queue_.RemoveRequest(request) != 0;
   if (!isOurs) {
     const SCA_LockGuard guard(lock_);
-    isOurs = request->dispatch_ == nullptr || request->isRetry_;
-    if (request->isRetry_) LeaveRetries(request);
+    const bool isWaiting = request->stage_ == Stage::Waiting;
+    isOurs = request->dispatch_ == nullptr || isWaiting;
+    if (isWaiting) TakeBack(request);
     if (!isOurs) request->ExchangeProcessStatus(SCA_RequestAbandoned);
   }
   if (isOurs) request->Destroy();
 }
 
 void SCA_TikaDispatch::Forget(SCA_TikaExtractRequest* request) {
-  {
-    const SCA_LockGuard guard(lock_);
-    Unregister(request);
-  }
-  hasRoom_.notify_one();
+  const SCA_LockGuard guard(lock_);
+  Unregister(request);
 }
 
 void SCA_TikaDispatch::Unregister(SCA_TikaExtractRequest* request) {
-  NoLongerWaits(request);
-  LeaveRetries(request);
-  requests_.DeleteListItem(request->place_);
-  request->place_ = nullptr;
+  Leave(request);
+  Move(request, Stage::Ending);
+  --At(Stage::Ending);
+  requests_.DeleteListItem(request->node_);
+  request->node_ = nullptr;
   request->dispatch_ = nullptr;
 }
 
-void SCA_TikaDispatch::NoLongerWaits(SCA_TikaExtractRequest* request) {
-  if (request->isWaiting_) --waiting_;
-  request->isWaiting_ = false;
+void SCA_TikaDispatch::Move(SCA_TikaExtractRequest* request, Stage stage) {
+  if (request->stage_ == Stage::Queued) hasRoom_.NotifyOne();
+  --At(request->stage_);
+  ++At(stage);
+  request->stage_ = stage;
 }
 
-void SCA_TikaDispatch::LeaveRetries(SCA_TikaExtractRequest* request) {
-  if (request->isRetry_) --retries_;
-  request->isRetry_ = false;
+// Ends what ties a request to a server: that it is served there, or has a claim to it.
+void SCA_TikaDispatch::Leave(SCA_TikaExtractRequest* request) {
+  if (request->server_ == SCA_TikaExtractRequest::kNoServer) return;
+  Server& server = servers_[request->server_];
+  request->server_ = SCA_TikaExtractRequest::kNoServer;
+  if (request->stage_ == Stage::Served) --server.serving;
+  if (server.suspect == nullptr) return;
+  // The server is open again, or one request nearer to being the suspect's alone.
+  if (server.suspect == request) server.suspect = nullptr;
+  WakeAll();
 }
 
-void SCA_TikaDispatch::JoinRetries(SCA_TikaExtractRequest* request) {
-  request->isRetry_ = true;
-  request->isServed_ = false;
-  ++retries_;
-  ++work_;
-  WakeOne([request](const SCA_TikaWorker& worker) { return worker.MayServe(*request); });
+// Lets a request wait outside of the queue.
+void SCA_TikaDispatch::LetWait(SCA_TikaExtractRequest* request) {
+  Move(request, Stage::Waiting);
+  WakeOne([&](const SCA_TikaWorker& worker)
+              SCA_REQUIRES(lock_) { return MayHave(worker, *request) && IsOpen(worker); });
+}
+
+// Takes a request that waits outside of the queue for the calling thread.
+void SCA_TikaDispatch::TakeBack(SCA_TikaExtractRequest* request) {
+  Leave(request);
+  Move(request, Stage::Ending);
 }
 
 unsigned long SCA_TikaDispatch::Pending() {
   const SCA_LockGuard guard(lock_);
-  return waiting_;
+  return At(Stage::Queued);
 }
 
 int SCA_TikaDispatch::GetStatus(SCA_ConfigObj* obj) {
@@ -278,47 +311,130 @@ unsigned long SCA_TikaDispatch::Work() {
 
 SCA_TikaExtractRequest* SCA_TikaDispatch::Take(const SCA_TikaWorker& worker) {
   for (;;) {
-    SCA_TikaExtractRequest* request = TakeRetry(worker);
+    SCA_TikaExtractRequest* request = nullptr;
+    {
+      const SCA_LockGuard guard(lock_);
+      request = FindWaiting(worker);
+      if (request != nullptr && Begin(request, worker)) return request;
+      if (request == nullptr && !IsOpen(worker)) return nullptr;
+    }
     if (request == nullptr) {
       SCA_TikaClientRequest* taken = nullptr;
       if (queue_.TakeClientRequest(worker.Client(), &taken) == 0) return nullptr;
       // Nothing else is ever queued.
       request = static_cast<SCA_TikaExtractRequest*>(taken);
+      const SCA_LockGuard guard(lock_);
+      if (!IsOpen(worker)) {
+        LetWait(request);
+        return nullptr;
+      }
+      if (Begin(request, worker)) return request;
     }
-    if (Begin(request)) return request;
+    request->Destroy();  // it had been abandoned
   }
 }
 
-SCA_TikaExtractRequest* SCA_TikaDispatch::TakeRetry(const SCA_TikaWorker& worker) {
-  const SCA_LockGuard guard(lock_);
-  if (retries_ == 0) return nullptr;
+SCA_TikaExtractRequest* SCA_TikaDispatch::FindWaiting(const SCA_TikaWorker& worker) {
+  if (At(Stage::Waiting) == 0) return nullptr;
   for (const auto* node = requests_.GetHead(); node != nullptr; node = node->GetNext()) {
     SCA_TikaExtractRequest* const request = node->GetItem();
-    if (!request->isRetry_ || !worker.MayServe(*request)) continue;
-    LeaveRetries(request);
-    return request;
+    if (request->stage_ != Stage::Waiting || !MayHave(worker, *request)) continue;
+    if (request->IsSuspect() ? Claim(request, worker) : IsOpen(worker)) return request;
   }
   return nullptr;
 }
 
-// @return False when the request had been abandoned, and is gone.
-bool SCA_TikaDispatch::Begin(SCA_TikaExtractRequest* request) {
-  if (request->ExchangeProcessStatus(SCA_RequestServed) == SCA_RequestAbandoned) {
-    request->Destroy();
-    return false;
+// A server that a request has left is its last choice.
+bool SCA_TikaDispatch::MayHave(const SCA_TikaWorker& worker,
+                               const SCA_TikaExtractRequest& request) {
+  if (!worker.MayServe(request)) return false;
+  const unsigned long server = worker.Server();
+  return request.server_ == server || request.failedServer_ != server || !HasOther(request, server);
+}
+
+// @return True when a server other than the given one can be used now.
+bool SCA_TikaDispatch::HasOther(const SCA_TikaExtractRequest& request, unsigned long server) {
+  return std::any_of(seats_.begin(), seats_.end(), [&](const Seat& seat) SCA_REQUIRES(lock_) {
+    const unsigned long other = seat.worker->Server();
+    return other != server && !seat.downSince && !servers_[other].unreadySince &&
+           seat.worker->MayServe(request);
+  });
+}
+
+// @return True when the suspect has the worker's server alone.
+bool SCA_TikaDispatch::Claim(SCA_TikaExtractRequest* request, const SCA_TikaWorker& worker) {
+  Server& server = servers_[worker.Server()];
+  if (server.suspect == nullptr && request->server_ == SCA_TikaExtractRequest::kNoServer) {
+    server.suspect = request;
+    request->server_ = worker.Server();
+    // Other workers of the server may have been woken for work that it cannot take now.
+    WakeAll();
   }
-  {
-    const SCA_LockGuard guard(lock_);
-    NoLongerWaits(request);
-    request->isServed_ = true;
-    if (request->tries_++ == 0) request->beganAt_ = Clock::now();
-  }
-  hasRoom_.notify_one();
+  return server.suspect == request && server.serving == 0;
+}
+
+// @return False when the request had been abandoned.
+bool SCA_TikaDispatch::Begin(SCA_TikaExtractRequest* request, const SCA_TikaWorker& worker) {
+  if (request->ExchangeProcessStatus(SCA_RequestServed) == SCA_RequestAbandoned) return false;
+  Move(request, Stage::Served);
+  request->server_ = worker.Server();
+  ++servers_[worker.Server()].serving;
   return true;
 }
 
+void SCA_TikaDispatch::BeginTry(SCA_TikaExtractRequest* request, SCA_TikaClient* client) {
+  const SCA_LockGuard guard(lock_);
+  request->triedAt_ = Clock::now();
+  if (!request->beganAt_) request->beganAt_ = request->triedAt_;
+  request->SetClient(client);
+}
+
+bool SCA_TikaDispatch::EndTry(SCA_TikaExtractRequest* request, SCA_TikaTryEnd end) {
+  const SCA_LockGuard guard(lock_);
+  Server& server = servers_[request->server_];
+  bool isAgain = true;
+  switch (end) {
+    case SCA_TikaTryEnd::Final:
+      ++request->tries_;
+      server.unreadySince.reset();
+      isAgain = false;
+      break;
+    case SCA_TikaTryEnd::NotReady:
+      request->failedServer_ = request->server_;
+      isAgain = IsWorthWaiting(request, &server);
+      break;
+    case SCA_TikaTryEnd::Broken:
+      request->failedServer_ = request->server_;
+      server.unreadySince.reset();  // what comes back there is another process
+      isAgain = ++request->tries_ < kMostTries;
+      break;
+    case SCA_TikaTryEnd::NotBegun:
+      break;
+  }
+  request->SetClient(nullptr);
+  Leave(request);
+  Move(request, Stage::Ending);
+  return isAgain;
+}
+
+// Whether a server that is coming up may yet serve a request, or another one can.
+bool SCA_TikaDispatch::IsWorthWaiting(SCA_TikaExtractRequest* request, Server* server) {
+  const Clock::time_point now = Clock::now();
+  if (!server->unreadySince) server->unreadySince = now;
+  if (!request->unreadySince_) request->unreadySince_ = now;
+  // Servers may be ready for others and never for this one.
+  if (++request->unready_ >= kLeastUnready &&
+      HasPassed(*request->unreadySince_, limits_.notReadyMs, now)) {
+    return false;
+  }
+  return HasOther(*request, request->server_) ||
+         !HasPassed(*server->unreadySince, limits_.notReadyMs, now);
+}
+
+// For work that any of the workers accepted can take.
 template <class Accept>
 void SCA_TikaDispatch::WakeOne(Accept accept) {
+  ++work_;
   for (Seat& seat : seats_) {
     if (!seat.isIdle || !accept(*seat.worker)) continue;
     seat.isIdle = false;
@@ -328,6 +444,7 @@ void SCA_TikaDispatch::WakeOne(Accept accept) {
 }
 
 void SCA_TikaDispatch::WakeAll() {
+  ++work_;
   for (Seat& seat : seats_) {
     seat.isIdle = false;
     seat.worker->Wake();
@@ -345,6 +462,28 @@ void SCA_TikaDispatch::EndIdle(const SCA_TikaWorker& worker) {
   seats_[worker.Number()].isIdle = false;
 }
 
+void SCA_TikaDispatch::BeginAsk(const SCA_TikaWorker& worker, SCA_Event* ends) {
+  const SCA_LockGuard guard(lock_);
+  ends->Reset();
+  if (isStopping_) ends->Set();
+  seats_[worker.Number()].ask = ends;
+  seats_[worker.Number()].askedAt = Clock::now();
+}
+
+void SCA_TikaDispatch::EndAsk(const SCA_TikaWorker& worker) {
+  const SCA_LockGuard guard(lock_);
+  seats_[worker.Number()].ask = nullptr;
+}
+
+void SCA_TikaDispatch::EndLongAsks(Clock::time_point now) {
+  for (const Seat& seat : seats_) {
+    const bool isDue =
+        seat.ask != nullptr &&
+        (isStopping_ || HasPassed(seat.askedAt, settings_->GetNetworkTimeout(), now));
+    if (isDue) seat.ask->Set();
+  }
+}
+
 void SCA_TikaDispatch::ServerIsUp(const SCA_TikaWorker& worker) {
   const SCA_LockGuard guard(lock_);
   seats_[worker.Number()].downSince.reset();
@@ -357,28 +496,20 @@ void SCA_TikaDispatch::ServerIsDown(const SCA_TikaWorker& worker, unsigned long 
     seat.error = error;
     if (seat.downSince) return;
     seat.downSince = Clock::now();
+    servers_[worker.Server()].unreadySince.reset();
+    SCA_TikaExtractRequest* const suspect = servers_[worker.Server()].suspect;
+    if (suspect != nullptr && suspect->stage_ == Stage::Waiting) Leave(suspect);
     // The worker may have been woken for a request that it cannot serve now.
-    ++work_;
     WakeAll();
   }
   watch_.Set();
 }
 
-bool SCA_TikaDispatch::HasOtherServer(const SCA_TikaExtractRequest& request,
-                                      const SCA_TikaWorker& worker) {
-  const SCA_LockGuard guard(lock_);
-  return std::any_of(seats_.begin(), seats_.end(), [&](const Seat& seat) {
-    return seat.worker->Server() != worker.Server() && seat.worker->MayServe(request);
-  });
-}
-
-void SCA_TikaDispatch::Retry(SCA_TikaExtractRequest* request, unsigned long failedServer) {
+void SCA_TikaDispatch::Retry(SCA_TikaExtractRequest* request) {
   {
     const SCA_LockGuard guard(lock_);
     if (request->ExchangeProcessStatus(SCA_RequestPending) != SCA_RequestAbandoned) {
-      request->failedServer_ = failedServer;
-      request->waitsSince_ = Clock::now();
-      JoinRetries(request);
+      LetWait(request);
       return;
     }
   }
@@ -394,9 +525,9 @@ void SCA_TikaDispatch::Finish(SCA_TikaExtractRequest* request, const SCA_TikaVer
   request->outcome_ = verdict.outcome;
   request->SetStatusCode(verdict.code);
   SCA_CopyText(request->cause_, verdict.cause, SCA_TextFit::Cut);
-  if (request->tries_ > 0) {
+  if (request->beganAt_) {
     request->durationMs_ = static_cast<unsigned long long>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - request->beganAt_)
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - *request->beganAt_)
             .count());
   }
   request->sink_->Finish(request);
@@ -408,7 +539,6 @@ void SCA_TikaDispatch::Finish(SCA_TikaExtractRequest* request, const SCA_TikaVer
     // Under the lock, which `Abandon` takes: nobody deletes the request before this is done.
     if (!isAbandoned) request->GetReady()->Set();
   }
-  hasRoom_.notify_one();
   if (isAbandoned) request->Destroy();
 }
 
@@ -432,44 +562,47 @@ bool SCA_TikaDispatch::HasRequests() {
 bool SCA_TikaDispatch::Sweep() {
   struct Found {
     SCA_TikaExtractRequest* request;
-    bool isTaken;
+    bool isOurs;
   };
   std::array<Found, 32> found{};
   std::size_t count = 0;
   {
     const SCA_LockGuard guard(lock_);
     const Clock::time_point now = Clock::now();
+    EndLongAsks(now);
     for (const auto* node = requests_.GetHead(); node != nullptr && count < found.size();
          node = node->GetNext()) {
       SCA_TikaExtractRequest* const request = node->GetItem();
-      if (request->isServed_) {
+      if (request->stage_ == Stage::Ending) continue;
+      if (request->stage_ == Stage::Served) {
         if (!request->isOverdue_ && IsPastLimit(*request, now)) {
           request->isOverdue_ = true;
           request->cancel_.Set();
         }
       } else if (Judge(request, now).outcome != SCA_TikaOutcome::None) {
-        found[count++] = {request, request->isRetry_};
-        LeaveRetries(request);
+        const bool isOurs = request->stage_ == Stage::Waiting;
+        if (isOurs) TakeBack(request);
+        found[count++] = {request, isOurs};
       }
     }
   }
   bool hasEnded = false;
   for (std::size_t i = 0; i < count; ++i) {
-    hasEnded = EndWaiting(found[i].request, found[i].isTaken) || hasEnded;
+    hasEnded = EndWaiting(found[i].request, found[i].isOurs) || hasEnded;
   }
   return hasEnded && count == found.size();
 }
 
 // Ends a request that seemed to be due. One from the queue may have gone meanwhile, and another may
 // lie at its address: it is looked at again once it is ours.
-bool SCA_TikaDispatch::EndWaiting(SCA_TikaExtractRequest* request, bool isTaken) {
-  if (!isTaken && queue_.RemoveRequest(request) == 0) return false;
+bool SCA_TikaDispatch::EndWaiting(SCA_TikaExtractRequest* request, bool isOurs) {
+  if (!isOurs && queue_.RemoveRequest(request) == 0) return false;
   SCA_TikaVerdict verdict;
   {
     const SCA_LockGuard guard(lock_);
     verdict = Judge(request, Clock::now());
     if (verdict.outcome == SCA_TikaOutcome::None) {
-      JoinRetries(request);
+      LetWait(request);
       return false;
     }
   }
@@ -478,7 +611,7 @@ bool SCA_TikaDispatch::EndWaiting(SCA_TikaExtractRequest* request, bool isTaken)
 }
 
 SCA_TikaVerdict SCA_TikaDispatch::Judge(SCA_TikaExtractRequest* request, Clock::time_point now) {
-  if (request->isOverdue_ || IsPastLimit(*request, now)) {
+  if (request->isOverdue_) {
     return SCA_TikaVerdict::Make(SCA_TikaOutcome::TimeLimit, SCA_ErrorTimeLimit, nullptr,
                                  SCA_ErrorText(SCA_ErrorTimeLimit));
   }
@@ -491,8 +624,8 @@ SCA_TikaVerdict SCA_TikaDispatch::Judge(SCA_TikaExtractRequest* request, Clock::
   SCA_TikaVerdict verdict =
       request->tries_ > 0
           ? SCA_TikaVerdict::Make(SCA_TikaOutcome::ConnectionBroken, SCA_ErrorNoServer,
-                                  request->server_,
-                                  "the connection broke, and no other server could be reached")
+                                  request->serverName_,
+                                  "the connection broke, and no server could be reached after that")
           : SCA_TikaVerdict::Make(SCA_TikaOutcome::NoServer, SCA_ErrorNoServer, nullptr,
                                   SCA_ErrorText(SCA_ErrorNoServer));
   if (example != nullptr) {
@@ -502,10 +635,14 @@ SCA_TikaVerdict SCA_TikaDispatch::Judge(SCA_TikaExtractRequest* request, Clock::
   return verdict;
 }
 
-bool SCA_TikaDispatch::IsPastLimit(const SCA_TikaExtractRequest& request,
-                                   Clock::time_point now) const {
-  return limits_.fileMs != 0 && request.tries_ > 0 &&
-         HasPassed(request.beganAt_, limits_.fileMs, now);
+bool SCA_TikaDispatch::IsPastLimit(const SCA_TikaExtractRequest& request, Clock::time_point now) {
+  const SCA_TikaClient* const client = request.GetClient();
+  if (limits_.fileMs == 0 || client == nullptr) return false;
+  const auto passed = static_cast<unsigned long long>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(now - request.triedAt_).count());
+  if (passed < limits_.fileMs) return false;
+  // A division, since the product might not fit.
+  return (passed - limits_.fileMs) / (client->GetLastFileSize() / kMiB + 1) >= limits_.fileMsPerMiB;
 }
 
 // @param example  Receives one of the servers that cannot be reached, if there is any at all.
@@ -529,9 +666,10 @@ void SCA_TikaDispatch::Stop() {
       node->GetItem()->cancel_.Set();
     }
     stop_.Set();
+    EndLongAsks(Clock::now());
     WakeAll();
   }
-  hasRoom_.notify_all();
+  hasRoom_.NotifyAll();
   watch_.Set();
   for (std::size_t i = 0;; ++i) {
     SCA_TikaWorker* worker = nullptr;
@@ -550,14 +688,14 @@ void SCA_TikaDispatch::Stop() {
 void SCA_TikaDispatch::Drain() {
   for (;;) {
     SCA_TikaExtractRequest* request = nullptr;
-    bool isTaken = false;
+    bool isOurs = false;
     {
       const SCA_LockGuard guard(lock_);
       if (requests_.GetHeadItem(&request) == 0) return;
-      isTaken = request->isRetry_;
-      LeaveRetries(request);
+      isOurs = request->stage_ == Stage::Waiting;
+      if (isOurs) TakeBack(request);
     }
-    if (isTaken || queue_.RemoveRequest(request) != 0) {
+    if (isOurs || queue_.RemoveRequest(request) != 0) {
       Finish(request, SCA_TikaVerdict::Make(SCA_TikaOutcome::Cancelled, SCA_ErrorCancelled, nullptr,
                                             SCA_ErrorText(SCA_ErrorStopping)));
     } else {

@@ -2,8 +2,8 @@
 #ifndef SCA_PRODUCT_SCA_TIKADISPATCH_H
 #define SCA_PRODUCT_SCA_TIKADISPATCH_H
 
+#include <array>
 #include <chrono>
-#include <condition_variable>
 #include <optional>
 #include <random>
 #include <string>
@@ -29,6 +29,14 @@ struct SCA_TikaVerdict {
   SCA_TikaVerdict& Tell(const char* text);
 };
 
+/// What the end of a try tells.
+enum class SCA_TikaTryEnd {
+  Final,     ///< of the file: how it ended is known
+  NotReady,  ///< of the server: it is coming up
+  Broken,    ///< of either: the connection broke
+  NotBegun   ///< nothing: the server could not be reached for it
+};
+
 /// One client and the thread that serves with it.
 class SCA_TikaWorker {
  public:
@@ -49,9 +57,11 @@ class SCA_TikaWorker {
   unsigned long Server() const { return server_; }
   const std::string& Name() const { return name_; }
   bool IsServer(const char* hostName, unsigned short port) const;
-  /// Whether the worker may have a request, as to its service and to the server that broke before.
-  bool MayServe(const SCA_TikaExtractRequest& request) const;
-  const SCA_TikaClient* Client() const { return client_.get(); }
+  /// Whether the worker's service may serve a request.
+  bool MayServe(const SCA_TikaExtractRequest& request) const {
+    return request.MatchServiceId(serviceId_) != 0;
+  }
+  SCA_TikaClient* Client() const { return client_.get(); }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -59,12 +69,15 @@ class SCA_TikaWorker {
 
   void Run();
   bool IsReady() const;
-  bool MakeReady();
+  enum class Proof { None, Answer };
+  bool MakeReady(Proof proof);
+  bool Connect(unsigned long* error);
+  bool Answers(unsigned long* error);
   bool RenewClient(unsigned long* error);
   void WaitBeforeNextTry();
   void Park(unsigned long seen);
-  void Serve(SCA_TikaExtractRequest* request);
-  bool TryAgain(SCA_TikaExtractRequest* request, Delivery* delivery, bool mayStay);
+  bool Serve(SCA_TikaExtractRequest* request);
+  SCA_TikaVerdict Extract(SCA_TikaExtractRequest* request, Delivery* delivery);
   SCA_TikaVerdict Judge(const SCA_TikaExtractRequest& request, const Delivery& delivery,
                         unsigned long error);
   static int Deliver(const char* text, unsigned long length, unsigned long offset, void* context);
@@ -77,12 +90,13 @@ class SCA_TikaWorker {
   const unsigned long server_;
   const std::string name_;  // host:port
   SCA_Event wake_{0, 0};
+  SCA_Event askEnds_{1, 0};
 
   // The thread's own.
   SCA_Owned<SCA_TikaClient> client_;
   std::optional<unsigned long> clientId_;  // once the pool has given one
   Clock::time_point usedAt_;
-  bool isReused_ = false;  // the connection has served a file
+  Proof proof_ = Proof::None;  // what the next connection needs
   unsigned long delayMs_;
   std::minstd_rand random_;
 
@@ -93,8 +107,13 @@ class SCA_TikaWorker {
 /// queue or of the pool, nor across a call of a sink; a request that the queue deletes takes it
 /// while the queue's mutex is held.
 ///
-/// A request that was submitted is at each moment in the queue, among the retries, or with one
-/// thread that finishes it, serves it or takes it back.
+/// A request that was submitted is at each moment in the queue, waiting outside of it, or with one
+/// thread that serves it, ends it or puts it back.
+///
+/// A file whose connection broke is a suspect: it may have killed its server, or been there when
+/// another one did. A suspect claims a server, which takes no more work until it has served what it
+/// has, and then has it alone, over a new connection, once it has answered. A break then can only
+/// come from the file or from chance; two make the outcome `ServersDied`.
 class SCA_TikaDispatch {
  public:
   using Clock = std::chrono::steady_clock;
@@ -104,7 +123,7 @@ class SCA_TikaDispatch {
   SCA_TikaDispatch(const SCA_TikaDispatch&) = delete;
   SCA_TikaDispatch& operator=(const SCA_TikaDispatch&) = delete;
 
-  /// @return False without memory or thread.
+  /// @return False without memory. Throws as threads and allocations do.
   bool Start();
 
   /// @name What the dispatcher offers; results are error codes, 0 for success
@@ -133,18 +152,25 @@ class SCA_TikaDispatch {
   int Prepare(SCA_TikaClient* client, unsigned long* error);
   /// A number that changes with every request that comes.
   unsigned long Work() SCA_EXCLUDES(lock_);
-  /// Takes the oldest request for a worker, a second try before all others, and begins it.
+  /// Takes the oldest request for a worker, one that waits for a further try before all others.
   /// @return Null when there is none.
   SCA_TikaExtractRequest* Take(const SCA_TikaWorker& worker) SCA_EXCLUDES(lock_);
   /// @return False when work has come since `seen`: the worker must look again.
   bool BeginIdle(const SCA_TikaWorker& worker, unsigned long seen) SCA_EXCLUDES(lock_);
   void EndIdle(const SCA_TikaWorker& worker) SCA_EXCLUDES(lock_);
+  /// Around a question of a worker to its server, whose client's time-out is for each wait only.
+  /// @param ends  Set when the whole answer takes longer than that; the worker's.
+  void BeginAsk(const SCA_TikaWorker& worker, SCA_Event* ends) SCA_EXCLUDES(lock_);
+  void EndAsk(const SCA_TikaWorker& worker) SCA_EXCLUDES(lock_);
   void ServerIsUp(const SCA_TikaWorker& worker) SCA_EXCLUDES(lock_);
   void ServerIsDown(const SCA_TikaWorker& worker, unsigned long error) SCA_EXCLUDES(lock_);
-  bool HasOtherServer(const SCA_TikaExtractRequest& request, const SCA_TikaWorker& worker)
-      SCA_EXCLUDES(lock_);
-  /// Lets a request wait for its second try. @param failedServer  Must not have it again.
-  void Retry(SCA_TikaExtractRequest* request, unsigned long failedServer) SCA_EXCLUDES(lock_);
+  /// Begins a try: from now on it has its time limit.
+  void BeginTry(SCA_TikaExtractRequest* request, SCA_TikaClient* client) SCA_EXCLUDES(lock_);
+  /// Ends what `Take` began; the worker's client is no longer looked at.
+  /// @return True when the request is to be tried again, by `Retry`.
+  bool EndTry(SCA_TikaExtractRequest* request, SCA_TikaTryEnd end) SCA_EXCLUDES(lock_);
+  /// Lets a request wait for a further try.
+  void Retry(SCA_TikaExtractRequest* request) SCA_EXCLUDES(lock_);
   /// Records how a request ended and hands it back to its requester.
   void Finish(SCA_TikaExtractRequest* request, const SCA_TikaVerdict& verdict) SCA_EXCLUDES(lock_);
   bool IsOverdue(const SCA_TikaExtractRequest& request) SCA_EXCLUDES(lock_);
@@ -156,19 +182,40 @@ class SCA_TikaDispatch {
     std::unique_ptr<SCA_TikaWorker> worker;
     bool isIdle = false;
     std::optional<Clock::time_point> downSince;
-    unsigned long error = 0;  // of the last try, while it is down
+    unsigned long error = 0;   // of the last try, while it is down
+    SCA_Event* ask = nullptr;  // ends the question under way
+    Clock::time_point askedAt;
   };
+  // What the workers of one host and port share.
+  struct Server {
+    unsigned long serving = 0;                      // requests
+    SCA_TikaExtractRequest* suspect = nullptr;      // that has it alone, or is to
+    std::optional<Clock::time_point> unreadySince;  // nothing but such answers since
+  };
+  using Stage = SCA_TikaExtractRequest::Stage;
   struct Services;
 
   unsigned long Check(SCA_TikaExtractRequest* request) const;
   unsigned long FillServices(SCA_TikaExtractRequest* request) const;
   unsigned long Admit(SCA_TikaExtractRequest* request, bool wait) SCA_EXCLUDES(lock_);
   void Unregister(SCA_TikaExtractRequest* request) SCA_REQUIRES(lock_);
-  void NoLongerWaits(SCA_TikaExtractRequest* request) SCA_REQUIRES(lock_);
-  void LeaveRetries(SCA_TikaExtractRequest* request) SCA_REQUIRES(lock_);
-  void JoinRetries(SCA_TikaExtractRequest* request) SCA_REQUIRES(lock_);
-  SCA_TikaExtractRequest* TakeRetry(const SCA_TikaWorker& worker) SCA_EXCLUDES(lock_);
-  bool Begin(SCA_TikaExtractRequest* request) SCA_EXCLUDES(lock_);
+  void Move(SCA_TikaExtractRequest* request, Stage stage) SCA_REQUIRES(lock_);
+  unsigned long& At(Stage stage) SCA_REQUIRES(lock_) {
+    return at_[static_cast<std::size_t>(stage)];
+  }
+  void Leave(SCA_TikaExtractRequest* request) SCA_REQUIRES(lock_);
+  void LetWait(SCA_TikaExtractRequest* request) SCA_REQUIRES(lock_);
+  void TakeBack(SCA_TikaExtractRequest* request) SCA_REQUIRES(lock_);
+  bool MayHave(const SCA_TikaWorker& worker, const SCA_TikaExtractRequest& request)
+      SCA_REQUIRES(lock_);
+  bool HasOther(const SCA_TikaExtractRequest& request, unsigned long server) SCA_REQUIRES(lock_);
+  bool IsOpen(const SCA_TikaWorker& worker) SCA_REQUIRES(lock_) {
+    return servers_[worker.Server()].suspect == nullptr;
+  }
+  bool Claim(SCA_TikaExtractRequest* request, const SCA_TikaWorker& worker) SCA_REQUIRES(lock_);
+  SCA_TikaExtractRequest* FindWaiting(const SCA_TikaWorker& worker) SCA_REQUIRES(lock_);
+  bool Begin(SCA_TikaExtractRequest* request, const SCA_TikaWorker& worker) SCA_REQUIRES(lock_);
+  bool IsWorthWaiting(SCA_TikaExtractRequest* request, Server* server) SCA_REQUIRES(lock_);
   template <class Accept>
   void WakeOne(Accept accept) SCA_REQUIRES(lock_);
   void WakeAll() SCA_REQUIRES(lock_);
@@ -177,9 +224,11 @@ class SCA_TikaDispatch {
   void Watch();
   bool HasRequests() SCA_EXCLUDES(lock_);
   bool Sweep() SCA_EXCLUDES(lock_);
-  bool EndWaiting(SCA_TikaExtractRequest* request, bool isTaken) SCA_EXCLUDES(lock_);
+  void EndLongAsks(Clock::time_point now) SCA_REQUIRES(lock_);
+  bool EndWaiting(SCA_TikaExtractRequest* request, bool isOurs) SCA_EXCLUDES(lock_);
   SCA_TikaVerdict Judge(SCA_TikaExtractRequest* request, Clock::time_point now) SCA_REQUIRES(lock_);
-  bool IsPastLimit(const SCA_TikaExtractRequest& request, Clock::time_point now) const;
+  bool IsPastLimit(const SCA_TikaExtractRequest& request, Clock::time_point now)
+      SCA_REQUIRES(lock_);
   bool LacksServer(const SCA_TikaExtractRequest& request, Clock::time_point now,
                    const Seat** example) SCA_REQUIRES(lock_);
   void Drain() SCA_EXCLUDES(lock_);
@@ -197,11 +246,11 @@ class SCA_TikaDispatch {
   std::thread watcher_;
 
   SCA_Lock lock_;
-  std::condition_variable_any hasRoom_;
+  SCA_Condition hasRoom_;
   SCA_List<SCA_TikaExtractRequest*> requests_ SCA_GUARDED_BY(lock_){0};
-  unsigned long retries_ SCA_GUARDED_BY(lock_) = 0;  // requests that wait outside of the queue
   std::vector<Seat> seats_ SCA_GUARDED_BY(lock_);
-  unsigned long waiting_ SCA_GUARDED_BY(lock_) = 0;
+  std::vector<Server> servers_ SCA_GUARDED_BY(lock_);
+  std::array<unsigned long, 4> at_ SCA_GUARDED_BY(lock_){};  // requests at each stage
   unsigned long work_ SCA_GUARDED_BY(lock_) = 0;
   bool isStopping_ SCA_GUARDED_BY(lock_) = false;
 };

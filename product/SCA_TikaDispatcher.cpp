@@ -1,7 +1,9 @@
 #include "product/SCA_TikaDispatcher.h"
 
-#include <new>
+#include <cerrno>
+#include <exception>
 
+#include "platform/SCA_Fail.h"
 #include "product/SCA_TikaDispatch.h"
 
 namespace {
@@ -14,47 +16,59 @@ int Result(unsigned long code, unsigned long* error) {
 }  // namespace
 
 SCA_TikaDispatcher::SCA_TikaDispatcher(SCA_TikaConfigOrv* settings,
-                                       const SCA_TikaDispatchLimits& limits)
-    : dispatch_(settings != nullptr ? new (std::nothrow) SCA_TikaDispatch(settings, limits)
-                                    : nullptr) {
-  SetValid(dispatch_ != nullptr && dispatch_->Start() ? 1 : 0);
+                                       const SCA_TikaDispatchLimits& limits) {
+  if (settings == nullptr) return;
+  try {
+    auto dispatch = std::make_unique<SCA_TikaDispatch>(settings, limits);
+    if (!dispatch->Start()) return;
+    dispatch_ = std::move(dispatch);
+    SetValid(1);
+  } catch (const std::exception&) {
+    // Without memory or threads there is no dispatch.
+  }
 }
 
 SCA_TikaDispatcher::~SCA_TikaDispatcher() = default;
 
 void SCA_TikaDispatcher::SetPrepareServer(SCA_TikaPrepareServer prepare, void* context) {
-  dispatch_->SetPrepareServer(prepare, context);
+  if (dispatch_ != nullptr) dispatch_->SetPrepareServer(prepare, context);
 }
 
 int SCA_TikaDispatcher::AddServer(const char* hostName, unsigned short port,
                                   unsigned long serviceId, unsigned long* error) {
+  if (dispatch_ == nullptr) return SCA_Fail(ENOMEM, error);
   return Result(dispatch_->AddServer(hostName, port, serviceId), error);
 }
 
 int SCA_TikaDispatcher::Submit(SCA_TikaExtractRequest* request, int wait, unsigned long* error) {
+  if (dispatch_ == nullptr) return SCA_Fail(ENOMEM, error);
   return Result(dispatch_->Submit(request, wait != 0), error);
 }
 
 void SCA_TikaDispatcher::Cancel(SCA_TikaExtractRequest* request) {
-  dispatch_->Cancel(request);
+  if (dispatch_ != nullptr) dispatch_->Cancel(request);
 }
 
 void SCA_TikaDispatcher::CancelAll() {
-  dispatch_->CancelAll();
+  if (dispatch_ != nullptr) dispatch_->CancelAll();
 }
 
 void SCA_TikaDispatcher::Abandon(SCA_TikaExtractRequest* request) {
-  dispatch_->Abandon(request);
+  if (dispatch_ != nullptr) {
+    dispatch_->Abandon(request);
+  } else {
+    request->Destroy();
+  }
 }
 
 void SCA_TikaDispatcher::Stop() {
-  dispatch_->Stop();
+  if (dispatch_ != nullptr) dispatch_->Stop();
 }
 
 unsigned long SCA_TikaDispatcher::GetPendingRequests() const {
-  return dispatch_->Pending();
+  return dispatch_ != nullptr ? dispatch_->Pending() : 0;
 }
 
 int SCA_TikaDispatcher::GetStatus(SCA_ConfigObj* obj) {
-  return dispatch_->GetStatus(obj);
+  return dispatch_ != nullptr ? dispatch_->GetStatus(obj) : 0;
 }

@@ -11,12 +11,19 @@ class SCA_TikaDispatch;
 
 /// Limits of a dispatcher; times in milliseconds.
 struct SCA_TikaDispatchLimits {
-  unsigned long connectMs = 10000;   ///< for one connection
-  unsigned long fileMs = 0;          ///< for one file, a second try included; 0: none
+  unsigned long connectMs = 10000;  ///< for one connection
+  /// For each try of a file, from the moment a worker takes it, however its reply trickles. Tika
+  /// itself gives a document up after 300 s; 0: none.
+  unsigned long fileMs = 310000;
+  unsigned long fileMsPerMiB = 1000;  ///< added to it for each MiB of the file that has begun
+  /// Bytes of a text; a longer one ends as `ServerFailed` with `SCA_ErrorTextTooLong`. 0: none.
+  unsigned long long textBytes = 2ULL << 30;
   unsigned long idleMs = 150000;     ///< older connections are renewed; servers close after 200 s
   unsigned long noServerMs = 30000;  ///< a request waits so long while no server is reachable
-  unsigned long firstDelayMs = 100;  ///< before a server that was not reachable is tried again; ...
-  unsigned long lastDelayMs = 10000;  ///< ... grows to this
+  unsigned long notReadyMs = 30000;  ///< a server that comes up may answer 404 or 503 so long
+  /// Before a server that was not reachable or not ready is tried again; 5 at least, ...
+  unsigned long firstDelayMs = 100;
+  unsigned long lastDelayMs = 10000;  ///< ... and twice as much each time, up to this
   unsigned long variant = 3;          ///< of the reply decoder
 };
 
@@ -24,24 +31,30 @@ struct SCA_TikaDispatchLimits {
 /// for it, and set the client's port.
 /// @param stop   Set when the dispatcher ends: waits must look at it.
 /// @param error  Receives why there is no server.
-/// @return 0 when there is none; it is asked again later.
+/// @return 0 when there is none; it is asked again later. Must not throw.
 using SCA_TikaPrepareServer = int (*)(SCA_TikaClient* client, SCA_Event* stop, void* context,
                                       unsigned long* error);
 
 /// One client with one worker for each server added. A worker takes the oldest request that its
 /// client can serve, and keeps the client connected: it renews the connection after a failure and
-/// after a long pause, replaces a client that became invalid, and tries a server that cannot be
-/// reached again with growing delay. A request whose connection broke goes once to another server,
-/// after `SCA_TikaTextSink::Restart` if text had been delivered; when there is no other one, and
-/// the connection had served a file before (the server may have closed it between the two), once
-/// more to the same. A server that answers 404 or 503 is coming up: its file is tried once more as
-/// well. A refused file, a time-out and any other answer of failure are never tried again.
+/// after a long pause or when the server has closed it, replaces a client that became invalid, and
+/// tries a server that cannot be reached again with growing delay.
+///
+/// A file whose connection broke is tried again, after `SCA_TikaTextSink::Restart` if text had been
+/// delivered: it may have killed its server, or have lost it to another file that did. So it gets
+/// two more tries, each alone on a server that has just answered, over a new connection. The server
+/// first ends what it has; the others go on meanwhile. Another server is preferred while one can be
+/// reached. A file that breaks these two connections too ends as `ServersDied`; its neighbours
+/// are extracted.
+///
+/// A server that answers 404 or 503 is coming up: its file goes to another one, or waits. A refused
+/// file, a time-out and any other answer of failure are never tried again.
 ///
 /// Threads: any thread may call any operation but the destructor. A limit of the settings may
 /// change at any time; texts and services are copied when the dispatcher is made.
 class SCA_API SCA_TikaDispatcher : public SCA_Object {
  public:
-  /// Invalid without memory, threads or settings.
+  /// Invalid without memory, threads or settings; every operation then fails with `ENOMEM`.
   /// @param settings  Network time-out, mode and limit of pending requests; not owned, must outlive
   ///                  the dispatcher.
   SCA_TikaDispatcher(SCA_TikaConfigOrv* settings, const SCA_TikaDispatchLimits& limits);
@@ -65,10 +78,12 @@ class SCA_API SCA_TikaDispatcher : public SCA_Object {
   ///               there is room, 0 refuses. A maximum of 0 refuses in any case.
   /// @param error  `SCA_ErrorExtractionOff`, `SCA_ErrorNoService`, `SCA_ErrorQueueFull`,
   ///               `SCA_ErrorStopping`, `SCA_ErrorAlreadyActive` for one submitted before,
+  ///               `SCA_ErrorCancelled` for one cancelled while it waited for room,
   ///               `SCA_ErrorInvalidData` for one that is not valid, `ENOMEM`.
   /// @return 1; or 0, the request then being the caller's as before.
   int Submit(SCA_TikaExtractRequest* request, int wait, unsigned long* error);
-  /// Cancels a request, which ends soon as `Cancelled` unless it ends otherwise before.
+  /// Cancels a request, which ends soon as `Cancelled` unless it ends otherwise before. Ends its
+  /// submit where that waits.
   void Cancel(SCA_TikaExtractRequest* request);
   /// Cancels every request submitted so far.
   void CancelAll();

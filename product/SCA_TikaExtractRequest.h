@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 
 #include "product/SCA_TikaClientRequest.h"
 
@@ -16,11 +17,11 @@ enum class SCA_TikaOutcome {
   None,              ///< it has not ended
   Extracted,         ///< the whole text was delivered
   Refused,           ///< a server refused the file: it is empty, encrypted, damaged or too large
-  ServerFailed,      ///< a server answered with a failure, or not as Tika does
-  ConnectionBroken,  ///< the connection broke, and there was no other server to try
-  ServersDied,       ///< two servers broke the connection while they had the file
+  ServerFailed,      ///< a server answered with a failure, not as Tika does, or without end
+  ConnectionBroken,  ///< the connection broke, and no server could be reached after that
+  ServersDied,       ///< the connection broke twice while a server had this file alone
   TimedOut,          ///< the server said nothing for the network time-out
-  TimeLimit,         ///< the file took longer than the time limit
+  TimeLimit,         ///< the file took longer than the time limit of a try
   Cancelled,         ///< its requester, or the end of the dispatcher, cancelled it
   FileFailed,        ///< the file could not be read
   SinkFailed,        ///< the receiver of the text refused to go on
@@ -39,8 +40,8 @@ class SCA_API SCA_TikaTextSink : public SCA_Object {
   /// Takes the next block of the text, as `SCA_TikaTextCallback` has it.
   /// @return 0 stops the extraction, which then ends as `SinkFailed`.
   virtual int Write(const char* text, unsigned long length, unsigned long offset) = 0;
-  /// Takes back everything written: the file goes to another server, and the text begins anew at
-  /// offset 0. @return 0 stops as above.
+  /// Takes back everything written: the file is tried again, and the text begins anew at offset 0.
+  /// @return 0 stops as above.
   virtual int Restart() = 0;
   /// The outcome is recorded; `ready` is signalled after this returns. Until then the request must
   /// not be deleted.
@@ -66,7 +67,7 @@ class SCA_API SCA_TikaExtractRequest : public SCA_TikaClientRequest {
   const char* GetPath() const { return path_.get(); }
   SCA_TikaTextSink* GetSink() { return sink_.get(); }
   /// Setting it cancels the request; `SCA_TikaDispatcher::Cancel` does so at once where this takes
-  /// a moment.
+  /// a moment, up to a second for a submit that waits.
   SCA_Event* GetCancel() { return &cancel_; }
 
   /// @name How it ended; the status code holds the error code, 0 for an extracted text
@@ -75,7 +76,7 @@ class SCA_API SCA_TikaExtractRequest : public SCA_TikaClientRequest {
   /// One English line; empty for an extracted text.
   const char* GetCause() const { return cause_; }
   /// The server that served it last, as host:port; empty when none did.
-  const char* GetServer() const { return server_; }
+  const char* GetServer() const { return serverName_; }
   /// The HTTP code with which a server refused the file before it had read it; 0 for none.
   unsigned long GetRefusalCode() const { return refusalCode_; }
   /// Bytes of text delivered; 0 unless it was extracted.
@@ -84,7 +85,7 @@ class SCA_API SCA_TikaExtractRequest : public SCA_TikaClientRequest {
   unsigned long long GetFileSize() const { return fileSize_; }
   /// Milliseconds from the first server's taking it to the end, 0 when none took it.
   unsigned long long GetDuration() const { return durationMs_; }
-  /// How many servers had the file: 0 to 2.
+  /// How often a server had the file, 0 to 3; an answer that it is not ready does not count.
   unsigned long GetTries() const { return tries_; }
   /// @}
 
@@ -102,23 +103,35 @@ class SCA_API SCA_TikaExtractRequest : public SCA_TikaClientRequest {
 
   SCA_TikaOutcome outcome_ = SCA_TikaOutcome::None;
   char cause_[260] = "";
-  char server_[272] = "";
+  char serverName_[272] = "";
   unsigned long refusalCode_ = 0;
   unsigned long long textLength_ = 0;
   unsigned long long fileSize_ = 0;
   unsigned long long durationMs_ = 0;
   unsigned long tries_ = 0;
 
+  // Where a submitted request is.
+  enum class Stage {
+    Queued,   // in the queue; counts against the limit of pending requests
+    Waiting,  // outside of the queue, for a further try
+    Served,   // with a worker, from its taking to the end of the try
+    Ending    // with the thread that ends it or puts it back
+  };
+
+  bool IsSuspect() const { return tries_ > 0; }
+
   // The dispatcher's, under its lock.
   SCA_TikaDispatch* dispatch_ = nullptr;  // that knows the request, from submission to the outcome
-  Node* place_ = nullptr;                 // among its requests
-  bool isRetry_ = false;                  // waits for a worker outside of the queue
-  bool isServed_ = false;
-  bool isWaiting_ = false;  // counts against the limit of pending requests
+  Node* node_ = nullptr;                  // among its requests
+  Stage stage_ = Stage::Ending;
   bool isOverdue_ = false;  // the time limit has cancelled it
   Clock::time_point waitsSince_;
-  Clock::time_point beganAt_;
-  unsigned long failedServer_ = kNoServer;  // the server that must not have it again
+  std::optional<Clock::time_point> beganAt_;       // the first try
+  Clock::time_point triedAt_;                      // the last one
+  std::optional<Clock::time_point> unreadySince_;  // the first answer of a server not ready for it
+  unsigned long unready_ = 0;                      // how many such answers there were
+  unsigned long server_ = kNoServer;               // that serves it, or that a suspect has claimed
+  unsigned long failedServer_ = kNoServer;         // on which it broke last
 };
 
 #endif  // SCA_PRODUCT_SCA_TIKAEXTRACTREQUEST_H

@@ -26,16 +26,10 @@ SCA_TikaRequestList::SCA_TikaRequestList() : SCA_List(0) {
   SetValid(mutex_.IsValid());
 }
 
-void SCA_TikaRequestList::Remove(Node* node) {
-  Nodes().DeleteListItem(node);
-  requests_.Subtract(1);
-}
-
 int SCA_TikaRequestList::AddRequest(SCA_TikaClientRequest* request) {
   const SCA_MutexGuard guard(mutex_);
   if (Nodes().AddItemToTail(request, static_cast<unsigned long>(nextRequestId_)) == 0) return 0;
   request->SetRequestId(nextRequestId_++);
-  requests_.Add(1);
   return 1;
 }
 
@@ -48,10 +42,10 @@ int SCA_TikaRequestList::Take(Accept accept, SCA_TikaClientRequest** request) {
     node = node->GetNext();
     SCA_TikaClientRequest* const candidate = current->GetItem();
     if (candidate->GetProcessStatus() == SCA_RequestAbandoned) {
-      Remove(current);
+      Nodes().DeleteListItem(current);
       candidate->Destroy();
     } else if (accept(*candidate)) {
-      Remove(current);
+      Nodes().DeleteListItem(current);
       *request = candidate;
       return 1;
     }
@@ -85,7 +79,7 @@ int SCA_TikaRequestList::RemoveRequest(const SCA_TikaClientRequest* request) {
   const SCA_MutexGuard guard(mutex_);
   for (Node* node = Nodes().GetHead(); node != nullptr; node = node->GetNext()) {
     if (node->GetItem() == request) {
-      Remove(node);
+      Nodes().DeleteListItem(node);
       return 1;
     }
   }

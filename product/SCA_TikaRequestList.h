@@ -34,7 +34,7 @@ class SCA_API SCA_TikaRequestList : public SCA_List<SCA_TikaClientRequest*> {
   /// @return 0 when it is not in the queue.
   int RemoveRequest(const SCA_TikaClientRequest* request) SCA_EXCLUDES(mutex_);
   /// The number of requests, read without the mutex: it may have changed when the caller looks.
-  unsigned long GetRequestCount() const { return requests_.Get(); }
+  unsigned long GetRequestCount() const { return Count(); }
   /// Adds an object for each request, named by its id.
   /// @return 0, after a report, when one cannot be added.
   int GetStatus(SCA_ConfigObj* obj) SCA_EXCLUDES(mutex_);
@@ -42,13 +42,11 @@ class SCA_API SCA_TikaRequestList : public SCA_List<SCA_TikaClientRequest*> {
  private:
   // The nodes, for whoever holds the mutex.
   SCA_List<SCA_TikaClientRequest*>& Nodes() SCA_REQUIRES(mutex_) { return *this; }
-  void Remove(Node* node) SCA_REQUIRES(mutex_);
   template <class Accept>
   int Take(Accept accept, SCA_TikaClientRequest** request) SCA_REQUIRES(mutex_);
 
   SCA_Mutex mutex_;
   std::uint32_t nextRequestId_ SCA_GUARDED_BY(mutex_) = 0;
-  SCA_AtomicValue<std::uint32_t> requests_{0};  // the list's count, written under the mutex
 };
 
 #endif  // SCA_PRODUCT_SCA_TIKAREQUESTLIST_H

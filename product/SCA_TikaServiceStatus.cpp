@@ -29,7 +29,7 @@ int SCA_TikaServiceStatus::UpdateService(SCA_TikaService* service) {
   if (service_.SetContent(service, 0) != 0) return 1;
   SCA_GetReportFunction(kSource, __LINE__)(
       SCA_LevelError, "SCA_TikaServiceStatus::UpdateService: cannot copy service - %lu",
-      service->GetServiceId());
+      service != nullptr ? service->GetServiceId() : SCA_NoItemId);
   return 0;
 }
 

@@ -9,14 +9,38 @@
 namespace {
 
 constexpr unsigned long kFirstHttpCode = 200;
-constexpr unsigned long kLastHttpCode = 999;
 constexpr unsigned long kFirstRefusal = 400;
 constexpr unsigned long kNotFound = 404;
+constexpr unsigned long kFirstFailure = 500;
 constexpr unsigned long kUnavailable = 503;
+
+// However short the delays are: a server that is down must not be asked without pause.
+constexpr unsigned long kLeastDelayMs = 5;
 
 // A Tika server listens before its services are there, and answers 404 until then.
 bool IsComingUp(unsigned long code) {
   return code == kNotFound || code == kUnavailable;
+}
+
+// Of the replies that arrive before the upload is complete those that are about the file.
+bool IsRefusal(unsigned long code) {
+  return code >= kFirstRefusal && code < kFirstFailure && !IsComingUp(code);
+}
+
+// What is not an error of the system is one that the server's answer showed.
+bool IsAnswer(unsigned long code) {
+  return code >= kFirstHttpCode && code != SCA_ErrorCancelled;
+}
+
+SCA_TikaTryEnd Classify(const SCA_TikaVerdict& verdict, unsigned long refusalCode) {
+  if (verdict.outcome == SCA_TikaOutcome::ConnectionBroken) return SCA_TikaTryEnd::Broken;
+  return IsComingUp(verdict.code) || IsComingUp(refusalCode) ? SCA_TikaTryEnd::NotReady
+                                                             : SCA_TikaTryEnd::Final;
+}
+
+SCA_TikaVerdict RefusedBySink() {
+  return SCA_TikaVerdict::Make(SCA_TikaOutcome::SinkFailed, SCA_ErrorCancelled, nullptr,
+                               "the receiver of the text refused to go on");
 }
 
 std::string NameOf(const char* hostName, unsigned short port) {
@@ -30,7 +54,9 @@ std::string NameOf(const char* hostName, unsigned short port) {
 // Where the text of an extraction goes, and what came of it.
 struct SCA_TikaWorker::Delivery {
   SCA_TikaTextSink* sink;
-  bool hasText = false;
+  unsigned long long limit;       // bytes; 0 for none
+  unsigned long long length = 0;  // bytes delivered
+  bool isTooLong = false;
   bool isRefused = false;  // by the sink
 };
 
@@ -59,19 +85,15 @@ bool SCA_TikaWorker::IsServer(const char* hostName, unsigned short port) const {
   return port == port_ && SCA_StrCompareNoCase(hostName, hostName_.c_str()) != 0;
 }
 
-bool SCA_TikaWorker::MayServe(const SCA_TikaExtractRequest& request) const {
-  return request.failedServer_ != server_ && request.MatchServiceId(serviceId_) != 0;
-}
-
 void SCA_TikaWorker::Run() {
   while (dispatch_->StopEvent().Wait(0) == 0) {
-    if (!IsReady() && !MakeReady()) {
+    if (!IsReady() && !MakeReady(proof_)) {
       WaitBeforeNextTry();
       continue;
     }
     const unsigned long seen = dispatch_->Work();
     if (SCA_TikaExtractRequest* request = dispatch_->Take(*this)) {
-      Serve(request);
+      if (!Serve(request)) WaitBeforeNextTry();
     } else {
       Park(seen);
     }
@@ -95,25 +117,45 @@ void SCA_TikaWorker::Park(unsigned long seen) {
 
 bool SCA_TikaWorker::IsReady() const {
   return client_ != nullptr && client_->IsValid() != 0 && client_->IsConnected() != 0 &&
-         Clock::now() - usedAt_ < std::chrono::milliseconds(dispatch_->Limits().idleMs);
+         Clock::now() - usedAt_ < std::chrono::milliseconds(dispatch_->Limits().idleMs) &&
+         client_->IsUsable() != 0;
 }
 
-// Makes a fresh connection.
-bool SCA_TikaWorker::MakeReady() {
+// Makes a new connection.
+// @param proof  Whether the server must answer first. What lies between may take connections for
+//               a server that is gone, and break them.
+bool SCA_TikaWorker::MakeReady(Proof proof) {
   unsigned long error = SCA_ErrorCannotCreate;
   if (RenewClient(&error)) {
     client_->Disconnect();
     if (dispatch_->Prepare(client_.get(), &error) != 0 &&
-        client_->Connect(dispatch_->Limits().connectMs, &error) != 0) {
+        (proof == Proof::None || Answers(&error)) && Connect(&error)) {
       dispatch_->ServerIsUp(*this);
-      delayMs_ = dispatch_->Limits().firstDelayMs;
       usedAt_ = Clock::now();
-      isReused_ = false;
+      proof_ = Proof::None;
       return true;
     }
   }
   dispatch_->ServerIsDown(*this, error);
   return false;
+}
+
+bool SCA_TikaWorker::Connect(unsigned long* error) {
+  return client_->Connect(dispatch_->Limits().connectMs, error) != 0;
+}
+
+bool SCA_TikaWorker::Answers(unsigned long* error) {
+  if (!Connect(error)) return false;
+  char version[101];
+  dispatch_->BeginAsk(*this, &askEnds_);
+  client_->SetCancelEvent(&askEnds_);
+  const bool answers = client_->GetVersion(version, sizeof version, error) != 0 ||
+                       (IsAnswer(*error) && !IsComingUp(*error));
+  client_->SetCancelEvent(&dispatch_->StopEvent());
+  dispatch_->EndAsk(*this);
+  if (!answers && *error == SCA_ErrorCancelled) *error = ETIMEDOUT;
+  client_->Disconnect();
+  return answers;
 }
 
 // Replaces the client when there is none that can be trusted.
@@ -134,68 +176,72 @@ bool SCA_TikaWorker::RenewClient(unsigned long* error) {
 // The delay grows, and differs from worker to worker: a server that comes back is not met by all at
 // once.
 void SCA_TikaWorker::WaitBeforeNextTry() {
-  std::uniform_int_distribution<unsigned long> around(delayMs_ / 2, delayMs_ + delayMs_ / 2);
+  const unsigned long delayMs = std::max(delayMs_, kLeastDelayMs);
+  std::uniform_int_distribution<unsigned long> around(delayMs / 2, delayMs + delayMs / 2);
   dispatch_->StopEvent().Wait(around(random_));
-  delayMs_ = std::min(delayMs_ * 2, dispatch_->Limits().lastDelayMs);
+  delayMs_ = std::min(delayMs * 2, dispatch_->Limits().lastDelayMs);
 }
 
 int SCA_TikaWorker::Deliver(const char* text, unsigned long length, unsigned long offset,
                             void* context) {
   auto* const delivery = static_cast<Delivery*>(context);
-  delivery->hasText = true;
+  delivery->isTooLong = delivery->limit != 0 && length > delivery->limit - delivery->length;
+  if (delivery->isTooLong) return 0;
+  delivery->length += length;
   delivery->isRefused = delivery->sink->Write(text, length, offset) == 0;
   return delivery->isRefused ? 0 : 1;
 }
 
-void SCA_TikaWorker::Serve(SCA_TikaExtractRequest* request) {
-  SCA_CopyText(request->server_, name_.c_str(), SCA_TextFit::Cut);
-  Delivery delivery{request->GetSink()};
-  unsigned long length = 0;
-  unsigned long error = SCA_ErrorCancelled;
-  const bool wasReused = isReused_;
-  bool isExtracted = false;
-  if (request->GetCancel()->Wait(0) == 0) {
-    request->SetClient(client_.get());
-    isExtracted =
-        client_->GetFileText(dispatch_->Limits().variant, request->GetPath(), nullptr, &Deliver,
-                             &delivery, request->GetCancel(), &length, &error) != 0;
-    request->SetClient(nullptr);
-    request->fileSize_ = client_->GetLastFileSize();
-    request->refusalCode_ = client_->GetRefusalCode();
-    usedAt_ = Clock::now();
-    isReused_ = true;
-    // The connection may hold half an exchange; the next file gets a fresh one.
-    if (!isExtracted) client_->Disconnect();
+// @return False when the server was of no use, and is to be left alone for a while.
+bool SCA_TikaWorker::Serve(SCA_TikaExtractRequest* request) {
+  if (request->IsSuspect() && !MakeReady(Proof::Answer)) {
+    // A connection alone must not make the server count as up again.
+    proof_ = Proof::Answer;
+    dispatch_->EndTry(request, SCA_TikaTryEnd::NotBegun);
+    dispatch_->Retry(request);
+    return false;
   }
-  if (isExtracted) {
-    request->textLength_ = length;
-    dispatch_->Finish(request, SCA_TikaVerdict::Make(SCA_TikaOutcome::Extracted, 0, nullptr, ""));
-    return;
+  Delivery delivery{request->GetSink(), dispatch_->Limits().textBytes};
+  SCA_TikaVerdict verdict = Extract(request, &delivery);
+  const SCA_TikaTryEnd end = Classify(verdict, request->refusalCode_);
+  if (end == SCA_TikaTryEnd::Final) delayMs_ = dispatch_->Limits().firstDelayMs;
+  if (end == SCA_TikaTryEnd::Broken) proof_ = Proof::Answer;
+  bool isAgain = dispatch_->EndTry(request, end);
+  if (isAgain && delivery.length > 0 && request->GetSink()->Restart() == 0) {
+    verdict = RefusedBySink();
+    isAgain = false;
+  } else if (end == SCA_TikaTryEnd::Broken) {
+    verdict = SCA_TikaVerdict::Make(SCA_TikaOutcome::ServersDied, SCA_ErrorServersDied,
+                                    name_.c_str(), SCA_ErrorText(SCA_ErrorServersDied));
   }
-  SCA_TikaVerdict verdict = Judge(*request, delivery, error);
-  const bool isComingUp = IsComingUp(error) || IsComingUp(request->refusalCode_);
-  // The server may also have closed a connection that it had kept since the file before.
-  const bool isBroken = verdict.outcome == SCA_TikaOutcome::ConnectionBroken;
-  if ((isComingUp || isBroken) && TryAgain(request, &delivery, wasReused || isComingUp)) {
-    if (isComingUp) WaitBeforeNextTry();
-    return;
+  if (isAgain) {
+    dispatch_->Retry(request);
+  } else {
+    dispatch_->Finish(request, verdict);
   }
-  if (delivery.isRefused) verdict = Judge(*request, delivery, error);
-  dispatch_->Finish(request, verdict);
+  return end != SCA_TikaTryEnd::NotReady;
 }
 
-// Hands a request to another server: its connection broke, or its server was not ready for it.
-// @param mayStay  Whether the same server may have it again when there is no other.
-// @return False when it has had its second try, or there is nowhere to go; or the sink refused.
-bool SCA_TikaWorker::TryAgain(SCA_TikaExtractRequest* request, Delivery* delivery, bool mayStay) {
-  if (request->tries_ > 1) return false;
-  const bool hasOther = dispatch_->HasOtherServer(*request, *this);
-  const bool mayReturn = mayStay && !delivery->hasText;
-  if (!hasOther && !mayReturn) return false;
-  delivery->isRefused = delivery->hasText && request->GetSink()->Restart() == 0;
-  if (delivery->isRefused) return false;
-  dispatch_->Retry(request, hasOther ? server_ : SCA_TikaExtractRequest::kNoServer);
-  return true;
+// One try, and how the request ends if it is the last.
+SCA_TikaVerdict SCA_TikaWorker::Extract(SCA_TikaExtractRequest* request, Delivery* delivery) {
+  SCA_CopyText(request->serverName_, name_.c_str(), SCA_TextFit::Cut);
+  dispatch_->BeginTry(request, client_.get());
+  if (request->GetCancel()->Wait(0) != 0) return Judge(*request, *delivery, SCA_ErrorCancelled);
+  unsigned long length = 0;
+  unsigned long error = 0;
+  const bool isExtracted =
+      client_->GetFileText(dispatch_->Limits().variant, request->GetPath(), nullptr, &Deliver,
+                           delivery, request->GetCancel(), &length, &error) != 0;
+  request->fileSize_ = client_->GetLastFileSize();
+  request->refusalCode_ = client_->GetRefusalCode();
+  usedAt_ = Clock::now();
+  if (isExtracted) {
+    request->textLength_ = delivery->length;
+    return SCA_TikaVerdict::Make(SCA_TikaOutcome::Extracted, 0, nullptr, "");
+  }
+  // The connection may hold half an exchange; the next file gets a new one.
+  client_->Disconnect();
+  return Judge(*request, *delivery, error);
 }
 
 SCA_TikaVerdict SCA_TikaWorker::Judge(const SCA_TikaExtractRequest& request,
@@ -203,9 +249,10 @@ SCA_TikaVerdict SCA_TikaWorker::Judge(const SCA_TikaExtractRequest& request,
   using Outcome = SCA_TikaOutcome;
   const char* const server = name_.c_str();
   const char* const text = SCA_ErrorText(error);
-  if (delivery.isRefused) {
-    return SCA_TikaVerdict::Make(Outcome::SinkFailed, SCA_ErrorCancelled, nullptr,
-                                 "the receiver of the text refused to go on");
+  if (delivery.isRefused) return RefusedBySink();
+  if (delivery.isTooLong) {
+    return SCA_TikaVerdict::Make(Outcome::ServerFailed, SCA_ErrorTextTooLong, server,
+                                 SCA_ErrorText(SCA_ErrorTextTooLong));
   }
   if (error == SCA_ErrorCancelled) {
     if (!dispatch_->IsOverdue(request)) {
@@ -215,8 +262,9 @@ SCA_TikaVerdict SCA_TikaWorker::Judge(const SCA_TikaExtractRequest& request,
                                  SCA_ErrorText(SCA_ErrorTimeLimit));
   }
   if (request.refusalCode_ >= kFirstRefusal) {
-    return SCA_TikaVerdict::Make(Outcome::Refused, error, server,
-                                 SCA_ErrorText(request.refusalCode_))
+    const bool isRefusal = IsRefusal(request.refusalCode_);
+    return SCA_TikaVerdict::Make(isRefusal ? Outcome::Refused : Outcome::ServerFailed, error,
+                                 server, SCA_ErrorText(request.refusalCode_))
         .Tell(" before it had read the file");
   }
   if (error == SCA_ErrorTika422)
@@ -226,14 +274,8 @@ SCA_TikaVerdict SCA_TikaWorker::Judge(const SCA_TikaExtractRequest& request,
     return SCA_TikaVerdict::Make(Outcome::FileFailed, error, nullptr, text);
   }
   if (error == ETIMEDOUT) return SCA_TikaVerdict::Make(Outcome::TimedOut, error, server, text);
-  if (error >= kFirstHttpCode &&
-      (error <= kLastHttpCode || error == SCA_ErrorTika500 || error == SCA_ErrorInvalidData ||
-       error == SCA_ErrorHeaderTooLong)) {
+  if (IsAnswer(error)) {
     return SCA_TikaVerdict::Make(Outcome::ServerFailed, error, server, text);
   }
-  if (request.failedServer_ == SCA_TikaExtractRequest::kNoServer) {
-    return SCA_TikaVerdict::Make(Outcome::ConnectionBroken, error, server, text);
-  }
-  return SCA_TikaVerdict::Make(Outcome::ServersDied, SCA_ErrorServersDied, server,
-                               SCA_ErrorText(SCA_ErrorServersDied));
+  return SCA_TikaVerdict::Make(Outcome::ConnectionBroken, error, server, text);
 }

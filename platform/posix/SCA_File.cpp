@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <string_view>
 
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Fail.h"
@@ -14,6 +15,8 @@
 namespace {
 
 constexpr mode_t kPrivateFile = 0600;
+constexpr char kAsidePrefix[] = ".sca-";
+constexpr char kAsideSuffix[] = ".tmp";
 constexpr off_t kReadAheadSize = 131072;  // what the system reads ahead unasked
 
 unsigned long KindError(const struct stat& status) {
@@ -32,8 +35,8 @@ std::string DirectoryOf(const std::string& path) {
 SCA_Fd CreateAside(const std::string& directory, mode_t mode, std::string* name) {
   static std::atomic<unsigned> counter{0};
   for (;;) {
-    *name = directory + "/.sca-" + std::to_string(::getpid()) + "-" + std::to_string(++counter) +
-            ".tmp";
+    *name = directory + "/" + kAsidePrefix + std::to_string(::getpid()) + "-" +
+            std::to_string(++counter) + kAsideSuffix;
     SCA_Fd fd(SCA_Retry(
         [&] { return ::open(name->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode); }));
     // A process that was killed may have left the name; the counter finds another.
@@ -43,6 +46,11 @@ SCA_Fd CreateAside(const std::string& directory, mode_t mode, std::string* name)
 
 int Sync(int fd, SCA_FileCommit commit) {
   return commit == SCA_FileCommit::Durable ? SCA_Retry([&] { return ::fsync(fd); }) : 0;
+}
+
+// Linux has closed the descriptor also when a signal interrupted.
+int CloseWritten(int fd) {
+  return ::close(fd) != 0 && errno != EINTR ? -1 : 0;
 }
 
 }  // namespace
@@ -129,17 +137,21 @@ SCA_ReplacementFile::~SCA_ReplacementFile() {
   Discard();
 }
 
-int SCA_ReplacementFile::Open(const char* targetName, SCA_FileAccess access, unsigned long* error) {
+int SCA_ReplacementFile::Open(const char* targetName, SCA_FileAccess access, unsigned long* error,
+                              unsigned long mode) {
   Discard();
-  targetName_ = targetName;
-  const mode_t mode = access == SCA_FileAccess::Private ? kPrivateFile : 0666;
-  SCA_Fd fd = CreateAside(DirectoryOf(targetName_), mode, &asideName_);
-  if (!fd.IsOpen()) {
-    asideName_.clear();
-    return SCA_Fail(SCA_SystemError(), error);
-  }
-  fd_ = fd.Release();
-  return 1;
+  const mode_t given =
+      access == SCA_FileAccess::Private ? kPrivateFile : static_cast<mode_t>(mode & 0666);
+  return SCA_Guarded(error, [&] {
+    targetName_ = targetName;
+    directory_ = DirectoryOf(targetName_);
+    std::string asideName;  // a file's own only once it is there
+    SCA_Fd fd = CreateAside(directory_, given, &asideName);
+    if (!fd.IsOpen()) return SCA_Fail(SCA_SystemError(), error);
+    asideName_ = std::move(asideName);
+    fd_ = fd.Release();
+    return 1;
+  });
 }
 
 int SCA_ReplacementFile::Write(const char* data, unsigned long length, unsigned long* error) {
@@ -160,10 +172,25 @@ int SCA_ReplacementFile::CommitNew(SCA_FileCommit commit, unsigned long* error) 
   return Finish(commit, false, error);
 }
 
+int SCA_ReplacementFile::IsAsideName(const char* name) {
+  const std::string_view whole = name;
+  const std::string_view prefix = kAsidePrefix;
+  const std::string_view suffix = kAsideSuffix;
+  if (whole.size() <= prefix.size() + suffix.size() || whole.substr(0, prefix.size()) != prefix ||
+      whole.substr(whole.size() - suffix.size()) != suffix) {
+    return 0;
+  }
+  const std::string_view numbers =
+      whole.substr(prefix.size(), whole.size() - prefix.size() - suffix.size());
+  return numbers.find_first_not_of("0123456789-") == std::string_view::npos ? 1 : 0;
+}
+
 int SCA_ReplacementFile::Finish(SCA_FileCommit commit, bool replaces, unsigned long* error) {
   // A second name never takes the place of a file; the name aside then goes.
   int (*move)(const char*, const char*) = replaces ? ::rename : ::link;
-  if (Sync(fd_, commit) != 0 || move(asideName_.c_str(), targetName_.c_str()) != 0) {
+  // A network file system may tell only at the close that a write has failed.
+  if (Sync(fd_, commit) != 0 || CloseWritten(std::exchange(fd_, -1)) != 0 ||
+      move(asideName_.c_str(), targetName_.c_str()) != 0) {
     const unsigned long code = SCA_SystemError();
     Discard();
     return SCA_Fail(code, error);
@@ -172,8 +199,7 @@ int SCA_ReplacementFile::Finish(SCA_FileCommit commit, bool replaces, unsigned l
   Discard();
   // A failure here leaves a whole new file whose name a power cut may still take back; there is
   // nothing the caller could do about it.
-  const SCA_Fd directory(
-      ::open(DirectoryOf(targetName_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const SCA_Fd directory(::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (directory.IsOpen()) Sync(directory.Get(), commit);
   return 1;
 }

@@ -3,11 +3,12 @@
 #include <pwd.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
+#include <string_view>
 
 #include "platform/SCA_Fail.h"
 #include "platform/SCA_Text.h"
@@ -22,10 +23,16 @@ bool IsSeparator(char c) {
   return c == '/' || c == '\\';
 }
 
-int Fit(char* target, unsigned long size, const std::string& text) {
-  const int fits = SCA_CopyText(target, size, text.c_str(), SCA_TextFit::Refuse);
-  if (fits == 0) target[0] = '\0';
-  return fits;
+int Empty(char* target) {
+  target[0] = '\0';
+  return 0;
+}
+
+int Fit(char* target, unsigned long size, std::string_view text) {
+  if (text.size() >= size) return Empty(target);
+  std::memmove(target, text.data(), text.size());
+  target[text.size()] = '\0';
+  return 1;
 }
 
 const char* Environment(const char* name) {
@@ -33,15 +40,21 @@ const char* Environment(const char* name) {
   return value != nullptr ? value : "";
 }
 
-// A field of the account's entry in the password database; empty when there is none.
-std::string Account(char* passwd::*field) {
-  char buffer[kAccountSize];
-  passwd entry{};
-  passwd* found = nullptr;
-  const bool isFound = ::getpwuid_r(::geteuid(), &entry, buffer, sizeof buffer, &found) == 0 &&
-                       found != nullptr && found->*field != nullptr;
-  return isFound ? found->*field : "";
-}
+// The account's entry in the password database.
+class Account {
+ public:
+  // @return A field of it; empty when there is none.
+  const char* Get(char* passwd::*field) {
+    passwd* found = nullptr;
+    const bool isFound = ::getpwuid_r(::geteuid(), &entry_, buffer_, sizeof buffer_, &found) == 0 &&
+                         found != nullptr && found->*field != nullptr;
+    return isFound ? found->*field : "";
+  }
+
+ private:
+  passwd entry_{};
+  char buffer_[kAccountSize];
+};
 
 }  // namespace
 
@@ -50,29 +63,29 @@ int SCA_GetExeFileName(char* path, unsigned long size, unsigned long* error) {
   path[0] = '\0';
   const ssize_t length = ::readlink("/proc/self/exe", target, sizeof target);
   if (length < 0) return SCA_Fail(SCA_SystemError(), error);
-  const std::string text(target, static_cast<std::size_t>(length));
+  const std::string_view text(target, static_cast<std::size_t>(length));
   return text.size() < sizeof target && Fit(path, size, text) != 0 ? 1
                                                                    : SCA_Fail(ENAMETOOLONG, error);
 }
 
 int SCA_GetDirName(const char* path, char* directory, unsigned long size) {
-  const std::string text(path);
+  const std::string_view text(path);
   std::size_t end = text.find_last_of("/\\");
-  if (end == std::string::npos) return Fit(directory, size, ".");
+  if (end == std::string_view::npos) return Fit(directory, size, ".");
   while (end > 0 && IsSeparator(text[end - 1])) --end;
   return Fit(directory, size, end == 0 ? "/" : text.substr(0, end));
 }
 
 int SCA_NormalizePath(const char* path, char* normalized, unsigned long size) {
-  std::string text;
+  unsigned long length = 0;
   for (const char* c = path; *c != '\0'; ++c) {
-    if (!IsSeparator(*c)) {
-      text += *c;
-    } else if (text.empty() || text.back() != '/') {
-      text += '/';
-    }
+    const bool isRepeated = length > 0 && normalized[length - 1] == '/';
+    if (IsSeparator(*c) && isRepeated) continue;
+    if (length + 1 >= size) return Empty(normalized);
+    normalized[length++] = IsSeparator(*c) ? '/' : *c;
   }
-  return Fit(normalized, size, text);
+  normalized[length] = '\0';
+  return 1;
 }
 
 int SCA_FormatPath(char* path, unsigned long size, const char* format, ...) {
@@ -83,8 +96,7 @@ int SCA_FormatPath(char* path, unsigned long size, const char* format, ...) {
   if (length >= 0 && static_cast<unsigned long>(length) < size) {
     return SCA_NormalizePath(path, path, size);
   }
-  path[0] = '\0';
-  return 0;
+  return Empty(path);
 }
 
 int SCA_IsAbsolutePath(const char* path) {
@@ -102,24 +114,28 @@ int SCA_DirectoryExists(const char* path) {
 }
 
 int SCA_CreateDirectory(const char* path, unsigned long* error) {
-  const std::string text(path);
+  char part[SCA_MaxPath];
+  const std::string_view text(path);
   for (std::size_t end = 0; end < text.size();) {
     end = std::min(text.find('/', end + 1), text.size());
-    const std::string part = text.substr(0, end);
-    if (SCA_DirectoryExists(part.c_str()) != 0) continue;
-    if (::mkdir(part.c_str(), kPrivateDirectory) == 0) continue;
+    if (Fit(part, sizeof part, text.substr(0, end)) == 0) return SCA_Fail(ENAMETOOLONG, error);
+    if (SCA_DirectoryExists(part) != 0) continue;
+    if (::mkdir(part, kPrivateDirectory) == 0) continue;
     const unsigned long code = SCA_SystemError();
     // Somebody else may have made it meanwhile.
-    if (SCA_DirectoryExists(part.c_str()) != 0) continue;
+    if (SCA_DirectoryExists(part) != 0) continue;
     return SCA_Fail(code == EEXIST ? ENOTDIR : code, error);
   }
   return SCA_DirectoryExists(path) != 0 ? 1 : SCA_Fail(ENOENT, error);
 }
 
 int SCA_GetUserName(char* name, unsigned long size) {
-  std::string text = Environment("LOGNAME");
-  if (text.empty()) text = Account(&passwd::pw_name);
-  return Fit(name, size, text) != 0 && !text.empty() ? 1 : 0;
+  Account account;
+  const char* text = Environment("LOGNAME");
+  if (*text == '\0') text = account.Get(&passwd::pw_name);
+  char number[24];
+  std::snprintf(number, sizeof number, "%lu", static_cast<unsigned long>(::geteuid()));
+  return Fit(name, size, *text != '\0' ? text : number);
 }
 
 int SCA_GetHostName(char* name, unsigned long size) {
@@ -132,10 +148,12 @@ int SCA_GetHostName(char* name, unsigned long size) {
 
 int SCA_GetUserAppConfDir(char* directory, unsigned long size) {
   // A relative one is invalid and to be ignored, as the XDG base directories have it.
-  const std::string configured = Environment("XDG_CONFIG_HOME");
-  if (!configured.empty() && configured.front() == '/') return Fit(directory, size, configured);
-  std::string home = Environment("HOME");
-  if (home.empty()) home = Account(&passwd::pw_dir);
-  directory[0] = '\0';
-  return !home.empty() ? Fit(directory, size, home + "/.config") : 0;
+  const char* configured = Environment("XDG_CONFIG_HOME");
+  if (*configured == '/') return Fit(directory, size, configured);
+  Account account;
+  const char* home = Environment("HOME");
+  if (*home == '\0') home = account.Get(&passwd::pw_dir);
+  if (*home == '\0') return Empty(directory);
+  const int length = std::snprintf(directory, size, "%s/.config", home);
+  return static_cast<unsigned long>(length) < size ? 1 : Empty(directory);
 }

@@ -6,7 +6,6 @@
 #include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -57,20 +56,28 @@ bool IsExecutable(const std::string& path) {
          ::access(path.c_str(), X_OK) == 0;
 }
 
-// The path of a program, looked up here because the child may not allocate; the name itself when
-// it is found nowhere, for the exec to fail with the reason.
+// The directories that PATH names; the system's where it is not set.
+std::string SearchPath() {
+  if (const char* path = std::getenv("PATH")) return path;
+  char text[256] = "";
+  ::confstr(_CS_PATH, text, sizeof text);
+  return text;
+}
+
+// The path of a program, looked up here because the child may not allocate; empty when it is found
+// nowhere, for the exec to fail as for a missing file. What lies in the current directory is not
+// found: it may be anybody's.
 std::string FindProgram(const std::string& name) {
-  const char* path = std::getenv("PATH");
-  if (name.find('/') != std::string::npos || path == nullptr) return name;
-  const std::string directories(path);
+  if (name.find('/') != std::string::npos) return name;
+  const std::string directories = SearchPath();
   for (std::size_t begin = 0; begin <= directories.size();) {
     const std::size_t end = std::min(directories.find(':', begin), directories.size());
     const std::string directory = directories.substr(begin, end - begin);
-    const std::string candidate = (directory.empty() ? "." : directory) + "/" + name;
-    if (IsExecutable(candidate)) return candidate;
+    const std::string candidate = directory + "/" + name;
+    if (!directory.empty() && IsExecutable(candidate)) return candidate;
     begin = end + 1;
   }
-  return name;
+  return {};
 }
 
 std::vector<char*> PointersTo(std::vector<std::string>& texts) {
@@ -149,8 +156,10 @@ constexpr int kSharedMemory = CLONE_VM;
 
 // Clones without copying the page tables, as vfork does, but on a stack of its own: forking a host
 // of 2 GiB would cost 18 ms. Signals stay blocked meanwhile, so that no handler of the host runs in
-// the child. Gives the pid, or -1 with errno set.
-pid_t Spawn(ChildPlan* plan) {
+// the child. The descriptor of the process is made together with it: the pid of a child that the
+// system reaps at once, as it does for a host that ignores SIGCHLD, may be nobody's a moment later.
+// Gives the pid, or -1 with errno set.
+pid_t Spawn(ChildPlan* plan, SCA_Fd* pidFd) {
   const std::unique_ptr<char[]> stack(new (std::nothrow) char[kChildStackSize]);
   if (stack == nullptr) {
     errno = ENOMEM;
@@ -160,18 +169,21 @@ pid_t Spawn(ChildPlan* plan) {
   sigset_t former;
   ::sigfillset(&all);
   ::pthread_sigmask(SIG_SETMASK, &all, &former);
-  const pid_t pid =
-      ::clone(RunChild, stack.get() + kChildStackSize, kSharedMemory | CLONE_VFORK | SIGCHLD, plan);
+  int fd = -1;
+  const pid_t pid = ::clone(RunChild, stack.get() + kChildStackSize,
+                            kSharedMemory | CLONE_VFORK | CLONE_PIDFD | SIGCHLD, plan, &fd);
   const int code = errno;
+  pidFd->Reset(fd);
   ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
   errno = code;
   return pid;
 }
 
 // Starts a program. Gives its pid, or 0 with the error in *code.
+// @param pidFd  Receives the descriptor of the process.
 pid_t Launch(const char* program, const std::vector<char*>& arguments,
              const std::vector<char*>& environment, int input, int output, bool diesWithParent,
-             unsigned long* code) {
+             SCA_Fd* pidFd, unsigned long* code) {
   Pipe failure;
   if (!failure.Open()) {
     *code = SCA_SystemError();
@@ -179,7 +191,7 @@ pid_t Launch(const char* program, const std::vector<char*>& arguments,
   }
   ChildPlan plan{program, arguments.data(),    environment.data(), input,
                  output,  failure.write.Get(), diesWithParent,     ::getpid()};
-  const pid_t pid = Spawn(&plan);
+  const pid_t pid = Spawn(&plan, pidFd);
   if (pid < 0) {
     *code = SCA_SystemError();
     return 0;
@@ -208,14 +220,8 @@ class Guardian {
   /// Best effort: without it the child is still killed, only its descendants are left to
   /// themselves.
   void Watch(pid_t group, int output) {
-    Pipe pipe;
-    if (!pipe.Open()) return;
-    std::vector<std::string> words = {"sh", "-c", "read _; kill -s KILL -- \"-$0\"",
-                                      std::to_string(group)};
     unsigned long ignored = 0;
-    pid_ =
-        Launch("/bin/sh", PointersTo(words), {nullptr}, pipe.read.Get(), output, false, &ignored);
-    pipe_ = std::move(pipe.write);
+    SCA_Guarded(&ignored, [&] { return Start(group, output, &ignored); });
   }
 
   /// To be called before the group's name can be given away.
@@ -229,6 +235,18 @@ class Guardian {
   }
 
  private:
+  int Start(pid_t group, int output, unsigned long* error) {
+    Pipe pipe;
+    if (!pipe.Open()) return 0;
+    std::vector<std::string> words = {"sh", "-c", "read _; kill -s KILL -- \"-$0\"",
+                                      std::to_string(group)};
+    SCA_Fd pidFd;
+    pid_ = Launch("/bin/sh", PointersTo(words), {nullptr}, pipe.read.Get(), output, false, &pidFd,
+                  error);
+    pipe_ = std::move(pipe.write);
+    return pid_ != 0 ? 1 : 0;
+  }
+
   pid_t pid_ = 0;
   SCA_Fd pipe_;
 };
@@ -247,6 +265,7 @@ class Process final : public SCA_Process {
   void Wake() override;
   int IsLineContinued() const override { return isLineContinued_ ? 1 : 0; }
   int GetFigures(SCA_ProcessFigures* figures) override;
+  int TakeEndedWorker(SCA_ProcessWorker* worker) override;
   int IsRunning() override;
   unsigned long GetProcessId() const override { return static_cast<unsigned long>(pid_); }
   int GetExit(SCA_ProcessExit* exit) override;
@@ -283,8 +302,11 @@ class Process final : public SCA_Process {
 
 int Process::SetEnvironment(const char* name, const char* value) {
   if (*name == '\0' || std::strchr(name, '=') != nullptr) return 0;
-  variables_.push_back(std::string(name) + "=" + value);
-  return 1;
+  unsigned long ignored = 0;
+  return SCA_Guarded(&ignored, [&] {
+    variables_.push_back(std::string(name) + "=" + value);
+    return 1;
+  });
 }
 
 std::vector<std::string> Process::MakeEnvironment() const {
@@ -308,10 +330,12 @@ int Process::Start(const char* command, unsigned long flags, unsigned long optio
                    unsigned long* error) {
   if (flags != 0 || options != SCA_ProcessReadOutput) return SCA_Fail(EINVAL, error);
   if (pid_ != 0) return SCA_Fail(EBUSY, error);
-  std::vector<std::string> words;
-  if (!SplitCommand(command, &words)) return SCA_Fail(SCA_ErrorCommandLine, error);
-  const unsigned long code = StartWords(&words);
-  return code == 0 ? 1 : SCA_Fail(code, error);
+  return SCA_Guarded(error, [&] {
+    std::vector<std::string> words;
+    if (!SplitCommand(command, &words)) return SCA_Fail(SCA_ErrorCommandLine, error);
+    const unsigned long code = StartWords(&words);
+    return code == 0 ? 1 : SCA_Fail(code, error);
+  });
 }
 
 // Gives 0 or the error code.
@@ -326,17 +350,10 @@ unsigned long Process::StartWords(std::vector<std::string>* words) {
   const std::string program = FindProgram(words->front());
   std::vector<std::string> environment = MakeEnvironment();
   unsigned long code = 0;
+  SCA_Fd pidFd;
   const pid_t pid = Launch(program.c_str(), PointersTo(*words), PointersTo(environment), null.Get(),
-                           output.write.Get(), true, &code);
+                           output.write.Get(), true, &pidFd, &code);
   if (pid == 0) return code;
-  // By number: the header of glibc 2.36 lacks the C linkage.
-  SCA_Fd pidFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
-  if (!pidFd.IsOpen()) {
-    code = SCA_SystemError();
-    ::kill(pid, SIGKILL);
-    SCA_Retry([&] { return ::waitpid(pid, nullptr, 0); });
-    return code;
-  }
   pid_ = pid;
   pidFd_ = std::move(pidFd);
   output_ = std::move(output.read);
@@ -449,7 +466,13 @@ int Process::ReadOutputLine(char* buffer, unsigned long size, unsigned long* len
 }
 
 int Process::GetFigures(SCA_ProcessFigures* figures) {
-  return group_.has_value() ? group_->GetFigures(figures) : 0;
+  unsigned long ignored = 0;
+  return group_.has_value() ? SCA_Guarded(&ignored, [&] { return group_->GetFigures(figures); })
+                            : 0;
+}
+
+int Process::TakeEndedWorker(SCA_ProcessWorker* worker) {
+  return group_.has_value() ? group_->TakeEndedWorker(worker) : 0;
 }
 
 int Process::IsRunning() {
@@ -459,9 +482,10 @@ int Process::IsRunning() {
   // has been killed.
   const int result = SCA_Retry(
       [&] { return ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT); });
-  // ECHILD: the host ignores SIGCHLD, and the system has reaped the child.
   if (result == 0 && info.si_pid == 0) return 1;
   ended_ = true;
+  // ECHILD: the system has reaped the child, for a host that ignores SIGCHLD, or the host has.
+  exit_.isKnown = result == 0 ? 1 : 0;
   if (info.si_code == CLD_EXITED) {
     exit_.exitCode = info.si_status;
   } else {

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -35,6 +36,28 @@ unsigned long long NumberAfter(const char* text, const char* label) {
     std::from_chars(begin, begin + std::strlen(begin), number);
   }
   return number;
+}
+
+// The program that a process runs; empty when it cannot be told.
+std::string ProgramOf(pid_t pid) {
+  char link[64];
+  char program[4096];
+  std::snprintf(link, sizeof link, "/proc/%d/exe", static_cast<int>(pid));
+  const ssize_t length = ::readlink(link, program, sizeof program);
+  return length > 0 ? std::string(program, static_cast<std::size_t>(length)) : "";
+}
+
+pid_t ParentOf(pid_t pid) {
+  char text[512];
+  const SCA_Fd file = OpenProc(pid, "stat");
+  if (!file.IsOpen() || ReadText(file.Get(), text, sizeof text) == 0) return 0;
+  // "PID (NAME) STATE PARENT ...", and a name may hold anything.
+  const char* end = std::strrchr(text, ')');
+  pid_t parent = 0;
+  if (end != nullptr && std::strlen(end) > 4) {
+    std::from_chars(end + 4, end + std::strlen(end), parent);
+  }
+  return parent;
 }
 
 // Which processes are in which group, read for all groups at once: the cost of a scan grows with
@@ -100,9 +123,17 @@ void AddCounts(const SCA_ProcessFigures& from, SCA_ProcessFigures* to) {
 }  // namespace
 
 void SCA_ProcessGroup::Add(pid_t pid) {
-  const auto isSame = [pid](const Member& member) { return member.pid == pid; };
-  if (std::any_of(members_.begin(), members_.end(), isSame)) return;
-  Member member{pid, OpenProc(pid, "statm"), OpenProc(pid, "io"), {}};
+  const auto known = std::find_if(members_.begin(), members_.end(),
+                                  [pid](const Member& member) { return member.pid == pid; });
+  if (known != members_.end()) {
+    // A process that is about to run another program still has its parent's at first.
+    if (known->isWorker && !known->isWorkerForSure) {
+      known->isWorker = known->isWorkerForSure = IsWorker(pid);
+    }
+    return;
+  }
+  Member member{pid,         OpenProc(pid, "statm"), OpenProc(pid, "io"), {}, IsWorker(pid), false,
+                Clock::now()};
   // Asked once the files are open: the number may have been given to another since the scan.
   if (member.memory.IsOpen() && ::getpgid(pid) == group_) members_.push_back(std::move(member));
 }
@@ -114,6 +145,28 @@ void SCA_ProcessGroup::UpdateMembers() {
   std::vector<pid_t> pids;
   if (!GetMemberships().GetNew(group_, &seenScan_, &pids)) return;
   for (const pid_t pid : pids) Add(pid);
+}
+
+bool SCA_ProcessGroup::IsWorker(pid_t pid) const {
+  if (pid == group_ || ParentOf(pid) != group_) return false;
+  const std::string program = ProgramOf(pid);
+  return !program.empty() && program == ProgramOf(group_);
+}
+
+void SCA_ProcessGroup::NoteEnd(const Member& member) {
+  if (!member.isWorker) return;
+  const auto runTime =
+      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - member.addedAt);
+  ended_.push_back({{static_cast<unsigned long>(member.pid), member.figures.workingSetSize,
+                     static_cast<unsigned long long>(runTime.count())},
+                    seenScan_});
+}
+
+int SCA_ProcessGroup::TakeEndedWorker(SCA_ProcessWorker* worker) {
+  if (ended_.empty() || seenScan_ < ended_.front().scan + 2) return 0;
+  *worker = ended_.front().worker;
+  ended_.pop_front();
+  return 1;
 }
 
 // False when the process has gone.
@@ -135,7 +188,7 @@ bool SCA_ProcessGroup::Read(Member* member) {
   return true;
 }
 
-int SCA_ProcessGroup::GetFigures(SCA_ProcessFigures* figures) {
+int SCA_ProcessGroup::GetFigures(SCA_ProcessFigures* figures) try {
   UpdateMembers();
   SCA_ProcessFigures sum;
   for (auto member = members_.begin(); member != members_.end();) {
@@ -144,6 +197,7 @@ int SCA_ProcessGroup::GetFigures(SCA_ProcessFigures* figures) {
       sum.workingSetSize += member->figures.workingSetSize;
       ++member;
     } else {
+      NoteEnd(*member);
       AddCounts(member->figures, &gone_);
       member = members_.erase(member);
     }
@@ -152,4 +206,6 @@ int SCA_ProcessGroup::GetFigures(SCA_ProcessFigures* figures) {
   AddCounts(gone_, &sum);
   *figures = sum;
   return 1;
+} catch (const std::exception&) {  // of memory; the next look may have it
+  return 0;
 }

@@ -15,7 +15,6 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -23,12 +22,16 @@
 #include "platform/SCA_Fail.h"
 #include "platform/SCA_TcpSockFactory.h"
 #include "platform/posix/SCA_Posix.h"
+#include "platform/posix/SCA_UnixAddress.h"
 
 namespace {
 
 // How often a blocked wait looks at the cancel event, and how long one without an event sleeps.
 constexpr int kCancelSliceMs = 100;
 constexpr int kIdleSliceMs = 60000;
+
+// Between two tries at a Unix socket whose queue is full.
+constexpr int kFullQueueMs = 10;
 
 constexpr std::size_t kMaxHostLength = 259;
 
@@ -43,7 +46,7 @@ struct Resolution {
   std::vector<Address> addresses;
 };
 
-Resolution Resolve(const char* host, unsigned short port, int flags) {
+Resolution LookUp(const char* host, unsigned short port, int flags) {
   addrinfo hints{};
   hints.ai_family = AF_UNSPEC;
   hints.ai_socktype = SOCK_STREAM;
@@ -52,7 +55,9 @@ Resolution Resolve(const char* host, unsigned short port, int flags) {
   Resolution result;
   const int code = ::getaddrinfo(host, std::to_string(port).c_str(), &hints, &found);
   if (code != 0) {
-    result.error = code == EAI_SYSTEM ? SCA_SystemError() : SCA_ErrorHostName;
+    result.error = code == EAI_SYSTEM   ? SCA_SystemError()
+                   : code == EAI_MEMORY ? static_cast<unsigned long>(ENOMEM)
+                                        : SCA_ErrorHostName;
     return result;
   }
   const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, &::freeaddrinfo);
@@ -62,6 +67,15 @@ Resolution Resolve(const char* host, unsigned short port, int flags) {
     address.length = entry->ai_addrlen;
     result.addresses.push_back(address);
   }
+  return result;
+}
+
+Resolution Resolve(const char* host, unsigned short port, int flags) noexcept {
+  Resolution result;
+  SCA_Guarded(&result.error, [&] {
+    result = LookUp(host, port, flags);
+    return 1;
+  });
   return result;
 }
 
@@ -89,7 +103,6 @@ class TcpSock final : public SCA_VirtualTcpSock {
   int SetOption(int option, int value) override;
   void SetCancelEvent(SCA_Event* cancel) override { cancel_ = cancel; }
   void Shutdown() override;
-  int IsLoopback() const override;
   void SetIdleTimeout(unsigned long timeoutMs) override {
     idleTimeoutMs_ = timeoutMs != 0 ? timeoutMs : SCA_SockIdleTimeoutMs;
   }
@@ -107,6 +120,9 @@ class TcpSock final : public SCA_VirtualTcpSock {
   short Poll(short events, const SCA_Deadline& deadline, unsigned long* error) const;
   int ResolveHost(const char* host, unsigned short port, const SCA_Deadline& deadline,
                   Resolution* resolution, unsigned long* error) const;
+  int ConnectHost(const char* host, unsigned short port, unsigned long timeoutMs,
+                  unsigned long* error);
+  int ConnectPath(const char* path, unsigned long timeoutMs, unsigned long* error);
   int ConnectAddress(const Address& address, const SCA_Deadline& deadline, unsigned long* error);
   void BoundReads() const;
   std::size_t TakeHeld(char* buffer, std::size_t length);
@@ -138,8 +154,10 @@ short TcpSock::Poll(short events, const SCA_Deadline& deadline, unsigned long* e
       *error = SCA_SystemError();
       return 0;
     }
-    if (IsCancelled() || deadline.HasPassed()) {
-      *error = IsCancelled() ? SCA_ErrorCancelled : ETIMEDOUT;
+    // Asked once: an auto-reset event is unset by the answer.
+    const bool isCancelled = IsCancelled();
+    if (isCancelled || deadline.HasPassed()) {
+      *error = isCancelled ? SCA_ErrorCancelled : ETIMEDOUT;
       return 0;
     }
   }
@@ -150,14 +168,11 @@ int TcpSock::ResolveHost(const char* host, unsigned short port, const SCA_Deadli
   *resolution = Resolve(host, port, AI_NUMERICHOST);
   if (!resolution->addresses.empty()) return 1;
   const auto pending = std::make_shared<PendingResolution>();
-  try {
-    std::thread([pending, name = std::string(host), port] {
-      pending->result = Resolve(name.c_str(), port, 0);
-      pending->done.Set();
-    }).detach();
-  } catch (const std::system_error&) {
-    return SCA_Fail(EAGAIN, error);
-  }
+  if (pending->done.IsValid() == 0) return SCA_Fail(ENOMEM, error);
+  std::thread([pending, name = std::string(host), port] {
+    pending->result = Resolve(name.c_str(), port, 0);
+    pending->done.Set();
+  }).detach();
   while (pending->done.Wait(static_cast<unsigned long>(deadline.PollTimeout(kCancelSliceMs))) ==
          0) {
     if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
@@ -174,10 +189,16 @@ int TcpSock::Connect(const char* host, unsigned short port, unsigned long timeou
   closedInOrder_ = false;
   moreFollows_ = false;
   lookBegin_ = lookEnd_ = 0;
+  if (timeoutMs == 0) timeoutMs = SCA_SockIdleTimeoutMs;
+  if (host != nullptr && *host == '/') return ConnectPath(host, timeoutMs, error);
   if (host == nullptr || *host == '\0' || std::strlen(host) > kMaxHostLength) {
     return SCA_Fail(SCA_ErrorHostNameInvalid, error);
   }
-  if (timeoutMs == 0) timeoutMs = SCA_SockIdleTimeoutMs;
+  return SCA_Guarded(error, [&] { return ConnectHost(host, port, timeoutMs, error); });
+}
+
+int TcpSock::ConnectHost(const char* host, unsigned short port, unsigned long timeoutMs,
+                         unsigned long* error) {
   const SCA_Deadline deadline(timeoutMs);
   Resolution resolution;
   if (ResolveHost(host, port, deadline, &resolution, error) == 0) return 0;
@@ -193,6 +214,22 @@ int TcpSock::Connect(const char* host, unsigned short port, unsigned long timeou
     if (*error == SCA_ErrorCancelled) break;
   }
   return 0;
+}
+
+int TcpSock::ConnectPath(const char* path, unsigned long timeoutMs, unsigned long* error) {
+  const SCA_Deadline deadline(timeoutMs);
+  SCA_UnixAddress place;
+  if (place.Set(path, error) == 0) return 0;
+  Address address;
+  address.length = SCA_UnixAddress::Length();
+  std::memcpy(&address.storage, place.Get(), address.length);
+  while (ConnectAddress(address, deadline, error) == 0) {
+    // Nothing tells when a listener that has too many waiting takes one.
+    if (*error != EAGAIN || deadline.HasPassed()) return 0;
+    if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
+    ::poll(nullptr, 0, kFullQueueMs);
+  }
+  return 1;
 }
 
 int TcpSock::ConnectAddress(const Address& address, const SCA_Deadline& deadline,
@@ -347,21 +384,6 @@ int TcpSock::SetOption(int option, int value) {
 
 void TcpSock::Shutdown() {
   ::shutdown(fd_.Get(), SHUT_RDWR);
-}
-
-int TcpSock::IsLoopback() const {
-  Address peer;
-  peer.length = sizeof peer.storage;
-  auto* address = reinterpret_cast<sockaddr*>(&peer.storage);
-  if (::getpeername(fd_.Get(), address, &peer.length) != 0) return 0;
-  if (address->sa_family == AF_INET) {
-    const auto& v4 = reinterpret_cast<const sockaddr_in&>(peer.storage);
-    return ntohl(v4.sin_addr.s_addr) >> 24 == IN_LOOPBACKNET ? 1 : 0;
-  }
-  if (address->sa_family != AF_INET6) return 0;
-  const in6_addr& v6 = reinterpret_cast<const sockaddr_in6&>(peer.storage).sin6_addr;
-  const bool isMapped = IN6_IS_ADDR_V4MAPPED(&v6) && v6.s6_addr[12] == IN_LOOPBACKNET;
-  return isMapped || IN6_IS_ADDR_LOOPBACK(&v6) ? 1 : 0;
 }
 
 SCA_VirtualTcpSock* CreateRealSocket(int handle) {

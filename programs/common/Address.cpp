@@ -7,6 +7,8 @@
 #include <array>
 #include <memory>
 
+#include "programs/common/Escape.h"
+
 namespace {
 
 // A lone IPv6 address has more colons than one; the last of them is no separator.
@@ -38,7 +40,7 @@ std::string ParseHostPort(const std::string& text, unsigned short defaultPort, H
   const unsigned long port =
       isBare ? defaultPort : PortNumber(colon == std::string::npos ? "" : text.substr(colon + 1));
   if (host.empty() || host.size() > 259 || port == 0) {
-    return "'" + text + "' is not host:port, such as 127.0.0.1:" +
+    return Quoted(text) + " is not host:port, such as 127.0.0.1:" +
            std::to_string(defaultPort != 0 ? defaultPort : 9998);
   }
   *address = {host, static_cast<unsigned short>(port)};

@@ -85,6 +85,22 @@ std::string Printable(std::string_view text) {
   return shown;
 }
 
+std::string Quoted(std::string_view name) {
+  return "'" + Printable(name) + "'";
+}
+
+void PrintErrorLine(std::string_view text) {
+  std::string shown;
+  for (;;) {
+    const std::size_t end = text.find('\n');
+    shown += Printable(text.substr(0, end)) + "\n";
+    if (end == std::string_view::npos) break;
+    text.remove_prefix(end + 1);
+  }
+  // At once, so that the lines of several threads do not mix.
+  std::fwrite(shown.data(), 1, shown.size(), stderr);
+}
+
 std::size_t DisplayWidth(std::string_view text) {
   std::size_t width = 0;
   ForEachCharacter(text, [&width](const Character& character) { width += WidthOf(character); });

@@ -18,6 +18,14 @@ std::string Escape(std::string_view text);
 /// As `Escape`, for people: a backslash stays as it is and a tab becomes four blanks.
 std::string Printable(std::string_view text);
 
+/// @return A name or an argument as messages show it: printable, between single quotes.
+std::string Quoted(std::string_view name);
+
+/// Prints a printable form of the text to standard error, as one line or, where it has line breaks,
+/// several. What comes from outside may hold line breaks too: within a longer text it must be
+/// `Printable` or `Quoted` already.
+void PrintErrorLine(std::string_view text);
+
 /// @return The columns that a printable text takes on a terminal.
 std::size_t DisplayWidth(std::string_view text);
 

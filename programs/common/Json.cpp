@@ -1,5 +1,6 @@
 #include "programs/common/Json.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "programs/common/Escape.h"
@@ -35,6 +36,32 @@ std::string Base64(std::string_view bytes) {
   return text;
 }
 
+// The bytes at the end of a text that begin a character which may go on. What is before them reads
+// the same, whatever follows.
+std::size_t UnfinishedLength(std::string_view text) {
+  for (std::size_t length = 1; length <= std::min<std::size_t>(3, text.size()); ++length) {
+    const auto byte = static_cast<Byte>(text[text.size() - length]);
+    if (byte < 0x80) return 0;
+    if (byte >= 0xC0) return length < (byte < 0xE0 ? 2U : (byte < 0xF0 ? 3U : 4U)) ? length : 0;
+  }
+  return 0;
+}
+
+// Joins blocks and hands them out, but for the rest at the end of what is there, which goes with
+// the next block.
+bool ForEachPiece(const TextBlocks& blocks,
+                  const std::function<std::size_t(std::string_view)>& rest, const TextTake& take) {
+  std::string held;
+  const bool isWhole = blocks([&](std::string_view block) {
+    held += block;
+    const std::size_t length = held.size() - rest(held);
+    if (!take(std::string_view(held).substr(0, length))) return false;
+    held.erase(0, length);
+    return true;
+  });
+  return isWhole && take(held);
+}
+
 // What is left of control characters, DEL and those beyond ASCII, stands within strings, where an
 // escape means the same.
 std::string EscapeControls(const std::string& json) {
@@ -61,6 +88,22 @@ std::string EscapeControls(const std::string& json) {
 void SetJsonText(nlohmann::ordered_json* object, const std::string& key, std::string_view text) {
   (*object)[key] = std::string(text);
   if (!IsUtf8(text)) (*object)[key + "Base64"] = Base64(text);
+}
+
+bool WriteJsonText(const std::string& key, const TextBlocks& blocks, const TextTake& write) {
+  bool isUtf8 = true;
+  const auto writeText = [&](std::string_view piece) {
+    isUtf8 = isUtf8 && IsUtf8(piece);
+    const std::string quoted = JsonText(std::string(piece));
+    return write(std::string_view(quoted).substr(1, quoted.size() - 2));
+  };
+  if (!write("\"" + key + "\":\"") || !ForEachPiece(blocks, UnfinishedLength, writeText))
+    return false;
+  if (isUtf8) return write("\"");
+  const auto writeBase64 = [&](std::string_view piece) { return write(Base64(piece)); };
+  const auto restOfGroup = [](std::string_view text) { return text.size() % 3; };
+  return write("\",\"" + key + "Base64\":\"") && ForEachPiece(blocks, restOfGroup, writeBase64) &&
+         write("\"");
 }
 
 std::string JsonText(const nlohmann::ordered_json& value, int indent) {

@@ -46,7 +46,7 @@ void PrintMember(const SCA_Field& member, const std::string& indent) {
 
 // NOLINTNEXTLINE(misc-no-recursion): files have a limited depth
 Json MemberToJson(const SCA_Field& member) {
-  Json json;
+  Json json = NewJsonObject();
   SetJsonText(&json, "name", Text(member.GetName()));
   if (const SCA_ConfigObj* object = SCA_ToConfigObj(&member)) {
     Json& members = json["members"] = Json::array();

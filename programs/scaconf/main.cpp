@@ -3,13 +3,13 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
-#include <exception>
 #include <string>
 #include <vector>
 
 #include "platform/SCA_Error.h"
 #include "programs/common/Escape.h"
 #include "programs/common/Json.h"
+#include "programs/common/Start.h"
 #include "programs/scaconf/Print.h"
 
 namespace {
@@ -23,7 +23,7 @@ constexpr char kFooter[] =
     "files, 4 damaged, 5 written by a newer version; the highest of several files.\n"
     "Example: scaconf --check ~/.config/*/*.trv";
 
-enum Status { kSound = 0, kUnreadable = 1, kWrongUse = 2, kForeign = 3, kDamaged = 4, kNewer = 5 };
+enum Status { kSound = 0, kUnreadable = 1, kForeign = 3, kDamaged = 4, kNewer = 5 };
 
 struct Options {
   std::vector<std::string> files;
@@ -58,7 +58,7 @@ std::string Complaint(unsigned long code, const SCA_ConfigFault& fault) {
 
 void ShowJson(const Options& options, const std::string& file, unsigned long code,
               const SCA_ConfigFileInfo& info, const SCA_ConfigObj& object) {
-  nlohmann::ordered_json line;
+  nlohmann::ordered_json line = NewJsonObject();
   SetJsonText(&line, "file", file);
   if (code == 0) {
     line["fileType"] = info.fileType;
@@ -88,15 +88,12 @@ Status Show(const Options& options, const std::string& file) {
     if (!options.check) PrintText(object);
   }
   if (code != 0) {
-    std::fprintf(stderr, "scaconf: %s: %s\n", Escape(file).c_str(),
-                 Complaint(code, info.fault).c_str());
+    PrintErrorLine("scaconf: " + Escape(file) + ": " + Complaint(code, info.fault));
   }
   return StatusOf(code);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) try {
+int Run(int argc, char** argv) {
   Options options;
   CLI::App app(kDescription, "scaconf");
   app.footer(kFooter);
@@ -104,19 +101,14 @@ int main(int argc, char** argv) try {
   app.add_option("FILE", options.files, "Files to show")->required();
   app.add_flag("--json", options.json, "One line of JSON for each file");
   app.add_flag("--check", options.check, "Only say whether the files are sound");
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kSound : kWrongUse;
-  }
+  if (const auto status = ParseCommandLine(&app, argc, argv)) return *status;
   Status status = kSound;
   for (const std::string& file : options.files) status = std::max(status, Show(options, file));
-  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-    std::fprintf(stderr, "scaconf: standard output could not be written\n");
-    status = std::max(status, kUnreadable);
-  }
   return status;
-} catch (const std::exception& error) {
-  std::fprintf(stderr, "scaconf: %s\n", error.what());
-  return kUnreadable;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return RunProgram("scaconf", kUnreadable, [=] { return Run(argc, argv); });
 }

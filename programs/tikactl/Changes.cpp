@@ -175,7 +175,9 @@ bool HasEnded(Call& call, unsigned long long startTime, std::string* how) {
     return call.host.StartTime() != startTime;
   } catch (const Failure& failure) {
     *how = "nobody answers there any more";
-    return failure.status == kNoConnection && failure.code == ECONNREFUSED;
+    // A socket goes with its host.
+    return failure.status == kNoConnection &&
+           (failure.code == ECONNREFUSED || failure.code == ENOENT);
   }
 }
 

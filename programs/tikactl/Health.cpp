@@ -84,9 +84,10 @@ std::string PastTrouble(const Host& host, const Fields& service, const SCA_Confi
   });
   const unsigned long long now = SCA_GetAbsTime();
   const unsigned long long agoMs = now > last ? (now - last) / SCA_AbsTimePerMs : 0;
-  const unsigned long long deaths = service.NumberOr(Service::Deaths, 0);
+  const unsigned long long deaths =
+      service.NumberOr(Service::Deaths, 0) + service.NumberOr(Service::WorkerDeaths, 0);
   if (deaths == 0 || last == 0 || agoMs > kRecentMs) return {};
-  return " A server died " + Duration(agoMs) + " ago, " + Count(deaths, "death") +
+  return " A server or its worker died " + Duration(agoMs) + " ago, " + Count(deaths, "death") +
          " since the host's start: see " + host.Hint("history") + ".";
 }
 

@@ -102,16 +102,19 @@ void PrintDeath(const Fields& death, bool wantsAllLines, Output* output) {
     const auto value = death.Number(name);
     return value ? std::to_string(*value) : "?";
   };
+  const bool isWorker = death.NumberOr(Death::Worker, 0) != 0;
   output->Print(Paint(When(death.NumberOr(Death::Time, 0)), Colour::Bold) + "  death " +
-                number(Death::Number) + ": server " + number(Death::ServerId) + ", port " +
-                number(Death::Port) + ", " + BaseName(death.Text(Death::FileName)));
+                number(Death::Number) + (isWorker ? ": a worker of server " : ": server ") +
+                number(Death::ServerId) + ", port " + number(Death::Port) + ", " +
+                BaseName(death.Text(Death::FileName)));
   const std::string kind = death.Text(Death::Kind);
   const std::string cause = death.Text(Death::Cause);
   output->Print(kIndent + Paint(kind.empty() ? "unknown" : kind, Colour::Red) +
                 (cause.empty() ? "" : ": " + cause));
   output->Print(kIndent + ("ran " + Duration(death.NumberOr(Death::RunTime, 0))) + ", after " +
                 Count(death.NumberOr(Death::Restart, 0), "restart") + ", process " +
-                number(Death::ProcessId) + ", " + EndOf(death));
+                number(Death::ProcessId) + ", " + EndOf(death) +
+                (isWorker ? "; the server ran on" : ""));
   const std::string memory = MemoryLine(death);
   if (!memory.empty()) output->Print(kIndent + memory);
   PrintLines(death, wantsAllLines, output);

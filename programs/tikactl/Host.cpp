@@ -6,6 +6,7 @@
 #include "host/SCA_TikaConfig.h"
 #include "platform/SCA_Error.h"
 #include "programs/common/Escape.h"
+#include "programs/common/LocalHost.h"
 #include "programs/tikactl/Fields.h"
 
 namespace {
@@ -33,6 +34,10 @@ int ReadKey(void* /*context*/, const char* /*host*/, unsigned short /*port*/, SC
 
 const char* ConnectAdvice(unsigned long code) {
   switch (code) {
+    case EACCES:
+    case SCA_ErrorPeerAccount:
+      return "; run this as root, as the host's account, or as a member of its --control-group";
+    case ENOENT:
     case ECONNREFUSED:
       return "; no service host listens there: check the address, and that tikasvc runs";
     case ETIMEDOUT:
@@ -44,7 +49,9 @@ const char* ConnectAdvice(unsigned long code) {
     case SCA_ErrorConnectionLimit:
       return "; try again when others have ended";
     case SCA_ErrorLoginMissing:
-      return ": it may be an impostor; if it is not, move the key away";
+      return ": it may be an impostor";
+    case SCA_ErrorTooManyLogins:
+      return "; wait some seconds, and look who fails to log in: the host's debug log names them";
     default:
       return "; check the address, and that tikasvc runs there";
   }
@@ -70,31 +77,45 @@ std::string UseKeyFile(const std::string& file) {
 }
 
 Host::Host(const HostPort& address, unsigned long timeoutMs)
-    : address_(address), name_(Printable(FormatHostPort(address))), timeoutMs_(timeoutMs) {
+    : address_(address), name_(Printable(FormatServiceAddress(address))), timeoutMs_(timeoutMs) {
   client_.SetReplyTimeout(timeoutMs);
 }
 
 std::string Host::Hint(const std::string& command) const {
-  const bool isDefault = address_.host == kDefaultHost && address_.port == SCA_DefaultControlPort;
+  const bool isDefault = address_.host == kLocalHost;
   return "'tikactl " + (isDefault ? "" : "-H " + name_ + " ") + command + "'";
 }
 
 bool Host::IsThisMachine() const {
-  return address_.host == "localhost" || address_.host == "::1" ||
+  return IsLocalHost(address_.host) || address_.host == "localhost" || address_.host == "::1" ||
          address_.host.compare(0, 4, "127.") == 0;
+}
+
+void Host::ConnectLocally() {
+  const std::string complaint = FindLocalHost(
+      [this](const std::string& path) {
+        unsigned long code = 0;
+        return client_.Connect(path.c_str(), 0, timeoutMs_, &code) != 0 ? 0 : code;
+      },
+      &socket_);
+  if (!complaint.empty())
+    throw Failure{kNoConnection, SCA_ErrorNoLocalHost, complaint + " with -H"};
 }
 
 void Host::Connect() {
   unsigned long code = 0;
   keyError = 0;
-  if (client_.Connect(address_.host.c_str(), address_.port, timeoutMs_, &code) == 0) {
+  if (address_.host == kLocalHost && socket_.empty()) return ConnectLocally();
+  const std::string& host = socket_.empty() ? address_.host : socket_;
+  if (client_.Connect(host.c_str(), address_.port, timeoutMs_, &code) == 0) {
     throw ExplainConnect(code);
   }
 }
 
 Failure Host::ExplainConnect(unsigned long code) const {
   const std::string text = SCA_ErrorText(code);
-  if (keyError != 0) return {kLoginRefused, code, "control key " + KeyFile() + ": " + text};
+  if (keyError != 0)
+    return {kLoginRefused, code, "control key " + Printable(KeyFile()) + ": " + text};
   switch (code) {
     case SCA_ErrorNoKey:
       return {kLoginRefused, code,

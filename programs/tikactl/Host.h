@@ -26,7 +26,7 @@ class Host {
  public:
   Host(const HostPort& address, unsigned long timeoutMs);
 
-  /// "host:port"
+  /// "host:port", "local" or the path of a socket
   const std::string& Name() const { return name_; }
   /// @return A command line to type: "'tikactl -H name history 2'".
   std::string Hint(const std::string& command) const;
@@ -38,8 +38,6 @@ class Host {
   bool IsConnected() { return client_.GetNetTransport()->Connected() != 0; }
   /// @return When the host opened its port, which tells one life of it from the next.
   unsigned long long StartTime() { return client_.GetNetTransport()->GetServerStartTime(); }
-  /// @return True when the port asks for a login.
-  bool HasLogin() { return client_.GetNetTransport()->GetServerLoginMode() != 0; }
 
   /// Makes one call; throws when it fails.
   /// @param what       What is asked, to follow "refused to ": "suspend".
@@ -66,7 +64,10 @@ class Host {
   Failure ExplainServer(unsigned long serverId, const std::string& what);
   Failure ExplainConnect(unsigned long code) const;
 
+  void ConnectLocally();
+
   const HostPort address_;
+  std::string socket_;  ///< that answered first: another host of this machine is another host
   const std::string name_;
   const unsigned long timeoutMs_;
   SCA_TikaServiceClient client_;

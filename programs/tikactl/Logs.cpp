@@ -72,7 +72,7 @@ const char* LevelName(unsigned long level) {
 }
 
 nlohmann::ordered_json ToJson(const Message& message) {
-  nlohmann::ordered_json json;
+  nlohmann::ordered_json json = NewJsonObject();
   json["id"] = message.id;
   json["level"] = message.level;
   SetJsonText(&json, "time", message.when);

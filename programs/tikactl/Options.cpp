@@ -1,10 +1,12 @@
 #include "programs/tikactl/Options.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
 
 #include "host/SCA_TikaConfig.h"
 #include "platform/SCA_Path.h"
+#include "programs/common/Escape.h"
+#include "programs/common/LocalHost.h"
+#include "programs/common/Start.h"
 #include "programs/tikactl/Commands.h"
 
 namespace {
@@ -14,6 +16,9 @@ constexpr char kDescription[] =
     "COMMAND\n"
     "--help' shows the options of a command; those below go with every command.";
 constexpr char kFooter[] =
+    "The host of this machine, 'local', needs no key: its socket is looked for in the account's "
+    "own\n"
+    "data directory, in /run/tikasvc, and in the installed service's. Others need their key.\n"
     "Several hosts are asked at the same time and shown in the order given.\n"
     "Exit status, the highest of several hosts: 0 done, 1 a host refused or something failed, 2\n"
     "wrong use, 3 no connection, 4 login refused or no key, 130 interrupted.\n"
@@ -27,7 +32,10 @@ constexpr unsigned long kMaxTimeoutSeconds = SCA_MaxReplyTimeoutMs / 1000;
 
 void DefineCommon(CLI::App* app, Options* options, std::vector<std::string>* hosts,
                   unsigned long* timeoutSeconds) {
-  app->add_option("-H,--host", *hosts, "Service host; may be given again (127.0.0.1:9500)")
+  app->add_option(
+         "-H,--host", *hosts,
+         "Service host, or the path of its socket; may be given again (local, which is this "
+         "machine's)")
       ->type_name("HOST[:PORT]")
       ->allow_extra_args(false);
   app->add_option("--key", options->keyFile, "File with the control key of the hosts")
@@ -40,7 +48,7 @@ void DefineCommon(CLI::App* app, Options* options, std::vector<std::string>* hos
 
 std::string AddHost(const std::string& text, Options* options) {
   HostPort address;
-  std::string complaint = ParseHostPort(text, SCA_DefaultControlPort, &address);
+  std::string complaint = ParseServiceAddress(text, SCA_DefaultControlPort, &address);
   if (complaint.empty()) options->hosts.push_back(address);
   return complaint;
 }
@@ -77,18 +85,14 @@ std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
     command.define(subcommand, options);
     subcommand->callback([options, &command] { options->command = &command; });
   }
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kDone : kWrongUse;
-  }
+  if (const auto status = ParseCommandLine(&app, argc, argv)) return status;
   if (timeoutSeconds != 0) options->timeoutMs = timeoutSeconds * 1000;
-  if (hosts.empty()) hosts.emplace_back(kDefaultHost);
+  if (hosts.empty()) hosts.emplace_back(kLocalHost);
   std::string complaint = Check(*options);
   for (const std::string& host : hosts) {
     if (complaint.empty()) complaint = AddHost(host, options);
   }
   if (complaint.empty()) return std::nullopt;
-  std::fprintf(stderr, "tikactl: %s\n", complaint.c_str());
+  PrintErrorLine("tikactl: " + complaint);
   return kWrongUse;
 }

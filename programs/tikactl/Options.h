@@ -10,9 +10,6 @@
 
 struct Command;
 
-/// Asked when no other is named.
-constexpr char kDefaultHost[] = "127.0.0.1";
-
 /// Exit statuses; of several hosts the highest.
 enum Status {
   kDone = 0,

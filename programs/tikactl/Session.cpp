@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <mutex>
+#include <system_error>
 
+#include "programs/common/Escape.h"
 #include "programs/common/Json.h"
 
 namespace {
@@ -20,7 +23,7 @@ std::atomic<bool> isOutputGood{true};
 void Write(bool isError, const std::string& line) {
   const std::lock_guard<std::mutex> guard(standardOutput);
   if (isError) {
-    std::fprintf(stderr, "tikactl: %s\n", line.c_str());
+    PrintErrorLine("tikactl: " + line);
     return;
   }
   std::printf("%s\n", line.c_str());
@@ -75,7 +78,7 @@ void Call::Fail(const Failure& failure, std::optional<unsigned long> serverId) {
   status = std::max(status, failure.status);
   if (failure.status == kInterrupted || !IsOutputGood()) return;
   output.Complain(host.Name() + ": " + failure.text);
-  nlohmann::ordered_json result;
+  nlohmann::ordered_json result = NewJsonObject();
   SetJsonText(&result, "error", failure.text);
   result["error_code"] = failure.code;
   AddResult(std::move(result), serverId);
@@ -83,7 +86,7 @@ void Call::Fail(const Failure& failure, std::optional<unsigned long> serverId) {
 
 void Call::Succeed(const std::string& done, std::optional<unsigned long> serverId) {
   if (!options.json) return output.Print(done);
-  nlohmann::ordered_json result;
+  nlohmann::ordered_json result = NewJsonObject();
   SetJsonText(&result, "done", done);
   AddResult(std::move(result), serverId);
 }
@@ -105,7 +108,7 @@ void Call::PrintResults() {
 }
 
 nlohmann::ordered_json Call::Record() const {
-  nlohmann::ordered_json record;
+  nlohmann::ordered_json record = NewJsonObject();
   SetJsonText(&record, "host", host.Name());
   return record;
 }
@@ -141,14 +144,19 @@ Status Session::OnEachHost(const std::function<void(Call&)>& work, bool isLive) 
   std::vector<std::unique_ptr<Task>> tasks;
   for (std::size_t i = 0; i < options_.hosts.size(); ++i) {
     calls.push_back(std::make_unique<Call>(options_, cancel_, i, isLive));
-    tasks.push_back(
-        std::make_unique<Task>([call = calls.back().get(), &work] { Run(call, work); }));
+    Call* const call = calls.back().get();
+    try {
+      tasks.push_back(std::make_unique<Task>([call, &work] { Run(call, work); }));
+    } catch (const std::system_error& error) {
+      call->Fail({kFailed, EAGAIN, std::string("cannot start a thread: ") + error.what()});
+      tasks.push_back(nullptr);
+    }
   }
   Status status = kDone;
   bool isFirst = true;
   bool isOver = true;
   for (std::size_t i = 0; i < calls.size(); ++i) {
-    if (!WaitFor(tasks[i].get())) {
+    if (tasks[i] != nullptr && !WaitFor(tasks[i].get())) {
       isOver = false;
       continue;
     }

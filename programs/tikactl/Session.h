@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/SCA_Sync.h"
+#include "programs/common/Event.h"
 #include "programs/common/Signals.h"
 #include "programs/tikactl/Host.h"
 #include "programs/tikactl/Options.h"
@@ -59,7 +60,7 @@ class Task {
   bool Wait(unsigned long timeoutMs) { return done_.Wait(timeoutMs) != 0; }
 
  private:
-  SCA_Event done_{1, 0};
+  ProgramEvent done_{1, 0};
   std::thread thread_;
 };
 

@@ -80,6 +80,11 @@ std::string LoginText(const Fields& service) {
   return *mode == 0 ? ", loopback alone, no login" : ", login with the control key";
 }
 
+std::string RefusedLoginsText(const Fields& service) {
+  const unsigned long long refused = service.NumberOr(Service::RefusedLogins, 0);
+  return refused == 0 ? "" : " (" + std::to_string(refused) + " refused)";
+}
+
 void PrintService(const Fields& service, Output* output) {
   const auto number = [&service](const char* name) { return NumberOrDash(service, name); };
   const unsigned long long startTime = service.NumberOr(Service::StartTime, 0);
@@ -89,13 +94,14 @@ void PrintService(const Fields& service, Output* output) {
                       OrDash(service.Text(Service::Version)) + ", process " +
                       number(Service::ProcessId)},
       {"Up", Duration(service.NumberOr(Service::UpTime, 0)) + ", since " + When(startTime)},
-      {"Control", "port " + number(Service::ControlPort) + LoginText(service) + "; connections " +
-                      number(Service::Connections) + ", requests " + number(Service::Requests) +
-                      ", failed " + number(Service::FailedRequests)},
+      {"Control", "port " + number(Service::ControlPort) + LoginText(service) +
+                      RefusedLoginsText(service) + "; connections " + number(Service::Connections) +
+                      ", requests " + number(Service::Requests) + ", failed " +
+                      number(Service::FailedRequests)},
       {"Servers", number(Service::Servers) + ": active " + number(Service::ActiveServers) +
                       ", ready " + number(Service::ReadyServers) + ", given up " +
                       number(Service::ErrorServers) + "; deaths since the start " +
-                      number(Service::Deaths)},
+                      number(Service::Deaths) + ", of workers " + number(Service::WorkerDeaths)},
       {"Memory", SizeOrDash(service, Service::MemoryUsage) + " in servers; host " +
                      SizeOrDash(service, Service::HostMemory) + ", threads " +
                      number(Service::HostThreads) + ", open files " +
@@ -103,6 +109,7 @@ void PrintService(const Fields& service, Output* output) {
       {"Daily files", std::string(service.NumberOr(Service::SaveTikaLog, 0) != 0 ? "on" : "off") +
                           ", " + OrDash(service.Text(Service::TikaLogDir))},
       {"Data", OrDash(service.Text(Service::DataDirectory))},
+      {"Socket", OrDash(service.Text(Service::ControlSocket))},
   };
   for (const auto& [title, text] : rows) {
     output->Print(Paint(title + std::string(13 - title.size(), ' '), Colour::Bold) + text);

@@ -134,7 +134,7 @@ std::vector<std::string> Sampler::Lines(const Host& host, std::size_t width) con
 }
 
 nlohmann::ordered_json Sampler::Json() const {
-  nlohmann::ordered_json json;
+  nlohmann::ordered_json json = NewJsonObject();
   json["service"] = ToJson(*service_);
   nlohmann::ordered_json& rates = json["rates"] = nlohmann::ordered_json::object();
   for (const auto& [id, values] : rates_) {

@@ -1,16 +1,24 @@
 #include "programs/tikaextract/Documents.h"
 
-#include <cerrno>
-#include <cstring>
 #include <map>
+
+#include "programs/common/Escape.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
+// The path from the root on. In a working directory that was deleted a path that needs one stays as
+// it is: nothing can be opened by it.
+fs::path FullPath(const std::string& path) {
+  std::error_code error;
+  const fs::path full = fs::absolute(path, error);
+  return (error ? fs::path(path) : full).lexically_normal();
+}
+
 // The last name of a path, also of "docs/" and of ".".
 std::string LastName(const std::string& path) {
-  const fs::path full = fs::absolute(path).lexically_normal();
+  const fs::path full = FullPath(path);
   return (full.has_filename() ? full : full.parent_path()).filename().string();
 }
 
@@ -29,7 +37,7 @@ std::string OutputOfNamed(const Options& options, const std::string& path) {
 // A listed document goes where its path says; one that leads up, where its full path says.
 std::string OutputOfListed(const std::string& path) {
   fs::path normal = fs::path(path).lexically_normal();
-  if (!normal.empty() && *normal.begin() == "..") normal = fs::absolute(path).lexically_normal();
+  if (!normal.empty() && *normal.begin() == "..") normal = FullPath(path);
   return normal.relative_path().string();
 }
 
@@ -42,8 +50,17 @@ Document MakeDocument(const std::string& path, const std::string& output) {
 }  // namespace
 
 Documents::Documents(const Options& options,
-                     std::function<bool(const std::string& extension)> isTaken)
-    : options_(options), isTaken_(std::move(isTaken)) {}
+                     std::function<bool(const std::string& extension)> isTaken, SCA_Event* cancel)
+    : options_(options),
+      isTaken_(std::move(isTaken)),
+      list_(options.filesFrom, options.zeroSeparated ? '\0' : '\n', cancel) {}
+
+// What is read from a pipe can be read once.
+bool Documents::CanCount(const Options& options) {
+  std::error_code ignored;
+  return options.filesFrom.empty() ||
+         (options.filesFrom != "-" && fs::is_regular_file(options.filesFrom, ignored));
+}
 
 bool Documents::Next(Document* document) {
   for (;;) {
@@ -52,17 +69,18 @@ bool Documents::Next(Document* document) {
     if (named_ < options_.files.size()) {
       path = options_.files[named_++];
       if (Enter(path, OutputOfNamed(options_, path), document)) return true;
-    } else if (listIsOver_ || options_.filesFrom.empty()) {
-      return false;
-    } else if (NextListed(&path)) {
-      if (Enter(path, OutputOfListed(path), document)) return true;
-    } else if (list_ == nullptr || list_->bad()) {
-      listIsOver_ = true;
-      document->path = options_.filesFrom;
-      document->complaint = std::string("cannot read the list: ") + std::strerror(errno);
-      return true;
-    } else {
-      listIsOver_ = true;
+      continue;
+    }
+    if (options_.filesFrom.empty()) return false;
+    switch (list_.Next(&path)) {
+      case DocumentList::Result::End:
+        return false;
+      case DocumentList::Result::Failed:
+        *document = {options_.filesFrom, "", "", "cannot read the list: " + path};
+        return true;
+      case DocumentList::Result::Entry:
+        if (Enter(path, OutputOfListed(path), document)) return true;
+        break;
     }
   }
 }
@@ -113,23 +131,6 @@ bool Documents::IsOutputDir(const fs::path& path) const {
   return !options_.outputDir.empty() && fs::equivalent(path, options_.outputDir, ignored);
 }
 
-bool Documents::NextListed(std::string* path) {
-  if (list_ == nullptr) {
-    if (options_.filesFrom == "-") {
-      list_ = &std::cin;
-    } else {
-      errno = 0;
-      listFile_.open(options_.filesFrom, std::ios::binary);
-      if (!listFile_.is_open()) return false;
-      list_ = &listFile_;
-    }
-  }
-  while (std::getline(*list_, *path, options_.zeroSeparated ? '\0' : '\n')) {
-    if (!path->empty()) return true;
-  }
-  return false;
-}
-
 std::string FindNameClash(const Options& options) {
   std::map<std::string, std::string> outputs;
   for (const std::string& file : options.files) {
@@ -137,9 +138,9 @@ std::string FindNameClash(const Options& options) {
     const std::string output = OutputOfNamed(options, file) + (isMirrored ? "" : ".txt");
     const auto [entry, isNew] = outputs.emplace(output, file);
     if (!isNew) {
-      return "'" + entry->second + "' and '" + file + "' would both be written to '" +
-             (fs::path(options.outputDir) / output).string() +
-             "': extract them into different directories";
+      return Quoted(entry->second) + " and " + Quoted(file) + " would both be written to " +
+             Quoted((fs::path(options.outputDir) / output).string()) +
+             ": extract them into different directories";
     }
   }
   return {};

@@ -3,11 +3,10 @@
 #define SCA_PROGRAMS_TIKAEXTRACT_DOCUMENTS_H
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iostream>
 #include <string>
 
+#include "programs/tikaextract/DocumentList.h"
 #include "programs/tikaextract/Options.h"
 
 struct Document {
@@ -20,27 +19,26 @@ struct Document {
 class Documents {
  public:
   /// @param isTaken  Whether documents of an extension are taken from directories.
-  Documents(const Options& options, std::function<bool(const std::string& extension)> isTaken);
+  /// @param cancel   Ends the wait for further entries of a list; not owned.
+  Documents(const Options& options, std::function<bool(const std::string& extension)> isTaken,
+            SCA_Event* cancel);
 
   /// Finds the next document. @return False behind the last one.
   bool Next(Document* document);
   /// @return True when the same documents can be found a second time, to be counted.
-  static bool CanCount(const Options& options) { return options.filesFrom != "-"; }
+  static bool CanCount(const Options& options);
 
  private:
   using Walk = std::filesystem::recursive_directory_iterator;
 
   bool NextInDirectory(Document* document);
-  bool NextListed(std::string* path);
   bool Enter(const std::string& path, const std::string& output, Document* document);
   bool IsOutputDir(const std::filesystem::path& path) const;
 
   const Options& options_;
   const std::function<bool(const std::string& extension)> isTaken_;
   std::size_t named_ = 0;  // of the files of the command line
-  std::ifstream listFile_;
-  std::istream* list_ = nullptr;
-  bool listIsOver_ = false;
+  DocumentList list_;
   Walk walk_;  // the directory that is walked now; at its end when there is none
   std::string walkRoot_;
   std::string walkOutput_;

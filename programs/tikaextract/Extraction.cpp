@@ -1,16 +1,14 @@
 #include "programs/tikaextract/Extraction.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <filesystem>
 
 #include "client/SCA_TikaClient.h"
 #include "platform/SCA_Error.h"
-#include "programs/common/Json.h"
+#include "programs/common/Escape.h"
+#include "programs/common/LocalHost.h"
+#include "programs/tikaextract/Advice.h"
 #include "programs/tikaextract/ServerProbe.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -19,43 +17,6 @@ constexpr unsigned long kServiceDelayMs = 2000;
 constexpr unsigned long kLookMs = 100;      // between two looks at the cancel event
 constexpr std::size_t kLargestWindow = 64;  // so far the texts may run ahead of the one to print
 
-struct Advice {
-  unsigned long code;
-  const char* text;
-};
-
-constexpr Advice kAdvice[] = {
-    {SCA_ErrorTika422, "it is empty, encrypted or damaged: open it in its own program"},
-    {SCA_ErrorTika500, "try another version of Tika, or look for the cause with --verbose"},
-    {ETIMEDOUT, "raise --timeout if the document is large"},
-    {ECONNRESET, "the server may have run out of memory: raise its heap (--java-heap)"},
-    {EPIPE, "the server may have refused the file or run out of memory"},
-    {ECONNREFUSED, "check that the server runs and listens on that port"},
-    {SCA_ErrorHostName, "check the name of the server"},
-    {ENOENT, "check the name"},
-    {EACCES, "check its permissions"},
-    {EISDIR, "name the files in it, or use -r"},
-    {ENOSPC, "make room and try again"},
-    {SCA_ErrorNotRegularFile, "copy its content into a file first"},
-    {SCA_ErrorFileShrank, "try again when nobody writes to it"},
-    {SCA_ErrorInvalidData, "check that the server is a Tika server of version 1.x to 3.x"},
-    {SCA_ErrorServersDied, "it may need more memory than they have: raise their heaps"},
-    {SCA_ErrorTimeLimit, "raise --time-limit"},
-};
-
-std::string Explain(unsigned long code) {
-  for (const Advice& advice : kAdvice) {
-    if (advice.code == code) return std::string(SCA_ErrorText(code)) + "; " + advice.text;
-  }
-  return std::string(SCA_ErrorText(code)) + "; --verbose shows more";
-}
-
-unsigned long long SizeOf(const std::string& path) {
-  std::error_code error;
-  const std::uintmax_t size = fs::file_size(path, error);
-  return error ? 0 : size;
-}
-
 }  // namespace
 
 Extraction::Extraction(const Options& options, SCA_Event* cancel)
@@ -63,6 +24,7 @@ Extraction::Extraction(const Options& options, SCA_Event* cancel)
       cancel_(cancel),
       setup_(options),
       progress_(!options.outputDir.empty() && !options.jsonl),
+      output_(options, &progress_, [this](const std::string& cause) { return WhyNoServer(cause); }),
       private_(options, cancel),
       services_([this](unsigned long serviceId,
                        unsigned short port) { AddServerOfService(serviceId, port); },
@@ -75,12 +37,10 @@ Extraction::~Extraction() {
 int Extraction::Run() {
   std::string complaint = setup_.Prepare();
   if (complaint.empty()) complaint = UseKey();
-  if (complaint.empty() && !options_.outputDir.empty()) {
-    complaint = journal_.Open(options_.outputDir, options_.resume);
-  }
+  if (complaint.empty()) complaint = output_.Open();
   if (!complaint.empty()) {
     progress_.PrintLine("tikaextract: " + complaint);
-    return kWrongUse;
+    return setup_.StatusOfComplaint();
   }
   if (options_.files.empty() && options_.filesFrom.empty()) return kAllExtracted;
   if (!MakeDispatcher()) {
@@ -109,7 +69,7 @@ std::string Extraction::UseKey() {
   if (options_.keyFile.empty()) return {};
   unsigned long error = 0;
   if (SCA_LoadControlKey(options_.keyFile.c_str(), &key_, &error) == 0) {
-    return "cannot use the key '" + options_.keyFile + "': " + SCA_ErrorText(error);
+    return "cannot use the key " + Quoted(options_.keyFile) + ": " + SCA_ErrorText(error);
   }
   const auto provide = [](void* context, const char* /*host*/, unsigned short /*port*/,
                           SCA_ControlKey* key, unsigned long* /*error*/) {
@@ -123,15 +83,16 @@ std::string Extraction::UseKey() {
 int Extraction::RunDocuments() {
   const auto isTaken = [this](const std::string& extension) { return IsTaken(extension); };
   if (progress_.IsShown()) CountDocuments();
-  documents_ = std::make_unique<Documents>(options_, isTaken);
+  documents_ = std::make_unique<Documents>(options_, isTaken, cancel_);
   window_ = std::min<std::size_t>(kLargestWindow, setup_.Settings().GetMaxPendingRequests());
   while (Fill()) {
-    const std::unique_ptr<Job> job = TakeFinished();
+    std::unique_ptr<Job> job = TakeFinished();
     ShowServices();
-    Conclude(job.get());
-    if (outputClosed_) CancelOnce();
+    output_.Take(std::move(job), isCancelled_);
+    if (output_.HasFailed()) CancelOnce();
   }
-  return status_;
+  output_.Finish();
+  return output_.Status();
 }
 
 bool Extraction::IsTaken(const std::string& extension) const {
@@ -141,14 +102,16 @@ bool Extraction::IsTaken(const std::string& extension) const {
 // Only for who looks: a walk of its own.
 void Extraction::CountDocuments() {
   if (!Documents::CanCount(options_)) return;
-  Documents documents(options_,
-                      [this](const std::string& extension) { return IsTaken(extension); });
+  Documents documents(
+      options_, [this](const std::string& extension) { return IsTaken(extension); }, cancel_);
   Document document;
   unsigned long long files = 0;
   unsigned long long bytes = 0;
   while (!IsCancelled() && documents.Next(&document)) {
     ++files;
-    bytes += SizeOf(document.path);
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(document.path, error);
+    if (!error) bytes += size;
   }
   progress_.SetTotal(files, bytes);
 }
@@ -157,7 +120,11 @@ bool Extraction::MakeDispatcher() {
   if (UsesPrivateServer()) setup_.MakePrivateService();
   SCA_TikaDispatchLimits limits;
   limits.connectMs = kConnectMs;
-  limits.fileMs = options_.timeLimitMs;
+  if (options_.timeLimitMs) {
+    limits.fileMs = *options_.timeLimitMs;
+    limits.fileMsPerMiB = 0;
+  }
+  limits.textBytes = static_cast<unsigned long long>(options_.textLimitMb) << 20;
   limits.variant = options_.variant;
   // A private server that cannot be started will not come back by itself.
   if (UsesPrivateServer()) limits.noServerMs = 0;
@@ -222,7 +189,7 @@ void Extraction::AddServerOfService(unsigned long serviceId, unsigned short port
   setup_.Settings().GetServiceList()->GetService(serviceId, &service);
   for (unsigned long i = ClientsForServer(); i > 0; --i) {
     unsigned long error = 0;
-    if (AddClient({{service->GetHostName(), port}, serviceId}, &error)) continue;
+    if (AddClient({{TikaHostOf(service->GetHostName()), port}, serviceId}, &error)) continue;
     if (error != SCA_ErrorStopping) {
       services_.Board().Tell(serviceId,
                              "cannot use port " + std::to_string(port) + ": " + Explain(error));
@@ -252,7 +219,7 @@ bool Extraction::FindServers(std::vector<std::string>* complaints) {
     unsigned long error = 0;
     if (client.Connect(kConnectMs, &error) != 0) return true;
     if (IsCancelled()) return false;
-    complaints->push_back("no connection to " + FormatHostPort(server.address) + ": " +
+    complaints->push_back("no connection to " + Printable(FormatHostPort(server.address)) + ": " +
                           Explain(error));
   }
   if (services_.Board().WaitForServer(cancel_)) return true;
@@ -292,15 +259,9 @@ bool Extraction::Fill() {
       isEnding_ = true;
       break;
     }
-    const Journal::Entry entry =
-        options_.outputDir.empty() ? Journal::Entry() : Journal::Describe(document.path);
-    const unsigned long long bytes = SizeOf(document.path);
-    if (options_.resume && journal_.IsDone(entry, OutputPath(document))) {
-      progress_.AddSkipped(bytes);
-      progress_.Show();
-      continue;
-    }
-    Submit(document, entry, bytes);
+    std::unique_ptr<Job> job = output_.Admit(document);
+    if (job != nullptr) Submit(std::move(job));
+    output_.FlushWhenDue();
   }
   return !jobs_.empty();
 }
@@ -311,20 +272,12 @@ std::size_t Extraction::Window() const {
   return areTooMany ? std::min<std::size_t>(window_, options_.jobs) : window_;
 }
 
-void Extraction::Submit(const Document& document, const Journal::Entry& entry,
-                        unsigned long long bytes) {
-  jobs_.push_back(std::make_unique<Job>());
+void Extraction::Submit(std::unique_ptr<Job> admitted) {
+  jobs_.push_back(std::move(admitted));
   Job* const job = jobs_.back().get();
-  job->document = document;
-  job->entry = entry;
-  job->bytes = bytes;
+  const Document& document = job->document;
   if (!document.complaint.empty()) return HasFinished(job);
-  std::unique_ptr<TextStore> store;
-  if (options_.outputDir.empty()) {
-    store = std::make_unique<BufferedText>();
-  } else {
-    store = std::make_unique<TextFile>(OutputPath(document));
-  }
+  std::unique_ptr<TextStore> store = output_.MakeStore(*job);
   job->store = store.get();
   store->onFinish = [this, job] { HasFinished(job); };
   job->request.reset(new SCA_TikaExtractRequest(document.path.c_str(), document.extension.c_str(),
@@ -356,9 +309,10 @@ void Extraction::HasFinished(Job* job) {
 }
 
 // Waits for the next document in the order of printing.
-std::unique_ptr<Extraction::Job> Extraction::TakeFinished() {
+std::unique_ptr<Job> Extraction::TakeFinished() {
   Job* job = nullptr;
   while ((job = FirstFinished()) == nullptr) {
+    output_.FlushWhenDue();
     ShowServices();
     progress_.Show();
     if (IsCancelled()) CancelOnce();
@@ -371,7 +325,7 @@ std::unique_ptr<Extraction::Job> Extraction::TakeFinished() {
 }
 
 // Looks for a moment. @return Null when there is none yet.
-Extraction::Job* Extraction::FirstFinished() {
+Job* Extraction::FirstFinished() {
   if (!options_.unordered) {
     Job* const first = jobs_.front().get();
     const bool isOver = first->request == nullptr || first->request->GetReady()->Wait(kLookMs) != 0;
@@ -399,114 +353,12 @@ void Extraction::CancelOnce() {
   isCancelled_ = true;
 }
 
-void Extraction::Conclude(Job* job) {
-  const Result result = Judge(job);
-  if (result.isExtracted) {
-    progress_.AddExtracted(job->bytes);
-  } else if (isCancelled_) {
-    // What the run's end has cut off is no failure of the document.
-    return;
-  } else {
-    progress_.AddFailed(job->bytes);
-    progress_.PrintLine("tikaextract: " + job->document.path + ": " + result.complaint);
-    status_ = kSomeFailed;
-  }
-  const bool isRefused =
-      job->request != nullptr && job->request->GetOutcome() == SCA_TikaOutcome::Refused;
-  if (result.isExtracted || isRefused) journal_.Add(job->entry, result.isExtracted);
-  if (!outputClosed_ && options_.jsonl) PrintRecord(job, result);
-  if (!outputClosed_ && !options_.jsonl && options_.outputDir.empty() && result.isExtracted) {
-    PrintText(job);
-  }
-  progress_.Show();
-}
-
-Extraction::Result Extraction::Judge(Job* job) {
-  Result result;
-  if (job->request == nullptr) {
-    result.outcome = SCA_TikaOutcomeText(SCA_TikaOutcome::FileFailed);
-    result.complaint = job->document.complaint;
-    return result;
-  }
-  const SCA_TikaOutcome outcome = job->request->GetOutcome();
-  result.isExtracted = outcome == SCA_TikaOutcome::Extracted && job->store->Error() == 0;
-  result.outcome = job->store->Error() != 0 ? SCA_TikaOutcomeText(SCA_TikaOutcome::SinkFailed)
-                                            : SCA_TikaOutcomeText(outcome);
-  if (!result.isExtracted) result.complaint = Complain(job);
-  return result;
-}
-
-std::string Extraction::Complain(Job* job) {
-  const SCA_TikaExtractRequest& request = *job->request;
-  if (job->store->Error() != 0) {
-    const std::string target = options_.outputDir.empty() ? std::string("a temporary file")
-                                                          : "'" + OutputPath(job->document) + "'";
-    return "cannot write " + target + ": " + Explain(job->store->Error());
-  }
-  if (request.GetRefusalCode() != 0) {
-    return std::string(SCA_ErrorText(request.GetRefusalCode())) + " before it had read the file";
-  }
-  if (request.GetOutcome() != SCA_TikaOutcome::NoServer &&
-      request.GetStatusCode() != SCA_ErrorNoServer) {
-    return Explain(request.GetStatusCode());
-  }
+std::string Extraction::WhyNoServer(const std::string& cause) {
   if (!UsesPrivateServer()) {
-    std::string text = request.GetCause();
+    std::string text = Printable(cause);
     for (const std::string& line : services_.Board().Complaints()) text += "; " + line;
     return text;
   }
   const SCA_LockGuard guard(privateLock_);
   return privateComplaint_;
-}
-
-void Extraction::PrintText(Job* job) {
-  auto* const text = static_cast<BufferedText*>(job->store);
-  text->ForEachBlock([](const char* block, std::size_t length) {
-    return std::fwrite(block, 1, length, stdout) == length;
-  });
-  CheckOutput();
-}
-
-void Extraction::PrintRecord(Job* job, const Result& result) {
-  nlohmann::ordered_json record;
-  SetJsonText(&record, "path", job->document.path);
-  record["size"] = job->bytes;
-  record["outcome"] = result.outcome;
-  if (result.isExtracted) {
-    record["error"] = nullptr;
-  } else {
-    SetJsonText(&record, "error", result.complaint);
-  }
-  record["milliseconds"] = job->request != nullptr ? job->request->GetDuration() : 0;
-  SetJsonText(&record, "server", job->request != nullptr ? job->request->GetServer() : "");
-  record["textLength"] = result.isExtracted ? job->request->GetTextLength() : 0;
-  if (result.isExtracted && options_.outputDir.empty()) {
-    std::string text;
-    static_cast<BufferedText*>(job->store)
-        ->ForEachBlock([&text](const char* block, std::size_t length) {
-          text.append(block, length);
-          return true;
-        });
-    SetJsonText(&record, "text", text);
-  } else if (result.isExtracted) {
-    SetJsonText(&record, "textPath", OutputPath(job->document));
-  }
-  std::fputs((JsonText(record) + "\n").c_str(), stdout);
-  CheckOutput();
-}
-
-// Ends the run when the output cannot be written any more.
-void Extraction::CheckOutput() {
-  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return;
-  const auto error = static_cast<unsigned long>(errno);
-  outputClosed_ = true;
-  status_ = kSomeFailed;
-  // A reader that has seen enough is no failure worth a line.
-  if (error != EPIPE) {
-    progress_.PrintLine("tikaextract: cannot write to standard output: " + Explain(error));
-  }
-}
-
-std::string Extraction::OutputPath(const Document& document) const {
-  return (fs::path(options_.outputDir) / document.output).string();
 }

@@ -1,5 +1,5 @@
-/// The run of tikaextract: documents go to the dispatcher, a window of them at a time, and come
-/// back to be printed, written down and counted.
+/// The run of tikaextract: documents go to the dispatcher, a window of them at a time, and from
+/// there to the output.
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_EXTRACTION_H
 #define SCA_PROGRAMS_TIKAEXTRACT_EXTRACTION_H
 
@@ -12,14 +12,15 @@
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_Sync.h"
 #include "product/SCA_TikaDispatcher.h"
+#include "programs/common/Event.h"
 #include "programs/tikaextract/Documents.h"
-#include "programs/tikaextract/Journal.h"
+#include "programs/tikaextract/Job.h"
 #include "programs/tikaextract/Options.h"
+#include "programs/tikaextract/Output.h"
 #include "programs/tikaextract/PrivateServer.h"
 #include "programs/tikaextract/Progress.h"
 #include "programs/tikaextract/Services.h"
 #include "programs/tikaextract/Setup.h"
-#include "programs/tikaextract/TextStore.h"
 
 class Extraction {
  public:
@@ -33,22 +34,6 @@ class Extraction {
   int Run();
 
  private:
-  // A document under way.
-  struct Job {
-    Document document;
-    Journal::Entry entry;
-    unsigned long long bytes = 0;
-    SCA_Owned<SCA_TikaExtractRequest> request;  // null when there was nothing to submit
-    TextStore* store = nullptr;                 // the request's
-  };
-
-  // What a job came to, as it is printed.
-  struct Result {
-    bool isExtracted = false;
-    const char* outcome = "";
-    std::string complaint;
-  };
-
   int RunDocuments();
   bool IsTaken(const std::string& extension) const;
   void CountDocuments();
@@ -68,19 +53,13 @@ class Extraction {
 
   bool Fill();
   std::size_t Window() const;
-  void Submit(const Document& document, const Journal::Entry& entry, unsigned long long bytes);
+  void Submit(std::unique_ptr<Job> admitted);
   std::unique_ptr<Job> TakeFinished();
   Job* FirstFinished();
   void HasFinished(Job* job) SCA_EXCLUDES(finishedLock_);
   void CancelOnce();
 
-  void Conclude(Job* job);
-  Result Judge(Job* job);
-  std::string Complain(Job* job) SCA_EXCLUDES(privateLock_);
-  void PrintText(Job* job);
-  void PrintRecord(Job* job, const Result& result);
-  void CheckOutput();
-  std::string OutputPath(const Document& document) const;
+  std::string WhyNoServer(const std::string& cause) SCA_EXCLUDES(privateLock_);
   bool IsCancelled() { return cancel_->Wait(0) != 0; }
   bool UsesPrivateServer() const { return setup_.IsPrivate(); }
 
@@ -88,7 +67,7 @@ class Extraction {
   SCA_Event* const cancel_;
   Setup setup_;
   Progress progress_;
-  Journal journal_;
+  Output output_;
 
   SCA_Lock privateLock_;  // its server is used by one thread at a time
   PrivateServer private_ SCA_GUARDED_BY(privateLock_);
@@ -98,14 +77,12 @@ class Extraction {
   std::size_t window_ = 1;                 // documents under way at most
   std::atomic<unsigned long> clients_{0};  // of the dispatcher
   std::deque<std::unique_ptr<Job>> jobs_;
-  bool isEnding_ = false;      // no further documents
-  bool isCancelled_ = false;   // the dispatcher knows
-  bool outputClosed_ = false;  // nobody reads the standard output any more
-  int status_ = kAllExtracted;
+  bool isEnding_ = false;     // no further documents
+  bool isCancelled_ = false;  // the dispatcher knows
 
   SCA_Lock finishedLock_;
   std::deque<Job*> finished_ SCA_GUARDED_BY(finishedLock_);  // when output is unordered
-  SCA_Event oneFinished_{0, 0};
+  ProgramEvent oneFinished_{0, 0};
 
   SCA_ControlKey key_;
 

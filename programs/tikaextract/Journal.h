@@ -1,43 +1,136 @@
-/// What a run with -o has done, so that a later one can go on.
+/// What the runs with -o have done: which document each text is of, and what need not be tried
+/// again.
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_JOURNAL_H
 #define SCA_PROGRAMS_TIKAEXTRACT_JOURNAL_H
 
+#include <sys/stat.h>
+
 #include <cstdint>
-#include <cstdio>
-#include <memory>
+#include <ctime>
+#include <functional>
+#include <map>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
-/// The file `.tikaextract.journal` in the output directory: one line for each document that needs
-/// no further try, because its text is there or because it was refused. A document that has changed
-/// since counts as another one. In memory a former run's document is eight bytes.
-class Journal {
+#include "programs/common/OwnFile.h"
+#include "programs/tikaextract/Killers.h"
+
+/// Finds what was put in under a key, by the key's hash. A key takes eight bytes, and with the room
+/// that the table keeps free 9 to 18.
+class OffsetTable {
  public:
-  /// A document in its present state; made before it is extracted.
-  struct Entry {
-    std::string line;  ///< size, time of change and full path
-    std::uint64_t hash = 0;
-  };
+  static constexpr unsigned long long kMaxOffset = (1ULL << 36U) - 1;
 
-  /// @param resume  Goes on with the journal that is there; else a new one is begun.
-  /// @return A complaint, or nothing.
-  std::string Open(const std::string& outputDir, bool resume);
+  /// @param isOfKey  Whether an offset was put in under this key and not under one of a similar
+  ///                 hash.
+  /// @return The place of the key's offset, or null when it has none.
+  std::uint64_t* Find(std::uint64_t hash, const std::function<bool(unsigned long long)>& isOfKey);
+  /// Puts in an offset of a key that has none.
+  /// @param offset  1 to `kMaxOffset`.
+  void Add(std::uint64_t hash, unsigned long long offset);
 
-  static Entry Describe(const std::string& path);
-  /// @param outputPath  Where the document's text is expected, unless it was refused.
-  bool IsDone(const Entry& entry, const std::string& outputPath) const;
-  void Add(const Entry& entry, bool hasText);
+  static unsigned long long OffsetOf(std::uint64_t slot) { return slot & kMaxOffset; }
+  static void SetOffset(std::uint64_t* slot, unsigned long long offset) {
+    *slot = (*slot & ~kMaxOffset) | offset;
+  }
 
  private:
-  struct Closer {
-    void operator()(std::FILE* file) const { std::fclose(file); }
+  std::size_t FirstPlace(std::uint64_t slot) const;
+  void Insert(std::uint64_t slot);
+
+  std::vector<std::uint64_t> slots_;  // 28 bits of the hash above 36 bits of the offset; 0 is free
+  std::size_t used_ = 0;
+};
+
+/// The file `.tikaextract.journal` in the output directory: one line for each document that a run
+/// has ended, appended; the newest of an output counts. In memory an output takes some 9 to 18
+/// bytes: those of this run, and with --resume those of all former ones, which then count as one
+/// with it.
+class Journal {
+ public:
+  /// How a document ended; the letter of its line.
+  enum class Kind : char {
+    Text = 'T',     ///< its text is on the disk
+    Refused = 'R',  ///< its server refused it, as any other would
+    Killer = 'K',   ///< servers died of it
+    Failed = 'F'    ///< otherwise; it is to be tried again
   };
 
-  std::string Read(const std::string& path);
+  /// A document in its present state.
+  struct Entry {
+    std::string state;   ///< size and time of change; empty for one that is not there
+    std::string path;    ///< full, on one line
+    std::string output;  ///< below the output directory, on one line
+    bool IsKnown() const { return !state.empty(); }
+  };
 
-  std::unique_ptr<std::FILE, Closer> file_;
-  std::vector<std::uint64_t> texts_;     // hashes of the documents whose text was written; sorted
-  std::vector<std::uint64_t> refusals_;  // of those that were refused; sorted
+  /// What is to be done with a document.
+  enum class Verdict {
+    Extract,   ///< its text is to be made; the output is its own until the run has written its line
+    Done,      ///< a former run has made its text
+    Refused,   ///< a former run's server has refused it
+    Repeated,  ///< this run has it already
+    Taken      ///< the output is another document's
+  };
+
+  /// Takes the output directory for this run, under its lock `.tikaextract.lock`, and removes what
+  /// killed runs have left aside.
+  /// @param resume        Former runs count.
+  /// @param retryRefused  Except for what they were refused.
+  /// @param killers       Receives the contents that servers have died of in runs that count.
+  /// @return A complaint, or nothing.
+  std::string Open(const std::string& outputDir, bool resume, bool retryRefused, Killers* killers);
+  /// The time on the output directory's file system at which this run began.
+  const timespec& BeginTime() const { return beginTime_; }
+
+  static Entry Describe(const std::string& path, const struct stat& status,
+                        const std::string& output);
+  /// @param owner  Receives the path of the document that has the output, when it is taken.
+  Verdict Claim(const Entry& entry, std::string* owner);
+  /// Adds a line, which `Write` writes.
+  /// @param detail  Of a text its length in bytes, of a killer the digest of its content.
+  void Add(const Entry& entry, Kind kind, const std::string& detail);
+  /// Writes what was added. @return A complaint, or nothing.
+  std::string Write();
+  /// Waits until all of it is on the disk.
+  std::string Sync();
+
+ private:
+  struct Record {
+    Kind kind = Kind::Failed;
+    Entry entry;
+    std::string detail;
+  };
+  using TakeLine = std::function<bool(std::string_view line, unsigned long long offset)>;
+
+  std::string TakeLock();
+  std::string Begin(bool resume, Killers* killers);
+  std::string CheckHeader();
+  unsigned long Load(bool resume, Killers* killers, unsigned long long* complete);
+  unsigned long ReadLines(unsigned long long from, const TakeLine& take) const;
+  static std::optional<Record> Parse(std::string_view line);
+  std::uint64_t* FindPlace(const std::string& output, Record* newest);
+  void Index(const std::string& output, unsigned long long offset);
+  bool IsIntact(const Record& record) const;
+  static bool IsUnchanged(const Entry& entry);
+  std::string Name() const;
+  std::string Complain(const char* what, unsigned long error) const;
+
+  std::string directory_;
+  bool retryRefused_ = false;
+  bool isContinued_ = false;  // a former run was here
+  timespec beginTime_{};
+  LockFile lock_;
+  OwnFile file_;
+  unsigned long long size_ = 0;        // of the file
+  unsigned long long ownRecords_ = 0;  // where those of this run begin
+  unsigned long readError_ = 0;
+  OffsetTable offsets_;                        // of the newest line of each output
+  std::map<std::string, std::string> claims_;  // paths by outputs that have no line yet
+  std::string lines_;                          // to be written, ...
+  std::vector<std::string> outputs_;           // ... and the output of each
 };
 
 #endif  // SCA_PROGRAMS_TIKAEXTRACT_JOURNAL_H

@@ -2,9 +2,11 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 
+#include "programs/common/Escape.h"
+#include "programs/common/LocalHost.h"
+#include "programs/common/Start.h"
 #include "programs/tikaextract/Documents.h"
 
 namespace {
@@ -29,6 +31,7 @@ constexpr char kFooter[] =
     "          tikaextract -r archive -o texts --service tika1 --service tika2";
 
 constexpr unsigned long kMaxTimeoutSeconds = 1000000;
+constexpr unsigned long kMaxTextMb = 1UL << 30;
 constexpr unsigned long kMaxJobs = 256;
 
 constexpr unsigned long kMaxServers = 256;
@@ -46,14 +49,17 @@ struct Words {
   std::vector<std::string> services;
   std::vector<std::string> extensions;
   unsigned long timeoutSeconds = 0;
-  unsigned long limitSeconds = 0;
+  std::optional<unsigned long> limitSeconds;
 };
 
 std::string ParseAddresses(const std::vector<std::string>& texts, unsigned short defaultPort,
                            std::vector<HostPort>* addresses) {
   for (const std::string& text : texts) {
     HostPort address;
-    const std::string complaint = ParseHostPort(text, defaultPort, &address);
+    // Service hosts have a default port, Tika servers none.
+    const std::string complaint = defaultPort != 0
+                                      ? ParseServiceAddress(text, defaultPort, &address)
+                                      : ParseHostPort(text, defaultPort, &address);
     if (!complaint.empty()) return complaint;
     addresses->push_back(address);
   }
@@ -83,10 +89,11 @@ std::string PrepareOutputDir(const Options& options) {
   const std::string clash = FindNameClash(options);
   if (!clash.empty()) return clash;
   std::error_code error;
+  std::error_code ignored;
   fs::create_directories(options.outputDir, error);
-  if (fs::is_directory(options.outputDir)) return {};
-  return "cannot create the directory '" + options.outputDir +
-         "': " + (error ? error.message() : "a file of that name is in the way");
+  if (fs::is_directory(options.outputDir, ignored)) return {};
+  return "cannot create the directory " + Quoted(options.outputDir) + ": " +
+         (error ? error.message() : "a file of that name is in the way");
 }
 
 std::string Check(const Options& options) {
@@ -105,7 +112,7 @@ std::string Check(const Options& options) {
     return "--service-first-port leaves no room for --service-servers: ports end at 65535";
   }
   for (const std::string& text : {options.serviceJar, options.serviceJavaOptions}) {
-    if (text.size() > kMaxServiceText) return "'" + text + "' is longer than 259 bytes";
+    if (text.size() > kMaxServiceText) return Quoted(text) + " is longer than 259 bytes";
   }
   if (options.extensions.size() > 519) return "the list of --ext is longer than 519 bytes";
   return PrepareOutputDir(options);
@@ -130,6 +137,8 @@ void DefineOutput(CLI::App* app, Options* options) {
   app->add_flag("--jsonl", options->jsonl, "Print one JSON record for each document");
   app->add_flag("--unordered", options->unordered, "Print as the texts come, in any order");
   app->add_flag("--resume", options->resume, "Skip what a former run with the same -o has done");
+  app->add_flag("--retry-refused", options->retryRefused,
+                "Send also what was refused, or what servers died of");
   app->add_flag("-v,--verbose", options->verbose, "Say on standard error what happens");
 }
 
@@ -146,7 +155,9 @@ void DefineServers(CLI::App* app, Options* options, Words* words) {
       ->type_name("FILE");
   app->add_option("--save-settings", options->saveSettingsFile, "Save the settings of this run")
       ->type_name("FILE");
-  app->add_option("--variant", options->variant, "Reply decoder: 1, 2 or 3")
+  app->add_option("--variant", options->variant,
+                  "Reply decoder: 1, 2 or 3; the second may report a "
+                  "text that was cut as a success")
       ->check(CLI::Range(1UL, 3UL))
       ->type_name("N")
       ->capture_default_str();
@@ -154,9 +165,15 @@ void DefineServers(CLI::App* app, Options* options, Words* words) {
                   "Give up when the server is silent for so long (60)")
       ->check(CLI::Range(1UL, kMaxTimeoutSeconds))
       ->type_name("SECONDS");
-  app->add_option("--time-limit", words->limitSeconds, "Give a document up after so long")
-      ->check(CLI::Range(1UL, kMaxTimeoutSeconds))
+  app->add_option("--time-limit", words->limitSeconds,
+                  "Give a document up after this time; 0 is no limit (310 + 1 a MB)")
+      ->check(CLI::Range(0UL, kMaxTimeoutSeconds))
       ->type_name("SECONDS");
+  app->add_option("--text-limit", options->textLimitMb,
+                  "Give a document up when its text becomes longer; 0 is no limit")
+      ->check(CLI::Range(0UL, kMaxTextMb))
+      ->type_name("MB")
+      ->capture_default_str();
   app->add_option("--java-heap", options->javaHeapMb, "Heap limit of the private server")
       ->check(CLI::Range(64UL, 1048576UL))
       ->type_name("MB")
@@ -167,7 +184,8 @@ void DefineServers(CLI::App* app, Options* options, Words* words) {
 
 void DefineServices(CLI::App* app, Options* options, Words* words) {
   app->add_option("--service", words->services,
-                  "Service host whose servers to use, by its control port; may be given again")
+                  "Service host whose servers to use, by its control port or the path of its "
+                  "socket; 'local' is this machine's, which needs no key; may be given again")
       ->type_name("HOST[:PORT]")
       ->allow_extra_args(false);
   app->add_option("--key", options->keyFile, "Key of the control ports (default: the user's)")
@@ -204,13 +222,9 @@ std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
   DefineOutput(&app, options);
   DefineServers(&app, options, &words);
   DefineServices(&app, options, &words);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kAllExtracted : kWrongUse;
-  }
+  if (const auto status = ParseCommandLine(&app, argc, argv)) return status;
   if (words.timeoutSeconds != 0) options->timeoutMs = words.timeoutSeconds * 1000;
-  options->timeLimitMs = words.limitSeconds * 1000;
+  if (words.limitSeconds) options->timeLimitMs = *words.limitSeconds * 1000;
   options->extensions = Extensions(words.extensions);
   for (const char* wish : kServiceWishes) {
     if (options->serviceServers == 0 && app.count(wish) > 0) options->serviceServers = 1;
@@ -221,6 +235,6 @@ std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
   }
   if (complaint.empty()) complaint = Check(*options);
   if (complaint.empty()) return std::nullopt;
-  std::fprintf(stderr, "tikaextract: %s\n", complaint.c_str());
+  PrintErrorLine("tikaextract: " + complaint);
   return kWrongUse;
 }

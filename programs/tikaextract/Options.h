@@ -32,9 +32,11 @@ struct Options {
   bool jsonl = false;
   bool unordered = false;
   bool resume = false;
+  bool retryRefused = false;
   unsigned long variant = 3;
-  std::optional<unsigned long> timeoutMs;  ///< unset: the settings', or `kDefaultTimeoutMs`
-  unsigned long timeLimitMs = 0;           ///< for one file; 0: none
+  std::optional<unsigned long> timeoutMs;    ///< unset: the settings', or `kDefaultTimeoutMs`
+  std::optional<unsigned long> timeLimitMs;  ///< for one file; 0: none; unset: the dispatcher's
+  unsigned long textLimitMb = 2048;          ///< for one text; 0: none
   unsigned long javaHeapMb = 1024;
   std::string jar;  ///< empty: looked up, see PrivateServer
   bool verbose = false;

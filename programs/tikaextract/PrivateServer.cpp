@@ -13,6 +13,7 @@
 #include <random>
 
 #include "platform/SCA_Error.h"
+#include "programs/common/Escape.h"
 #include "programs/tikaextract/ServerProbe.h"
 
 namespace {
@@ -69,17 +70,21 @@ std::string JarPath(const Options& options) {
 std::string ComplainAboutJar(const std::string& jar) {
   for (const char c : jar) {
     if (c == '"' || static_cast<unsigned char>(c) < 0x20) {
-      return "the jar's path '" + jar + "' holds a double quote or a control character: rename it";
+      return "the jar's path " + Quoted(jar) +
+             " holds a double quote or a control character: rename it";
     }
   }
-  if (!std::filesystem::is_regular_file(jar)) {
-    return "there is no Tika server jar '" + jar +
-           "': name one with --jar or TIKA_SERVER_JAR, or use a running server with --server";
+  std::error_code error;
+  if (std::filesystem::is_regular_file(jar, error)) return {};
+  if (error && error != std::errc::no_such_file_or_directory) {
+    return "cannot use the Tika server jar " + Quoted(jar) + ": " + error.message();
   }
-  return {};
+  return "there is no Tika server jar " + Quoted(jar) +
+         ": name one with --jar or TIKA_SERVER_JAR, or use a running server with --server";
 }
 
 std::string DescribeEnd(const SCA_TikaObituary& obituary) {
+  if (obituary.isExitKnown == 0) return "with an unknown exit status";
   if (obituary.signal == 0) return "with exit status " + std::to_string(obituary.exitCode);
   return std::string("by signal ") + ::strsignal(obituary.signal);
 }
@@ -134,17 +139,25 @@ bool PrivateServer::Launch(std::string* complaint) {
   unsigned long error = 0;
   if (server_.SetConfig(jar.c_str(), port_, options_.javaHeapMb, "", &error) == 0 ||
       server_.StartProcess(&error) == 0) {
-    *complaint = "cannot start a Tika server from '" + jar + "': " + SCA_ErrorText(error);
+    *complaint = "cannot start a Tika server from " + Quoted(jar) + ": " + SCA_ErrorText(error);
     return false;
   }
   if (options_.verbose && !printer_.joinable()) {
-    printer_ = std::thread([this] { PrintLines(); });
+    try {
+      printer_ = std::thread([this] { PrintLines(); });
+    } catch (const std::system_error& failure) {
+      // The dispatcher's threads come here too, which nothing may leave.
+      *complaint = "cannot start a thread: " + failure.code().message();
+      return false;
+    }
   }
   return true;
 }
 
 void PrivateServer::OnStart(unsigned long processId) {
-  if (options_.verbose) std::fprintf(stderr, "tikaextract: started java, process %lu\n", processId);
+  if (options_.verbose) {
+    PrintErrorLine("tikaextract: started java, process " + std::to_string(processId));
+  }
   beforeOutput_ = server_.GetLog()->GetLastMessageId();
   const SCA_LockGuard guard(lock_);
   hasAnswered_ = false;
@@ -185,7 +198,7 @@ std::string PrivateServer::LastLines() {
   if (node != nullptr) node = node->GetPrev();
   for (unsigned long i = 0; i < kLinesShown && node != nullptr; ++i, node = node->GetPrev()) {
     if (beforeOutput_ != SCA_NoItemId && node->GetId() <= beforeOutput_) break;
-    text.insert(0, std::string("\n  ") + node->GetItem()->text);
+    text.insert(0, "\n  " + Printable(node->GetItem()->text));
   }
   return text.empty() ? text : "; its last lines:" + text;
 }
@@ -202,7 +215,7 @@ void PrivateServer::PrintLines() {
       // Level, date and time stand before the text.
       std::string text = field->GetValue();
       for (int word = 0; word < 3; ++word) text.erase(0, text.find(' ') + 1);
-      std::fprintf(stderr, "tika: %s\n", text.c_str());
+      PrintErrorLine("tika: " + Printable(text));
       printed = std::strtoul(field->GetName(), nullptr, 10);
     }
   }
@@ -211,7 +224,7 @@ void PrivateServer::PrintLines() {
 bool PrivateServer::Answers() {
   const std::string version = AskTikaVersion("127.0.0.1", port_, cancel_);
   if (options_.verbose && !version.empty()) {
-    std::fprintf(stderr, "tikaextract: %s answers\n", version.c_str());
+    PrintErrorLine("tikaextract: " + Printable(version) + " answers");
   }
   return !version.empty();
 }

@@ -8,6 +8,7 @@
 #include "host/SCA_TikaServer.h"
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_Sync.h"
+#include "programs/common/Event.h"
 #include "programs/tikaextract/Options.h"
 
 /// Starts the server, waits until it answers, starts it again when it dies, and stops it with all
@@ -52,7 +53,7 @@ class PrivateServer : private SCA_TikaServerObserver {
   unsigned long beforeOutput_ = SCA_NoItemId;  // last message before the output; the worker's
   SCA_TikaConfigUser config_{nullptr, nullptr};
   SCA_TikaServer server_{&config_};
-  SCA_Event stopPrinting_{1, 0};
+  ProgramEvent stopPrinting_{1, 0};
   std::thread printer_;
 };
 

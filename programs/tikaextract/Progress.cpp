@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "platform/SCA_Text.h"
+#include "programs/common/Escape.h"
 
 namespace {
 
@@ -69,13 +70,13 @@ void Progress::Show() {
   std::fprintf(stderr, "[%llu%s] %s, %s/s, %llu failed%s%s%s", Files(), total.c_str(),
                Size(static_cast<double>(bytes_)).c_str(),
                Size(static_cast<double>(bytes_) / Seconds()).c_str(), failed_, TimeLeft().c_str(),
-               remark_.empty() ? "" : "; ", remark_.c_str());
+               remark_.empty() ? "" : "; ", Printable(remark_).c_str());
   std::fflush(stderr);
 }
 
 void Progress::PrintLine(const std::string& line) {
   Erase();
-  std::fprintf(stderr, "%s\n", line.c_str());
+  PrintErrorLine(line);
 }
 
 std::string Progress::Summary() const {

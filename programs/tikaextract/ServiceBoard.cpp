@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "programs/common/Escape.h"
+
 namespace {
 
 constexpr unsigned long kLookMs = 100;  // between two looks at the cancel event
@@ -14,7 +16,7 @@ std::string CountServers(std::size_t count) {
 
 void ServiceBoard::Add(unsigned long serviceId, const std::string& name, std::size_t expected) {
   const SCA_LockGuard guard(lock_);
-  services_[serviceId].name = name;
+  services_[serviceId].name = Printable(name);
   services_[serviceId].expected = expected;
 }
 
@@ -60,7 +62,7 @@ void ServiceBoard::Disconnected(unsigned long serviceId, const std::string& why,
 
 void ServiceBoard::Tell(unsigned long serviceId, const std::string& text) {
   const SCA_LockGuard guard(lock_);
-  notes_.push_back("service " + services_[serviceId].name + ": " + text);
+  notes_.push_back("service " + services_[serviceId].name + ": " + Printable(text));
 }
 
 void ServiceBoard::TellDetail(unsigned long serviceId, const std::string& text) {
@@ -110,7 +112,7 @@ std::vector<std::string> ServiceBoard::Complaints() const {
       why =
           service.usable.empty() ? "it has not answered yet" : "its servers do not answer any more";
     }
-    complaints.push_back("service " + service.name + ": " + why);
+    complaints.push_back("service " + service.name + ": " + Printable(why));
   }
   return complaints;
 }

@@ -11,6 +11,7 @@
 
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_Sync.h"
+#include "programs/common/Event.h"
 
 /// Ports of Tika servers.
 using Ports = std::set<unsigned short>;
@@ -80,7 +81,7 @@ class ServiceBoard {
 
   const OnServer onServer_;
   const bool tellsDetails_;
-  SCA_Event changed_{0, 0};
+  ProgramEvent changed_{0, 0};
   mutable SCA_Lock lock_;
   std::map<unsigned long, Service> services_ SCA_GUARDED_BY(lock_);  // by service id
   std::vector<std::string> notes_ SCA_GUARDED_BY(lock_);

@@ -6,6 +6,7 @@
 
 #include "control/SCA_ServiceStatusNames.h"
 #include "platform/SCA_Error.h"
+#include "programs/common/LocalHost.h"
 #include "programs/tikaextract/ServerProbe.h"
 
 namespace {
@@ -37,7 +38,11 @@ constexpr Advice kAdvice[] = {
     {SCA_ErrorHostName, "check the name given with --service"},
     {SCA_ErrorNoKey, "copy the host's control.key and name it with --key"},
     {SCA_ErrorLoginRefused, "copy the host's control.key and name it with --key"},
-    {SCA_ErrorLoginMissing, "let tikasvc ask for the key there"},
+    {SCA_ErrorLoginMissing, "it may be an impostor"},
+    {SCA_ErrorTooManyLogins, "its debug log names who fails to log in"},
+    {SCA_ErrorPeerAccount, "run this as root, its account, or a member of its --control-group"},
+    {EACCES, "run this as root, its account, or a member of its --control-group"},
+    {ENOENT, "check that tikasvc runs, and the path of its socket"},
     {SCA_ErrorKeyExposed, "make the key file readable for its owner alone"},
     {SCA_ErrorKeyInvalid, "copy the host's control.key again"},
     {SCA_ErrorFrame, "something else listens there: check the control port"},
@@ -340,7 +345,8 @@ void ServiceHost::WatchRunning(const SCA_TikaServer& listed, Server* server) {
 // Asks a server that is coming up whether it answers.
 void ServiceHost::Probe(const SCA_TikaServer& listed, Server* server) {
   const unsigned short port = listed.GetPortNumber();
-  const std::string version = AskTikaVersion(Record().GetHostName(), port, &stop_);
+  const std::string version =
+      AskTikaVersion(TikaHostOf(Record().GetHostName()).c_str(), port, &stop_);
   if (!version.empty()) {
     server->isUsable = true;
     server->why.clear();

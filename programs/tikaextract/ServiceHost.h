@@ -10,6 +10,7 @@
 
 #include "host/SCA_TikaServerList.h"
 #include "product/SCA_TikaServiceStatus.h"
+#include "programs/common/Event.h"
 #include "programs/tikaextract/ServiceBoard.h"
 
 /// Connects to the control port, has the servers added and started that the service's record wants
@@ -87,7 +88,7 @@ class ServiceHost {
   SCA_TikaServiceStatus* const status_;
   const unsigned long serviceId_;
   const std::string javaOptions_;
-  SCA_Event stop_{1, 0};
+  ProgramEvent stop_{1, 0};
 
   // The thread's own.
   std::map<unsigned short, Server> servers_;  // by port

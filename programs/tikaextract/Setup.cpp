@@ -2,11 +2,16 @@
 
 #include "foundation/SCA_ConfigFile.h"
 #include "platform/SCA_Error.h"
+#include "platform/SCA_TcpSock.h"
+#include "programs/common/Escape.h"
+#include "programs/common/LocalHost.h"
 
 namespace {
 
 constexpr unsigned long kMaxServers = 256;
 constexpr unsigned long kMaxPort = 65535;
+constexpr std::size_t kMaxHostName = 259;
+constexpr unsigned long kLocalConnectMs = 5000;
 // Version 2 may hold service hosts. What holds none is saved as version 1, for who knows no other.
 constexpr unsigned long kSettingsVersion = 2;
 constexpr unsigned long kServersVersion = 1;
@@ -22,8 +27,8 @@ void ForEachService(SCA_TikaConfigOrv* settings, Visit visit) {
 // Both would bind the ports of one machine, and the settings keep one service for each host.
 // @param other  0 for servers that are used directly.
 std::string ComplainAboutPorts(const std::string& host, unsigned short one, unsigned short other) {
-  if (other == 0) return "'" + host + "' is given with --server and with --service: choose one";
-  return "'" + host + "' has two control ports, " + std::to_string(one) + " and " +
+  if (other == 0) return Quoted(host) + " is given with --server and with --service: choose one";
+  return Quoted(host) + " has two control ports, " + std::to_string(one) + " and " +
          std::to_string(other) +
          ": two service hosts on one machine would fight over the ports of their servers; leave "
          "one out";
@@ -55,23 +60,24 @@ std::string Setup::Load() {
   SCA_ConfigFileInfo info;
   unsigned long error = 0;
   if (SCA_LoadConfigFile(file.c_str(), &object, &info, &error) == 0) {
-    return "cannot load the settings '" + file + "': " + SCA_ErrorText(error);
+    return "cannot load the settings " + Quoted(file) + ": " + SCA_ErrorText(error);
   }
-  if (info.fileType != SCA_FileTypeSettings) return "the file '" + file + "' holds no settings";
+  if (info.fileType != SCA_FileTypeSettings)
+    return "the file " + Quoted(file) + " holds no settings";
   if (info.formatVersion > kSettingsVersion) {
-    return "cannot load the settings '" + file + "': " + SCA_ErrorText(SCA_ErrorFileNewer);
+    return "cannot load the settings " + Quoted(file) + ": " + SCA_ErrorText(SCA_ErrorFileNewer);
   }
   if (settings_.Deserialize(&object) == 0) {
-    return "the services in the settings '" + file + "' cannot be read";
+    return "the services in the settings " + Quoted(file) + " cannot be read";
   }
   if (info.formatVersion <= kServersVersion) {
     ForEachService(&settings_, [](SCA_TikaService* service) { service->SetControlPort(0); });
   }
   if (settings_.IsEnabled() == 0) {
-    return "text extraction is switched off in the settings '" + file + "'";
+    return "text extraction is switched off in the settings " + Quoted(file);
   }
   if (settings_.GetMaxPendingRequests() == 0) {
-    return "the settings '" + file + "' allow no pending requests";
+    return "the settings " + Quoted(file) + " allow no pending requests";
   }
   return {};
 }
@@ -87,7 +93,8 @@ std::string Setup::Save() {
       object.Save(options_.saveSettingsFile.c_str(), SCA_FileTypeSettings, version, &error) != 0) {
     return {};
   }
-  return "cannot save the settings '" + options_.saveSettingsFile + "': " + SCA_ErrorText(error);
+  return "cannot save the settings " + Quoted(options_.saveSettingsFile) + ": " +
+         SCA_ErrorText(error);
 }
 
 // A host is one service; its servers take the ports from the service's data port on.
@@ -103,8 +110,8 @@ std::string Setup::UseGivenServers() {
     }
     const unsigned long expected = service->GetDataPort() + service->GetNumOfServers();
     if (address.port != expected && !options_.saveSettingsFile.empty()) {
-      return "the servers of '" + address.host +
-             "' must be given with ports that follow one another to be saved";
+      return "the servers of " + Quoted(address.host) +
+             " must be given with ports that follow one another to be saved";
     }
     service->SetNumOfServers(service->GetNumOfServers() + 1);
     servers_.push_back({address, service->GetServiceId()});
@@ -138,7 +145,7 @@ std::string Setup::UseSavedServers() {
     if (service.IsEnabled() == 0 || service.GetControlPort() != 0) continue;
     const unsigned long count = service.GetNumOfServers();
     if (count > kMaxServers - servers_.size() || service.GetDataPort() + count > kMaxPort + 1) {
-      return std::string("the settings name too many servers of '") + service.GetHostName() + "'";
+      return "the settings name too many servers of " + Quoted(service.GetHostName());
     }
     for (unsigned long i = 0; i < count; ++i) {
       const auto port = static_cast<unsigned short>(service.GetDataPort() + i);
@@ -161,13 +168,40 @@ std::string Setup::UseServices() {
   return complaint;
 }
 
+// Found now and not when the settings are saved, for the same reason.
+std::string Setup::UseLocalHost(SCA_TikaService* record) {
+  std::string path = record->GetHostName();
+  if (path == kLocalHost) {
+    const std::string complaint = FindLocalHost(
+        [](const std::string& place) {
+          SCA_TcpSock socket;
+          unsigned long error = SCA_ErrorCannotCreate;
+          return socket.IsValid() != 0 &&
+                         socket.Connect(place.c_str(), 0, kLocalConnectMs, &error) != 0
+                     ? 0
+                     : error;
+        },
+        &path);
+    lacksLocalHost_ = !complaint.empty();
+    if (lacksLocalHost_) return complaint + " with --service";
+    if (path.size() > kMaxHostName) return "the socket's path '" + path + "' is too long";
+    record->SetHostName(path.c_str());
+  }
+  bool isNew = false;
+  const std::string complaint = Claim(path, record->GetControlPort(), &isNew);
+  if (!isNew) record->SetEnabled(0);
+  if (isNew) services_.push_back(record);
+  return complaint;
+}
+
 std::string Setup::UseService(SCA_TikaService* record) {
   SCA_TikaServiceList& services = *settings_.GetServiceList();
   const unsigned short port = record->GetControlPort();
   if (record->GetNumOfServers() > kMaxServers ||
       record->GetDataPort() + record->GetNumOfServers() > kMaxPort + 1) {
-    return std::string("the settings want too many servers of '") + record->GetHostName() + "'";
+    return "the settings want too many servers of " + Quoted(record->GetHostName());
   }
+  if (IsLocalHost(record->GetHostName())) return UseLocalHost(record);
   std::vector<std::string> addresses = ResolveHost(record->GetHostName());
   // Who tries to connect finds out why.
   if (addresses.empty()) addresses.emplace_back(record->GetHostName());

@@ -26,6 +26,8 @@ class Setup {
   /// Reads and completes the settings, and saves them if they are to be saved.
   /// @return A complaint, or nothing.
   std::string Prepare();
+  /// @return The exit status that goes with a complaint.
+  ExitStatus StatusOfComplaint() const { return lacksLocalHost_ ? kNoServer : kWrongUse; }
 
   SCA_TikaConfigOrv& Settings() { return settings_; }
   const SCA_TikaConfigOrv& Settings() const { return settings_; }
@@ -46,10 +48,12 @@ class Setup {
   std::string UseSavedServers();
   std::string UseServices();
   std::string UseService(SCA_TikaService* record);
+  std::string UseLocalHost(SCA_TikaService* record);
   std::string Claim(const std::string& address, unsigned short port, bool* isNew);
 
   const Options& options_;
   SCA_TikaConfigOrv settings_;
+  bool lacksLocalHost_ = false;  // which is wanted
   std::vector<ServerOfService> servers_;
   std::vector<SCA_TikaService*> services_;
   std::map<std::string, unsigned short> ports_;  // control ports in use, by address

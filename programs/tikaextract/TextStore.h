@@ -3,13 +3,17 @@
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_TEXTSTORE_H
 #define SCA_PROGRAMS_TIKAEXTRACT_TEXTSTORE_H
 
-#include <cstdio>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "platform/SCA_File.h"
+#include "platform/SCA_Lock.h"
 #include "product/SCA_TikaExtractRequest.h"
+#include "programs/common/OwnFile.h"
 
 class TextStore : public SCA_TikaTextSink {
  public:
@@ -17,12 +21,19 @@ class TextStore : public SCA_TikaTextSink {
   std::function<void()> onFinish;
 
   void Finish(SCA_TikaExtractRequest* request) override;
-  /// @return 0, or the error of the store itself.
-  unsigned long Error() const { return error_; }
+  /// @return Why the store itself failed, such as "cannot write 'a.txt': ..."; empty when it did
+  /// not.
+  const std::string& Complaint() const { return complaint_; }
 
  protected:
   virtual void Keep(bool isExtracted) = 0;
-  unsigned long error_ = 0;
+  /// Notes the first failure. @return 0 when the code is one, else 1.
+  int Check(unsigned long error, const char* what);
+  /// What is read and written, as complaints name it.
+  virtual std::string Name() const = 0;
+
+ private:
+  std::string complaint_;
 };
 
 /// Keeps small texts in memory and large ones in a temporary file without a name.
@@ -31,37 +42,53 @@ class BufferedText : public TextStore {
   int Write(const char* text, unsigned long length, unsigned long offset) override;
   int Restart() override;
 
-  /// Hands the text out in blocks until one is not taken.
-  bool ForEachBlock(const std::function<bool(const char* block, std::size_t length)>& take);
+  /// Hands the text out in blocks until one is not taken or cannot be read.
+  bool ForEachBlock(const std::function<bool(std::string_view block)>& take);
 
  protected:
   void Keep(bool isExtracted) override;
+  std::string Name() const override;
 
  private:
-  struct Closer {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-  };
-  bool Spill(const char* text, std::size_t length);
+  int Spill(std::string_view text);
 
   std::string memory_;
-  std::unique_ptr<std::FILE, Closer> file_;
+  OwnFile file_;
+  unsigned long long length_ = 0;  // of what is in the file
 };
 
-/// Writes the text aside, and puts it in its place when it is whole.
+/// What the texts of a run under one output directory have in common.
+struct TextFolder {
+  timespec beganAt{};  ///< when the run began, as the file system has it
+  SCA_Lock placing;    ///< one text at a time takes its place
+};
+
+/// Writes the text aside, and puts it in its place when it is whole. A text that was written there
+/// in the same run stays: where names are links, or differ only in case, it is another document's.
 class TextFile : public TextStore {
  public:
-  explicit TextFile(std::string path) : path_(std::move(path)) {}
+  /// @param mode  The permissions that the text may have at most.
+  TextFile(std::string path, unsigned mode, TextFolder* folder)
+      : path_(std::move(path)), mode_(mode), folder_(folder) {}
 
   int Write(const char* text, unsigned long length, unsigned long offset) override;
   int Restart() override;
 
+  /// Waits until texts that are in their places are on the disk with their names. One that cannot
+  /// be written has a complaint then.
+  static void Sync(const std::vector<TextFile*>& texts);
+
  protected:
   void Keep(bool isExtracted) override;
+  std::string Name() const override;
 
  private:
   bool Open();
+  unsigned long Place();
 
   const std::string path_;
+  const unsigned mode_;
+  TextFolder* const folder_;
   std::unique_ptr<SCA_ReplacementFile> file_;
 };
 

@@ -1,10 +1,10 @@
 // tikaextract: prints the plain text of documents.
 
-#include <csignal>
-#include <cstdio>
-
 #include "platform/SCA_Report.h"
+#include "programs/common/Escape.h"
+#include "programs/common/Event.h"
 #include "programs/common/Signals.h"
+#include "programs/common/Start.h"
 #include "programs/tikaextract/Extraction.h"
 #include "programs/tikaextract/Options.h"
 
@@ -15,26 +15,28 @@ void PrintReport(void* context, unsigned long level, const char* source, int lin
                  const char* text) {
   const auto* options = static_cast<const Options*>(context);
   if (options->verbose && level > SCA_LevelDebug) {
-    std::fprintf(stderr, "%s:%d: %s\n", source, line, text);
+    PrintErrorLine(std::string(source) + ":" + std::to_string(line) + ": " + Printable(text));
   }
 }
 
 int RunUntilSignalled(const Options& options) {
-  SCA_Event cancel(1, 0);
+  ProgramEvent cancel(1, 0);
   const Signals signals(&cancel);
   const int status = Extraction(options, &cancel).Run();
   return signals.Received() != 0 ? 128 + signals.Received() : status;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   Options options;
   if (const auto status = ParseOptions(argc, argv, &options)) return *status;
-  // A reader that goes away shows as a failed write.
-  std::signal(SIGPIPE, SIG_IGN);
   SCA_SetReportSink(&PrintReport, &options);
   const int status = RunUntilSignalled(options);
   SCA_SetReportSink(nullptr, nullptr);
   return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return RunProgram("tikaextract", kSomeFailed, [=] { return Run(argc, argv); });
 }

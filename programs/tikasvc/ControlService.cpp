@@ -242,12 +242,18 @@ unsigned long ControlService::ConnectionCount() const {
   return connections_.size();
 }
 
+unsigned long long ControlService::RefusedLogins() const {
+  const SCA_TikaServiceServer* server = server_.load();
+  return server != nullptr ? server->GetRefusedLogins() : 0;
+}
+
 int ControlService::FillServiceFields(SCA_ConfigObj* status) const {
   namespace Fields = SCA_ServiceFields;
   const ServersSummary summary = parts_.servers->Summarize();
   const Installation::LogSwitches logs = parts_.installation->GetLogSwitches();
   const RequestCounts::Count requests = counts_.Total();
   const SelfFigures self = GetSelfFigures();
+  const SCA_TikaServiceServer* server = server_.load();
   const auto number = [status](const char* name, auto value) {
     return status->AddField(name, value, 0) != 0;
   };
@@ -260,7 +266,9 @@ int ControlService::FillServiceFields(SCA_ConfigObj* status) const {
       text(Fields::Version, SCA_VERSION) && text(Fields::HostName, HostName()) &&
       number(Fields::ProcessId, static_cast<unsigned long>(::getpid())) &&
       number(Fields::StartTime, parts_.startTime) && number(Fields::UpTime, parts_.UpTimeMs()) &&
-      number(Fields::ControlPort, port_.Get()) && number(Fields::LoginMode, parts_.loginMode) &&
+      number(Fields::ControlPort, server != nullptr ? server->GetPort() : 0U) &&
+      number(Fields::LoginMode, 1U) && number(Fields::RefusedLogins, RefusedLogins()) &&
+      text(Fields::ControlSocket, parts_.installation->ControlSocket()) &&
       text(Fields::DataDirectory, parts_.installation->DataDirectory()) &&
       number(Fields::SaveTikaLog, logs.saveTikaLog ? 1U : 0U) &&
       text(Fields::TikaLogDir, logs.tikaLogDir) && number(Fields::Connections, ConnectionCount()) &&
@@ -271,7 +279,8 @@ int ControlService::FillServiceFields(SCA_ConfigObj* status) const {
       number(Fields::MemoryUsage, summary.memoryUsage) && number(Fields::HostMemory, self.memory) &&
       number(Fields::HostThreads, self.threads) &&
       number(Fields::HostDescriptors, self.descriptors) &&
-      number(Fields::Deaths, parts_.blackBox->Count()) &&
+      number(Fields::Deaths, parts_.blackBox->Count(BlackBox::Mortal::Server)) &&
+      number(Fields::WorkerDeaths, parts_.blackBox->Count(BlackBox::Mortal::Worker)) &&
       number(Fields::ServersStatusId, summary.statusId) &&
       number(Fields::DebugLogSession, parts_.log->GetLog()->GetSessionId());
   return isWhole ? 1 : 0;

@@ -2,6 +2,7 @@
 #ifndef SCA_PROGRAMS_TIKASVC_CONTROLSERVICE_H
 #define SCA_PROGRAMS_TIKASVC_CONTROLSERVICE_H
 
+#include <atomic>
 #include <chrono>
 #include <map>
 #include <memory>
@@ -40,8 +41,7 @@ struct HostParts {
   HostLog* log = nullptr;
   BlackBox* blackBox = nullptr;
   HostedServers* servers = nullptr;
-  SCA_Event* stop = nullptr;  ///< ends the service host
-  unsigned long loginMode = 1;
+  SCA_Event* stop = nullptr;         ///< ends the service host
   unsigned long long startTime = 0;  ///< absolute time
   /// The same on a clock that nobody sets back.
   std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
@@ -58,10 +58,12 @@ class ControlService : public SCA_TikaServiceVirtualFactory {
   int OnConnect(SCA_NetServerAgent* agent) override SCA_EXCLUDES(lock_);
   SCA_TikaServiceVirtual* GetServiceObject(unsigned long agentId) override SCA_EXCLUDES(lock_);
   int OnDisconnect(unsigned long agentId) override SCA_EXCLUDES(lock_);
-  unsigned long GetLoginMode() override { return parts_.loginMode; }
+  /// TCP is open to whoever has the key, and to nobody else.
+  unsigned long GetLoginMode() override { return 1; }
 
-  /// Once the port is open.
-  void SetPort(unsigned short port) { port_.Set(port); }
+  /// Once the port is open; not owned, and there as long as connections are.
+  void SetServer(const SCA_TikaServiceServer* server) { server_.store(server); }
+  unsigned long long RefusedLogins() const;
 
   const RequestCounts& Counts() const { return counts_; }
   unsigned long ConnectionCount() const SCA_EXCLUDES(lock_);
@@ -73,7 +75,7 @@ class ControlService : public SCA_TikaServiceVirtualFactory {
 
   const HostParts parts_;
   RequestCounts counts_;
-  SCA_AtomicValue<unsigned short> port_{0};
+  std::atomic<const SCA_TikaServiceServer*> server_{nullptr};
   mutable SCA_Lock lock_;
   std::map<unsigned long, std::unique_ptr<Connection>> connections_ SCA_GUARDED_BY(lock_);
 };

@@ -1,8 +1,6 @@
 #include "programs/tikasvc/FormerLife.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/file.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -45,27 +43,6 @@ bool Kill(int pid, const fs::path& process, const std::string& mark) {
 }
 
 }  // namespace
-
-DirectoryLock::~DirectoryLock() {
-  if (file_ >= 0) ::close(file_);
-}
-
-int DirectoryLock::Take(const std::string& directory, std::string* owner, unsigned long* error) {
-  const std::string name = directory + "/tikasvc.lock";
-  file_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (file_ < 0 || ::flock(file_, LOCK_EX | LOCK_NB) != 0) {
-    *error = static_cast<unsigned long>(errno);
-    char text[32] = "";
-    const bool isTold = file_ >= 0 && ::read(file_, text, sizeof text - 1) > 0;
-    *owner = isTold ? "process " + std::to_string(std::strtoul(text, nullptr, 10)) : "one starting";
-    return 0;
-  }
-  const std::string id = std::to_string(::getpid()) + "\n";
-  if (::ftruncate(file_, 0) != 0 || ::write(file_, id.data(), id.size()) < 0) {
-    Say(SCA_LevelWarning, "cannot write %s; others will not know who holds it", name.c_str());
-  }
-  return 1;
-}
 
 void MarkChildren(const std::string& directory) {
   ::setenv(kMark, directory.c_str(), 1);

@@ -9,10 +9,12 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Report.h"
 #include "platform/SCA_Time.h"
+#include "programs/common/Escape.h"
 
 namespace {
 
@@ -90,7 +92,11 @@ void HostLog::Receive(void* context, unsigned long level, const char* /*source*/
   if (isQuiet || (level <= SCA_LevelDebug && !self->withDebug_)) return;
   // What the writing of a report reports in turn would never end.
   const QuietReports quiet;
-  self->Write(level, Explained(text));
+  try {
+    self->Write(level, Explained(text));
+  } catch (const std::exception&) {
+    self->log_.AddMessage(level, "%s", text);  // which takes no memory once the log is full
+  }
 }
 
 void HostLog::Write(unsigned long level, const std::string& text) {
@@ -106,7 +112,8 @@ void HostLog::Write(unsigned long level, const std::string& text) {
 // A reader that has stalled must not stop the host. A pipe that takes anything takes so many bytes
 // at once.
 bool HostLog::Print(unsigned long level, const std::string& text) {
-  std::string line = isJournal_ ? Priority(level) + text : TimedLine(level, text.c_str());
+  const std::string shown = Printable(text);
+  std::string line = isJournal_ ? Priority(level) + shown : TimedLine(level, shown.c_str());
   if (line.size() >= PIPE_BUF) line.resize(PIPE_BUF - 1);
   line += '\n';
   pollfd entry{STDERR_FILENO, POLLOUT, 0};

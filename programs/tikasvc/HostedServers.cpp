@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <system_error>
+#include <exception>
 #include <thread>
 
 #include "control/SCA_ServiceStatusNames.h"
@@ -91,22 +91,24 @@ HostedServers::Hosted* HostedServers::Find(unsigned long id) {
 }
 
 bool HostedServers::Adopt(SCA_TikaServer* server, unsigned long agent) {
-  Hosted hosted;
-  hosted.server = server;
-  hosted.owner = agent;
+  std::unique_ptr<ServerWatch> watch;
   // Never on all addresses for want of the one that was asked for.
   bool isMade = server->SetBindAddress(bind_.c_str()) != 0;
   try {
-    if (isMade) hosted.watch = std::make_unique<ServerWatch>(server, rules_, blackBox_);
-  } catch (const std::system_error&) {  // there is no further thread
+    if (isMade) {
+      watch = std::make_unique<ServerWatch>(server, rules_, blackBox_);
+      Hosted& hosted = hosted_[server->GetServerId()];
+      hosted.server = server;
+      hosted.owner = agent;
+      hosted.watch = std::move(watch);
+    }
+  } catch (const std::exception&) {  // there is no further thread, or no memory
     isMade = false;
   }
-  if (!isMade) {
-    list_.DeleteServer(server->GetServerId());
-    return false;
-  }
-  hosted_[server->GetServerId()] = std::move(hosted);
-  return true;
+  if (isMade) return true;
+  watch.reset();
+  list_.DeleteServer(server->GetServerId());
+  return false;
 }
 
 void HostedServers::Claim(Hosted* hosted, unsigned long agent) {
@@ -195,13 +197,14 @@ void HostedServers::StartHosted(Hosted* hosted, unsigned long* code) {
     *code = SCA_ErrorAlreadyActive;
     return;
   }
-  // Before the start: its worker may fail at once, and says so there.
+  // Before the start: its worker may fail at once, and says so there; or die at once, and is then
+  // to wait for its delay.
   hosted->server->SetStatusCode(0);
+  hosted->watch->Resume();
   if (hosted->server->StartProcess(code) == 0) {
     hosted->server->SetStatusCode(*code);
     return;
   }
-  hosted->watch->Resume();
   hosted->isStopping = false;
   hosted->wasStarted = true;
 }
@@ -222,6 +225,11 @@ void HostedServers::Revive() {
     Say(SCA_LevelWarning, "server %lu had failed for good (%s) and is started anew", id,
         code != 0 ? StartErrorText(code) : "it had died too often");
   }
+}
+
+void HostedServers::EndLongAsks() {
+  const SCA_LockGuard guard(lock_);
+  for (auto& [id, hosted] : hosted_) hosted.watch->EndLongAsk();
 }
 
 // Ends
@@ -397,6 +405,7 @@ std::vector<ServerState> HostedServers::GetStates() const {
     state.processStatus = server.GetProcessStatus();
     state.processId = server.GetProcessId();
     state.restarts = server.GetSessionId();
+    state.workerDeaths = server.GetWorkerEnds();
     state.memoryUsage = server.GetMemoryUsage();
     state.readOperations = server.GetReadIOPS();
     state.writeOperations = server.GetWriteIOPS();
@@ -458,6 +467,7 @@ int HostedServers::FillFields(const Hosted& hosted, SCA_ConfigObj* status) const
       text(Fields::StatusCodeText, code != 0 ? StartErrorText(code) : "") &&
       number(Fields::ProcessId, server.GetProcessId()) &&
       number(Fields::Restarts, server.GetSessionId()) &&
+      number(Fields::WorkerDeaths, server.GetWorkerEnds()) &&
       number(Fields::StartTime, server.GetStartTime()) &&
       number(Fields::UpTime, runs ? server.GetUpTime() : 0ULL) &&
       number(Fields::MemoryUsage, runs ? server.GetMemoryUsage() : 0ULL) &&

@@ -32,6 +32,7 @@ struct ServerState {
   unsigned long processStatus = 0;
   unsigned long processId = 0;
   unsigned long restarts = 0;
+  unsigned long workerDeaths = 0;
   unsigned long long memoryUsage = 0;
   unsigned long long readOperations = 0;
   unsigned long long writeOperations = 0;
@@ -74,6 +75,8 @@ class HostedServers {
   /// Starts again what was started once and has failed for good since: java may have been missing
   /// for a moment only, and a thousand deaths may have been spread over a year.
   void Revive() SCA_EXCLUDES(lock_);
+  /// Once a second: the questions to the servers that are asked for too long end.
+  void EndLongAsks() SCA_EXCLUDES(lock_);
   /// Stops all servers without waiting, and starts none any more.
   void BeginEnd() SCA_EXCLUDES(lock_);
   /// Stops all servers and waits for their ends. One that is not there yet refuses a start with

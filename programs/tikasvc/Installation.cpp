@@ -3,10 +3,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <filesystem>
 
 #include "control/SCA_ControlKey.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Report.h"
+#include "programs/common/LocalHost.h"
 #include "programs/tikasvc/HostLog.h"
 
 namespace {
@@ -23,7 +26,8 @@ std::string Unreadable(const char* kind, const char* fileName, unsigned long err
 }  // namespace
 
 std::string Installation::Load() {
-  std::string complaint = LoadRoot();
+  std::string complaint = FindConfigDirectory();
+  if (complaint.empty()) complaint = LoadRoot();
   if (complaint.empty()) complaint = LoadUser();
   if (!complaint.empty()) return complaint;
   dataDirectory_ = user_.GetDataDirectory();
@@ -35,6 +39,28 @@ std::string Installation::Load() {
   const bool hasOwnPort = user_.GetControlPort() != SCA_DefaultControlPort;
   controlPort_ = hasOwnPort ? user_.GetControlPort() : root_.GetControlPort();
   if (options_.controlPort) controlPort_ = *options_.controlPort;
+  return {};
+}
+
+std::string Installation::ControlSocket() const {
+  return options_.controlSocket.empty() ? dataDirectory_ + "/" + kControlSocket
+                                        : options_.controlSocket;
+}
+
+// An account that is a bare number, as in a container, may have no directory for its settings: they
+// lie beside the root configuration then.
+std::string Installation::FindConfigDirectory() const {
+  char directory[SCA_MaxPath];
+  if (SCA_GetUserAppConfDir(directory, sizeof directory) != 0) return {};
+  if (options_.configFile.empty()) {
+    return "the account has no home directory for the configuration and the data; set "
+           "XDG_CONFIG_HOME, or name a root configuration with --config, beside which they then "
+           "lie";
+  }
+  std::error_code error;
+  const std::filesystem::path file = std::filesystem::absolute(options_.configFile, error);
+  if (error) return "the directory of " + options_.configFile + " is not known: " + error.message();
+  ::setenv("XDG_CONFIG_HOME", file.parent_path().c_str(), 1);
   return {};
 }
 
@@ -62,7 +88,8 @@ std::string Installation::LoadUser() {
   const SCA_LockGuard guard(lock_);
   unsigned long error = 0;
   if (user_.Init() == 0) {
-    return "the user configuration cannot be made; the messages above say why";
+    return "the user configuration cannot be made; the messages above say why; XDG_CONFIG_HOME "
+           "names another directory";
   }
   return ReadUser(&error) ? "" : Unreadable("user", user_.GetConfigFileName(), error);
 }

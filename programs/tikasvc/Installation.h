@@ -38,8 +38,11 @@ class Installation {
   SCA_TikaConfigUser* User() { return &user_; }
   const std::string& DataDirectory() const { return dataDirectory_; }
   unsigned short ControlPort() const { return controlPort_; }
+  /// Of operators on this machine.
+  std::string ControlSocket() const;
 
  private:
+  std::string FindConfigDirectory() const;
   std::string LoadRoot();
   std::string LoadUser() SCA_EXCLUDES(lock_);
   bool ReadUser(unsigned long* error) SCA_REQUIRES(lock_);

@@ -53,6 +53,12 @@ constexpr ServerFigure kServerFigures[] = {
      [](const ServerState& server) { return server.processId != 0 ? server.memoryUsage : 0; }},
     {"tikasvc_server_restarts_total", "Restarts since the server was started.", MetricType::Counter,
      [](const ServerState& server) { return static_cast<unsigned long long>(server.restarts); }},
+    {"tikasvc_server_worker_deaths_total",
+     "Worker processes that ended while the server ran on, since it was started.",
+     MetricType::Counter,
+     [](const ServerState& server) {
+       return static_cast<unsigned long long>(server.workerDeaths);
+     }},
     {"tikasvc_server_read_bytes_total", "Bytes that the server's processes have read.",
      MetricType::Counter, [](const ServerState& server) { return server.readData; }},
     {"tikasvc_server_written_bytes_total", "Bytes that the server's processes have written.",
@@ -89,17 +95,14 @@ void CollectStates(const ServersSummary& summary, Families* families) {
       summary.isSuspended ? 1 : 0);
 }
 
-void CollectDeaths(const BlackBox& blackBox, Families* families) {
-  namespace Kinds = SCA_DeathKinds;
-  MetricFamily* deaths = Family(families, "tikasvc_server_deaths_total",
-                                "Unexpected ends of servers' processes by cause; each but the last "
-                                "of a server that was given up is followed by a restart.",
-                                MetricType::Counter);
-  auto counts = blackBox.CountByKind();
+void CollectDeaths(const BlackBox& blackBox, BlackBox::Mortal mortal, const char* name,
+                   const char* help, Families* families) {
+  MetricFamily* deaths = Family(families, name, help, MetricType::Counter);
+  const BlackBox::Counts counts = blackBox.CountByKind(mortal);
   // Every cause has its value from the beginning, or its first increase would go unseen.
-  for (const char* kind : {Kinds::Silent, Kinds::HeapExhausted, Kinds::PortTaken, Kinds::JarRefused,
-                           Kinds::OptionsRefused, Kinds::Killed, Kinds::Exited}) {
-    AddValue(deaths, counts[kind], {{"cause", kind}});
+  for (std::size_t kind = 0; kind < counts.size(); ++kind) {
+    if (kind == static_cast<std::size_t>(SCA_DeathKind::Stopped)) continue;
+    AddValue(deaths, counts[kind], {{"cause", SCA_DeathKindTexts[kind]}});
   }
 }
 
@@ -110,6 +113,10 @@ void CollectRequests(const ControlService& control, Families* families) {
     AddValue(requests, count.requests - count.failed, {{"command", command}, {"result", "ok"}});
     AddValue(requests, count.failed, {{"command", command}, {"result", "failed"}});
   }
+  AddValue(Family(families, "tikasvc_control_refused_logins_total",
+                  "Wrong logins on the control port, and connections turned away for them.",
+                  MetricType::Counter),
+           control.RefusedLogins());
   AddValue(Family(families, "tikasvc_control_connections", "Connections to the control port.",
                   MetricType::Gauge),
            control.ConnectionCount());
@@ -141,7 +148,13 @@ struct Metrics::Server {
       Families families;
       CollectStates(parts_.servers->Summarize(), &families);
       CollectServers(parts_.servers->GetStates(), &families);
-      CollectDeaths(*parts_.blackBox, &families);
+      CollectDeaths(*parts_.blackBox, BlackBox::Mortal::Server, "tikasvc_server_deaths_total",
+                    "Unexpected ends of servers' processes by cause; each but the last of a server "
+                    "that was given up is followed by a restart.",
+                    &families);
+      CollectDeaths(*parts_.blackBox, BlackBox::Mortal::Worker, "tikasvc_worker_deaths_total",
+                    "Ends of servers' worker processes by cause, which the servers replace.",
+                    &families);
       CollectRequests(control_, &families);
       CollectSelf(parts_, &families);
       return families;

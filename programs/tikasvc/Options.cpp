@@ -3,10 +3,11 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <cstdlib>
 
 #include "control/SCA_ServiceStatusNames.h"
+#include "programs/common/Escape.h"
+#include "programs/common/Start.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ constexpr char kFooter[] =
     "or\n"
     "jar that cannot be used, 4 a port that cannot be opened, 5 another service host is running.\n"
     "Environment: TIKA_SERVER_JAR names the jar when --servers is given without --jar.\n"
-    "Example: tikasvc --jar /opt/tika/tika-server.jar --servers 2 --tika-bind 127.0.0.1";
+    "Example: tikasvc --jar /opt/tika/tika-server.jar --servers 2";
 constexpr unsigned long kMaxSilenceSeconds = 86400;
 
 void DefineServers(CLI::App* app, Options* options) {
@@ -44,8 +45,10 @@ void DefineServers(CLI::App* app, Options* options) {
       ->type_name("MB");
   app->add_option("--java-options", options->javaOptions, "Their further Java options")
       ->type_name("TEXT");
-  app->add_option("--tika-bind", options->tikaBind,
-                  "Address on which all servers listen; they answer whoever reaches it")
+  app->add_option(
+         "--tika-bind", options->tikaBind,
+         "Address on which all servers listen; they answer whoever reaches it. 0.0.0.0: all "
+         "addresses of the machine")
       ->capture_default_str()
       ->type_name("ADDRESS");
   app->add_option_function<unsigned long>(
@@ -58,6 +61,11 @@ void DefineServers(CLI::App* app, Options* options) {
       ->type_name("SECONDS");
 }
 
+// Options that were there once say what to do instead.
+void DefineFormer(CLI::App* app, bool* noLogin) {
+  app->add_flag("--no-login", *noLogin)->group("");
+}
+
 void DefineHost(CLI::App* app, Options* options, std::string* metrics) {
   app->add_option("--config", options->configFile,
                   "Root configuration (default: tikasvc.trv beside the program)")
@@ -68,19 +76,35 @@ void DefineHost(CLI::App* app, Options* options, std::string* metrics) {
                   "Port for commands, 0 for a free one (default: the configurations', else 9500)")
       ->check(CLI::Range(0, 65535))
       ->type_name("PORT");
-  app->add_flag("--no-login", options->noLogin,
-                "Take commands without a login, from this machine alone");
+  app->add_option("--control-socket", options->controlSocket,
+                  "Unix socket for commands from this machine, without a key (default: "
+                  "control.socket in the data directory)")
+      ->type_name("FILE");
+  app->add_option(
+         "--control-group", options->controlGroup,
+         "Group whose members may use the socket, beside root and the own account; give it "
+         "a socket in a directory that they can enter")
+      ->type_name("GROUP");
   app->add_option("--metrics", *metrics,
                   "Serve Prometheus metrics there; a port alone: on loopback")
       ->type_name("[HOST:]PORT");
   app->add_flag("-v,--verbose", options->verbose, "Log details too");
 }
 
+std::string CheckControl(const Options& options, bool noLogin) {
+  if (noLogin) {
+    return "there is no --no-login any more: leave it out; programs on this machine need no key on "
+           "the control socket, and TCP always asks for it";
+  }
+  if (options.controlSocket.empty() || options.controlSocket.front() == '/') return {};
+  return "--control-socket must be given from the root on, as /run/tikasvc/control.socket";
+}
+
 std::string CheckBindAddress(const std::string& address) {
   const bool isAddress =
       !address.empty() && address.size() <= 259 &&
       std::all_of(address.begin(), address.end(), [](unsigned char c) { return std::isgraph(c); });
-  return isAddress ? "" : "--tika-bind '" + address + "' is no address, such as 127.0.0.1";
+  return isAddress ? "" : "--tika-bind " + Quoted(address) + " is no address, such as 127.0.0.1";
 }
 
 std::string ReadMetricsAddress(std::string text, Options* options) {
@@ -113,15 +137,14 @@ std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
   std::string metrics;
   DefineServers(&app, options);
   DefineHost(&app, options, &metrics);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kStopped : kWrongUse;
-  }
-  std::string complaint = CompleteServers(options);
+  bool noLogin = false;
+  DefineFormer(&app, &noLogin);
+  if (const auto status = ParseCommandLine(&app, argc, argv)) return status;
+  std::string complaint = CheckControl(*options, noLogin);
+  if (complaint.empty()) complaint = CompleteServers(options);
   if (complaint.empty()) complaint = CheckBindAddress(options->tikaBind);
   if (complaint.empty()) complaint = ReadMetricsAddress(metrics, options);
   if (complaint.empty()) return std::nullopt;
-  std::fprintf(stderr, "tikasvc: %s\nRun with --help for more information.\n", complaint.c_str());
+  PrintErrorLine("tikasvc: " + complaint);
   return kWrongUse;
 }

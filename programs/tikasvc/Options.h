@@ -25,9 +25,10 @@ struct Options {
   unsigned short firstPort = 9998;  ///< of the first of them; the others follow
   unsigned long heapMb = 1024;
   std::string javaOptions;
-  std::string tikaBind = "0.0.0.0";
+  std::string tikaBind = "127.0.0.1";
   std::optional<unsigned short> controlPort;  ///< unset: the configurations'
-  bool noLogin = false;
+  std::string controlSocket;                  ///< empty: in the data directory
+  std::string controlGroup;                   ///< may use it too; empty: nobody
   std::optional<HostPort> metrics;
   unsigned long silenceLimitMs = 120000;  ///< 0: a server that does not answer is let be
   bool verbose = false;

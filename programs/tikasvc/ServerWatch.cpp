@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 
 #include "client/SCA_TikaClient.h"
 #include "control/SCA_ServiceStatusNames.h"
 #include "platform/SCA_Text.h"
 #include "platform/SCA_Time.h"
-#include "programs/tikasvc/DeathCause.h"
 #include "programs/tikasvc/HostLog.h"
+#include "programs/tikasvc/PortHolder.h"
 
 namespace {
 
@@ -57,6 +58,7 @@ ServerWatch::~ServerWatch() {
 
 void ServerWatch::End() {
   ending_.Set();
+  askEnds_.Set();
   Halt();
   wake_.Set();
   if (thread_.joinable()) thread_.join();
@@ -78,7 +80,15 @@ ServerHealth ServerWatch::GetHealth() const {
 // The thread that asks
 
 void ServerWatch::Watch() {
-  while (ending_.Wait(0) == 0) wake_.Wait(Look());
+  while (ending_.Wait(0) == 0) {
+    unsigned long pauseMs = kAskMs;
+    try {
+      pauseMs = Look();
+    } catch (const std::exception&) {
+      // Without memory nothing is known of the server; it is asked again.
+    }
+    wake_.Wait(pauseMs);
+  }
 }
 
 // @return How long to wait for the next look, in milliseconds.
@@ -92,7 +102,7 @@ unsigned long ServerWatch::Look() {
   }
   std::string version;
   const Clock::time_point begin = Clock::now();
-  const bool answers = Ask(&version);
+  const bool answers = Ask(&version) && !IsFromStranger(run);
   NoteAnswer(run, answers, version, Clock::now() - begin);
   RestartWhenSilent();
   if (!answers) return kFirstAskMs;
@@ -103,24 +113,60 @@ unsigned long ServerWatch::Look() {
 
 bool ServerWatch::Ask(std::string* version) {
   const QuietReports quiet;  // the health says whether it answers
-  const bool hasLimit = rules_.silenceLimitMs != 0;
-  const unsigned long limitMs =
-      hasLimit ? std::min(kAnswerLimitMs, rules_.silenceLimitMs) : kAnswerLimitMs;
+  {
+    const SCA_LockGuard guard(lock_);
+    askEnds_.Reset();
+    askedAt_ = Clock::now();
+    isAsking_ = true;
+  }
   SCA_TikaConfigOrv settings;
-  settings.SetNetworkTimeout(limitMs);
+  settings.SetNetworkTimeout(AnswerLimitMs());
   SCA_TikaClient client(&settings, rules_.address.c_str(), server_->GetPortNumber());
-  client.SetCancelEvent(&ending_);
-  char answer[101];
+  client.SetCancelEvent(&askEnds_);
+  char answer[101] = "";
   unsigned long error = 0;
-  if (client.Connect(limitMs, &error) == 0) return false;
-  if (client.GetVersion(answer, sizeof answer, &error) == 0) return false;
+  // Asked after the event was reset: who ends the watch sets both, this one first.
+  const bool answers = ending_.Wait(0) == 0 && client.Connect(AnswerLimitMs(), &error) != 0 &&
+                       client.GetVersion(answer, sizeof answer, &error) != 0;
   SCA_BlankControls(answer, std::strlen(answer));
   *version = answer;
+  const SCA_LockGuard guard(lock_);
+  isAsking_ = false;
+  return answers;
+}
+
+unsigned long ServerWatch::AnswerLimitMs() const {
+  const bool hasLimit = rules_.silenceLimitMs != 0;
+  return hasLimit ? std::min(kAnswerLimitMs, rules_.silenceLimitMs) : kAnswerLimitMs;
+}
+
+// The client's time-out is for each wait, and a server may say a byte in each.
+void ServerWatch::EndLongAsk() {
+  const SCA_LockGuard guard(lock_);
+  if (isAsking_ && Ms(Clock::now() - askedAt_) > AnswerLimitMs()) askEnds_.Set();
+}
+
+// Where another program has the port, its answers are not the server's. Such a server is restarted:
+// some go on for minutes without their port, and say no more than a line in their log.
+bool ServerWatch::IsFromStranger(unsigned long long run) {
+  unsigned long processId = 0;
+  {
+    const SCA_LockGuard guard(lock_);
+    if (run_.isOver || run_.number != run || run_.isReady) return false;
+    processId = run_.processId;
+  }
+  if (FindPortHolder(server_->GetPortNumber(), processId) != PortHolder::Stranger) return false;
+  {
+    const SCA_LockGuard guard(lock_);
+    if (run_.isOver || run_.number != run || run_.isCondemned) return true;
+    run_.isCondemned = true;
+    run_.verdict = SCA_DeathKind::PortTaken;
+  }
+  server_->RequestRestart("another program has its port and answers there", processId);
   return true;
 }
 
-// An answer that has come from a former process, or from a stranger on its port, says nothing of
-// this one.
+// An answer that has come from a former process says nothing of this one.
 void ServerWatch::NoteAnswer(unsigned long long run, bool answers, const std::string& version,
                              Clock::duration time) {
   bool isNews = false;
@@ -164,17 +210,16 @@ void ServerWatch::RestartWhenSilent() {
     run_.isCondemned = true;
     processId = run_.processId;
   }
-  // It may have died by itself meanwhile: the next one is not to suffer for it.
-  if (server_->GetProcessId() != processId) return;
   const std::string cause = "it had not answered for " + std::to_string(silenceMs / 1000) + " s";
-  server_->RequestRestart(cause.c_str());
+  server_->RequestRestart(cause.c_str(), processId);
 }
 
 // The server's worker
 
 void ServerWatch::OnStart(unsigned long processId) {
   logSession_ = server_->GetLog()->GetSessionId();
-  beforeOutput_ = server_->GetLog()->GetLastMessageId();
+  beforeOutput_ = beforeWorker_ = server_->GetLog()->GetLastMessageId();
+  isWorkerTold_ = false;
   {
     const SCA_LockGuard guard(lock_);
     const unsigned long long number = run_.number + 1;
@@ -189,31 +234,85 @@ void ServerWatch::OnStart(unsigned long processId) {
 }
 
 void ServerWatch::OnEnd(const SCA_TikaObituary& obituary) {
-  const std::vector<std::string> lines = LastLines(obituary);
-  const DeathCause cause = FindDeathCause(obituary, lines);
+  try {
+    RecordEnd(obituary);
+  } catch (const std::exception&) {
+    Say(SCA_LevelError, "no memory to write up the death of server %lu: %s", obituary.serverId,
+        obituary.text);
+  }
+  const SCA_LockGuard guard(lock_);
+  run_.isOver = true;
+}
+
+void ServerWatch::RecordEnd(const SCA_TikaObituary& obituary) {
+  const std::vector<std::string> lines = LastLines(obituary, beforeOutput_);
   bool hasAnswered = false;
+  SCA_DeathKind verdict = SCA_DeathKind::Silent;
   {
     const SCA_LockGuard guard(lock_);
     run_.isOver = true;
     hasAnswered = run_.hasAnswered;
-    if (obituary.isRequested == 0) {
-      lastDeath_ = cause.text;
-      lastDeathTime_ = SCA_GetAbsTime();
-    }
+    verdict = run_.verdict;
   }
+  const DeathCause cause = FindDeathCause(obituary, lines, verdict, hasAnswered);
   if (obituary.isRequested != 0) {
     Say(SCA_LevelInfo, "server %lu on port %u: %s", server_->GetServerId(),
         server_->GetPortNumber(), obituary.text);
     return;
   }
+  NoteDeath(cause.text);
   Say(SCA_LevelError, "server %lu on port %u died: %s (%s)", server_->GetServerId(),
       server_->GetPortNumber(), cause.text.c_str(), obituary.text);
-  SCA_Owned<SCA_ConfigObj> death = WriteUp(obituary, cause.kind, cause.text, lines);
-  if (death != nullptr) blackBox_->Add(std::move(death), cause.kind);
-  // Where the port is taken it was a stranger who answered.
-  const bool isInVain = !hasAnswered || cause.kind == SCA_DeathKinds::PortTaken;
+  Remember(obituary, BlackBox::Mortal::Server, cause, lines);
+  const bool isInVain = !hasAnswered || cause.kind == SCA_DeathKind::PortTaken;
   deathsInVain_ = isInVain ? deathsInVain_ + 1 : 0;
   if (isInVain) DelayRestart();
+}
+
+void ServerWatch::OnWorkerEnd(const SCA_TikaObituary& obituary) {
+  try {
+    RecordWorkerEnd(obituary);
+  } catch (const std::exception&) {
+    Say(SCA_LevelError, "no memory to write up the death of a worker of server %lu: %s",
+        obituary.serverId, obituary.text);
+  }
+  beforeWorker_ = server_->GetLog()->GetLastMessageId();
+  wake_.Set();
+}
+
+void ServerWatch::RecordWorkerEnd(SCA_TikaObituary obituary) {
+  const std::vector<std::string> lines = LastLines(obituary, beforeWorker_);
+  const DeathCause cause = FindWorkerDeathCause(lines, &obituary);
+  bool hasAnswered = false;
+  {
+    const SCA_LockGuard guard(lock_);
+    hasAnswered = run_.hasAnswered;
+    run_.isReady = false;  // until the next worker answers
+  }
+  // A server that cannot come up replaces its worker every few seconds: one death tells it all.
+  const bool isMore = !hasAnswered && isWorkerTold_;
+  isWorkerTold_ = !hasAnswered;
+  if (isMore) return blackBox_->Add(nullptr, BlackBox::Mortal::Worker, cause.kind);
+  NoteDeath(cause.text);
+  Say(SCA_LevelError, "a worker of server %lu on port %u died: %s (%s)", server_->GetServerId(),
+      server_->GetPortNumber(), cause.text.c_str(), obituary.text);
+  Remember(obituary, BlackBox::Mortal::Worker, cause, lines);
+}
+
+void ServerWatch::NoteDeath(const std::string& cause) {
+  const SCA_LockGuard guard(lock_);
+  lastDeath_ = cause;
+  lastDeathTime_ = SCA_GetAbsTime();
+}
+
+void ServerWatch::Remember(const SCA_TikaObituary& obituary, BlackBox::Mortal mortal,
+                           const DeathCause& cause, const std::vector<std::string>& lines) {
+  SCA_Owned<SCA_ConfigObj> death = WriteUp(obituary, mortal, cause, lines);
+  if (death == nullptr) {
+    Say(SCA_LevelError, "no memory to write up the death of process %lu of server %lu",
+        obituary.processId, obituary.serverId);
+  }
+  blackBox_->Add(std::move(death), mortal, cause.kind);
 }
 
 void ServerWatch::DelayRestart() {
@@ -223,10 +322,11 @@ void ServerWatch::DelayRestart() {
 
 // What the process printed last; the obituary itself is not part of it. The log may have been
 // cleared meanwhile: its numbers begin anew then.
-std::vector<std::string> ServerWatch::LastLines(const SCA_TikaObituary& obituary) const {
+std::vector<std::string> ServerWatch::LastLines(const SCA_TikaObituary& obituary,
+                                                unsigned long after) const {
   SCA_TikaLog* log = server_->GetLog();
   const bool isCleared = log->GetSessionId() != logSession_;
-  const unsigned long before = isCleared ? SCA_NoItemId : beforeOutput_;
+  const unsigned long before = isCleared ? SCA_NoItemId : after;
   SCA_ConfigObj messages("Log", nullptr);
   log->Serialize(&messages, SCA_MaxDeathLines, SCA_NoItemId);
   std::vector<std::string> lines;
@@ -240,29 +340,31 @@ std::vector<std::string> ServerWatch::LastLines(const SCA_TikaObituary& obituary
   return lines;
 }
 
-SCA_Owned<SCA_ConfigObj> ServerWatch::WriteUp(const SCA_TikaObituary& obituary, const char* kind,
-                                              const std::string& cause,
+SCA_Owned<SCA_ConfigObj> ServerWatch::WriteUp(const SCA_TikaObituary& obituary,
+                                              BlackBox::Mortal mortal, const DeathCause& cause,
                                               const std::vector<std::string>& lines) {
   namespace Fields = SCA_DeathFields;
   SCA_Owned<SCA_ConfigObj> death(new SCA_ConfigObj("Death", nullptr));
   SCA_ConfigObj* object = death.get();
+  const bool isWorker = mortal == BlackBox::Mortal::Worker;
+  const bool isEndWritten =
+      obituary.isExitKnown == 0 || (object->AddField(Fields::ExitCode, obituary.exitCode, 0) != 0 &&
+                                    object->AddField(Fields::Signal, obituary.signal, 0) != 0);
   const bool isWhole = object->AddField(Fields::Time, SCA_GetAbsTime(), 0) != 0 &&
                        object->AddField(Fields::ServerId, obituary.serverId, 0) != 0 &&
                        object->AddField(Fields::Port, server_->GetPortNumber(), 0) != 0 &&
                        object->AddField(Fields::FileName, server_->GetFileName(), 0) != 0 &&
                        object->AddField(Fields::ProcessId, obituary.processId, 0) != 0 &&
-                       object->AddField(Fields::Kind, kind, 0) != 0 &&
-                       object->AddField(Fields::Cause, cause.c_str(), 0) != 0 &&
-                       object->AddField(Fields::ExitCode, obituary.exitCode, 0) != 0 &&
-                       object->AddField(Fields::Signal, obituary.signal, 0) != 0 &&
+                       object->AddField(Fields::Kind, SCA_DeathKindText(cause.kind), 0) != 0 &&
+                       object->AddField(Fields::Cause, cause.text.c_str(), 0) != 0 &&
+                       object->AddField(Fields::Worker, isWorker ? 1U : 0U, 0) != 0 &&
+                       isEndWritten &&
                        object->AddField(Fields::RunTime, obituary.runTimeMs, 0) != 0 &&
                        object->AddField(Fields::Restart, server_->GetSessionId(), 0) != 0 &&
                        object->AddField(Fields::MemoryUsage, obituary.memoryUsage, 0) != 0 &&
                        AddTexts(object->AddConfigObj(Fields::Lines), lines) != 0 &&
                        AddMemoryCurve(object->AddConfigObj(Fields::Memory)) != 0;
-  if (isWhole) return death;
-  Say(SCA_LevelError, "no memory to write up the death of server %lu", obituary.serverId);
-  return nullptr;
+  return isWhole ? std::move(death) : nullptr;
 }
 
 int ServerWatch::AddMemoryCurve(SCA_ConfigObj* curve) {

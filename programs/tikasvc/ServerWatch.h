@@ -12,7 +12,9 @@
 #include "host/SCA_TikaServer.h"
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_Sync.h"
+#include "programs/common/Event.h"
 #include "programs/tikasvc/BlackBox.h"
+#include "programs/tikasvc/DeathCause.h"
 
 struct WatchRules {
   std::string address;               ///< at which the server is asked
@@ -49,9 +51,12 @@ class ServerWatch : public SCA_TikaServerObserver {
   void Resume() { halted_.Reset(); }
   /// Halts, and ends the thread that uses the server.
   void End();
+  /// Once a second: ends a question whose answer takes too long, however it trickles in.
+  void EndLongAsk() SCA_EXCLUDES(lock_);
 
   void OnStart(unsigned long processId) override SCA_EXCLUDES(lock_);
   void OnEnd(const SCA_TikaObituary& obituary) override SCA_EXCLUDES(lock_);
+  void OnWorkerEnd(const SCA_TikaObituary& obituary) override SCA_EXCLUDES(lock_);
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -66,7 +71,8 @@ class ServerWatch : public SCA_TikaServerObserver {
     bool isOver = true;
     bool hasAnswered = false;
     bool isReady = false;
-    bool isCondemned = false;  // a restart has been asked for
+    bool isCondemned = false;                       // a restart has been asked for
+    SCA_DeathKind verdict = SCA_DeathKind::Silent;  // with which it has been
     Clock::time_point begin;
     Clock::time_point lastAnswer;
     std::deque<Sample> memory;  // oldest first
@@ -76,14 +82,21 @@ class ServerWatch : public SCA_TikaServerObserver {
 
   void Watch();
   unsigned long Look() SCA_EXCLUDES(lock_);
-  bool Ask(std::string* version);
+  bool Ask(std::string* version) SCA_EXCLUDES(lock_);
+  unsigned long AnswerLimitMs() const;
+  bool IsFromStranger(unsigned long long run) SCA_EXCLUDES(lock_);
   void NoteAnswer(unsigned long long run, bool answers, const std::string& version,
                   Clock::duration time) SCA_EXCLUDES(lock_);
   void SampleMemory() SCA_REQUIRES(lock_);
   void RestartWhenSilent() SCA_EXCLUDES(lock_);
-  std::vector<std::string> LastLines(const SCA_TikaObituary& obituary) const;
-  SCA_Owned<SCA_ConfigObj> WriteUp(const SCA_TikaObituary& obituary, const char* kind,
-                                   const std::string& cause, const std::vector<std::string>& lines)
+  void RecordEnd(const SCA_TikaObituary& obituary) SCA_EXCLUDES(lock_);
+  void RecordWorkerEnd(SCA_TikaObituary obituary) SCA_EXCLUDES(lock_);
+  void Remember(const SCA_TikaObituary& obituary, BlackBox::Mortal mortal, const DeathCause& cause,
+                const std::vector<std::string>& lines) SCA_EXCLUDES(lock_);
+  void NoteDeath(const std::string& cause) SCA_EXCLUDES(lock_);
+  std::vector<std::string> LastLines(const SCA_TikaObituary& obituary, unsigned long after) const;
+  SCA_Owned<SCA_ConfigObj> WriteUp(const SCA_TikaObituary& obituary, BlackBox::Mortal mortal,
+                                   const DeathCause& cause, const std::vector<std::string>& lines)
       SCA_EXCLUDES(lock_);
   int AddMemoryCurve(SCA_ConfigObj* curve) SCA_EXCLUDES(lock_);
   void DelayRestart();
@@ -98,15 +111,20 @@ class ServerWatch : public SCA_TikaServerObserver {
   unsigned long long answerMs_ SCA_GUARDED_BY(lock_) = 0;
   std::string lastDeath_ SCA_GUARDED_BY(lock_);
   unsigned long long lastDeathTime_ SCA_GUARDED_BY(lock_) = 0;
+  bool isAsking_ SCA_GUARDED_BY(lock_) = false;
+  Clock::time_point askedAt_ SCA_GUARDED_BY(lock_);
 
   // The worker's.
   unsigned long logSession_ = 0;
   unsigned long beforeOutput_ = 0;  // last message before the process's first
+  unsigned long beforeWorker_ = 0;  // as that, or the one that told of the former worker's end
+  bool isWorkerTold_ = false;       // that one died before the server has answered
   unsigned long deathsInVain_ = 0;  // in a row, before an answer
 
-  SCA_Event halted_{1, 0};
-  SCA_Event ending_{1, 0};
-  SCA_Event wake_{0, 0};
+  ProgramEvent halted_{1, 0};
+  ProgramEvent ending_{1, 0};
+  ProgramEvent askEnds_{1, 0};  // cancels the question under way
+  ProgramEvent wake_{0, 0};
   std::thread thread_;
 };
 

@@ -5,14 +5,18 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Time.h"
+#include "programs/common/Escape.h"
+#include "programs/common/Event.h"
+#include "programs/common/OwnFile.h"
 #include "programs/common/Signals.h"
+#include "programs/common/Start.h"
 #include "programs/tikasvc/ControlService.h"
 #include "programs/tikasvc/FormerLife.h"
 #include "programs/tikasvc/Metrics.h"
@@ -53,7 +57,6 @@ class Host {
     parts_.blackBox = &blackBox_;
     parts_.servers = &servers_;
     parts_.stop = stop;
-    parts_.loginMode = options.noLogin ? 0 : 1;
     parts_.startTime = SCA_GetAbsTime();
   }
 
@@ -66,14 +69,16 @@ class Host {
                                     std::to_string(installation_.ControlPort()) + ": " +
                                     SCA_ErrorText(error) + "; choose another with --control-port");
     }
-    control.SetPort(server.GetPort());
+    control.SetServer(&server);
+    const int status = OpenSocket(&server);
+    if (status != kStopped) return status;
     Metrics metrics;
     if (options_.metrics) {
       const std::string complaint = metrics.Open(*options_.metrics, parts_, control);
       if (!complaint.empty()) return Refuse(kPortTaken, complaint);
     }
-    Say(SCA_LevelInfo, "tikasvc " SCA_VERSION " listens on control port %u, %s", server.GetPort(),
-        options_.noLogin ? "on loopback alone, without login" : "with login");
+    Say(SCA_LevelInfo, "tikasvc " SCA_VERSION " listens on control port %u with login, and on %s",
+        server.GetPort(), installation_.ControlSocket().c_str());
     if (!StartServers()) return kUnfit;
     Serve();
     sd_notify(0, "STOPPING=1\nSTATUS=Stopping the servers");
@@ -85,6 +90,38 @@ class Host {
   }
 
  private:
+  int OpenSocket(SCA_TikaServiceServer* server) {
+    const std::string path = installation_.ControlSocket();
+    unsigned long error = 0;
+    if (server->OpenLocal(path.c_str(), options_.controlGroup.c_str(), &error) != 0) {
+      WarnOfClosedDirectories(path);
+      return kStopped;
+    }
+    const std::string group =
+        options_.controlGroup.empty() ? "" : " for the group " + options_.controlGroup;
+    return Refuse(error == EADDRINUSE ? kPortTaken : kUnfit,
+                  "cannot open the control socket " + path + group + ": " + SCA_ErrorText(error) +
+                      "; choose another place with --control-socket");
+  }
+
+  // A group that may use the socket but not enter its directory would look for the fault in vain.
+  void WarnOfClosedDirectories(const std::string& path) {
+    if (options_.controlGroup.empty()) return;
+    namespace fs = std::filesystem;
+    for (fs::path place = fs::path(path).parent_path(); place != place.root_path();
+         place = place.parent_path()) {
+      std::error_code error;
+      const fs::perms open = fs::perms::group_exec | fs::perms::others_exec;
+      if ((fs::status(place, error).permissions() & open) != fs::perms::none) continue;
+      Say(SCA_LevelWarning,
+          "%s lets its owner alone in: the group %s cannot reach the control socket; choose "
+          "another "
+          "place with --control-socket",
+          place.c_str(), options_.controlGroup.c_str());
+      return;
+    }
+  }
+
   bool StartServers() {
     for (unsigned long i = 0; i < options_.servers && stop_.Wait(0) == 0; ++i) {
       const auto port = static_cast<unsigned short>(options_.firstPort + i);
@@ -111,6 +148,7 @@ class Host {
       // Whoever holds the servers' lock for ever keeps this from being said.
       const std::string status = Describe(servers_.Summarize());
       sd_notifyf(0, "WATCHDOG=1\nSTATUS=%s", status.c_str());
+      servers_.EndLongAsks();
       if (reload_.Wait(0) != 0) installation_.Reload();
       if (std::chrono::steady_clock::now() - lastRevival < kRevivalEvery) continue;
       lastRevival = std::chrono::steady_clock::now();
@@ -129,21 +167,20 @@ class Host {
 };
 
 int RunHost(const Options& options, Installation* installation, HostLog* log) {
-  DirectoryLock lock;
+  LockFile lock;
   std::string owner;
-  unsigned long error = 0;
   const std::string& directory = installation->DataDirectory();
-  if (lock.Take(directory, &owner, &error) == 0) {
+  if (unsigned long error = lock.Take(directory + "/tikasvc.lock", &owner); error != 0) {
     if (error == EWOULDBLOCK) {
       return Refuse(kAlreadyRunning, "another service host (" + owner + ") uses " + directory +
                                          "; stop it, or run this one with another "
                                          "XDG_CONFIG_HOME");
     }
-    return Refuse(kUnfit, "cannot lock " + directory + ": " + SCA_ErrorText(error));
+    return Refuse(kUnfit, "cannot lock " + directory + "/tikasvc.lock: " + SCA_ErrorText(error));
   }
   MarkChildren(directory);
-  SCA_Event stop(1, 0);
-  SCA_Event reload(0, 0);
+  ProgramEvent stop(1, 0);
+  ProgramEvent reload(0, 0);
   const Signals signals(&stop, &reload);
   const unsigned long leftovers = KillLeftovers(directory);
   if (leftovers > 0) {
@@ -160,24 +197,24 @@ int RunHost(const Options& options, Installation* installation, HostLog* log) {
   return status;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) try {
+int Run(int argc, char** argv) {
   Options options;
   if (const auto status = ParseOptions(argc, argv, &options)) return *status;
-  std::signal(SIGPIPE, SIG_IGN);
   HostLog log(options.verbose);
   Installation installation(options);
   std::string complaint = installation.Load();
-  if (complaint.empty() && !options.noLogin) complaint = installation.PrepareKey();
+  if (complaint.empty()) complaint = installation.PrepareKey();
   if (!complaint.empty()) return Refuse(kUnfit, complaint);
   if (options.checkConfig) {
     std::printf("the configurations are sound; data directory %s, control port %u\n",
-                installation.DataDirectory().c_str(), installation.ControlPort());
+                Printable(installation.DataDirectory()).c_str(), installation.ControlPort());
     return kStopped;
   }
   return RunHost(options, &installation, &log);
-} catch (const std::exception& error) {
-  std::fprintf(stderr, "tikasvc: %s\n", error.what());
-  return kFailed;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return RunProgram("tikasvc", kFailed, [=] { return Run(argc, argv); });
 }

@@ -15,9 +15,6 @@
 /// Opens the client's protected steps to tests.
 class OpenClient : public SCA_TikaClient {
  public:
-  using SCA_TikaClient::FindCRLF;
-  using SCA_TikaClient::GetChunkLength;
-  using SCA_TikaClient::GetMoreData;
   using SCA_TikaClient::GetRequest;
   using SCA_TikaClient::PutRequest;
   using SCA_TikaClient::ReadHttpHeader;

@@ -51,6 +51,9 @@ TEST(Client, OverlongServerNameIsRefusedNotCut) {
   const SCA_TikaClient refused(&settings, (longest + "x").c_str(), 80);
   EXPECT_EQ(refused.IsValid(), 0);
   EXPECT_STREQ(refused.GetServerName(), "");
+  EXPECT_EQ(client.SetServerName("tika.example"), 1);
+  EXPECT_EQ(client.SetServerName(client.GetServerName() + 5), 1) << "a part of the old one";
+  EXPECT_STREQ(client.GetServerName(), "example");
 }
 
 TEST(Client, ConnectCountsAndSetsNoDelay) {
@@ -122,6 +125,35 @@ TEST(Client, DataBufferOfTheLargestSizeDoesNotWrap) {
   }
 }
 
+TEST(Client, DataBufferOfNoBytesIsRefused) {
+  ClientHarness harness;
+  harness.client.SetBufferSize(0);
+  EXPECT_EQ(harness.client.InitDataBuffer(), 0);
+  EXPECT_EQ(harness.Extract(3).error, SCA_ErrorInvalidData);
+  EXPECT_EQ(harness.script.sent, "");
+}
+
+TEST(Client, ACancelEventReachesTheConnectionAndLeavesIt) {
+  ClientHarness harness;
+  harness.script.pieces = {"HTTP/1.1 200 OK\r\n\r\nApache Tika"};
+  char version[101];
+  unsigned long error = 0;
+  SCA_Event cancel(1, 1);
+  harness.client.SetCancelEvent(&cancel);
+  EXPECT_EQ(harness.client.GetVersion(version, sizeof version, &error), 0);
+  EXPECT_EQ(error, SCA_ErrorCancelled);
+  harness.client.SetCancelEvent(nullptr);
+  EXPECT_EQ(harness.client.GetVersion(version, sizeof version, &error), 1);
+  // That of an extraction leaves with its end.
+  harness.script.pieces = {kChunkedHeader + std::string("1\r\nx\r\n0\r\n\r\n"),
+                           "HTTP/1.1 200 OK\r\n\r\nApache Tika"};
+  harness.client.Disconnect();
+  ASSERT_EQ(harness.client.Connect(1000, &error), 1);
+  EXPECT_EQ(harness.Extract(3).result, 1);
+  harness.cancel.Set();
+  EXPECT_EQ(harness.client.GetVersion(version, sizeof version, &error), 1);
+}
+
 TEST(Client, BufferSizeTakesEffectWithTheNextInitOnly) {
   ClientHarness harness(16);
   harness.client.SetBufferSize(4096);
@@ -137,10 +169,13 @@ struct VersionReply {
   unsigned long error;
   std::string version;
   std::string report;
+  unsigned long end = 0;  // the code with which the second receive fails
+  bool isReset = false;   // the wait after it fails too
 };
 
-TEST(Client, GetVersionTakesOneToAHundredBytes) {
+TEST(Client, GetVersionTakesOneToAHundredBytesThatAreWhole) {
   const std::string ok = "HTTP/1.1 200 OK\r\n\r\n";
+  const std::string length12 = "HTTP/1.1 200 OK\r\nContent-Length: 12\r\n\r\n";
   const std::string prefix = "SCA_TikaClient::GetVersion: ";
   const auto failed = [&](const char* code) {
     return prefix + "cannot execute GET version request (ERR:" + code + ")";
@@ -163,6 +198,31 @@ TEST(Client, GetVersionTakesOneToAHundredBytes) {
        prefix + "invalid content returned by GET version request"},
       {"no body", {ok}, 0, 100138, "", prefix + "no content returned by GET version request"},
       {"another code", {"HTTP/1.1 404 No\r\n\r\n"}, 0, 404, "", failed("404")},
+      {"an interim reply first", {"HTTP/1.1 100 x\r\n\r\n", ok + "Tika"}, 1, 0, "Tika", ""},
+      {"compressed",
+       {"HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\n\r\nTika"},
+       0,
+       SCA_ErrorContentEncoding,
+       "",
+       failed("100211")},
+      {"cut by a close", {length12 + "Apache"}, 0, ECONNRESET, "", failed("104")},
+      {"cut by a time-out", {ok + "Apache"}, 0, ETIMEDOUT, "", failed("110"), ETIMEDOUT},
+      {"whole, and no close", {length12 + "Apache Tika "}, 1, 0, "Apache Tika ", "", ETIMEDOUT},
+      {"cut by a reset", {ok + "Apache"}, 0, ECONNRESET, "", failed("104"), ECONNRESET, true},
+      {"chunked",
+       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nTika\r\n0\r\n\r\n"},
+       0,
+       100138,
+       "",
+       failed("100138")},
+      {"cut by a cancel", {ok + "Apache"}, 0, 100120, "", failed("100120"), SCA_ErrorCancelled},
+      {"cancelled before the close",
+       {length12 + "Apache Tika "},
+       0,
+       100120,
+       "",
+       failed("100120"),
+       SCA_ErrorCancelled},
       {"no HTTP", {"hello\r\n\r\n"}, 0, 100138, "", failed("100138")},
       {"closed", {}, 0, ECONNRESET, "", failed("104")},
       {"endless header", InPieces(std::string(3000, 'x'), 100), 0, SCA_ErrorHeaderTooLong, "",
@@ -176,6 +236,9 @@ TEST(Client, GetVersionTakesOneToAHundredBytes) {
     SCOPED_TRACE(reply.name);
     ClientHarness harness;
     harness.script.pieces = reply.pieces;
+    if (reply.end != 0) harness.script.failReceive = 1;
+    if (reply.isReset) harness.script.failWait = 1;
+    harness.script.failCode = reply.end;
     char version[101] = "";
     unsigned long error = 0;
     EXPECT_EQ(harness.client.GetVersion(version, sizeof version, &error), reply.result);
@@ -222,6 +285,7 @@ TEST(Client, PutRequestRefusesRepliesWithoutWritingTheError) {
       "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n",
       "HTTP/1.1 200 OK\r\n\r\nHello",
       "HTTP/1.1 200 OK\r\nContent-Length: 1024000001\r\n\r\nHello",
+      "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 5\r\n\r\nHello",
       "nonsense\r\n\r\n",
   };
   for (const char* header : headers) {

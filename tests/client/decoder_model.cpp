@@ -89,7 +89,7 @@ class Model {
     char* end = nullptr;
     const std::size_t size = std::strtoul(line, &end, 16);
     // Blanks, a line end among them, may stand before a size but are none.
-    if (end == line || end > line + length) Fail(kInvalid, false);
+    if (end == line || end > line + length || *line == '\n') Fail(kInvalid, false);
     position_ += length + 2;
     return size;
   }

@@ -49,14 +49,29 @@ TEST(Upload, EmptyFileSendsTheHeaderAlone) {
   }
 }
 
-TEST(Upload, LongestServerNameFitsTheRequest) {
-  ClientHarness harness;
-  const std::string name(259, 'h');
-  ASSERT_EQ(harness.client.SetServerName(name.c_str()), 1);
-  harness.client.SetPortNumber(65535);
-  harness.script.pieces = {ChunkedReply("text", 4)};
-  EXPECT_EQ(harness.Extract(1).result, 1);
-  EXPECT_EQ(harness.script.sent, UploadHeader(name + ":65535", 10) + "0123456789");
+TEST(Upload, HostLineTakesTheLongestNameAndAddressesInBrackets) {
+  const std::string longest(259, 'h');
+  const std::string longestAddress = "fe80::" + std::string(253, '1');
+  const std::pair<std::string, std::string> rows[] = {{longest, longest},
+                                                      {"10.0.0.1", "10.0.0.1"},
+                                                      {"::1", "[::1]"},
+                                                      {"fe80::1%eth0", "[fe80::1]"},
+                                                      {longestAddress, "[" + longestAddress + "]"}};
+  for (const auto& [name, host] : rows) {
+    ClientHarness harness;
+    ASSERT_EQ(harness.client.SetServerName(name.c_str()), 1);
+    harness.client.SetPortNumber(65535);
+    harness.script.pieces = {ChunkedReply("text", 4)};
+    EXPECT_EQ(harness.Extract(1).result, 1);
+    const std::string upload = UploadHeader(host + ":65535", 10) + "0123456789";
+    EXPECT_EQ(harness.script.sent, upload);
+    char version[101];
+    unsigned long error = 0;
+    harness.client.GetVersion(version, sizeof version, &error);
+    EXPECT_EQ(
+        harness.script.sent.substr(upload.size()),
+        "GET /version HTTP/1.0\r\nHost: " + host + "\r\nUser-Agent: Orvane HTTP Client\r\n\r\n");
+  }
 }
 
 struct UploadFailure {
@@ -145,7 +160,7 @@ TEST(Upload, SendFileAloneClearsTheFlagButCountsNoError) {
   EXPECT_EQ(harness.client.GetTotalErrors(), 0U);
 }
 
-TEST(Upload, FileThatChangesDuringTheUploadNeverLoopsOrOverruns) {
+TEST(Upload, FileThatChangesDuringTheUploadIsAFailureOfTheFile) {
   enum class Change { Shrinks, Empties, Grows };
   for (const unsigned long variant : kVariants) {
     for (const Change change : {Change::Shrinks, Change::Empties, Change::Grows}) {
@@ -160,16 +175,17 @@ TEST(Upload, FileThatChangesDuringTheUploadNeverLoopsOrOverruns) {
       };
       const Extracted extracted = harness.Extract(variant, file);
       const std::size_t header = UploadHeader("127.0.0.1:8000", 1000).size();
-      if (change == Change::Grows) {
-        EXPECT_EQ(extracted.text, "text");
-        EXPECT_EQ(harness.script.sent.size(), header + 1000);
-      } else {
-        EXPECT_EQ(extracted.error, SCA_ErrorFileShrank);
-        EXPECT_EQ(harness.script.sent.size(), header + (change == Change::Shrinks ? 250 : 100));
-        EXPECT_EQ(harness.client.IsValid(), 1);
-        EXPECT_EQ(harness.client.GetTotalErrors(), 1U);
-      }
+      const bool grows = change == Change::Grows;
+      EXPECT_EQ(extracted.error, grows ? SCA_ErrorFileGrew : SCA_ErrorFileShrank);
+      const std::size_t sent = grows ? 1000 : change == Change::Shrinks ? 250 : 100;
+      EXPECT_EQ(harness.script.sent.size(), header + sent);
+      EXPECT_EQ(harness.client.IsValid(), 1);
+      EXPECT_EQ(harness.client.GetTotalErrors(), 1U);
     }
+    // Its size is 0, whatever it holds.
+    ClientHarness harness;
+    harness.script.pieces = {ChunkedReply("", 4)};
+    EXPECT_EQ(harness.Extract(variant, "/proc/self/status").error, SCA_ErrorFileGrew);
   }
 }
 

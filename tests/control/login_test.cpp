@@ -1,4 +1,5 @@
 // Logins, and peers that mean no good, against a real server.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -6,10 +7,11 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <memory>
-#include <random>
 #include <thread>
 #include <vector>
 
@@ -18,7 +20,7 @@
 #include "control/SCA_TikaServiceServer.h"
 #include "platform/SCA_Error.h"
 #include "platform/posix/SCA_Posix.h"
-#include "tests/control/fake_service.h"
+#include "tests/control/fake_host.h"
 #include "tests/support/ReportCapture.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
@@ -48,40 +50,20 @@ struct Keys {
 
 class Login : public ::testing::Test {
  protected:
-  Login() : factory_(&service_, 1), server_(&factory_, 0, &error_) {
-    EXPECT_EQ(server_.IsValid(), 1) << SCA_ErrorText(error_);
-  }
   unsigned long ConnectError() {
     SCA_TikaServiceClient client;
     unsigned long error = 0;
     unsigned long status = 0;
-    if (client.Connect("127.0.0.1", server_.GetPort(), 5000, &error) == 0) return error;
+    if (client.Connect("127.0.0.1", host_.Port(), 5000, &error) == 0) return error;
     EXPECT_EQ(client.GetNetTransport()->GetServerLoginMode(), 1U);
+    EXPECT_NE(client.GetNetTransport()->GetServerStartTime(), 0U);
     return client.GetStatus(&status) != 0 ? 0 : client.GetLastStatusCode();
   }
 
   ReportCapture reports_;  // outlives the server's threads, which report
   Keys keys_;
-  FakeService service_;
-  FakeFactory factory_;
-  unsigned long error_ = 0;
-  SCA_TikaServiceServer server_;
+  FakeHost<> host_{1};
 };
-
-TEST_F(Login, NeedsTheSameKeyOnBothEnds) {
-  EXPECT_EQ(ConnectError(), 0U);
-  EXPECT_EQ(factory_.Authenticated(), 1);
-  keys_.client[0] = 'T';
-  EXPECT_EQ(ConnectError(), SCA_ErrorLoginRefused);
-  keys_.client += "longer";
-  EXPECT_EQ(ConnectError(), SCA_ErrorLoginRefused);
-  keys_.client.clear();
-  EXPECT_EQ(ConnectError(), SCA_ErrorNoKey);
-  keys_.error = SCA_ErrorKeyExposed;
-  EXPECT_EQ(ConnectError(), SCA_ErrorKeyExposed);
-  EXPECT_EQ(factory_.Connects(), 1) << "a refused login has no events";
-  EXPECT_EQ(service_.Calls().size(), 1U);
-}
 
 // A connection on which a test sends frames of its own making.
 class Peer {
@@ -91,14 +73,17 @@ class Peer {
     unsigned long error = 0;
     EXPECT_EQ(socket_->Connect("127.0.0.1", port, 5000, &error), 1);
   }
-  std::string ReceiveNonce() {
+  void ReceiveHello(SCA_NetMessage* message) {
     SCA_NetFrame frame;
-    SCA_NetMessage message;
-    char nonce[80] = "";
     unsigned long error = 0;
     EXPECT_EQ(channel_.Receive(5000, 5000, &frame, &error), 1) << error;
     EXPECT_EQ(frame.kind, SCA_FrameKind::Hello);
-    EXPECT_EQ(SCA_NetChannel::Decode(frame, &message), 1);
+    EXPECT_EQ(SCA_NetChannel::Decode(frame, message), 1);
+  }
+  std::string ReceiveNonce() {
+    SCA_NetMessage message;
+    char nonce[80] = "";
+    ReceiveHello(&message);
     message.GetData()->GetField("Nonce", nonce, sizeof nonce);
     return nonce;
   }
@@ -122,6 +107,24 @@ class Peer {
   SCA_Owned<SCA_VirtualTcpSock> socket_;
   SCA_NetChannel channel_;
 };
+
+TEST_F(Login, NeedsTheSameKeyOnBothEndsAndTellsNothingBefore) {
+  EXPECT_EQ(ConnectError(), 0U);
+  SCA_NetMessage hello;
+  Peer(host_.Port()).ReceiveHello(&hello);
+  EXPECT_EQ(hello.GetData()->GetFieldCount(), 2U) << "the mode and the challenge";
+  EXPECT_EQ(host_.factory.Authenticated(), 1);
+  keys_.client[0] = 'T';
+  EXPECT_EQ(ConnectError(), SCA_ErrorLoginRefused);
+  keys_.client += "longer";
+  EXPECT_EQ(ConnectError(), SCA_ErrorLoginRefused);
+  keys_.client.clear();
+  EXPECT_EQ(ConnectError(), SCA_ErrorNoKey);
+  keys_.error = SCA_ErrorKeyExposed;
+  EXPECT_EQ(ConnectError(), SCA_ErrorKeyExposed);
+  EXPECT_EQ(host_.factory.Connects(), 1) << "a refused login has no events";
+  EXPECT_EQ(host_.service.Calls().size(), 1U);
+}
 
 // Records what a good client sends, by standing between it and the server.
 std::string RecordGoodClient(unsigned short port) {
@@ -152,15 +155,15 @@ std::string RecordGoodClient(unsigned short port) {
 }
 
 TEST_F(Login, CannotBeReplayedReflectedOrTampered) {
-  const std::string recorded = RecordGoodClient(server_.GetPort());
-  ASSERT_EQ(factory_.Connects(), 1);
-  Peer replaying(server_.GetPort());
+  const std::string recorded = RecordGoodClient(host_.Port());
+  ASSERT_EQ(host_.factory.Connects(), 1);
+  Peer replaying(host_.Port());
   replaying.ReceiveNonce();
   replaying.Send(recorded);
   EXPECT_EQ(replaying.Refusal(), SCA_ErrorLoginRefused);
 
   // The server's own challenge and a guess at its answer to it.
-  Peer reflecting(server_.GetPort());
+  Peer reflecting(host_.Port());
   const std::string nonce = reflecting.ReceiveNonce();
   SCA_NetMessage login;
   unsigned long error = 0;
@@ -169,14 +172,14 @@ TEST_F(Login, CannotBeReplayedReflectedOrTampered) {
   EXPECT_EQ(reflecting.Channel().Send(SCA_FrameKind::Login, 0, login, 5000, &error), 1);
   EXPECT_EQ(reflecting.Refusal(), SCA_ErrorLoginRefused);
 
-  Peer early(server_.GetPort());
+  Peer early(host_.Port());
   early.ReceiveNonce();
   SCA_NetMessage request;
   request.Init("GetStatus");
   EXPECT_EQ(early.Channel().Send(SCA_FrameKind::Message, 1, request, 5000, &error), 1);
   EXPECT_EQ(early.Refusal(), SCA_ErrorFrame);
-  EXPECT_EQ(factory_.Connects(), 1);
-  EXPECT_EQ(service_.Calls().size(), 1U);
+  EXPECT_EQ(host_.factory.Connects(), 1);
+  EXPECT_EQ(host_.service.Calls().size(), 1U);
 }
 
 TEST_F(Login, EveryLaterFrameIsProved) {
@@ -186,8 +189,8 @@ TEST_F(Login, EveryLaterFrameIsProved) {
   request.Init("GetStatus");
   for (const std::string what : {"as it is", "again", "skipping one", "twice the login"}) {
     SCOPED_TRACE(what);
-    Peer peer(server_.GetPort());
-    ASSERT_EQ(SCA_Login(&peer.Channel(), "h", 1, true, &greeting, &error), 1);
+    Peer peer(host_.Port());
+    ASSERT_EQ(SCA_Login(&peer.Channel(), "h", 1, false, &greeting, &error), 1);
     const bool isGood = what == "as it is";
     const SCA_FrameKind kind =
         what == "twice the login" ? SCA_FrameKind::Login : SCA_FrameKind::Message;
@@ -202,8 +205,8 @@ TEST_F(Login, EveryLaterFrameIsProved) {
     }
     EXPECT_EQ(peer.Refusal(), SCA_ErrorFrame);
   }
-  Peer forging(server_.GetPort());
-  ASSERT_EQ(SCA_Login(&forging.Channel(), "h", 1, true, &greeting, &error), 1);
+  Peer forging(host_.Port());
+  ASSERT_EQ(SCA_Login(&forging.Channel(), "h", 1, false, &greeting, &error), 1);
   forging.Channel().Authenticate(SCA_Digest{});
   EXPECT_EQ(forging.Channel().Send(SCA_FrameKind::Message, 1, request, 5000, &error), 1);
   SCA_NetFrame frame;
@@ -211,52 +214,99 @@ TEST_F(Login, EveryLaterFrameIsProved) {
   EXPECT_EQ(error, SCA_ErrorFrameForged) << "the refusal is proved with the real key";
 }
 
-TEST_F(Login, AHostThatShouldAskForItAndDoesNotIsRefused) {
+TEST_F(Login, AHostThatAsksForNoneIsRefusedByWhoHasAKey) {
+  const FakeHost<> open;
+  unsigned long error = 0;
   for (const bool hasKey : {true, false}) {
     if (!hasKey) keys_.client.clear();
-    for (const bool isLoopback : {true, false}) {
-      FakeFactory open(&service_, 0);
-      unsigned long error = 0;
-      const SCA_TikaServiceServer server(&open, 0, &error);
-      Peer peer(server.GetPort());
-      SCA_NetGreeting greeting;
-      const bool isTaken = isLoopback || !hasKey;
-      EXPECT_EQ(SCA_Login(&peer.Channel(), "h", 1, isLoopback, &greeting, &error), isTaken ? 1 : 0);
-      EXPECT_STREQ(greeting.version, "17.1.12");
-      if (!isTaken) {
-        EXPECT_EQ(error, SCA_ErrorLoginMissing);
-      }
+    for (const int isAllowed : {0, 1}) {
+      SCA_NetTransport client(nullptr);
+      client.SetAllowNoLogin(isAllowed);
+      const bool isTaken = isAllowed != 0 || !hasKey;
+      EXPECT_EQ(client.Connect("127.0.0.1", open.Port(), 5000, &error), isTaken ? 1 : 0);
+      EXPECT_TRUE(isTaken || error == SCA_ErrorLoginMissing) << error;
     }
   }
 }
 
-TEST_F(Login, AServerThatDoesNotProveTheKeyIsRefused) {
-  ScriptedServer impostor([](ServerConnection& connection) {
-    SCA_Owned<SCA_VirtualTcpSock> socket(SCA_CreateTcpSock(::dup(connection.Fd())));
-    SCA_NetChannel channel(socket.get(), SCA_NetSide::Server);
-    SCA_NetMessage message;
+TEST_F(Login, AnImpostorGetsNothingButTheLogin) {
+  for (const unsigned long mode : {0UL, 1UL}) {
+    std::atomic<std::size_t> bytesAfter{0};
+    ScriptedServer impostor([&](ServerConnection& connection) {
+      SCA_Owned<SCA_VirtualTcpSock> socket(SCA_CreateTcpSock(::dup(connection.Fd())));
+      SCA_NetChannel channel(socket.get(), SCA_NetSide::Server);
+      SCA_NetMessage message;
+      unsigned long error = 0;
+      SCA_NetFrame frame;
+      message.GetData()->AddField("LoginMode", mode, 0);
+      message.GetData()->AddField("Nonce", std::string(64, 'a').c_str(), 0);
+      message.GetData()->AddField("Proof", std::string(64, 'b').c_str(), 0);
+      channel.Send(SCA_FrameKind::Hello, 0, message, 1000, &error);
+      if (mode == 1) {
+        channel.Receive(5000, 5000, &frame, &error);
+        channel.Send(SCA_FrameKind::Welcome, 0, message, 1000, &error);
+      }
+      bytesAfter += connection.Receive().size();
+    });
+    SCA_TikaServiceClient client;
     unsigned long error = 0;
-    SCA_NetFrame frame;
-    message.GetData()->AddField("LoginMode", 1, 0);
-    message.GetData()->AddField("Nonce", std::string(64, 'a').c_str(), 0);
-    message.GetData()->AddField("Proof", std::string(64, 'b').c_str(), 0);
-    channel.Send(SCA_FrameKind::Hello, 0, message, 1000, &error);
-    channel.Receive(5000, 5000, &frame, &error);
-    channel.Send(SCA_FrameKind::Welcome, 0, message, 1000, &error);
-    connection.WaitForEnd();
-  });
-  SCA_TikaServiceClient client;
+    unsigned long status = 0;
+    EXPECT_EQ(client.Connect("127.0.0.1", impostor.Port(), 5000, &error), 0);
+    EXPECT_EQ(error, mode == 0 ? SCA_ErrorLoginMissing : SCA_ErrorLoginRefused);
+    EXPECT_EQ(client.GetPort(), 0xFFFF);
+    EXPECT_EQ(client.GetStatus(&status), 0);
+    EXPECT_EQ(bytesAfter.load(), 0U);
+  }
+}
+
+// From another address of the loopback interface.
+SCA_Fd ConnectFrom(const char* address, unsigned short port) {
+  SCA_Fd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in place{};
+  place.sin_family = AF_INET;
+  ::inet_pton(AF_INET, address, &place.sin_addr);
+  EXPECT_EQ(::bind(fd.Get(), reinterpret_cast<sockaddr*>(&place), sizeof place), 0);
+  place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  place.sin_port = htons(port);
+  EXPECT_EQ(::connect(fd.Get(), reinterpret_cast<sockaddr*>(&place), sizeof place), 0);
+  return fd;
+}
+
+TEST_F(Login, WrongOnesAreLimitedCountedAndNamed) {
+  SCA_TikaServiceClient good;
   unsigned long error = 0;
-  EXPECT_EQ(client.Connect("127.0.0.1", impostor.Port(), 5000, &error), 0);
-  EXPECT_EQ(error, SCA_ErrorLoginRefused);
-  EXPECT_EQ(client.GetPort(), 0xFFFF);
+  unsigned long status = 0;
+  ASSERT_EQ(good.Connect("127.0.0.1", host_.Port(), 5000, &error), 1);
+  const std::string right = keys_.client;
+  keys_.client[0] = 'T';
+  std::map<unsigned long, unsigned long> errors;
+  for (int i = 0; i < 300; ++i) {
+    ++errors[ConnectError()];
+    ASSERT_EQ(good.GetStatus(&status), 1);
+  }
+  // One more each second that this takes.
+  EXPECT_GE(errors[SCA_ErrorLoginRefused], 20U);
+  EXPECT_LT(errors[SCA_ErrorLoginRefused], 60U);
+  EXPECT_EQ(errors[SCA_ErrorLoginRefused] + errors[SCA_ErrorTooManyLogins], 300U);
+  EXPECT_EQ(host_.server->GetRefusedLogins(), 300U);
+  keys_.client = right;
+  SCA_Fd elsewhere = ConnectFrom("127.0.0.9", host_.Port());
+  SCA_Owned<SCA_VirtualTcpSock> socket(SCA_CreateTcpSock(elsewhere.Release()));
+  SCA_NetChannel channel(socket.get(), SCA_NetSide::Client);
+  SCA_NetGreeting greeting;
+  EXPECT_EQ(SCA_Login(&channel, "h", 1, false, &greeting, &error), 1) << error;
+  EXPECT_STREQ(greeting.version, "17.1.12");
+  EXPECT_EQ(good.GetStatus(&status), 1);
+  const auto told = reports_.All();
+  EXPECT_LE(told.size(), 4U);
+  EXPECT_NE(told.at(0).text.find("from 127.0.0.1 was not accepted"), std::string::npos);
 }
 
 TEST_F(Login, HostilePeersDoNotKeepAGoodClientFromBeingServed) {
   SCA_TikaServiceClient good;
   unsigned long error = 0;
   unsigned long status = 0;
-  ASSERT_EQ(good.Connect("127.0.0.1", server_.GetPort(), 5000, &error), 1);
+  ASSERT_EQ(good.Connect("127.0.0.1", host_.Port(), 5000, &error), 1);
   const std::string header = "SCA1";
   const std::string noise[] = {
       "",                                                                          // says nothing
@@ -268,7 +318,7 @@ TEST_F(Login, HostilePeersDoNotKeepAGoodClientFromBeingServed) {
   };
   std::vector<std::unique_ptr<Peer>> silent;
   for (int i = 0; i < 1000; ++i) {
-    auto peer = std::make_unique<Peer>(server_.GetPort());
+    auto peer = std::make_unique<Peer>(host_.Port());
     peer->Send(noise[static_cast<std::size_t>(i) % std::size(noise)]);
     if (i % 3 == 0) silent.push_back(std::move(peer));
     if (i % 50 == 0) {
@@ -277,16 +327,11 @@ TEST_F(Login, HostilePeersDoNotKeepAGoodClientFromBeingServed) {
   }
   EXPECT_EQ(ConnectError(), 0U) << "newcomers take the place of strangers";
   EXPECT_EQ(good.GetStatus(&status), 1);
-  EXPECT_EQ(factory_.Connects(), 2);
+  EXPECT_EQ(host_.factory.Connects(), 2);
 }
 
 TEST_F(Login, HasATimeLimitThatBytesDoNotExtend) {
-  const SCA_Fd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(server_.GetPort());
-  ASSERT_EQ(::connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  const SCA_Fd fd = ConnectFrom("127.0.0.1", host_.Port());
   const std::string header("SCA1\0\0\x0f\0\0\0\0\3\0\0\0\0", 16);
   const Stopwatch watch;
   bool isOpen = true;
@@ -298,33 +343,6 @@ TEST_F(Login, HasATimeLimitThatBytesDoNotExtend) {
   }
   EXPECT_GE(watch.Ms(), 4000);
   EXPECT_LT(watch.Ms(), 9000);
-}
-
-TEST_F(Login, MalformedFramesByTheThousandDoNotReachTheService) {
-  SCA_TikaServiceClient good;
-  unsigned long error = 0;
-  unsigned long status = 0;
-  ASSERT_EQ(good.Connect("127.0.0.1", server_.GetPort(), 5000, &error), 1);
-  std::vector<std::thread> peers;
-  for (unsigned seed = 0; seed < 4; ++seed) {
-    peers.emplace_back([this, seed] {
-      std::mt19937 random(seed);
-      for (int i = 0; i < 150; ++i) {
-        Peer peer(server_.GetPort());
-        std::string frame("SCA1\0\0\0\x20\0\0\0\3\0\0\0\0", 16);
-        frame += std::string(random() % 80, 'x');
-        for (int change = 0; change < 3; ++change) {
-          frame[random() % frame.size()] = static_cast<char>(random());
-        }
-        peer.Send(frame);
-      }
-    });
-  }
-  for (int i = 0; i < 200; ++i) ASSERT_EQ(good.GetStatus(&status), 1) << good.GetLastStatusCode();
-  for (std::thread& peer : peers) peer.join();
-  EXPECT_EQ(good.GetStatus(&status), 1);
-  EXPECT_EQ(factory_.Connects(), 1);
-  EXPECT_EQ(service_.Calls().size(), 201U);
 }
 
 TEST_F(Login, AKeyOfAnUnfitLengthIsNone) {

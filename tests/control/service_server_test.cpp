@@ -13,27 +13,17 @@
 #include "control/SCA_NetTransport.h"
 #include "control/SCA_TikaServiceClient.h"
 #include "platform/SCA_Error.h"
-#include "tests/control/fake_service.h"
+#include "tests/control/fake_host.h"
 #include "tests/support/ReportCapture.h"
 #include "tests/support/Timing.h"
 
 namespace {
 
-struct Host {
-  explicit Host(unsigned long mode = 0) : factory(&service, mode) {
-    server = std::make_unique<SCA_TikaServiceServer>(&factory, 0, &error);
-  }
-
-  FakeService service;
-  FakeFactory factory;
-  unsigned long error = 0;
-  std::unique_ptr<SCA_TikaServiceServer> server;
-};
+using Host = FakeHost<>;
 
 void Connect(SCA_TikaServiceClient* client, const Host& host) {
   unsigned long error = 0;
-  ASSERT_EQ(client->Connect("127.0.0.1", host.server->GetPort(), 5000, &error), 1)
-      << SCA_ErrorText(error);
+  ASSERT_EQ(client->Connect("127.0.0.1", host.Port(), 5000, &error), 1) << SCA_ErrorText(error);
 }
 
 // Sends a request as it is and gives the reply's name and the names of its fields.
@@ -41,7 +31,7 @@ class RawClient {
  public:
   explicit RawClient(const Host& host) : transport_(nullptr) {
     unsigned long error = 0;
-    EXPECT_EQ(transport_.Connect("127.0.0.1", host.server->GetPort(), 5000, &error), 1);
+    EXPECT_EQ(transport_.Connect("127.0.0.1", host.Port(), 5000, &error), 1);
   }
   std::string Ask(SCA_NetMessage* request) {
     SCA_NetMessage reply;
@@ -114,7 +104,6 @@ const std::vector<std::tuple<const char*, Fields, const char*, const char*>> kCo
 
 TEST(ServiceServer, EveryCommandTakesAndGivesItsFieldsInOrder) {
   Host host;
-  ASSERT_EQ(host.server->IsValid(), 1) << host.error;
   RawClient client(host);
   EXPECT_EQ(kCommands.size(), 20U);
   EXPECT_EQ(host.server->GetCommands().GetBucketsInUse(), 19U);
@@ -170,6 +159,13 @@ TEST(ServiceServer, UnknownCommandsAndWrongFieldsLeaveTheConnectionServing) {
   request.Init("GetServer");
   request.GetData()->AddConfigObj("ServerId");
   EXPECT_EQ(client.Ask(&request), "ERR");
+  {
+    ReportCapture reports;
+    host.service.onGetStatus = [] { throw std::bad_alloc(); };
+    EXPECT_EQ(client.Ask("GetStatus"), "ERR");
+    host.service.onGetStatus = nullptr;
+    EXPECT_EQ(reports.All().size(), 1U);
+  }
   EXPECT_EQ(client.Ask("GetStatus"), "OK Status");
   EXPECT_EQ(request.Init((longest + "c").c_str()), 0) << "a cut name would be another command";
 }
@@ -208,7 +204,7 @@ TEST(ServiceServer, ATakenPortAndAMissingKeyMakeItInvalid) {
   Host host;
   FakeFactory factory(&host.service);
   unsigned long error = 0;
-  const SCA_TikaServiceServer second(&factory, host.server->GetPort(), &error);
+  const SCA_TikaServiceServer second(&factory, host.Port(), &error);
   EXPECT_EQ(second.IsValid(), 0);
   EXPECT_EQ(error, static_cast<unsigned long>(EADDRINUSE));
 
@@ -234,7 +230,7 @@ TEST(ServiceClient, CarriesEveryOperation) {
   EXPECT_EQ(client.GetStatus(number), 0) << "not connected";
   EXPECT_EQ(client.GetLastStatusCode(), static_cast<unsigned long>(ENOTCONN));
   Connect(&client, host);
-  EXPECT_EQ(client.GetFullName(), "127.0.0.1:" + std::to_string(host.server->GetPort()));
+  EXPECT_EQ(client.GetFullName(), "127.0.0.1:" + std::to_string(host.Port()));
   EXPECT_STREQ(client.GetName(), "127.0.0.1");
 
   char text[2][SCA_ServiceTextSize];
@@ -375,8 +371,7 @@ TEST(ServiceServer, ACommandMayStopTheServerAndItsReplyGoesOut) {
   // The port is free, before the server's end.
   EXPECT_TRUE(Eventually([&] {
     unsigned long error = 0;
-    return other.Connect("127.0.0.1", host.server->GetPort(), 5000, &error) == 0 &&
-           error == ECONNREFUSED;
+    return other.Connect("127.0.0.1", host.Port(), 5000, &error) == 0 && error == ECONNREFUSED;
   }));
   unsigned long error = 0;
   EXPECT_EQ(host.server->OpenGate(&error), 0);
@@ -405,7 +400,7 @@ TEST(ServiceServer, TheRequestThatMakesAnotherThreadStopItIsAnswered) {
 TEST(ServiceServer, ComesAndGoesAtEveryMomentOfItsClients) {
   for (int round = 0; round < 60; ++round) {
     auto host = std::make_unique<Host>();
-    const unsigned short port = host->server->GetPort();
+    const unsigned short port = host->Port();
     std::vector<std::thread> clients;
     for (int i = 0; i < 4; ++i) {
       clients.emplace_back([=] {
@@ -455,7 +450,7 @@ TEST(ServiceServer, EndedConnectionsLeaveNothingAndTheLimitHolds) {
   Connect(&second, host);
   EXPECT_EQ(first.StopServer() + second.StopServer(), 2);
   unsigned long error = 0;
-  EXPECT_EQ(third.Connect("127.0.0.1", host.server->GetPort(), 5000, &error), 0);
+  EXPECT_EQ(third.Connect("127.0.0.1", host.Port(), 5000, &error), 0);
   EXPECT_EQ(error, SCA_ErrorConnectionLimit);
   EXPECT_EQ(first.StopServer() + second.StopServer(), 2);
 

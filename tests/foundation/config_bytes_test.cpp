@@ -82,6 +82,25 @@ TEST(ConfigBytes, RandomTreesComeBackHoweverTheyAreCut) {
   }
 }
 
+TEST(ConfigBytes, BlocksHoldNoMoreThanTheirRoom) {
+  constexpr std::size_t kBlock = 2 * SCA_ConfigReader::kLongestRecord;
+  const std::string name(SCA_MaxFieldName, 'n');
+  const std::string value(SCA_MaxFieldValue, 'v');
+  // The second record ends some bytes before the end of the first block, at it, and behind it.
+  for (std::size_t length = SCA_MaxFieldValue - 10; length <= SCA_MaxFieldValue; ++length) {
+    SCA_ConfigObj root("r", nullptr);
+    root.AddField(name.c_str(), value.c_str(), 0);
+    root.AddField(name.c_str(), value.substr(0, length).c_str(), 0);
+    std::string bytes;
+    EXPECT_TRUE(SCA_StreamConfig(root, [&](const char* block, std::size_t size) {
+      EXPECT_LE(size, kBlock) << length;
+      bytes.append(block, size);
+      return true;
+    }));
+    EXPECT_TRUE(bytes == Write(root)) << length;
+  }
+}
+
 TEST(ConfigBytes, HostileBytesAreRefusedWithTheirPlace) {
   const auto repeat = [](const std::string& text, unsigned long count) {
     std::string all;

@@ -167,17 +167,18 @@ bool LimitFiles(rlim_t bytes) {
   return ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
 }
 
-// Makes every further write of this process fail as on a full disk, but short ones: sanitizers
+// Makes every further system call of a kind fail in this process, but for short writes: sanitizers
 // probe memory by writing a few bytes of it into a pipe.
-bool FillTheDisk() {
+bool FailCalls(unsigned number, unsigned code) {
   constexpr unsigned kProbe = 16;
   constexpr unsigned kCount = offsetof(seccomp_data, args) + 2 * sizeof(std::uint64_t);
   sock_filter filter[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_write, 0, 3),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 4),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_write, 0, 2),
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kCount),
       BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, kProbe, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSPC),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | code),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   };
   sock_fprog program{std::size(filter), filter};
@@ -185,7 +186,7 @@ bool FillTheDisk() {
          ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
-TEST(ConfigFile, AFullDiskLeavesTheOldFile) {
+TEST(ConfigFile, ADiskThatFailsLeavesTheOldFile) {
   const TempDir dir;
   const std::string file = dir.Write("file", "old");
   SCA_ConfigObj root("root", nullptr);
@@ -195,8 +196,12 @@ TEST(ConfigFile, AFullDiskLeavesTheOldFile) {
     unsigned long error = 0;
     return Save(root, file, &error) == 0 ? error : 0;
   };
-  EXPECT_EQ(InChild([&] { return FillTheDisk() ? saveError() : 998; }),
+  EXPECT_EQ(InChild([&] { return FailCalls(SYS_write, ENOSPC) ? saveError() : 998; }),
             static_cast<unsigned long>(ENOSPC));
+  // The disk says it late: only the synchronisation learns that the bytes are not there.
+  EXPECT_EQ(InChild([&] { return FailCalls(SYS_fsync, EIO) ? saveError() : 998; }),
+            static_cast<unsigned long>(EIO));
+  EXPECT_EQ(ReadFile(file), "old");
   // Whichever block of the file it is that finds no room.
   for (const rlim_t room : {10, 1000, 100000, 390000}) {
     EXPECT_EQ(InChild([&] { return LimitFiles(room) ? saveError() : 998; }),

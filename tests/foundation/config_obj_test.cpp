@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstring>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -156,6 +158,26 @@ struct ListRow {
   int result;
   const char* names;
 };
+
+// The place of a virtual operation in its table, as a pointer to it says.
+template <class Member>
+std::size_t Slot(Member member) {
+  std::size_t offset = 0;
+  static_assert(sizeof member >= sizeof offset);
+  std::memcpy(&offset, &member, sizeof offset);
+  return offset / sizeof(void*);
+}
+
+TEST(Field, VirtualOperationsStandInTheDocumentedOrder) {
+  const std::size_t slots[] = {
+      Slot(&SCA_Field::Destroy),        Slot(&SCA_Field::GetDataSize),
+      Slot(&SCA_Field::GetFieldCount),  Slot(&SCA_Field::GetFieldByIndex),
+      Slot(&SCA_Field::GetFieldByName), Slot(&SCA_Field::GetTotalFieldCount),
+      Slot(&SCA_Field::CopyFrom),       Slot(&SCA_Field::WriteData),
+      Slot(&SCA_Field::ReadData),       Slot(&SCA_Field::Compare),
+      Slot(&SCA_Field::Clone),          Slot(&SCA_ConfigObj::GetPathName)};
+  for (std::size_t i = 1; i < std::size(slots); ++i) EXPECT_EQ(slots[i], slots[i - 1] + 1) << i;
+}
 
 TEST(FieldList, KeepsItsOrder) {
   const auto make = [](const char* name) { return new SCA_Field(name, nullptr); };

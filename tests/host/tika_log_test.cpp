@@ -46,7 +46,7 @@ void Fill(SCA_TikaLog* log, int count) {
   for (int i = 0; i < count; ++i) EXPECT_EQ(log->AddMessage(3, "message %d", i), 1);
 }
 
-TEST(TikaLog, KeepsTheNewestUpToItsCapacity) {
+TEST(TikaLog, KeepsTheNewestUpToItsCapacityUntilItIsCleared) {
   for (const unsigned long capacity : {1UL, 2UL, 3UL, 500UL}) {
     SCA_TikaLog log(nullptr, capacity, 0);
     EXPECT_EQ(log.GetLastMessageId(), SCA_NoItemId);
@@ -58,6 +58,13 @@ TEST(TikaLog, KeepsTheNewestUpToItsCapacity) {
       EXPECT_EQ(IdsOf(log)[i], 5 - kept + i);
       EXPECT_EQ(Text(log, i), "message " + std::to_string(5 - kept + i));
     }
+    log.AddMessage(5, "x");
+    EXPECT_EQ(log.GetErrorCount(), 1U);
+    EXPECT_EQ(log.Clear(), 1);
+    EXPECT_EQ(log.GetErrorCount() + log.GetMessageCount() + log.GetSessionId(), 0U);
+    EXPECT_EQ(log.GetLastMessageId(), SCA_NoItemId);
+    Fill(&log, 1);
+    EXPECT_EQ(log.GetLastMessageId(), 0U);
   }
   const ReportCapture reports;
   SCA_TikaLog none(nullptr, 0, 0);
@@ -153,29 +160,22 @@ TEST(TikaLog, ACopyHasTheSendersIdsAndCounts) {
                       {"5", nullptr, 0, 0},
                       {"5", "high a b x", 0, 0},
                       {"five", "3 a b x", 0, 0},
-                      {"4294967295", "3 a b x", 0, 0},
+                      {"4294967296", "3 a b x", 0, 0},
+                      {"4294967295", "3 a b x", 1, 1},
                       {"5", "3 much-too-long-a-date b x", 1, 1}};
   for (const Row& row : rows) {
     SCA_ConfigObj received("Log", nullptr);
     received.AddField(row.name, row.value, 0);
     EXPECT_EQ(copy.Deserialize(&received), row.result) << row.name << ": " << row.value;
     EXPECT_EQ(copy.GetMessageCount(), row.count) << row.value;
+    // What has no id takes the next one.
+    const unsigned long id = *row.name == '5' ? 5 : 0;
+    EXPECT_EQ(copy.GetLastMessageId(), row.count != 0 ? id : SCA_NoItemId);
   }
   SCA_ConfigObj nested("Log", nullptr);
   nested.AddConfigObj("5");
   EXPECT_EQ(copy.Deserialize(&nested), 0);
   EXPECT_EQ(copy.Deserialize(nullptr), 0);
-}
-
-TEST(TikaLog, ClearBeginsANewSession) {
-  SCA_TikaLog log(nullptr, 500, 0);
-  log.AddMessage(5, "x");
-  EXPECT_EQ(log.GetErrorCount(), 1U);
-  EXPECT_EQ(log.Clear(), 1);
-  EXPECT_EQ(log.GetErrorCount() + log.GetMessageCount() + log.GetSessionId(), 0U);
-  EXPECT_EQ(log.GetLastMessageId(), SCA_NoItemId);
-  log.AddMessage(3, "x");
-  EXPECT_EQ(log.GetLastMessageId(), 0U);
 }
 
 TEST(TikaLog, IsAQueueWithoutALimit) {

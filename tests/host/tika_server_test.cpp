@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,6 +21,7 @@
 #include "tests/support/ReportCapture.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/Timing.h"
+#include "tests/support/Worker.h"
 
 namespace {
 
@@ -31,14 +31,7 @@ using Texts = std::vector<std::string>;
 constexpr std::size_t kHeaderLines = 3;  // of a session in the log
 
 void Write(const std::string& text) {
-  for (std::size_t done = 0; done < text.size();) {
-    const ssize_t count = ::write(STDERR_FILENO, text.data() + done, text.size() - done);
-    if (count > 0) done += static_cast<std::size_t>(count);
-  }
-}
-
-[[noreturn]] void WaitForEver() {
-  for (;;) ::pause();
+  WriteAll(STDERR_FILENO, text);
 }
 
 // Ends in something, so that blanks at the end of a piece are missed.
@@ -58,6 +51,16 @@ int PlayJava(const std::string& part, char** words) {
   if (part == "dies") {
     Write("last\nwords");
     return 3;
+  }
+  if (part == "parent") {
+    const pid_t worker = ::fork();
+    if (worker == 0) WaitForEver();
+    const pid_t tool = ::fork();
+    if (tool == 0) {
+      ::execl("/bin/sleep", "sleep", "60", nullptr);
+      ::_exit(1);
+    }
+    Write("worker " + std::to_string(worker) + "\ntool " + std::to_string(tool) + "\n");
   }
   if (part == "stubborn") std::signal(SIGTERM, SIG_IGN);
   if (part == "heir") {
@@ -101,18 +104,11 @@ __attribute__((constructor)) void BecomeAnother(int count, char** words) {
   if (count > 2 && std::string(words[1]) == "--host") PlayHost(words[2]);
 }
 
-bool Ends(pid_t pid) {
-  const int fd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
-  if (fd < 0) return true;
-  pollfd entry{fd, POLLIN, 0};
-  const bool ended = ::poll(&entry, 1, kDeadlineMs) == 1;
-  ::close(fd);
-  return ended;
-}
-
-std::ptrdiff_t EntriesIn(const char* directory) {
-  return std::distance(fs::directory_iterator(directory), fs::directory_iterator());
-}
+struct Ending {
+  SCA_TikaObituary obituary;
+  std::string cause;
+  std::string text;
+};
 
 // Keeps what it is told.
 class Recorder : public SCA_TikaServerObserver {
@@ -124,11 +120,18 @@ class Recorder : public SCA_TikaServerObserver {
   void OnEnd(const SCA_TikaObituary& obituary) override {
     const std::lock_guard<std::mutex> guard(mutex_);
     EXPECT_EQ(obituary.processId, starts_.back());
-    ends_.push_back(obituary);
-    causes_.emplace_back(obituary.cause);
-    texts_.emplace_back(obituary.text);
+    ends_.push_back({obituary, obituary.cause, obituary.text});
   }
 
+  void OnWorkerEnd(const SCA_TikaObituary& obituary) override {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    workers_.push_back(obituary);
+  }
+
+  std::vector<SCA_TikaObituary> Workers() const {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return workers_;
+  }
   std::size_t Starts() const {
     const std::lock_guard<std::mutex> guard(mutex_);
     return starts_.size();
@@ -137,19 +140,16 @@ class Recorder : public SCA_TikaServerObserver {
     const std::lock_guard<std::mutex> guard(mutex_);
     return ends_.size();
   }
-  SCA_TikaObituary End(std::size_t i, std::string* cause, std::string* text) const {
+  Ending End(std::size_t i) const {
     const std::lock_guard<std::mutex> guard(mutex_);
-    *cause = causes_.at(i);
-    *text = texts_.at(i);
     return ends_.at(i);
   }
 
  private:
   mutable std::mutex mutex_;
   std::vector<unsigned long> starts_;
-  std::vector<SCA_TikaObituary> ends_;
-  Texts causes_;
-  Texts texts_;
+  std::vector<Ending> ends_;
+  std::vector<SCA_TikaObituary> workers_;
 };
 
 // The log's texts, each behind its level, as a reader on another thread gets them.
@@ -203,7 +203,7 @@ class Server : public ::testing::Test {
 
 TEST_F(Server, TheCommandReachesTheProcessAndWhatItForks) {
   const ScopedVariable options("JAVA_TOOL_OPTIONS", "-Dhost=1");
-  ASSERT_EQ(server_.SetBindAddress("127.0.0.1"), 1);
+  ASSERT_EQ(server_.SetBindAddress("::1"), 1);
   for (const char* address : {"", "a b", "\"", "a\n"}) {
     EXPECT_EQ(server_.SetBindAddress(address), 0) << address;
   }
@@ -211,13 +211,13 @@ TEST_F(Server, TheCommandReachesTheProcessAndWhatItForks) {
   ASSERT_TRUE(Says(server_, "ready"));
   const Texts lines = Lines(server_);
   const std::string command =
-      "java -part=words -Dx=1 -Xmx77m -jar \"" + jar_ + "\" -h 127.0.0.1 -port 4711";
+      "java -part=words -Dx=1 -Xmx77m -jar \"" + jar_ + "\" -h [::1] -port 4711";
   const std::string rule = "3 " + std::string(command.size(), '-');
   const Texts expected = {
       rule,
       "3 Tika Command: " + command,
       rule,
-      "3 [-part=words][-Dx=1][-Xmx77m][-jar][" + jar_ + "][-h][127.0.0.1][-port][4711]",
+      "3 [-part=words][-Dx=1][-Xmx77m][-jar][" + jar_ + "][-h][[::1]][-port][4711]",
       "3 -Dhost=1 -part=words -Dx=1 -Xmx77m",
       "3 ready"};
   EXPECT_EQ(lines, expected);
@@ -268,10 +268,9 @@ TEST_F(Server, EachDeathLeavesAnObituaryBehindTheLastWords) {
   Start(server_, "dies");
   ASSERT_TRUE(Eventually([this] { return recorder_.Starts() >= 3; }));
   server_.StopAll();
-  std::string cause;
-  std::string text;
-  const SCA_TikaObituary end = recorder_.End(0, &cause, &text);
+  const auto [end, cause, text] = recorder_.End(0);
   EXPECT_EQ(end.exitCode, 3);
+  EXPECT_EQ(end.isExitKnown, 1);
   EXPECT_EQ(end.signal + end.isRequested, 0);
   EXPECT_EQ(text.find("Tika process " + std::to_string(end.processId) +
                       " ended with exit code 3 after 0."),
@@ -283,38 +282,56 @@ TEST_F(Server, EachDeathLeavesAnObituaryBehindTheLastWords) {
   EXPECT_EQ(recorder_.Ends(), recorder_.Starts());
   EXPECT_GE(server_.GetTikaErrors(), 2U);
   EXPECT_GE(server_.GetSessionId(), 2U);
+
+  // A host that ignores SIGCHLD learns of the death, not of its way.
+  const auto former = std::signal(SIGCHLD, SIG_IGN);
+  const auto begin = recorder_.Starts();
+  Start(server_, "dies");
+  EXPECT_TRUE(Eventually([&] { return recorder_.Starts() >= begin + 2; }));
+  server_.StopAll();
+  std::signal(SIGCHLD, former);
+  const Ending unknown = recorder_.End(begin);
+  EXPECT_EQ(unknown.obituary.isExitKnown, 0);
+  EXPECT_NE(unknown.text.find(" ended with an unknown status after "), std::string::npos);
 }
 
 TEST_F(Server, AKilledProcessIsStartedAgainAndSoIsOneOnRequest) {
   EXPECT_EQ(server_.RequestRestart("too early"), 0);
-  Start(server_, "waits");
-  std::string cause;
-  std::string text;
+  Start(server_, "stubborn");
   for (unsigned long round = 1; round <= 2; ++round) {
     SCOPED_TRACE(round);
     ASSERT_TRUE(Eventually([&] { return server_.GetUpTime() > 0 && server_.GetProcessId() != 0; }));
     const auto pid = static_cast<pid_t>(server_.GetProcessId());
     ASSERT_TRUE(Eventually([&] { return server_.GetMemoryUsage() > 0; }));
+    ASSERT_TRUE(Eventually([&] {
+      const Texts lines = Lines(server_);
+      return std::count(lines.begin(), lines.end(), "3 ready") == static_cast<long>(round);
+    }));
     if (round == 1) ::kill(pid, SIGKILL);
     if (round == 2) {
       EXPECT_EQ(server_.RequestRestart("it grew too large"), 1);
+      // While it ends, which takes it long.
+      EXPECT_EQ(server_.RequestRestart("it grew too large", static_cast<unsigned long>(pid)), 1);
     }
     ASSERT_TRUE(Eventually([&] { return recorder_.Starts() == round + 1; }));
     EXPECT_TRUE(Ends(pid));
     EXPECT_NE(server_.GetProcessId(), static_cast<unsigned long>(pid));
     EXPECT_TRUE(Eventually([&] { return server_.GetSessionId() == round; }));
     EXPECT_EQ(server_.GetTikaErrors(), round);
-    const SCA_TikaObituary end = recorder_.End(round - 1, &cause, &text);
-    EXPECT_EQ(end.signal, round == 1 ? SIGKILL : SIGTERM);
+    const auto [end, cause, text] = recorder_.End(round - 1);
+    EXPECT_EQ(end.signal, SIGKILL);
     EXPECT_GT(end.memoryUsage, 0U);
     EXPECT_EQ(cause, round == 1 ? "" : "it grew too large");
     EXPECT_NE(text.find(round == 1 ? "by signal 9 (Killed)" : "restarted: it grew too large"),
               std::string::npos)
         << text;
+    EXPECT_EQ(server_.RequestRestart("it has gone", static_cast<unsigned long>(pid)), 0);
     server_.SetUpTime(0);
   }
+  ASSERT_TRUE(Eventually([&] { return server_.GetUpTime() > 300; }));
+  EXPECT_EQ(recorder_.Starts(), 3U) << "what was asked of a former process is not done to the next";
   server_.StopAll();
-  EXPECT_EQ(recorder_.End(2, &cause, &text).isRequested, 1);
+  EXPECT_EQ(recorder_.End(2).obituary.isRequested, 1);
   EXPECT_EQ(server_.GetTikaErrors(), 2U);
 }
 
@@ -421,6 +438,29 @@ TEST_F(Server, TheProcessTellsWhetherItLivesAndItsGroupDiesWithIt) {
   EXPECT_EQ(mute.GetProcessStatus(), SCA_ServerActive);
 }
 
+TEST_F(Server, TheEndOfAWorkerIsToldAndThatOfAToolIsNot) {
+  Start(server_, "parent");
+  ASSERT_TRUE(Says(server_, "ready"));
+  // Once its memory is known, it has been seen.
+  ASSERT_TRUE(Eventually([this] { return server_.GetUpTime() > 2500; }));
+  pid_t worker = 0;
+  for (const char* name : {"3 tool ", "3 worker "}) {
+    for (const std::string& line : Lines(server_)) {
+      if (line.rfind(name, 0) == 0) worker = std::stoi(line.substr(std::strlen(name)));
+    }
+    ASSERT_EQ(::kill(worker, SIGKILL), 0) << name;
+  }
+  ASSERT_TRUE(Eventually([this] { return server_.GetWorkerEnds() > 0; }));
+  EXPECT_TRUE(Says(server_, "5 Worker process " + std::to_string(worker) + " ended after "));
+  ASSERT_EQ(recorder_.Workers().size(), 1U);
+  EXPECT_EQ(recorder_.Workers()[0].processId, static_cast<unsigned long>(worker));
+  EXPECT_EQ(recorder_.Workers()[0].isExitKnown, 0);
+  EXPECT_GT(recorder_.Workers()[0].memoryUsage, 0U);
+  EXPECT_EQ(server_.GetTikaErrors() + recorder_.Ends(), 0U);
+  server_.StopAll();
+  EXPECT_EQ(server_.GetWorkerEnds(), 1U);
+}
+
 TEST_F(Server, StubbornProcessesEndSideBySide) {
   SCA_TikaServerList list;
   for (unsigned short port = 1; port <= 5; ++port) {
@@ -434,6 +474,14 @@ TEST_F(Server, StubbornProcessesEndSideBySide) {
   const Stopwatch watch;
   list.ClearAll();
   EXPECT_LT(watch.Ms(), 2LL * static_cast<long long>(SCA_ProcessStopGraceMs));
+  for (int id = 0; id < 5; ++id) {
+    const std::string text = "Tika server " + std::to_string(id) + " deactivated.";
+    const std::vector<CapturedReport> reports = reports_.All();
+    EXPECT_EQ(std::count_if(reports.begin(), reports.end(),
+                            [&](const CapturedReport& report) { return report.text == text; }),
+              1)
+        << text;
+  }
   EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
 }
 
@@ -455,40 +503,12 @@ TEST_F(Server, AKilledHostLeavesNoProcess) {
   EXPECT_TRUE(Ends(pid));
 }
 
-TEST_F(Server, FiveHundredRunsLeaveNothingBehind) {
+TEST_F(Server, StartersStoppersAndReadersMeetAndLeaveNothing) {
   // The first run makes what stays: the table of groups, the sanitizers' own.
-  Start(server_, "waits");
+  Start(server_, "flood");
   server_.StopAll();
   const std::ptrdiff_t descriptors = EntriesIn("/proc/self/fd");
-  const std::ptrdiff_t threads = EntriesIn("/proc/self/task");
-  constexpr int kServers = 10;
-  std::vector<std::thread> starters;
-  for (int i = 0; i < kServers; ++i) {
-    starters.emplace_back([this] {
-      SCA_TikaServer server(&config_);
-      unsigned long error = 0;
-      EXPECT_EQ(server.SetConfig(jar_.c_str(), 1, 1, "-part=waits", &error), 1);
-      for (int round = 0; round < 500 / kServers; ++round) {
-        EXPECT_EQ(server.StartProcess(&error), 1);
-        // As often before as after the process is there.
-        if (round % 2 == 0) {
-          EXPECT_TRUE(Eventually([&] { return server.GetProcessId() != 0; }));
-        }
-        EXPECT_EQ(server.StopAll(), 1);
-        EXPECT_EQ(server.GetProcessStatus(), SCA_ServerInactive);
-      }
-      EXPECT_EQ(server.StartProcess(&error), 1) << "left to the destructor";
-    });
-  }
-  for (std::thread& starter : starters) starter.join();
-  EXPECT_EQ(EntriesIn("/proc/self/fd"), descriptors);
-  EXPECT_TRUE(Eventually([&] { return EntriesIn("/proc/self/task") == threads; }));
-  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "no child is left, not even a zombie";
-}
-
-TEST_F(Server, StartersStoppersAndReadersMeet) {
-  unsigned long ignored = 0;
-  ASSERT_EQ(server_.SetConfig(jar_.c_str(), 1, 1, "-part=flood", &ignored), 1);
+  const std::ptrdiff_t tasks = EntriesIn("/proc/self/task");
   std::vector<std::thread> threads;
   const auto play = [&threads](int rounds, auto action) {
     threads.emplace_back([rounds, action] {
@@ -496,12 +516,14 @@ TEST_F(Server, StartersStoppersAndReadersMeet) {
     });
   };
   for (int i = 0; i < 2; ++i) {
-    play(10, [this] {
+    // One stops before the process is there, the other after it.
+    play(i == 0 ? 100 : 10, [this, i] {
       unsigned long error = 0;
       server_.StartProcess(&error);
       server_.SetJavaOptions("-part=flood");
-      EXPECT_TRUE(
-          Eventually([this] { return server_.GetProcessId() != 0 || server_.IsActive() == 0; }));
+      EXPECT_TRUE(i == 0 || Eventually([this] {
+                    return server_.GetProcessId() != 0 || server_.IsActive() == 0;
+                  }));
       server_.RequestRestart("by the test");
       server_.StopAll();
     });
@@ -516,6 +538,9 @@ TEST_F(Server, StartersStoppersAndReadersMeet) {
   });
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerInactive);
+  EXPECT_EQ(EntriesIn("/proc/self/fd"), descriptors);
+  EXPECT_TRUE(Eventually([&] { return EntriesIn("/proc/self/task") == tasks; }));
+  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "no child is left, not even a zombie";
 }
 
 TEST(TikaServer, CarriesItsFields) {

@@ -39,11 +39,12 @@ std::string Parsed(const std::string& header) {
   SCOPED_TRACE(header.substr(0, 200));
   const auto show = [](const tagSCA_HTTP_REQUEST& record) {
     return std::to_string(record.replyCode) + "|" + record.transferEncoding + "|" +
-           (record.hasContentLength != 0 ? std::to_string(record.contentLength) : "-");
+           (record.hasContentLength != 0 ? std::to_string(record.contentLength) : "-") +
+           (record.isContentEncoded != 0 ? "|encoded" : "");
   };
   // Of exactly this size on the heap: the sanitizers see a read behind it.
   const std::vector<char> exact(header.begin(), header.end());
-  tagSCA_HTTP_REQUEST record{4711, "before", 11, 1};
+  tagSCA_HTTP_REQUEST record{4711, "before", 11, 1, 0};
   const int done = SCA_HttpParser::ParseHttpHeader(exact.data(), exact.size(), &record);
   SCA_HttpClientRequest request;
   request.SetReplyCode(4711);
@@ -77,6 +78,9 @@ TEST(ParseHttpHeader, FillsTheRecord) {
       {"transfer-encoding:\tChunked \r\n", "Chunked|-"},
       {"Transfer-Encoding: a, b\r\nContent-Length: 3\r\nTRANSFER-ENCODING: c\r\n", "a, b, c|3"},
       {"Transfer-Encoding: " + longest + "\r\n", longest + "|-"},
+      {"Content-Encoding: gzip\r\n", "|-|encoded"},
+      {"content-encoding: identity , br\r\nContent-Encoding: identity\r\n", "|-|encoded"},
+      {"Content-Encoding:\tIDENTITY,, identity\r\nContent-Encoding: \r\n", "|-"},
       {"Empty:\r\nBlank: \r\nColons: a:b::\r\n!#$%&'*+-.^_`|~09aZ: \xE4\tb\r\n", "|-"}};
   for (const auto& [field, expected] : fields) {
     EXPECT_EQ(Parsed(WithFields(field)), "200|" + expected) << field;

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -18,12 +18,18 @@
 
 #include "platform/SCA_Error.h"
 #include "platform/posix/SCA_Posix.h"
+#include "tests/support/Environment.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/Timing.h"
+#include "tests/support/Worker.h"
 
 namespace {
 
 using Texts = std::vector<std::string>;
+
+constexpr unsigned long Code(int error) {
+  return static_cast<unsigned long>(error);
+}
 
 constexpr char kWorker[] = "/proc/self/exe --worker ";
 constexpr char kVariable[] = "SCA_TEST_VARIABLE";
@@ -73,19 +79,13 @@ struct Child {
   int End() {
     SCA_ProcessExit exit;
     EXPECT_EQ(process->GetExit(&exit), 1);
+    EXPECT_EQ(exit.isKnown, 1);
     return exit.signal != 0 ? -exit.signal : exit.exitCode;
   }
 };
 
-[[noreturn]] void WaitForEver() {
-  for (;;) ::pause();
-}
-
 void Write(const std::string& text) {
-  for (std::size_t done = 0; done < text.size();) {
-    const ssize_t count = ::write(STDOUT_FILENO, text.data() + done, text.size() - done);
-    if (count > 0) done += static_cast<std::size_t>(count);
-  }
+  WriteAll(STDOUT_FILENO, text);
 }
 
 std::string FloodLine(std::size_t number) {
@@ -200,18 +200,6 @@ int PlayPart(const std::string& part, const Texts& arguments) {
 __attribute__((constructor)) void BecomeWorker(int count, char** words) {
   if (count < 3 || std::string(words[1]) != "--worker") return;
   ::_exit(PlayPart(words[2], Texts(words + 3, words + count)));
-}
-
-// Waits for the end of a process that is no child of this one.
-bool Ends(const std::string& pid, int timeoutMs = kDeadlineMs) {
-  const SCA_Fd fd(static_cast<int>(::syscall(SYS_pidfd_open, std::stoi(pid), 0)));
-  pollfd entry{fd.Get(), POLLIN, 0};
-  return !fd.IsOpen() || ::poll(&entry, 1, timeoutMs) == 1;
-}
-
-std::ptrdiff_t OpenDescriptors() {
-  const std::filesystem::directory_iterator entries("/proc/self/fd");
-  return std::distance(begin(entries), end(entries));
 }
 
 TEST(Process, TellsHowTheChildEnded) {
@@ -333,9 +321,9 @@ TEST(Process, ADescendantKeepsNothingBackAndEndsWithTheGroup) {
   // The heir holds the pipe open, and the child's last words have no line end.
   const Texts lines = child.Play("bequeath");
   ASSERT_EQ(lines.size(), 2U);
-  EXPECT_FALSE(Ends(lines[1], 0)) << "the heir runs";
+  EXPECT_FALSE(Ends(std::stoi(lines[1]), 0)) << "the heir runs";
   child.process->Stop(kLongGraceMs);
-  EXPECT_TRUE(Ends(lines[1]));
+  EXPECT_TRUE(Ends(std::stoi(lines[1])));
   EXPECT_EQ(child.End(), 5);
 }
 
@@ -416,23 +404,61 @@ TEST(Process, AFailedStartSaysWhyAndLeavesNothing) {
       {dir.Path(), EACCES},           {dir.Write("not-executable", "#!/bin/sh\n"), EACCES},
       {" \t ", SCA_ErrorCommandLine}, {"true \"open", SCA_ErrorCommandLine},
       {"", SCA_ErrorCommandLine},     {"\"\"", SCA_ErrorCommandLine}};
-  const std::ptrdiff_t descriptors = OpenDescriptors();
+  const std::ptrdiff_t descriptors = EntriesIn("/proc/self/fd");
   Child child;
   for (const auto& [command, code] : rows) {
     EXPECT_EQ(child.Start(command), code) << command;
     EXPECT_EQ(child.process->IsRunning(), 0);
   }
-  EXPECT_EQ(OpenDescriptors(), descriptors);
+  EXPECT_EQ(EntriesIn("/proc/self/fd"), descriptors);
   EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
   EXPECT_EQ(child.Start("true"), 0U) << "the object can still start a child";
 }
 
+TEST(Process, ProgramsAreFoundOnTheSearchPathAlone) {
+  const TempDir dir;
+  const std::string program = dir.Write("program", "#!/bin/sh\nexit 7\n");
+  ASSERT_EQ(::chmod(program.c_str(), 0700), 0);
+  const auto former = std::filesystem::current_path();
+  std::filesystem::current_path(dir.Path());
+  const ScopedVariable restored("PATH", "");
+  for (const char* path : {"", ":/bin", "/bin::/usr/bin", "/bin:"}) {
+    ::setenv("PATH", path, 1);
+    EXPECT_EQ(Child().Start("program"), Code(ENOENT)) << "PATH is " << path;
+  }
+  ::unsetenv("PATH");
+  EXPECT_EQ(Child().Start("program"), Code(ENOENT));
+  EXPECT_EQ(Child().Start("true"), 0U) << "the system's own directories";
+  for (const char* path : {".", "/bin:.", dir.Path().c_str()}) {
+    ::setenv("PATH", path, 1);
+    Child child;
+    EXPECT_EQ(child.Start("program"), 0U) << "PATH names the directory: " << path;
+    child.ReadAll();
+    EXPECT_EQ(child.End(), 7);
+  }
+  std::filesystem::current_path(former);
+}
+
+TEST(Process, AHostThatIgnoresSigchldKnowsOfTheEndAndNotOfItsWay) {
+  const auto former = std::signal(SIGCHLD, SIG_IGN);
+  for (int i = 0; i < 20; ++i) {
+    Child child;
+    SCA_ProcessExit exit;
+    EXPECT_EQ(child.Start(std::string(kWorker) + "exit 3"), 0U);
+    EXPECT_EQ(child.ReadAll(), Texts());
+    EXPECT_EQ(child.process->GetExit(&exit), 1);
+    EXPECT_EQ(exit.isKnown, 0);
+  }
+  EXPECT_EQ(Child().Start("no-such-program-in-the-path"), Code(ENOENT));
+  std::signal(SIGCHLD, former);
+}
+
 TEST(Process, LeavesNeitherDescriptorsNorAZombieBehind) {
-  const std::ptrdiff_t descriptors = OpenDescriptors();
+  const std::ptrdiff_t descriptors = EntriesIn("/proc/self/fd");
   for (const char* part : {"exit 3", "wait", "mute"}) {
     EXPECT_EQ(Child().Start(std::string(kWorker) + part), 0U);
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << part;
-    EXPECT_EQ(OpenDescriptors(), descriptors);
+    EXPECT_EQ(EntriesIn("/proc/self/fd"), descriptors);
   }
 }
 
@@ -444,9 +470,9 @@ TEST(Process, TheChildAndItsDescendantsDieWithTheParent) {
     std::string pid;
     ASSERT_EQ(middle.Start(std::string(kWorker) + part), 0U);
     ASSERT_TRUE(middle.ReadLine(&pid));
-    EXPECT_FALSE(Ends(pid, 0));
+    EXPECT_FALSE(Ends(std::stoi(pid), 0));
     ::kill(middle.Pid(), SIGKILL);
-    EXPECT_TRUE(Ends(pid));
+    EXPECT_TRUE(Ends(std::stoi(pid)));
   }
 }
 

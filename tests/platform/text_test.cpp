@@ -23,6 +23,11 @@ TEST(CopyText, CutsOrRefusesAtTheCapacityAndWritesNothingBehindIt) {
     EXPECT_EQ(SCA_CopyText(refused, size, source, SCA_TextFit::Refuse), whole) << size;
     EXPECT_STREQ(refused, whole != 0 ? kept : "old");
   }
+  std::string field(100000, 'x');  // long enough for a copy in blocks to show
+  for (std::size_t i = 0; i < field.size(); ++i) field[i] = static_cast<char>('a' + i * 7 / 3 % 26);
+  const std::string rest = field.substr(3);
+  EXPECT_EQ(SCA_CopyText(field.data(), field.size() + 1, field.c_str() + 3, SCA_TextFit::Cut), 1);
+  EXPECT_EQ(field.c_str(), rest) << "a part of the field itself";
 }
 
 std::string Tokens(const char* text, unsigned long size) {

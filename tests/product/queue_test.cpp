@@ -109,18 +109,30 @@ TEST_F(Queue, AbandonedRequestsAreDeletedOnTheWay) {
   EXPECT_EQ(queue_.GetRequestCount(), 0U);
 }
 
-TEST_F(Queue, RequestsAndClientsAreTakenBackOnce) {
+// A pool or queue that one thread alone uses may be changed as any list.
+TEST_F(Queue, CountsAreThoseOfTheListWhoeverChangesIt) {
   SCA_TikaClient* client = AddClient(1);
-  AddClient(1);
-  SCA_TikaClientRequest* request = AddRequest({1});
-  EXPECT_EQ(queue_.RemoveRequest(request), 1);
-  EXPECT_EQ(queue_.RemoveRequest(request), 0);
-  EXPECT_EQ(pool_.RemoveClient(client->GetClientId()), 1);
-  EXPECT_EQ(pool_.RemoveClient(client->GetClientId()), 1) << "an absent client is no failure";
-  SCA_TikaClient* found = nullptr;
-  EXPECT_EQ(pool_.GetClient(0, &found), 0);
+  pool_.AddItemToTail(client, 7UL);
+  EXPECT_EQ(pool_.GetNumOfClients(), 2U);
+  pool_.DeleteListItem(pool_.GetHead());
   EXPECT_EQ(pool_.GetNumOfClients(), 1U);
+  SCA_TikaClientRequest* request = AddRequest({1});
+  queue_.AddItemToHead(request);
+  EXPECT_EQ(queue_.GetRequestCount(), 2U);
+  EXPECT_EQ(Take().first, request);
+  EXPECT_EQ(queue_.GetRequestCount(), 1U);
+  EXPECT_EQ(pool_.GetNumOfClients(), 0U);
+  EXPECT_EQ(queue_.RemoveRequest(request), 1);
+  EXPECT_EQ(queue_.RemoveRequest(request), 0) << "taken back once";
   EXPECT_EQ(queue_.GetRequestCount(), 0U);
+  AddRequest({1});
+  queue_.Clear();
+  EXPECT_EQ(queue_.GetRequestCount(), 0U);
+  client = AddClient(1);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(pool_.RemoveClient(client->GetClientId()), 1) << "an absent client is no failure";
+    EXPECT_EQ(pool_.GetNumOfClients(), 0U);
+  }
 }
 
 TEST_F(Queue, ClientWhoseIdWasChangedLeavesThePoolAsTaken) {
@@ -231,23 +243,30 @@ TEST_F(Queue, NothingIsLostOrServedTwiceUnderManyThreads) {
   EXPECT_EQ(pool_.GetNumOfClients(), 6U);
 }
 
-// With one producer and one consumer the order of adding is the order of taking.
-TEST_F(Queue, OldestFirstHoldsWhileRequestsAreAdded) {
-  constexpr unsigned long kCount = 5000;
-  AddClient(1);
-  std::thread producer([this] {
-    for (unsigned long i = 0; i < kCount; ++i) queue_.AddRequest(new CountedRequest({1}));
-  });
-  unsigned long outOfOrder = 0;
-  for (unsigned long expected = 0; expected < kCount;) {
-    const Taken taken = Take();
-    if (taken.first == nullptr) continue;
-    if (taken.first->GetRequestId() != expected++) ++outOfOrder;
-    taken.first->Destroy();
-    pool_.AddClient(taken.second, taken.second->GetClientId());
+TEST_F(Queue, ClientsThatManyThreadsAddAllGetIntoThePool) {
+  constexpr unsigned long kEach = 20000;
+  std::atomic<int> waiting{4};
+  std::vector<std::thread> threads;
+  for (unsigned long t = 0; t < 4; ++t) {
+    SCA_TikaClient* const client = NewClient(t);
+    threads.emplace_back([this, client, t, &waiting] {
+      unsigned long id = 0;
+      for (--waiting; waiting > 0;) std::this_thread::yield();
+      for (unsigned long i = 0; i < kEach; ++i) {
+        if (t % 2 == 0) {
+          pool_.AddClient(client, &id);
+        } else {
+          pool_.AddClient(client, i);
+        }
+      }
+    });
   }
-  producer.join();
-  EXPECT_EQ(outOfOrder, 0U);
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(pool_.GetNumOfClients(), 4 * kEach);
+  unsigned long nodes = 0;
+  for (const auto* node = pool_.GetHead(); node != nullptr; node = node->GetNext()) ++nodes;
+  EXPECT_EQ(nodes, 4 * kEach);
+  EXPECT_EQ(pool_.GetNextItemId(), 2 * kEach);
 }
 
 }  // namespace

@@ -71,6 +71,7 @@ TEST_F(StatusList, KeepsACopyOfTheRecordAndClientsThatAreNotItsOwn) {
   record_.SetHostName("elsewhere");
   EXPECT_STREQ(status->GetService()->GetHostName(), "127.0.0.1");
   EXPECT_EQ(status->UpdateService(&record_), 1);
+  EXPECT_EQ(status->UpdateService(nullptr), 0);
   EXPECT_STREQ(status->GetService()->GetHostName(), "elsewhere");
   EXPECT_EQ(status->GetServiceId(), 7U);
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <memory>
 
@@ -14,10 +15,10 @@
 #include "host/SCA_TikaServerList.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Text.h"
+#include "programs/tikafault/FaultServer.h"
 #include "settings/SCA_TikaConfigOrv.h"
 #include "tests/control/fake_service.h"
 #include "tests/support/Program.h"
-#include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/Timing.h"
 
@@ -25,14 +26,10 @@ namespace {
 
 constexpr int kNoLimit = 1 << 30;
 
-std::string TextOf(const std::string& request) {
-  return ChunkedReply("text of " + request.substr(request.find("\r\n\r\n") + 4), 64);
-}
-
 /// Deletes for a connection what it has added, as a service host does; one connection at a time.
 class ScriptedHost : public FakeService {
  public:
-  explicit ScriptedHost(const char* address, unsigned long loginMode = 0)
+  explicit ScriptedHost(const char* address, unsigned long loginMode = 1)
       : address_(address), factory_(this, loginMode) {
     Open();
   }
@@ -56,10 +53,12 @@ class ScriptedHost : public FakeService {
   }
   std::string Service() const { return address_ + (":" + std::to_string(controlPort_)); }
   std::string Address() const { return address_; }
-  unsigned short ControlPort() const { return controlPort_; }
-  unsigned short FreePort() const {
-    return ScriptedServer([](ServerConnection&) {}, 1, 0, address_).Port();
+  void OpenLocal(const std::string& path) {
+    unsigned long error = 0;
+    EXPECT_EQ(port_->OpenLocal(path.c_str(), nullptr, &error), 1) << SCA_ErrorText(error);
   }
+  unsigned short ControlPort() const { return controlPort_; }
+  unsigned short FreePort() const { return Listener(address_, 0, 1).Port(); }
   /// A server that is there before the run.
   unsigned short Keep(unsigned long status) {
     const unsigned short port = FreePort();
@@ -67,7 +66,7 @@ class ScriptedHost : public FakeService {
     unsigned long idle = 0;
     unsigned long code = 0;
     AddServer("kept.jar", port, 1, "", &id, &idle, &code);
-    added_.clear();
+    TakeAdded();
     SetStatus(id, status);
     if (status == SCA_ServerActive) StartServer(id, &idle, &code);
     return port;
@@ -120,8 +119,7 @@ class ScriptedHost : public FakeService {
     const std::lock_guard<std::mutex> guard(mutex_);
     SCA_TikaServer* server = nullptr;
     if (*code == 0 && list_.GetServer(id, &server) != 0) {
-      running_[id] = std::make_unique<ScriptedServer>([this](auto& peer) { Serve(peer); }, 16,
-                                                      server->GetPortNumber(), address_);
+      running_[id] = std::make_unique<FaultServer>(TikaOn(server->GetPortNumber()));
     }
     return Record("StartServer", {id});
   }
@@ -133,7 +131,7 @@ class ScriptedHost : public FakeService {
     return Record("DeleteServer", {id});
   }
   int DeleteAllServers() override {
-    for (const unsigned long id : std::exchange(added_, {})) DeleteServer(id);
+    for (const unsigned long id : TakeAdded()) DeleteServer(id);
     return Record("DeleteAllServers");
   }
 
@@ -141,12 +139,17 @@ class ScriptedHost : public FakeService {
   struct Factory : FakeFactory {
     Factory(ScriptedHost* host, unsigned long mode) : FakeFactory(host, mode), host_(host) {}
     int OnDisconnect(unsigned long agentId) override {
-      host_->added_.clear();
+      host_->TakeAdded();
       return FakeFactory::OnDisconnect(agentId);
     }
     ScriptedHost* host_;
   };
 
+  // What the connection has added, which is then nobody's.
+  std::set<unsigned long> TakeAdded() {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return std::exchange(added_, {});
+  }
   // The former one ends outside of the lock, which its connections may be waiting for.
   void Exchange(std::unique_ptr<SCA_TikaServiceServer> port) {
     const std::lock_guard<std::mutex> guard(mutex_);
@@ -158,18 +161,18 @@ class ScriptedHost : public FakeService {
     if (list_.GetServer(id, &server) != 0) server->SetProcessStatus(status);
     return status;
   }
-  void Serve(ServerConnection& peer) {
-    for (;;) {
-      const std::string request = peer.ReceiveRequest();
-      if (request.rfind("GET /version", 0) == 0) {
-        peer.Send("HTTP/1.0 200 OK\r\nContent-Length: 4\r\n\r\nTika");
-        return;
-      }
+  FaultServerOptions TikaOn(unsigned short port) {
+    FaultServerOptions options;
+    options.address = address_;
+    options.port = port;
+    options.choose = [this](const DocumentHead&) {
       EXPECT_TRUE(Eventually([this] { return isDying_.load() || served.load() < limit.load(); }));
-      if (isDying_.load() || request.empty()) return;
-      served.fetch_add(1);
-      peer.Send(TextOf(request));
-    }
+      if (!isDying_.load()) served.fetch_add(1);
+      FaultSpec fault;
+      if (isDying_.load()) ParseFault("close", &fault);
+      return fault;
+    };
+    return options;
   }
 
   const char* const address_;
@@ -179,7 +182,7 @@ class ScriptedHost : public FakeService {
   SCA_TikaServerList list_;
   std::set<unsigned long> added_;
   std::atomic<bool> isDying_{false};
-  std::map<unsigned long, std::unique_ptr<ScriptedServer>> running_;
+  std::map<unsigned long, std::unique_ptr<FaultServer>> running_;
   std::unique_ptr<SCA_TikaServiceServer> port_;
 };
 
@@ -207,8 +210,8 @@ class TikaExtractServices : public ::testing::Test {
 };
 
 TEST_F(TikaExtractServices, ServiceThatGoesIsLeftOutUntilItIsBack) {
-  ScriptedHost staying("127.0.0.1", 1);
-  ScriptedHost going("127.0.0.2", 1);
+  ScriptedHost staying("127.0.0.1");
+  ScriptedHost going("127.0.0.2");
   const unsigned short foreign = staying.Keep(SCA_ServerActive);
   SCA_TikaConfigOrv settings;
   settings.SetMode(SCA_TikaModeEnabled);
@@ -248,7 +251,7 @@ TEST_F(TikaExtractServices, ServiceThatGoesIsLeftOutUntilItIsBack) {
   staying.limit.store(kNoLimit);
   EXPECT_EQ(program.Wait(), 0) << program.Error();
   EXPECT_EQ(program.Output(), expected);
-  EXPECT_NE(program.Error().find("is back"), std::string::npos);
+  EXPECT_TRUE(Has(program.Error(), "is back"));
   for (ScriptedHost* host : {&staying, &going}) {
     const std::vector<std::string> calls = host->Calls();
     const std::string added = "AddServer wanted.jar|-Dx=y " + std::to_string(wanted[host]) + " 77";
@@ -263,12 +266,12 @@ TEST_F(TikaExtractServices, ServersOfALostConnectionAreFoundAgainAndLeftToTheHos
   host.closesAfterAdd = true;
   const unsigned short port = host.FreePort();
   // Keeps the run going until the service has had its document.
-  ScriptedServer other([&host](ServerConnection& peer) {
-    for (std::string request; !(request = peer.ReceiveRequest()).empty();) {
-      EXPECT_TRUE(Eventually([&host] { return host.served.load() > 0; }));
-      peer.Send(TextOf(request));
-    }
-  });
+  FaultServerOptions waiting;
+  waiting.choose = [&host](const DocumentHead&) {
+    EXPECT_TRUE(Eventually([&host] { return host.served.load() > 0; }));
+    return FaultSpec();
+  };
+  const FaultServer other(waiting);
   Program program("tikaextract",
                   {"-v", "--service", host.Service(), "--service-first-port", std::to_string(port),
                    "--server", "localhost:" + std::to_string(other.Port()), "--key", KeyFile("ab"),
@@ -278,7 +281,7 @@ TEST_F(TikaExtractServices, ServersOfALostConnectionAreFoundAgainAndLeftToTheHos
   EXPECT_EQ(program.Wait(), 0) << program.Error();
   EXPECT_EQ(program.Output(), "text of xtext of y");
   EXPECT_TRUE(host.Has(port));
-  EXPECT_NE(program.Error().find("may run on"), std::string::npos) << program.Error();
+  EXPECT_TRUE(Has(program.Error(), "may run on"));
 }
 
 TEST_F(TikaExtractServices, ServiceWithoutServersSaysWhatToDo) {
@@ -289,8 +292,8 @@ TEST_F(TikaExtractServices, ServiceWithoutServersSaysWhatToDo) {
     std::vector<std::string> arguments;
     unsigned long addCode = 0;
     unsigned long startCode = 0;
-    unsigned long mode = 0;
     const char* key = "ab";
+    unsigned long mode = 1;
   };
   constexpr unsigned long kNone = 0xFFFF;
   const Row rows[] = {
@@ -301,7 +304,8 @@ TEST_F(TikaExtractServices, ServiceWithoutServersSaysWhatToDo) {
       {"", SCA_ServerInactive, {"--service-servers", "1"}},
       {"JAR file does not exist", kNone, {"--service-jar", "j"}, SCA_ErrorNoJar},
       {"JAR file does not exist", kNone, {"--service-jar", "j"}, 0, SCA_ErrorNoJar},
-      {"the login was refused", SCA_ServerActive, {}, 0, 0, 1, "cd"},
+      {"the login was refused", SCA_ServerActive, {}, 0, 0, "cd"},
+      {"asks for no login although", SCA_ServerActive, {}, 0, 0, "ab", 0},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.complaint + " " + std::to_string(row.kept));
@@ -322,8 +326,26 @@ TEST_F(TikaExtractServices, ServiceWithoutServersSaysWhatToDo) {
     EXPECT_EQ(program.Output(), row.complaint.empty() ? "text of x" : "");
     const std::string error = program.Error();
     EXPECT_EQ(std::count(error.begin(), error.end(), '\n'), row.complaint.empty() ? 0 : 1) << error;
-    EXPECT_NE(error.find(row.complaint), std::string::npos) << error;
+    EXPECT_TRUE(Has(error, row.complaint));
     EXPECT_EQ(host.Has(port), row.kept != kNone) << "what was there stays, nothing else does";
+  }
+}
+
+TEST_F(TikaExtractServices, ServiceOfThisMachineNeedsNoKey) {
+  const std::string text = dir_.Write("x.pdf", "x");
+  const std::string socket = dir_.File("Tika Service/data/control.socket");
+  std::filesystem::create_directories(dir_.File("Tika Service/data"));
+  ScriptedHost host("127.0.0.1");
+  host.Keep(SCA_ServerActive);
+  for (const bool isOpen : {false, true}) {
+    if (isOpen) host.OpenLocal(socket);
+    for (const std::string& service : {std::string("local"), socket}) {
+      Program program("tikaextract", {"--service", service, text},
+                      {"XDG_CONFIG_HOME=" + dir_.Path()});
+      EXPECT_EQ(program.Wait(), isOpen ? 0 : 3);
+      EXPECT_EQ(program.Output(), isOpen ? "text of x" : "");
+      EXPECT_EQ(program.Error().find(socket) != std::string::npos, !isOpen) << program.Error();
+    }
   }
 }
 
@@ -370,8 +392,7 @@ TEST_F(TikaExtractServices, WishesAreSavedAndWrongUseSaysWhatIsWrong) {
   for (const auto& [arguments, complaint] : rows) {
     SCOPED_TRACE(complaint);
     Program program("tikaextract", arguments);
-    EXPECT_EQ(program.Wait(), 2);
-    EXPECT_NE(program.Error().find(complaint), std::string::npos) << program.Error();
+    EXPECT_TRUE(Ends(program, 2, complaint));
   }
 }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -11,10 +12,11 @@
 #include <sstream>
 
 #include "control/SCA_ServiceStatusNames.h"
+#include "control/SCA_TikaInterface.h"
 #include "control/SCA_TikaServiceServer.h"
 #include "host/SCA_TikaServer.h"
 #include "platform/SCA_Error.h"
-#include "tests/control/fake_service.h"
+#include "tests/control/fake_host.h"
 #include "tests/support/Program.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
@@ -133,7 +135,8 @@ class ScriptedHost : public FakeService {
     SCA_ConfigObj* death = history->AddConfigObj("0");
     death->AddField(Death::Kind, "heap exhausted", 0);
     death->AddField(Death::RunTime, 11045000ULL, 0);
-    death->AddField(Death::Signal, 9, 0);
+    death->AddField(Death::ExitCode, 137, 0);
+    death->AddField(Death::Worker, 1, 0);
     SCA_ConfigObj* memory = death->AddConfigObj(Death::Memory);
     for (const int before : {3, 2, 1}) {
       memory->AddField(std::to_string(before * 1000).c_str(), (4ULL - before) << 20, 0);
@@ -153,26 +156,20 @@ class ScriptedHost : public FakeService {
 
 class TikaCtl : public ::testing::Test {
  protected:
-  void SetUp() override { Open(0); }
-
-  void Open(unsigned short port) {
-    unsigned long error = 0;
-    server_ = std::make_unique<SCA_TikaServiceServer>(&factory_, port, &error);
-    ASSERT_TRUE(server_->IsValid()) << SCA_ErrorText(error);
-    port_ = server_->GetPort();
-  }
   std::string Name() const { return "127.0.0.1:" + std::to_string(port_); }
   std::unique_ptr<Program> Start(Texts arguments) const {
     arguments.insert(arguments.begin(), {"-H", Name()});
+    return StartBare(arguments);
+  }
+  std::unique_ptr<Program> StartBare(const Texts& arguments) const {
     return std::make_unique<Program>("tikactl", arguments,
                                      Texts{"XDG_CONFIG_HOME=" + dir_.Path(), "TERM=xterm"});
   }
 
   TempDir dir_;
-  ScriptedHost host_;
-  FakeFactory factory_{&host_};
-  std::unique_ptr<SCA_TikaServiceServer> server_;
-  unsigned short port_ = 0;
+  FakeHost<ScriptedHost> fake_;
+  ScriptedHost& host_ = fake_.service;
+  const unsigned short port_ = fake_.Port();
 };
 
 // Line breaks and printable UTF-8 alone.
@@ -226,8 +223,8 @@ TEST_F(TikaCtl, SaysWhatWasDoneAndWhyNot) {
       {{"save-log", "on", "x"}, 2, {"DIR is a directory on the host"}},
       {{"history", "0"},
        0,
-       {"heap exhausted", "ran 3 h 4 min", "signal 9", "▁▅█ min 1 MB, max 3 MB, over 2 s",
-        "| two\n"}},
+       {"a worker of server ", "heap exhausted", "ran 3 h 4 min",
+        "exit code 137; the server ran on", "▁▅█ min 1 MB, max 3 MB, over 2 s", "| two\n"}},
       {{"ping", "-c", "1"}, 0, {"request 1 answered in ", "1 request, 1 answered; min "}},
       {{"version"}, 0, {"text 1 of GetVersionInfo"}},
       {{"top", "-n", "1"}, 0, {"READ/s", "\n 4  9998  given up"}},
@@ -245,7 +242,7 @@ TEST_F(TikaCtl, SaysWhatWasDoneAndWhyNot) {
     const auto program = Start(row.arguments);
     EXPECT_EQ(program->Wait(), row.status);
     const std::string said = program->Output() + program->Error();
-    for (const std::string& text : row.said) EXPECT_NE(said.find(text), std::string::npos) << said;
+    for (const std::string& text : row.said) EXPECT_TRUE(Has(said, text));
     EXPECT_TRUE(IsFitForTerminal(said)) << said;
     EXPECT_TRUE(row.status != 1 || program->Error().find("tikactl: " + Name()) == 0) << said;
   }
@@ -260,13 +257,12 @@ TEST_F(TikaCtl, WaitsUntilTheServersAnswerOrTheHostIsGone) {
   EXPECT_EQ(Start({"start", "0", "--wait", "60"})->Wait(), 0);
   EXPECT_EQ(Start({"suspend", "--wait", "60"})->Wait(), 0);
   const auto stopped = Start({"start", "0", "--wait", "60"});
-  EXPECT_EQ(stopped->Wait(), 1);
-  EXPECT_NE(stopped->Error().find("server 0 was stopped meanwhile"), std::string::npos);
+  EXPECT_TRUE(Ends(*stopped, 1, "server 0 was stopped meanwhile"));
   const auto shutdown = Start({"shutdown", "--wait", "60"});
   ASSERT_EQ(host_.stop.Wait(kDeadlineMs), 1);
-  server_.reset();
+  fake_.server.reset();
   EXPECT_EQ(shutdown->Wait(), 0);
-  EXPECT_NE(shutdown->Output().find("the service host is gone"), std::string::npos);
+  EXPECT_TRUE(Has(shutdown->Output(), "the service host is gone"));
 }
 
 TEST_F(TikaCtl, JsonKeepsEverythingUnderFriendlyNames) {
@@ -320,18 +316,15 @@ TEST_F(TikaCtl, HostsAreShownInTheirOrderAndADeadOneHidesNoOther) {
     ASSERT_NE(at, std::string::npos) << output;
     ++at;
   }
-  EXPECT_NE(program->Error().find(deadName + ": cannot connect: Connection refused"),
-            std::string::npos);
-  EXPECT_NE(program->Error().find(webName + ": cannot connect: the peer does not speak"),
-            std::string::npos);
+  EXPECT_TRUE(Has(program->Error(), deadName + ": cannot connect: Connection refused"));
+  EXPECT_TRUE(Has(program->Error(), webName + ": cannot connect: the peer does not speak"));
 
   Texts json = hosts;
   json.emplace_back("--json");
   const auto records = Start(json);
   EXPECT_EQ(records->Wait(), 3);
-  std::istringstream lines(records->Output());
   Texts names;
-  for (std::string line; std::getline(lines, line);) {
+  for (const std::string& line : Lines(records->Output())) {
     const Json record = Json::parse(line);
     names.push_back(record["host"]);
     EXPECT_EQ(record.contains("error"), record["host"] != Name()) << line;
@@ -355,19 +348,56 @@ TEST_F(TikaCtl, RefusedLoginHasAStatusOfItsOwn) {
   ASSERT_TRUE(server.IsValid()) << SCA_ErrorText(error);
   const std::string name = "127.0.0.1:" + std::to_string(server.GetPort());
   const struct {
-    Texts key;
+    Texts arguments;
     int status;
-    const char* said;
-  } rows[] = {{{"--key", right}, 0, ""},
-              {{"--key", wrong}, 4, "the control keys of both ends differ"},
-              {{}, 4, "there is no control key for it; copy the host's control.key to "}};
+    std::string said;
+  } rows[] = {
+      {{"-H", name, "--key", right}, 0, ""},
+      {{"-H", name, "--key", wrong}, 4, "the control keys of both ends differ"},
+      {{"-H", name}, 4, "there is no control key for it; copy the host's control.key to "},
+      {{"-H", Name(), "--key", right}, 4, "asks for no login although a control key is set for it"},
+      {{"-H", "/no/socket"}, 3, "/no/socket: cannot connect: No such file"},
+  };
   for (const auto& row : rows) {
-    Texts arguments{"-H", name, "version"};
-    arguments.insert(arguments.end(), row.key.begin(), row.key.end());
-    const auto program = Start(arguments);
-    EXPECT_EQ(program->Wait(), row.status);
-    EXPECT_NE(program->Error().find(row.said), std::string::npos) << program->Error();
+    Texts arguments = row.arguments;
+    arguments.emplace_back("version");
+    const auto program = StartBare(arguments);
+    EXPECT_TRUE(Ends(*program, row.status, row.said));
   }
+}
+
+TEST_F(TikaCtl, FindsTheHostOfThisMachineWithoutAKey) {
+  const auto none = StartBare({"version"});
+  EXPECT_EQ(none->Wait(), 3);
+  const std::string own = dir_.File("Tika Service/data/control.socket");
+  for (const std::string& place : {own, std::string("/var/lib/tikasvc/")}) {
+    EXPECT_TRUE(Has(none->Error(), place));
+  }
+  // Where the account's configuration has its data directory.
+  const std::string moved = dir_.File("elsewhere/control.socket");
+  std::filesystem::create_directories(dir_.File("Tika Service/data"));
+  std::filesystem::create_directories(dir_.File("elsewhere"));
+  unsigned long error = 0;
+  for (const std::string& place : {own, moved}) {
+    if (place == moved) {
+      SCA_ConfigObj user("User", nullptr);
+      user.AddField("DataDirectory", dir_.File("elsewhere").c_str(), 0);
+      ASSERT_EQ(user.Save(dir_.File("Tika Service/tika_service.trv").c_str(), 9001, 9, &error), 1);
+      fake_.Open();
+    }
+    ASSERT_EQ(fake_.server->OpenLocal(place.c_str(), nullptr, &error), 1) << SCA_ErrorText(error);
+    const auto program = StartBare({"--json", "version"});
+    EXPECT_EQ(program->Wait(), 0) << program->Error();
+    EXPECT_EQ(Json::parse(program->Output())["host"], "local");
+  }
+  // A host that is there and full is not passed over for another one.
+  SCA_TikaInterface other;
+  ASSERT_EQ(other.Connect(moved.c_str(), 0, 5000, &error), 1) << SCA_ErrorText(error);
+  fake_.server->SetMaxConnections(1);
+  const auto refused = StartBare({"version"});
+  EXPECT_EQ(refused->Wait(), 3);
+  EXPECT_NE(refused->Error().find(moved + " cannot be asked"), std::string::npos);
+  EXPECT_EQ(refused->Error().find("/var/lib/tikasvc/"), std::string::npos) << refused->Error();
 }
 
 TEST_F(TikaCtl, FollowsALogThatIsClearedOutrunAndLost) {
@@ -376,8 +406,7 @@ TEST_F(TikaCtl, FollowsALogThatIsClearedOutrunAndLost) {
   const auto printed = [&program](const std::string& texts) {
     return Eventually([&] {
       std::string found;
-      std::istringstream lines(program->Output());
-      for (std::string line; std::getline(lines, line);) found += line.back();
+      for (const std::string& line : Lines(program->Output())) found += line.back();
       return found == texts;
     });
   };
@@ -390,10 +419,10 @@ TEST_F(TikaCtl, FollowsALogThatIsClearedOutrunAndLost) {
   host_.SetLog({{0, "f"}, {9, "g"}, {10, "h"}}, 8);
   EXPECT_TRUE(program->WaitForError("the log of server 0 was cleared"));
   EXPECT_TRUE(printed("bcdefgh")) << program->Output();
-  server_.reset();
+  fake_.server.reset();
   EXPECT_TRUE(program->WaitForError("trying again until it is back"));
   host_.SetLog({{0, "i"}}, 8);
-  Open(port_);
+  fake_.Open(port_);
   EXPECT_TRUE(program->WaitForError("the service host was restarted"));
   EXPECT_TRUE(printed("bcdefghi")) << program->Output();
   program->Signal(SIGINT);
@@ -453,7 +482,7 @@ TEST_F(TikaCtl, HostileAnswersNeitherCrashItNorReachTheTerminal) {
       }
     }
   }
-  server_.reset();  // its threads use what is local here
+  fake_.server.reset();  // its threads use what is local here
 }
 
 }  // namespace

@@ -1,18 +1,25 @@
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <memory>
+#include <thread>
 #include <tuple>
 
 #include "programs/common/Json.h"
+#include "programs/tikafault/FaultServer.h"
 #include "settings/SCA_TikaConfigOrv.h"
 #include "tests/support/Program.h"
-#include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/Timing.h"
 
@@ -20,33 +27,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A slow document is answered when so many others have been.
-constexpr int kQuickOnes = 20;
-std::atomic<int> quickOnes{0};
-
-// Stands for a Tika server: gives a document back, refuses an empty one, and
-// stops half-way where the document says so.
-void Serve(ServerConnection& connection) {
-  for (;;) {
-    const std::string request = connection.ReceiveRequest();
-    if (request.empty()) return;
-    const std::string body = request.substr(request.find("\r\n\r\n") + 4);
-    if (body.empty()) {
-      connection.Send("HTTP/1.1 422 No\r\nContent-Length: 0\r\n\r\n");
-    } else if (body == "half") {
-      // More than the client collects before it hands text on.
-      connection.Send(ChunkedReply(std::string(3 << 20, 'h'), 32768).substr(0, 2 << 20));
-      connection.WaitForEnd();
-      return;
-    } else if (body.rfind("slow", 0) == 0) {
-      EXPECT_TRUE(Eventually([] { return quickOnes.load() >= kQuickOnes; }));
-      connection.Send(ChunkedReply("text of " + body, 4096));
-    } else {
-      connection.Send(ChunkedReply("text of " + body, 4096));
-      quickOnes.fetch_add(1);
-    }
-  }
-}
+// Nothing more comes after more than the client collects before it hands text on.
+constexpr char kRefused[] = "tikafault:status=422";
+constexpr char kHalf[] = "tikafault:hang=2097152,text=3145728";
 
 class TikaExtract : public ::testing::Test {
  protected:
@@ -55,17 +38,17 @@ class TikaExtract : public ::testing::Test {
                      {"--server", "127.0.0.1:" + std::to_string(server_.Port())});
     return arguments;
   }
-  // The journal aside.
+  // Journal and lock aside.
   std::size_t CountFiles(const std::string& path) const {
     std::size_t files = 0;
     for (const fs::directory_entry& entry : fs::directory_iterator(path)) {
-      files += entry.path().filename() == ".tikaextract.journal" ? 0U : 1U;
+      files += entry.path().filename().string().rfind(".tikaextract.", 0) == 0 ? 0U : 1U;
     }
     return files;
   }
 
   TempDir dir_;
-  ScriptedServer server_{Serve};
+  const FaultServer server_;
 };
 
 TEST_F(TikaExtract, PrintsTheTextsInTheOrderOfTheFiles) {
@@ -87,19 +70,25 @@ TEST_F(TikaExtract, WritesOneFileForEachDocument) {
   const std::string blank = dir_.Write("Übersicht 2026.docx", "a");
   const std::string name = dir_.Write("b.pdf", "b");
   const std::string out = dir_.File("new/texts");
-  ::umask(022);
-  Program program("tikaextract", WithServer({"-o", out, blank, name}));
+  const std::string group = dir_.Write("group", "c");
+  fs::permissions(name, fs::perms{0666});
+  fs::permissions(group, fs::perms{0664});
+  ::umask(002);
+  // What the group of the document may do is nothing that the group of the text may do.
+  const bool isOther = ::chown(group.c_str(), static_cast<uid_t>(-1), ::getegid() + 1) == 0;
+  Program program("tikaextract", WithServer({"-o", out, blank, name, group}));
   EXPECT_EQ(program.Wait(), 0);
   EXPECT_EQ(program.Output(), "");
   EXPECT_EQ(ReadFile(out + "/Übersicht 2026.docx.txt"), "text of a");
   EXPECT_EQ(ReadFile(out + "/b.pdf.txt"), "text of b");
-  EXPECT_EQ(CountFiles(out), 2U);
-  EXPECT_EQ(fs::status(out + "/b.pdf.txt").permissions(), fs::perms{0644});
+  EXPECT_EQ(CountFiles(out), 3U);
+  EXPECT_EQ(fs::status(out + "/b.pdf.txt").permissions(), fs::perms{0664});
+  EXPECT_EQ(fs::status(out + "/group.txt").permissions(), fs::perms(isOther ? 0644 : 0664));
 }
 
 TEST_F(TikaExtract, FailureOfAFileIsOneLineAndTheOthersGoOn) {
-  const std::string empty = dir_.Write("empty.doc", "");
-  const std::string half = dir_.Write("half.doc", "half");
+  const std::string empty = dir_.Write("empty.doc", kRefused);
+  const std::string half = dir_.Write("half.doc", kHalf);
   const std::string good = dir_.Write("good.doc", "good");
   const std::string missing = dir_.File("missing.doc");
   const std::string out = dir_.File("out");
@@ -121,21 +110,32 @@ TEST_F(TikaExtract, FailureOfAFileIsOneLineAndTheOthersGoOn) {
   EXPECT_EQ(CountFiles(out), 1U);
 }
 
-TEST_F(TikaExtract, InterruptLeavesNoPartOfAFile) {
-  const std::string half = dir_.Write("half.doc", "half");
+TEST_F(TikaExtract, RunThatIsEndedLeavesNoPartOfAFile) {
+  const std::string half = dir_.Write("half.doc", kHalf);
   const std::string good = dir_.Write("good.doc", "good");
   const std::string out = dir_.File("out");
-  for (const int number : {SIGINT, SIGTERM}) {
+  fs::create_directories(out + "/other");
+  dir_.Write("out/other/.tikaextract.journal", "");
+  const std::string foreign = dir_.Write("out/other/.sca-1-1.tmp", "");
+  std::size_t before = 1;
+  for (const int number : {SIGINT, SIGTERM, SIGKILL}) {
     Program program("tikaextract", WithServer({"-v", "-o", out, good, half, good + ".other"}));
     // The text aside shows that the extraction is under way.
-    while (!fs::exists(out) || CountFiles(out) < 2) {
+    while (CountFiles(out) < before + 1 + (number == SIGINT ? 1U : 0U)) {
       ASSERT_EQ(program.Family().empty(), false) << program.Error();
     }
+    const std::string process = program.Family().front();
+    Program second("tikaextract", WithServer({"-o", out, good}));
+    EXPECT_TRUE(Ends(second, 2, "another run (process " + process.substr(0, process.find(':'))));
     program.Signal(number);
     EXPECT_EQ(program.Wait(), 128 + number);
-    EXPECT_EQ(CountFiles(out), 1U);
-    fs::remove_all(out);
+    before = number == SIGKILL ? 3U : 2U;
+    EXPECT_EQ(CountFiles(out), before);
   }
+  Program next("tikaextract", WithServer({"-o", out, good}));
+  EXPECT_EQ(next.Wait(), 0) << next.Error();
+  EXPECT_EQ(CountFiles(out), 2U) << "what the killed run has left goes";
+  EXPECT_TRUE(fs::exists(foreign)) << "what may be another run's stays";
 }
 
 TEST_F(TikaExtract, WrongUseSaysWhatIsWrong) {
@@ -160,14 +160,14 @@ TEST_F(TikaExtract, WrongUseSaysWhatIsWrong) {
     Program program("tikaextract", arguments);
     EXPECT_EQ(program.Wait(), 2);
     EXPECT_EQ(program.Output(), "");
-    EXPECT_NE(program.Error().find(complaint), std::string::npos) << program.Error();
+    EXPECT_TRUE(Has(program.Error(), complaint));
   }
 }
 
 TEST_F(TikaExtract, HelpAndVersionGoToStandardOutput) {
   Program help("tikaextract", {"--help"});
   EXPECT_EQ(help.Wait(), 0);
-  EXPECT_NE(help.Output().find("--java-heap"), std::string::npos);
+  EXPECT_TRUE(Has(help.Output(), "--java-heap"));
   Program version("tikaextract", {"--version"});
   EXPECT_EQ(version.Wait(), 0);
   EXPECT_EQ(version.Output(), "tikaextract 17.1.12\n");
@@ -191,29 +191,37 @@ TEST_F(TikaExtract, NoServerIsStatusThreeAndSaysWhy) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.complaint);
     Program program("tikaextract", row.arguments, row.environment);
-    EXPECT_EQ(program.Wait(), 3);
-    EXPECT_NE(program.Error().find(row.complaint), std::string::npos) << program.Error();
+    EXPECT_TRUE(Ends(program, 3, row.complaint));
   }
 }
 
 TEST_F(TikaExtract, ServerThatRefusesAFileBeforeItHasReadItIsQuoted) {
-  ScriptedServer refusing([](ServerConnection& connection) {
-    connection.ReceiveHeader();
-    connection.Send("HTTP/1.1 413 Too Large\r\nContent-Length: 0\r\n\r\n");
-  });
-  const std::string large = dir_.Write("large.doc", std::string(1 << 26, 'x'));
-  Program program("tikaextract",
-                  {"--server", "127.0.0.1:" + std::to_string(refusing.Port()), large});
+  const std::string large =
+      dir_.Write("large.doc", "tikafault:refuse=413 " + std::string(1 << 26, 'x'));
+  Program program("tikaextract", WithServer({large}));
   EXPECT_EQ(program.Wait(), 1);
   EXPECT_EQ(program.Error(), "tikaextract: " + large +
                                  ": the server answered HTTP 413 before it had read the file\n");
 }
 
+TEST_F(TikaExtract, LimitsEndADocument) {
+  const std::string half = dir_.Write("half.doc", kHalf);
+  const std::string large = dir_.Write("large.doc", std::string(4 << 20, 'l'));
+  const std::tuple<std::vector<std::string>, const char*> rows[] = {
+      {{"--time-limit", "1", half}, "half.doc: the time limit"},
+      {{"--text-limit", "3", large}, "large.doc: the text is longer"}};
+  for (const auto& [arguments, complaint] : rows) {
+    Program program("tikaextract", WithServer(arguments));
+    EXPECT_TRUE(Ends(program, 1, complaint));
+    EXPECT_EQ(program.Output(), "");
+  }
+  Program unlimited("tikaextract", WithServer({"--text-limit", "0", large}));
+  EXPECT_EQ(unlimited.Wait(), 0) << unlimited.Error();
+}
+
 // Texts that differ in everything but their order are compared as lines.
 std::vector<std::string> SortedLines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  std::vector<std::string> lines = Lines(text);
   std::sort(lines.begin(), lines.end());
   return lines;
 }
@@ -260,9 +268,7 @@ TEST_F(TikaExtract, DirectoriesAndListsAreMirroredUnderTheOutput) {
     std::sort(texts.begin(), texts.end());
     std::sort(row.texts.begin(), row.texts.end());
     EXPECT_EQ(texts, row.texts);
-    EXPECT_NE(program.Error().find(std::to_string(texts.size()) + " extracted, 0 failed"),
-              std::string::npos)
-        << program.Error();
+    EXPECT_TRUE(Has(program.Error(), std::to_string(texts.size()) + " extracted, 0 failed"));
   }
   fs::current_path("/");
 }
@@ -272,12 +278,11 @@ TEST_F(TikaExtract, RecordsHoldEverythingWhateverTheBytes) {
       "b\xE4"
       "d.doc",
       "\xFF\"");
-  const std::string empty = dir_.Write("empty.doc", "");
+  const std::string empty = dir_.Write("empty.doc", kRefused);
   Program program("tikaextract", WithServer({"--jsonl", bad, empty, dir_.File("missing.doc")}));
   EXPECT_EQ(program.Wait(), 1);
   std::vector<nlohmann::json> records;
-  std::istringstream stream(program.Output());
-  for (std::string line; std::getline(stream, line);) {
+  for (const std::string& line : Lines(program.Output())) {
     records.push_back(nlohmann::json::parse(line));
   }
   ASSERT_EQ(records.size(), 3U);
@@ -298,44 +303,108 @@ TEST_F(TikaExtract, RecordsHoldEverythingWhateverTheBytes) {
   EXPECT_EQ(records[2]["error"], "No such file or directory; check the name");
 }
 
+// Starts a program for which two system calls fail with EIO, whenever their fourth argument is at
+// least `least`: a filter is inherited from the thread that starts it.
+std::unique_ptr<Program> StartFailing(std::pair<unsigned, unsigned> calls, unsigned least,
+                                      const std::vector<std::string>& arguments) {
+  std::unique_ptr<Program> program;
+  std::thread([&] {
+    constexpr unsigned kFourth = offsetof(seccomp_data, args) + 3 * sizeof(std::uint64_t);
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, calls.first, 1, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, calls.second, 0, 3),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kFourth),
+        BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, least, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EIO),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    sock_fprog code{std::size(filter), filter};
+    const bool isFiltered = ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+                            ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &code) == 0;
+    EXPECT_TRUE(isFiltered);
+    program = std::make_unique<Program>("tikaextract", arguments);
+  }).join();
+  return program;
+}
+
+TEST_F(TikaExtract, TextThatTheDiskLosesIsNoSuccess) {
+  const std::string large = dir_.Write("large.doc", std::string(1 << 20, 'l'));
+  constexpr std::pair<unsigned, unsigned> kRead{SYS_pread64, SYS_preadv};
+  constexpr unsigned kMuch = 100000;  // more than a program's own start reads into its files
+  const auto text = StartFailing(kRead, kMuch, WithServer({large}));
+  EXPECT_EQ(text->Wait(), 1);
+  const std::string complaint = "cannot read its text back from a temporary file in ";
+  EXPECT_TRUE(Has(text->Error(), large + ": " + complaint));
+  const auto record = StartFailing(kRead, kMuch, WithServer({"--jsonl", large}));
+  EXPECT_EQ(record->Wait(), 1);
+  const std::vector<std::string> lines = Lines(record->Output());
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_FALSE(nlohmann::json::accept(lines[0]));
+  EXPECT_EQ(nlohmann::json::parse(lines[1])["outcome"], "sink failed");
+  const std::string out = dir_.File("out");
+  const auto file = StartFailing({SYS_syncfs, SYS_fsync}, 0, WithServer({"-o", out, large}));
+  EXPECT_TRUE(Ends(*file, 1, "cannot write '" + out + "/large.doc.txt'"));
+  EXPECT_EQ(ReadFile(out + "/.tikaextract.journal").find("\nT"), std::string::npos);
+  Program nowhere("tikaextract", WithServer({large}), {"TMPDIR=" + dir_.File("missing")});
+  EXPECT_TRUE(Ends(nowhere, 1, "cannot write a temporary file in '" + dir_.File("missing")));
+}
+
 TEST_F(TikaExtract, TextsComeInTheOrderOfTheFilesUnlessItDoesNotMatter) {
-  ScriptedServer other(Serve);
-  const std::string slow = dir_.Write("slow.doc", "slow\n");
-  std::vector<std::string> arguments{"--server", "127.0.0.1:" + std::to_string(other.Port()), slow};
-  std::string expected = "text of slow\n";
+  // The slow one is answered once all others have come.
+  constexpr int kQuickOnes = 20;
+  const std::string slow = "slow\n";
+  std::atomic<int> quickOnes{0};
+  FaultServerOptions options;
+  options.choose = [&](const DocumentHead& head) {
+    if (head.bytes != slow) quickOnes.fetch_add(1);
+    EXPECT_TRUE(head.bytes != slow || Eventually([&] { return quickOnes >= kQuickOnes; }));
+    return FaultSpec();
+  };
+  const FaultServer first(options);
+  const FaultServer second(options);
+  std::vector<std::string> arguments{"--server", "127.0.0.1:" + std::to_string(first.Port()),
+                                     "--server", "127.0.0.1:" + std::to_string(second.Port()),
+                                     dir_.Write("slow.doc", slow)};
+  std::string expected = "text of " + slow;
   for (int i = 0; i < kQuickOnes; ++i) {
     const std::string name = std::to_string(i);
     arguments.push_back(dir_.Write(name, name + "\n"));
     expected += "text of " + name + "\n";
   }
-  quickOnes = 0;
-  Program ordered("tikaextract", WithServer(arguments));
+  Program ordered("tikaextract", arguments);
   EXPECT_EQ(ordered.Wait(), 0);
   EXPECT_EQ(ordered.Output(), expected);
   arguments.push_back("--unordered");
   quickOnes = 0;
-  Program unordered("tikaextract", WithServer(arguments));
+  Program unordered("tikaextract", arguments);
   EXPECT_EQ(unordered.Wait(), 0);
-  const std::string last = "text of slow\n";
-  EXPECT_EQ(unordered.Output().rfind(last), unordered.Output().size() - last.size());
+  // It may overtake those that were still on their way.
+  const std::string output = unordered.Output();
+  const std::size_t place = std::min(output.find(slow), output.size());
+  const auto end = output.begin() + static_cast<std::ptrdiff_t>(place);
+  EXPECT_GE(std::count(output.begin(), end, '\n'), kQuickOnes / 2) << output;
   EXPECT_EQ(SortedLines(unordered.Output()), SortedLines(expected));
 }
 
-TEST_F(TikaExtract, TextOfAServerThatDiesIsPrintedOnce) {
-  ScriptedServer dying([](ServerConnection& connection) {
-    if (connection.ReceiveRequest().empty()) return;
-    connection.Send(ChunkedReply(std::string(3 << 20, 'h'), 32768).substr(0, 2 << 20));
-  });
+TEST_F(TikaExtract, TextOfAServerThatDiesIsKeptOnce) {
+  std::atomic<int> wanted{1};
+  FaultServerOptions deadly;
+  deadly.choose = [](const DocumentHead&) {
+    FaultSpec fault;
+    EXPECT_EQ(ParseFault("cut=2097152,text=3145728", &fault), "");
+    return fault;
+  };
+  const FaultServer dying(deadly);
   // The other server waits until this one has had its chance.
-  ScriptedServer good([&](ServerConnection& connection) {
-    EXPECT_TRUE(Eventually([&] { return dying.Connections() > 0; }));
-    Serve(connection);
-  });
-  std::vector<std::string> arguments;
-  for (const ScriptedServer* server : {&dying, &good}) {
-    arguments.push_back("--server");
-    arguments.push_back("127.0.0.1:" + std::to_string(server->Port()));
-  }
+  FaultServerOptions patient;
+  patient.choose = [&](const DocumentHead&) {
+    EXPECT_TRUE(Eventually([&] { return dying.Documents() >= wanted.load(); }));
+    return FaultSpec();
+  };
+  const FaultServer good(patient);
+  std::vector<std::string> arguments{"--server", "127.0.0.1:" + std::to_string(dying.Port()),
+                                     "--server", "127.0.0.1:" + std::to_string(good.Port())};
   std::string expected;
   for (int i = 0; i < 10; ++i) {
     const std::string body = "document " + std::to_string(i) + "\n";
@@ -345,40 +414,187 @@ TEST_F(TikaExtract, TextOfAServerThatDiesIsPrintedOnce) {
   Program program("tikaextract", arguments);
   EXPECT_EQ(program.Wait(), 0) << program.Error();
   EXPECT_EQ(program.Output(), expected);
+  wanted = dying.Documents() + 1;
+  const std::string out = dir_.File("out");
+  arguments.insert(arguments.end(), {"-o", out});
+  Program files("tikaextract", arguments);
+  EXPECT_EQ(files.Wait(), 0) << files.Error();
+  std::string texts;
+  for (int i = 0; i < 10; ++i) texts += ReadFile(out + "/" + std::to_string(i) + ".txt");
+  EXPECT_EQ(texts, expected);
+}
+
+TEST_F(TikaExtract, TwoDocumentsNeverShareAText) {
+  const std::string full = dir_.File("a.pdf");
+  fs::create_directories(dir_.File("x"));
+  fs::create_directories(dir_.Path() + fs::path(full).parent_path().string());
+  fs::create_directories(dir_.File("y"));
+  dir_.Write("a.pdf", "one");
+  for (const std::string& name : {std::string("x/a.pdf"), std::string("y/a.pdf"), full.substr(1)}) {
+    dir_.Write(name, "two");
+  }
+  const std::string textOfFull = full.substr(1) + ".txt";
+  struct Row {
+    std::string list;
+    std::vector<std::string> arguments;
+    int status;
+    std::string text;     // below the output directory
+    std::string content;  // that of the document named first
+    std::string complaint;
+  };
+  const std::string list = dir_.File("list");
+  const std::string other = " would take the place of that of '" + dir_.Path();
+  const Row rows[] = {
+      {"a.pdf\n", {"x/a.pdf"}, 1, "a.pdf.txt", "two", "a.pdf: its text" + other + "/x/a.pdf'"},
+      {full + "\n" + full.substr(1) + "\n", {}, 1, textOfFull, "one", other + "/a.pdf'"},
+      {"a.pdf\nx/../a.pdf\n", {full}, 0, "a.pdf.txt", "one", "1 extracted, 0 failed, 2 skipped"},
+      // Both lead to one directory.
+      {"a.pdf\nx/a.pdf\ny/a.pdf\n", {}, 1, "x/a.pdf.txt", "two", other + "/x/a.pdf'"},
+      {"", {"--resume", "--files-from", list}, 1, "x/a.pdf.txt", "two", other + "/x/a.pdf'"},
+      // With a former run's documents as with this one's; but a text whose document has gone or was
+      // changed is nobody's.
+      {"y/../y/a.pdf\n", {}, 0, "y/a.pdf.txt", "two", "1 extracted"},
+      {"", {"--resume", "y/a.pdf"}, 0, "a.pdf.txt", "two", ""},
+      {"", {"--resume", "a.pdf"}, 1, "a.pdf.txt", "two", other + "/y/a.pdf'"},
+  };
+  const std::string out = dir_.File("out");
+  fs::current_path(dir_.Path());
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.list + ::testing::PrintToString(row.arguments));
+    std::vector<std::string> arguments = WithServer(row.arguments);
+    if (!row.list.empty()) {
+      fs::remove_all(out);
+      fs::create_directories(out + "/x");
+      fs::create_directory_symlink("x", out + "/y");
+      arguments.insert(arguments.end(), {"--files-from", dir_.Write("list", row.list)});
+    }
+    arguments.insert(arguments.end(), {"-o", out});
+    Program program("tikaextract", arguments);
+    EXPECT_EQ(program.Wait(), row.status);
+    EXPECT_EQ(ReadFile(out + "/" + row.text), "text of " + row.content);
+    EXPECT_TRUE(Has(program.Error(), row.complaint));
+  }
+  dir_.Write("y/a.pdf", "changed");
+  // However two names came to one text: what has been written since the run began stays.
+  const auto written = fs::last_write_time(out + "/a.pdf.txt");
+  fs::last_write_time(out + "/a.pdf.txt", written + std::chrono::hours(1));
+  Program late("tikaextract", WithServer({"--resume", "a.pdf", "-o", out}));
+  EXPECT_EQ(late.Wait(), 1);
+  EXPECT_NE(late.Error().find("a.pdf.txt': File exists"), std::string::npos) << late.Error();
+  fs::last_write_time(out + "/a.pdf.txt", written);
+  Program changed("tikaextract", WithServer({"--resume", "a.pdf", "-o", out}));
+  EXPECT_EQ(changed.Wait(), 0) << changed.Error();
+  EXPECT_EQ(ReadFile(out + "/a.pdf.txt"), "text of one");
+  fs::current_path("/");
 }
 
 TEST_F(TikaExtract, ResumedRunDoesWhatIsLeft) {
   const std::string out = dir_.File("out");
   fs::create_directories(dir_.File("in"));
-  const std::string first = dir_.Write("in/first.doc", "first");
-  const std::string gone = dir_.Write("in/gone.doc", "gone");
-  dir_.Write("in/empty.doc", "");
-  dir_.Write("in/half.doc", "half");
+  dir_.Write("in/first.doc", "first");
+  dir_.Write("in/gone.doc", "gone");
+  dir_.Write("in/empty.doc", kRefused);
+  dir_.Write("in/half.doc", kHalf);
   const std::vector<std::string> arguments =
       WithServer({"--timeout", "1", "-r", dir_.File("in"), "-o", out});
-  std::vector<std::string> resuming = arguments;
-  resuming.push_back("--resume");
-  const auto summary = [](const std::vector<std::string>& words) {
+  int status = 0;
+  const auto summary = [&](const std::vector<std::string>& more) {
+    std::vector<std::string> words = arguments;
+    words.insert(words.end(), more.begin(), more.end());
     Program program("tikaextract", words);
-    program.Wait();
+    status = program.Wait();
     const std::string error = program.Error();
     const std::size_t begin = error.rfind("files: ");
     return begin == std::string::npos ? error : error.substr(begin, error.find(';', begin) - begin);
   };
-  EXPECT_EQ(summary(resuming), "files: 2 extracted, 2 failed, 0 skipped");
+  const std::vector<std::string> resume{"--resume"};
+  EXPECT_EQ(summary(resume), "files: 2 extracted, 2 failed, 0 skipped");
   // A refusal is final; a time-out is not.
-  EXPECT_EQ(summary(resuming), "files: 0 extracted, 1 failed, 3 skipped");
+  EXPECT_EQ(summary(resume), "files: 0 extracted, 1 failed, 3 skipped");
   dir_.Write("in/first.doc", "changed");
   fs::remove(out + "/gone.doc.txt");
   dir_.Write("in/half.doc", "no longer");
   const std::string journal = out + "/.tikaextract.journal";
-  std::ofstream(journal, std::ios::app) << "T 7 half a li";
-  EXPECT_EQ(summary(resuming), "files: 3 extracted, 0 failed, 1 skipped");
+  std::ofstream(journal, std::ios::app) << "T\t7 half a li";
+  EXPECT_EQ(summary(resume), "files: 3 extracted, 0 failed, 1 skipped");
+  EXPECT_EQ(status, 1) << "what was refused before is no success";
   EXPECT_EQ(ReadFile(out + "/first.doc.txt"), "text of changed");
-  EXPECT_EQ(summary(resuming), "files: 0 extracted, 0 failed, 4 skipped") << ReadFile(journal);
-  EXPECT_EQ(summary(arguments), "files: 3 extracted, 1 failed, 0 skipped") << "a run of its own";
-  std::ofstream(journal, std::ios::trunc) << "something else\n";
-  EXPECT_NE(summary(resuming).find("is no journal"), std::string::npos);
+  EXPECT_EQ(summary(resume), "files: 0 extracted, 0 failed, 4 skipped") << ReadFile(journal);
+  EXPECT_EQ(summary({"--resume", "--retry-refused"}), "files: 0 extracted, 1 failed, 3 skipped");
+  std::ofstream(out + "/first.doc.txt", std::ios::trunc).close();
+  EXPECT_EQ(summary(resume), "files: 1 extracted, 0 failed, 3 skipped")
+      << "a text that was emptied";
+  const std::string former = ReadFile(journal);
+  EXPECT_EQ(summary({}), "files: 3 extracted, 1 failed, 0 skipped") << "a run of its own";
+  EXPECT_EQ(ReadFile(journal).substr(0, former.size()), former) << "adds to the journal";
+  dir_.Write("in/empty.doc", "full");
+  EXPECT_EQ(summary(resume), "files: 1 extracted, 0 failed, 3 skipped");
+  EXPECT_EQ(status, 0);
+  const std::pair<const char*, const char*> foreign[] = {
+      {"something else\n", "is no journal"},
+      {"tika", "files: 4 extracted"},
+      {"tikaextract journal 1\nT 5 1.0 /x\n", "is of an earlier version"}};
+  for (const auto& [content, complaint] : foreign) {
+    std::ofstream(journal, std::ios::trunc) << content;
+    EXPECT_TRUE(Has(summary(resume), complaint));
+  }
+  EXPECT_EQ(ReadFile(journal), foreign[2].first) << "stays as it is";
+  fs::rename(journal, dir_.File("victim"));
+  fs::create_symlink(dir_.File("victim"), journal);
+  EXPECT_NE(summary({}).find("it is a link"), std::string::npos);
+}
+
+TEST_F(TikaExtract, ContentThatKillsServersIsNotSentAgain) {
+  const std::string killer = "killer";
+  std::atomic<bool> areSafe{false};
+  FaultServerOptions options;
+  options.choose = [&](const DocumentHead& head) {
+    FaultSpec fault;
+    if (!areSafe && head.bytes == killer) ParseFault("close", &fault);
+    return fault;
+  };
+  const FaultServer first(options);
+  const FaultServer second(options);
+  std::vector<std::string> arguments{"--server", "127.0.0.1:" + std::to_string(first.Port()),
+                                     "--server", "127.0.0.1:" + std::to_string(second.Port()),
+                                     "-o",       dir_.File("out")};
+  // More than are under way at once, so that the twin is found when the first one has ended.
+  const std::string list = dir_.File("list");
+  std::ofstream names(list);
+  fs::create_directories(dir_.File("in"));
+  names << dir_.Write("in/killer", killer) << "\n";
+  for (int i = 0; i < 200; ++i) {
+    names << dir_.Write("in/" + std::to_string(i), "number") << "\n";
+  }
+  names << dir_.Write("in/twin", killer) << "\n";
+  names.close();
+  int sent = 0;
+  const auto run = [&](const std::vector<std::string>& more) {
+    std::vector<std::string> words = arguments;
+    words.insert(words.end(), more.begin(), more.end());
+    const int before = first.Documents() + second.Documents();
+    Program program("tikaextract", words);
+    EXPECT_EQ(program.Wait(), areSafe ? 0 : 1);
+    sent = first.Documents() + second.Documents() - before;
+    return program.Error();
+  };
+  const std::string error = run({"--files-from", list});
+  EXPECT_TRUE(Has(error, "200 extracted, 2 failed, 0 skipped"));
+  const std::string complaint =
+      "in/twin: not sent: servers died while they had '" + dir_.File("in/killer") + "'";
+  EXPECT_TRUE(Has(error, complaint));
+  EXPECT_GE(sent, 202);
+  const std::string later = dir_.Write("in/later", killer);
+  const std::string records = run({"--resume", "--files-from", list, later, "--jsonl"});
+  EXPECT_TRUE(Has(records, "0 extracted, 3 failed, 200 skipped"));
+  EXPECT_EQ(sent, 0);
+  run({"--resume", "--retry-refused", later});
+  EXPECT_GE(sent, 2);
+  areSafe = true;
+  run({"--resume", "--retry-refused", "--files-from", list, later});
+  areSafe = false;
+  run({"--resume", dir_.Write("in/latest", killer)});
+  EXPECT_GE(sent, 2) << "what has a text now kills no more";
 }
 
 TEST_F(TikaExtract, SettingsAreSavedAndUsed) {
@@ -413,8 +629,7 @@ TEST_F(TikaExtract, SettingsAreSavedAndUsed) {
   for (const auto& [arguments, complaint] : rows) {
     SCOPED_TRACE(complaint);
     Program program("tikaextract", arguments);
-    EXPECT_EQ(program.Wait(), 2);
-    EXPECT_NE(program.Error().find(complaint), std::string::npos) << program.Error();
+    EXPECT_TRUE(Ends(program, 2, complaint));
   }
 }
 
@@ -427,15 +642,33 @@ TEST(Json, BytesThatAreNoUtf8AreReplacedAndKept) {
       {"\xED\xA0\x80", "\uFFFD\uFFFD\uFFFD", "7aCA"},
       {"\xF4\x90\x80\x80", "\uFFFD\uFFFD\uFFFD\uFFFD", "9JCAgA=="},
       {"a\xE2\x82", "a\uFFFD", "YeKC"},
-      {"\xE2\x82\"b", "\uFFFD\"b", "4oIiYg=="}};
+      {"\xE2\x82\"b", "\uFFFD\"b", "4oIiYg=="},
+      {"\xF0\x9F\x98", "\uFFFD", "8J+Y"},
+      {"\xF1\x80\xC3\xA4\x9B\x9B\x9B\x9B", "\uFFFD\u00E4\uFFFD\uFFFD\uFFFD\uFFFD", "8YDDpJubm5s="}};
   for (const auto& [bytes, shown, base64] : rows) {
     nlohmann::ordered_json object;
     SetJsonText(&object, "key", bytes);
-    const auto parsed = nlohmann::json::parse(JsonText(object));
+    const std::string whole = JsonText(object);
+    const auto parsed = nlohmann::json::parse(whole);
     EXPECT_EQ(parsed["key"], shown);
     EXPECT_EQ(parsed.contains("keyBase64"), base64 != nullptr) << shown;
     if (base64 != nullptr) {
       EXPECT_EQ(parsed["keyBase64"], base64);
+    }
+    for (std::size_t size = 1; size < 5; ++size) {
+      std::string written;
+      const auto blocks = [&](const TextTake& take) {
+        std::string_view rest = bytes;
+        for (; !rest.empty(); rest.remove_prefix(std::min(size, rest.size()))) {
+          take(rest.substr(0, size));
+        }
+        return true;
+      };
+      EXPECT_TRUE(WriteJsonText("key", blocks, [&written](std::string_view piece) {
+        written += piece;
+        return true;
+      }));
+      EXPECT_EQ("{" + written + "}", whole) << "in pieces of " << size;
     }
   }
 }

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -35,32 +36,13 @@ std::string Describe(const SCA_TikaService& service) {
   return Describe(object);
 }
 
-constexpr char kDefaults[] =
-    "ServiceId=0;Enabled=1;HostName=localhost;FileName=tika-server.jar;ControlPort=9500;"
-    "DataPort=9980;NumOfServers=1;HeapSize=1024;PoolName=Default;ProcessCustomExtensions=0;"
-    "FileExtensions=PDF DOC DOCX XLS XLSX;";
+constexpr char kAfterHost[] =
+    "FileName=tika-server.jar;ControlPort=9500;DataPort=9980;NumOfServers=1;HeapSize=1024;"
+    "PoolName=Default;ProcessCustomExtensions=0;FileExtensions=PDF DOC DOCX XLS XLSX;";
+const std::string kDefaults = std::string("ServiceId=0;Enabled=1;HostName=localhost;") + kAfterHost;
 constexpr char kDefaultStatus[] =
     "Connected=0;ErrorServers=0;ActiveServers=0;ProcessStatus=10;MemoryUsage=0;UpTime=0;";
 
-void FillDifferently(SCA_TikaService* service) {
-  service->SetServiceId(0xFFFFFFFE);
-  service->SetEnabled(0);
-  service->SetHostName("host");
-  service->SetFileName("/a b/t.jar");
-  service->SetControlPort(65535);
-  service->SetDataPort(1);
-  service->SetNumOfServers(3);
-  service->SetHeapSize(4);
-  service->SetPoolName("Pool");
-  service->SetProcessCustomExtensions(1);
-  service->SetFileExtensions("odt");
-  service->SetConnected(1);
-  service->SetErrorServers(5);
-  service->SetActiveServers(6);
-  service->SetProcessStatus(7);
-  service->SetMemoryUsage(0x100000001ULL);
-  service->SetUpTime(0x100000001ULL);
-}
 constexpr char kDifferent[] =
     "ServiceId=4294967294;Enabled=0;HostName=host;FileName=/a b/t.jar;ControlPort=65535;DataPort=1;"
     "NumOfServers=3;HeapSize=4;PoolName=Pool;ProcessCustomExtensions=1;FileExtensions=odt;";
@@ -68,10 +50,22 @@ constexpr char kDifferentStatus[] =
     "Connected=1;ErrorServers=5;ActiveServers=6;ProcessStatus=7;MemoryUsage=4294967297;"
     "UpTime=4294967297;";
 
+// The reverse of Describe.
+void Fill(SCA_ConfigObj* object, const std::string& text) {
+  std::istringstream fields(text);
+  std::string name;
+  for (std::string value; std::getline(fields, name, '=') && std::getline(fields, value, ';');) {
+    object->AddField(name.c_str(), value.c_str(), 0);
+  }
+}
+
 TEST(TikaService, FieldsTravelInTheirOrderAndStatusOnlyOnDemand) {
   SCA_TikaService service;
-  EXPECT_EQ(Describe(service), std::string(kDefaults) + kDefaultStatus);
-  FillDifferently(&service);
+  EXPECT_EQ(Describe(service), kDefaults + kDefaultStatus);
+  SCA_ConfigObj different("x", nullptr);
+  Fill(&different, std::string(kDifferent) + kDifferentStatus);
+  EXPECT_EQ(service.Deserialize(&different, 1), 1);
+  EXPECT_EQ(service.GetErrorServers(), 5U);
   for (const int withStatus : {0, 1}) {
     SCA_ConfigObj object("x", nullptr);
     ASSERT_EQ(service.Serialize(&object, withStatus), 1);
@@ -95,15 +89,7 @@ TEST(TikaService, WhatIsAbsentOrUnfitLeavesTheMember) {
   EXPECT_EQ(service.Deserialize(&object, 1), 1);
   EXPECT_EQ(service.GetPoolName(), std::string(259, 'p'));
   service.SetPoolName("Default");
-  EXPECT_EQ(Describe(service), std::string(kDefaults) + kDefaultStatus);
-}
-
-TEST(TikaService, TextThatCannotBeStoredFailsTheSerialization) {
-  SCA_TikaService service;
-  service.SetPoolName("a\x01z");
-  SCA_ConfigObj object("x", nullptr);
-  EXPECT_EQ(service.Serialize(&object, 0), 0);
-  EXPECT_EQ(SCA_TikaService().SetContent(&service, 0), 0);
+  EXPECT_EQ(Describe(service), kDefaults + kDefaultStatus);
 }
 
 TEST(TikaService, StateShowsAsTextAndIcon) {
@@ -204,23 +190,19 @@ TEST_F(ServiceList, IdsGrowAndEveryChangeIsCounted) {
 TEST_F(ServiceList, SumsAndListingCoverAllRecords) {
   testing::internal::CaptureStdout();
   list_.Show();
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "No Tika Services to display.\n");
-  EXPECT_EQ(list_.GetActiveServers(), 0U);
   SCA_TikaService* service = nullptr;
   ASSERT_EQ(list_.AddService("a", &service), 1);
   service->SetActiveServers(2);
   service->SetErrorServers(1);
   service->SetNumOfServers(4);
-  testing::internal::CaptureStdout();
   list_.Show();
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "1 Tika Service:\n\n0 - a-10 - Disconnected - CS:4 - AS:2\n");
   ASSERT_EQ(list_.AddService("b", &service), 1);
   service->SetEnabled(0);
   service->SetActiveServers(3);
-  testing::internal::CaptureStdout();
   list_.Show();
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "No Tika Services to display.\n"
+            "1 Tika Service:\n\n0 - a-10 - Disconnected - CS:4 - AS:2\n"
             "2 Tika Services:\n\n0 - a-10 - Disconnected - CS:4 - AS:2\n"
             "1 - b-10 - Disabled   - CS:1 - AS:3\n");
   EXPECT_EQ(list_.GetActiveServers(), 5U);
@@ -234,7 +216,8 @@ TEST_F(ServiceList, LoadingTakesTheStoredIdsAndNeverWrapsTheNextOne) {
     std::string loaded;
     long next;  ///< id of the next record, -1 when there is none left
   };
-  const Row rows[] = {{{"5", "2"}, "5 2 ", 6},
+  const Row rows[] = {{{"0"}, "0 ", 1},
+                      {{"5", "2"}, "5 2 ", 6},
                       {{"5", "4294967295"}, "5 4294967295 ", 6},
                       {{"4294967294"}, "4294967294 ", -1},
                       {{}, "", 0}};
@@ -278,6 +261,7 @@ TEST_F(ServiceList, HostileShapesAreRefusedAndReported) {
   ASSERT_EQ(list_.AddService("good", &service), 1);
   ASSERT_EQ(list_.AddService("bad", &service), 1);
   service->SetFileName("\x01");
+  EXPECT_EQ(SCA_TikaService().SetContent(service, 0), 0);
   SCA_ConfigObj object("x", nullptr);
   reports_.Clear();
   EXPECT_EQ(list_.Serialize(&object, 0), 0);
@@ -313,13 +297,16 @@ class SavedSettings : public ::testing::Test {
 };
 
 TEST_F(SavedSettings, EveryFieldSurvivesCopyFileAndClone) {
+  EXPECT_EQ(Text(SCA_TikaConfigOrv()),
+            "Mode=0;NetworkTimeout=10000;MaxPendingRequests=128;JavaOptions=;"
+            "FileExtensions=PDF DOC DOCX XLS XLSX;ShowParseErrors=1;"
+            "Services={ServicesStatusId=0;Services={};};");
   const std::string text = Text(settings_);
   EXPECT_EQ(text,
             "Mode=2;NetworkTimeout=4294967295;MaxPendingRequests=3;JavaOptions=-Da=b;"
             "FileExtensions=odt;ShowParseErrors=0;Services={ServicesStatusId=3;Services={1={"
-            "ServiceId=1;Enabled=1;HostName=b;FileName=tika-server.jar;ControlPort=9500;"
-            "DataPort=9980;NumOfServers=1;HeapSize=1024;PoolName=Default;"
-            "ProcessCustomExtensions=0;FileExtensions=PDF DOC DOCX XLS XLSX;};};};");
+            "ServiceId=1;Enabled=1;HostName=b;" +
+                std::string(kAfterHost) + "};};};");
   const TempDir dir;
   SCA_ConfigObj saved(SCA_SettingsName, nullptr);
   SCA_ConfigObj loaded;
@@ -366,6 +353,54 @@ TEST_F(SavedSettings, WhatCannotBeReadOrStoredIsReported) {
   settings_.SetJavaOptions("\x01");
   EXPECT_EQ(settings_.Clone(), nullptr);
   EXPECT_EQ(reports_.All().back().text, "SCA_TikaConfigOrv::Clone: Cannot copy Tika configuration");
+}
+
+TEST(Settings, EveryModeButDisabledEnables) {
+  const std::tuple<unsigned long, int, const char*> rows[] = {{1, 1, "Enabled"},
+                                                              {2, 1, "Optional"},
+                                                              {3, 1, "Error"},
+                                                              {0xFFFFFFFF, 1, "Error"},
+                                                              {0, 0, "Disabled"}};
+  SCA_TikaConfigOrv settings;
+  for (const auto& [mode, enabled, description] : rows) {
+    settings.SetMode(mode);
+    EXPECT_EQ(settings.GetMode(), mode);
+    EXPECT_EQ(settings.IsEnabled(), enabled);
+    EXPECT_STREQ(settings.GetModeDescr(), description);
+  }
+}
+
+TEST(Settings, TextsAreCutAtTheirFields) {
+  SCA_TikaConfigOrv settings;
+  for (const std::size_t length : {0U, 258U, 259U, 260U, 518U, 519U, 520U, 5000U}) {
+    std::string text(length, 'x');
+    for (std::size_t i = 0; i < length; ++i) text[i] = static_cast<char>('a' + i % 26);
+    settings.SetJavaOptions(text.c_str());
+    settings.SetFileExtensions(text.c_str());
+    EXPECT_EQ(settings.GetJavaOptions(), text.substr(0, 259));
+    EXPECT_EQ(settings.GetFileExtensions(), text.substr(0, 519));
+  }
+  EXPECT_EQ(settings.GetMaxPendingRequests(), 128U) << "the neighbours are untouched";
+  EXPECT_EQ(settings.GetShowParseErrors(), 1);
+}
+
+TEST(Settings, MatchesWholeExtensionsInAnyCaseWhateverTheMode) {
+  constexpr char kDefault[] = "PDF DOC DOCX XLS XLSX";
+  constexpr char kOther[] = "  odt\t\trtf ";
+  const std::tuple<const char*, const char*, int> rows[] = {
+      {kDefault, "PDF", 1},     {kDefault, "xlsx", 1},
+      {kDefault, "dOc", 1},     {kDefault, "XL", 0},
+      {kDefault, "XLSXX", 0},   {kDefault, "", 0},
+      {kDefault, nullptr, 0},   {kDefault, ".pdf", 0},
+      {kDefault, "PDF DOC", 0}, {kOther, "RTF", 1},
+      {kOther, "ODT", 1},       {kOther, "pdf", 0},
+      {"odt,rtf", "rtf", 0},    {"", "", 0}};
+  SCA_TikaConfigOrv settings;
+  for (const auto& [list, extension, matches] : rows) {
+    settings.SetFileExtensions(list);
+    settings.SetMode(1 - settings.GetMode());
+    EXPECT_EQ(settings.MatchExtension(extension), matches) << list << ": " << extension;
+  }
 }
 
 }  // namespace

@@ -1,19 +1,20 @@
 #include "tests/support/Program.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <poll.h>
 #include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
+
+#include "tests/support/Worker.h"
 
 namespace {
 
@@ -40,7 +41,7 @@ std::string ReadProcess(const fs::path& file) {
 Program::Program(const std::string& name, const std::vector<std::string>& arguments,
                  const std::vector<std::string>& environment)
     : mark_("SCA_TEST_MARK=" + dir_.Path()) {
-  std::vector<std::string> words{std::string(SCA_BIN_DIR) + "/" + name};
+  std::vector<std::string> words{name.front() == '/' ? name : SCA_BIN_DIR "/" + name};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<std::string> variables = environment;
   variables.push_back(mark_);
@@ -72,13 +73,9 @@ Program::~Program() {
   ::waitpid(pid_, nullptr, 0);
 }
 
-int Program::Wait() {
+int Program::Wait(int limitMs) {
   if (hasEnded_ || pid_ == 0) return status_;
-  const int fd = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
-  pollfd entry{fd, POLLIN, 0};
-  const bool isOver = ::poll(&entry, 1, kWaitMs) > 0;
-  ::close(fd);
-  if (!isOver) return -1;
+  if (!Ends(pid_, limitMs)) return -1;
   int status = 0;
   ::waitpid(pid_, &status, 0);
   hasEnded_ = true;
@@ -97,6 +94,12 @@ bool Program::WaitForError(const std::string& text) {
     ::poll(nullptr, 0, kLookMs);
   }
   return true;
+}
+
+unsigned short Program::NumberBehind(const std::string& text) {
+  if (!WaitForError(text)) return 0;
+  const std::string error = Error();
+  return static_cast<unsigned short>(std::atoi(error.c_str() + error.find(text) + text.size()));
 }
 
 std::vector<std::string> Program::Family() const {
@@ -121,4 +124,24 @@ bool Program::FamilyEndsWithin(int seconds) const {
     ::poll(nullptr, 0, kLookMs);
   }
   return true;
+}
+
+testing::AssertionResult Ends(Program& program, int status, const std::string& said) {
+  const int ended = program.Wait();
+  const bool isRight = ended == status && Has(program.Error(), said);
+  return testing::AssertionResult(isRight)
+         << "ended with " << ended << ", not " << status << " and '" << said << "', but said:\n"
+         << program.Error();
+}
+
+testing::AssertionResult Has(const std::string& whole, const std::string& part) {
+  const bool isIn = whole.find(part) != std::string::npos;
+  return testing::AssertionResult(isIn) << "'" << part << "' is not in:\n" << whole;
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
 }

@@ -2,6 +2,7 @@
 #ifndef SCA_TESTS_SUPPORT_PROGRAM_H
 #define SCA_TESTS_SUPPORT_PROGRAM_H
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <string>
@@ -13,7 +14,7 @@
 /// starts carries its mark in the environment.
 class Program {
  public:
-  /// @param name         Of a program in the build's bin directory.
+  /// @param name         Of a program in the build's bin directory, or a full path.
   /// @param environment  Further variables, as NAME=VALUE.
   Program(const std::string& name, const std::vector<std::string>& arguments,
           const std::vector<std::string>& environment = {});
@@ -22,11 +23,14 @@ class Program {
   Program& operator=(const Program&) = delete;
 
   /// Waits for the end, a minute at most.
-  /// @return The exit status, or 128 and the signal's number; -1 after the minute.
-  int Wait();
+  /// @return The exit status, or 128 and the signal's number; -1 after that time.
+  int Wait(int limitMs = 60000);
   void Signal(int number);
   /// Waits until standard error holds a text, a minute at most.
   bool WaitForError(const std::string& text);
+
+  /// @return The number that standard error has behind a text, which is waited for; 0 without.
+  unsigned short NumberBehind(const std::string& text);
 
   std::string Output() const { return ReadFile(dir_.File("out")); }
   std::string Error() const { return ReadFile(dir_.File("err")); }
@@ -42,5 +46,11 @@ class Program {
   int status_ = -1;
   bool hasEnded_ = false;
 };
+
+/// Waits for the end of a program.
+/// @return Whether it ended so and said that on standard error; otherwise what it did.
+testing::AssertionResult Ends(Program& program, int status, const std::string& said = "");
+testing::AssertionResult Has(const std::string& whole, const std::string& part);
+std::vector<std::string> Lines(const std::string& text);
 
 #endif  // SCA_TESTS_SUPPORT_PROGRAM_H

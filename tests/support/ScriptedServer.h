@@ -4,39 +4,10 @@
 
 #include <atomic>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 
-/// One accepted connection, used by the script's thread.
-class ServerConnection {
- public:
-  ServerConnection(int fd, const std::atomic<bool>& stopped) : fd_(fd), stopped_(stopped) {}
-
-  /// Sends all bytes; false when the peer is gone or the server stops.
-  bool Send(const std::string& bytes);
-  /// Receives up to `limit` bytes; empty when the peer has closed or the server stops.
-  std::string Receive(std::size_t limit = 65536);
-  /// Receives without looking at the bytes; gives their number, 0 at the end.
-  std::size_t Discard();
-  /// Receives until the text ends a message's header; gives all bytes received.
-  std::string ReceiveHeader();
-  /// Receives a whole request with its Content-Length body; gives all bytes received.
-  std::string ReceiveRequest();
-  /// Ends sending, so that the peer sees an orderly close.
-  void CloseWrite();
-  /// Makes the close that follows a reset.
-  void ResetOnClose();
-  /// Waits until the server is stopped or the peer closes.
-  void WaitForEnd();
-  int Fd() const { return fd_; }
-
- private:
-  bool WaitFor(short events);
-
-  const int fd_;
-  const std::atomic<bool>& stopped_;
-};
+#include "programs/tikafault/ServerConnection.h"
 
 /// Listens on a free port of a loopback address from its construction on. The destructor ends the
 /// script's waits, joins its thread and closes everything.
@@ -53,16 +24,15 @@ class ScriptedServer {
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;
 
-  unsigned short Port() const { return port_; }
+  unsigned short Port() const { return listener_.Port(); }
   int Connections() const { return connections_.load(); }
 
  private:
   void Run();
 
   Script script_;
-  int listener_ = -1;
-  unsigned short port_ = 0;
-  std::atomic<bool> stopped_{false};
+  Listener listener_;
+  StopSignal stop_;
   std::atomic<int> connections_{0};
   std::thread thread_;
 };

@@ -72,7 +72,6 @@ class ScriptedSocket final : public SCA_VirtualTcpSock {
   void SetCancelEvent(SCA_Event* cancel) override { cancel_ = cancel; }
   void SetIdleTimeout(unsigned long /*timeoutMs*/) override {}
   void Shutdown() override {}
-  int IsLoopback() const override { return 1; }
 
  private:
   SocketScript& script_;

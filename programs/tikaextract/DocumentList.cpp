@@ -1,0 +1,87 @@
+#include "programs/tikaextract/DocumentList.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr std::size_t kBlock = 64UL << 10;
+constexpr int kLookMs = 50;  // between two looks at the cancel event
+
+}  // namespace
+
+DocumentList::DocumentList(std::string name, char separator, SCA_Event* cancel)
+    : name_(std::move(name)), separator_(separator), cancel_(cancel), block_(kBlock) {}
+
+DocumentList::~DocumentList() {
+  if (fd_ > STDIN_FILENO) ::close(fd_);
+}
+
+DocumentList::Result DocumentList::Next(std::string* text) {
+  text->clear();
+  while (!isOver_) {
+    if (next_ == end_) {
+      const long length = Read();
+      if (length < 0) return Fail(std::strerror(errno), text);
+      if (length == 0) {
+        isOver_ = true;
+        break;
+      }
+      next_ = 0;
+      end_ = static_cast<std::size_t>(length);
+    }
+    const char* const begin = block_.data() + next_;
+    const auto* const separator =
+        static_cast<const char*>(std::memchr(begin, separator_, end_ - next_));
+    const std::size_t length =
+        separator != nullptr ? static_cast<std::size_t>(separator - begin) : end_ - next_;
+    // Whatever is given for a list, it does not fill the memory.
+    if (text->size() + length > PATH_MAX) {
+      return Fail("an entry is longer than a path may be, " + std::to_string(PATH_MAX) + " bytes",
+                  text);
+    }
+    text->append(begin, length);
+    next_ += length + (separator != nullptr ? 1 : 0);
+    if (separator != nullptr && !text->empty()) return Result::Entry;
+  }
+  // What a cancelled wait has cut off may be no name at all.
+  return text->empty() || cancel_->Wait(0) != 0 ? Result::End : Result::Entry;
+}
+
+DocumentList::Result DocumentList::Fail(const std::string& why, std::string* text) {
+  isOver_ = true;
+  *text = why;
+  return Result::Failed;
+}
+
+// @return The bytes read; 0 at the end, or when the wait was cancelled; -1 with errno.
+long DocumentList::Read() {
+  if (fd_ < 0 && !Open()) return -1;
+  for (;;) {
+    if (!WaitForBytes()) return 0;
+    const ssize_t length = ::read(fd_, block_.data(), block_.size());
+    if (length >= 0 || (errno != EINTR && errno != EAGAIN)) return length;
+  }
+}
+
+// Opening a named pipe must not wait for its writer, which nothing could interrupt.
+bool DocumentList::Open() {
+  fd_ = name_ == "-" ? STDIN_FILENO : ::open(name_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  return fd_ >= 0;
+}
+
+// Until there is something to read, the end and an error included. A named pipe that has had no
+// writer yet is not at its end.
+bool DocumentList::WaitForBytes() {
+  pollfd entry{fd_, POLLIN, 0};
+  while (cancel_->Wait(0) == 0) {
+    if (::poll(&entry, 1, kLookMs) > 0) return true;
+  }
+  return false;
+}

@@ -1,0 +1,21 @@
+/// A document of a run, from where it was found to where its outcome is told.
+#ifndef SCA_PROGRAMS_TIKAEXTRACT_JOB_H
+#define SCA_PROGRAMS_TIKAEXTRACT_JOB_H
+
+#include "product/SCA_TikaExtractRequest.h"
+#include "programs/tikaextract/Documents.h"
+#include "programs/tikaextract/Journal.h"
+#include "programs/tikaextract/TextStore.h"
+
+struct Job {
+  Document document;
+  Journal::Entry entry;          ///< under -o
+  unsigned long long bytes = 0;  ///< of the document
+  unsigned mode = 0666;          ///< permissions of its text at most
+  std::string killer;            ///< digest of a content that is not sent any more
+
+  SCA_Owned<SCA_TikaExtractRequest> request;  ///< null when there was nothing to submit
+  TextStore* store = nullptr;                 ///< the request's
+};
+
+#endif  // SCA_PROGRAMS_TIKAEXTRACT_JOB_H
