@@ -27,9 +27,12 @@ bool IsControl(char c) {
   return (byte < 0x20 && c != '\t') || byte == 0x7F;
 }
 
-std::string_view SkipEmptyLines(std::string_view text) {
-  while (text.substr(0, 2) == kLineEnd) text.remove_prefix(2);
-  return text;
+// @return The length of the empty line that the text begins with, or 0 where there is none. A line
+// feed alone is one as well (RFC 9112, section 2.2): the buffer in which a reply ends may take all
+// of its last CR LF but the line feed, which then precedes the next reply.
+std::size_t EmptyLineLength(std::string_view text) {
+  if (text.substr(0, kLineEnd.size()) == kLineEnd) return kLineEnd.size();
+  return text.substr(0, 1) == "\n" ? 1 : 0;
 }
 
 std::string_view Trim(std::string_view text) {
@@ -140,7 +143,8 @@ int SCA_HttpParser::IsHeaderReady(const char* text, unsigned long length,
                                   unsigned long* headerLength) {
   if (length == 0) return 0;
   const std::string_view received(text, ::strnlen(text, length));
-  const std::string_view header = SkipEmptyLines(received);
+  std::string_view header = received;
+  while (const std::size_t empty = EmptyLineLength(header)) header.remove_prefix(empty);
   const std::size_t end = header.find("\r\n\r\n");
   if (end == std::string_view::npos) return 0;
   *headerLength = static_cast<unsigned long>(received.size() - header.size() + end + 4);
@@ -154,15 +158,18 @@ int SCA_HttpParser::ParseHttpHeader(const char* text, unsigned long headerLength
   tagSCA_HTTP_REQUEST parsed;
   bool hasStatus = false;
   for (unsigned long lines = 0; lines < SCA_HttpMaxHeaderLines; ++lines) {
+    if (const std::size_t empty = hasStatus ? 0 : EmptyLineLength(rest)) {
+      rest.remove_prefix(empty);
+      continue;
+    }
     const std::size_t end = rest.find(kLineEnd);
     if (end == std::string_view::npos) return 0;
     const std::string_view line = rest.substr(0, end);
     rest.remove_prefix(end + kLineEnd.size());
-    if (line.empty() && hasStatus) {
+    if (line.empty()) {
       *record = parsed;
       return 1;
     }
-    if (line.empty()) continue;
     if (!(hasStatus ? ParseField(line, &parsed) : ParseStatusLine(line, &parsed))) return 0;
     hasStatus = true;
   }

@@ -142,7 +142,7 @@ TEST(ParseHttpHeader, HoldsToItsLimitsLeadingEmptyLinesIncluded) {
 
 TEST(IsHeaderReady, SaysSoFromTheLastByteOnAndNotBefore) {
   const std::string headers[] = {kStatus + "\r\n"s, WithFields("Content-Length: 3\r\nA: b\r\n"),
-                                 "\r\n" + WithFields("A: b\r\n"), "\r\n\r\n\r\n" + WithFields("")};
+                                 "\r\n" + WithFields("A: b\r\n"), "\n\r\n\r\n" + WithFields("")};
   for (const std::string& header : headers) {
     const std::string text = header + "b\0dy\r\n\r\n"s;
     for (std::size_t length = 0; length <= text.size(); ++length) {
