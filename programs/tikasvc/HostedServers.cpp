@@ -399,19 +399,20 @@ std::vector<ServerState> HostedServers::GetStates() const {
   const SCA_LockGuard guard(lock_);
   for (const auto& [id, hosted] : hosted_) {
     const SCA_TikaServer& server = *hosted.server;
+    const ServerHealth health = hosted.watch->GetHealth();
     ServerState state;
     state.id = id;
     state.port = server.GetPortNumber();
     state.processStatus = server.GetProcessStatus();
-    state.processId = server.GetProcessId();
-    state.restarts = server.GetSessionId();
-    state.workerDeaths = server.GetWorkerEnds();
+    state.processId = health.processId;
+    state.restarts = health.restarts;
+    state.workerDeaths = health.workerDeaths;
     state.memoryUsage = server.GetMemoryUsage();
     state.readOperations = server.GetReadIOPS();
     state.writeOperations = server.GetWriteIOPS();
     state.readData = server.GetReadData();
     state.writeData = server.GetWriteData();
-    state.isReady = server.IsActive() != 0 && hosted.watch->GetHealth().isReady;
+    state.isReady = server.IsActive() != 0 && health.isReady;
     states.push_back(state);
   }
   return states;
@@ -421,7 +422,9 @@ int HostedServers::AddStatuses(SCA_ConfigObj* servers) const {
   const SCA_LockGuard guard(lock_);
   for (const auto& [id, hosted] : hosted_) {
     SCA_ConfigObj* status = servers->AddConfigObj(std::to_string(id).c_str());
-    if (status == nullptr || FillFields(hosted, status) == 0) return 0;
+    if (status == nullptr || FillFields(hosted, hosted.watch->GetHealth(), status) == 0) {
+      return 0;
+    }
   }
   return 1;
 }
@@ -429,17 +432,22 @@ int HostedServers::AddStatuses(SCA_ConfigObj* servers) const {
 int HostedServers::FillStatus(unsigned long id, SCA_ConfigObj* status) const {
   const SCA_LockGuard guard(lock_);
   const Hosted* hosted = Find(id);
-  if (hosted == nullptr || FillFields(*hosted, status) == 0) return 0;
-  SCA_ConfigObj* history = status->AddConfigObj(SCA_ServerFields::History);
-  return history != nullptr ? blackBox_->CopyTo(history, hosted->server->GetPortNumber()) : 0;
+  SCA_Owned<SCA_ConfigObj> history(new SCA_ConfigObj(SCA_ServerFields::History, nullptr));
+  ServerHealth health;
+  if (hosted == nullptr || hosted->watch->GetHealth(&health, history.get()) == 0 ||
+      FillFields(*hosted, health, status) == 0 || status->AddField(history.get()) == 0) {
+    return 0;
+  }
+  static_cast<void>(history.release());
+  return 1;
 }
 
-int HostedServers::FillFields(const Hosted& hosted, SCA_ConfigObj* status) const {
+int HostedServers::FillFields(const Hosted& hosted, const ServerHealth& health,
+                              SCA_ConfigObj* status) const {
   namespace Fields = SCA_ServerFields;
   SCA_TikaServer& server = *hosted.server;
-  const ServerHealth health = hosted.watch->GetHealth();
   const unsigned long code = server.GetStatusCode();
-  const bool runs = server.GetProcessId() != 0;
+  const bool runs = health.processId != 0;
   // Texts that a start may change are copied under the server's own lock.
   SCA_ConfigObj copy("Server", nullptr);
   char fileName[SCA_MaxPath] = "";
@@ -465,9 +473,8 @@ int HostedServers::FillFields(const Hosted& hosted, SCA_ConfigObj* status) const
       number(Fields::AnswerTime, health.answerMs) && number(Fields::Silence, health.silenceMs) &&
       number(Fields::StatusCode, code) &&
       text(Fields::StatusCodeText, code != 0 ? StartErrorText(code) : "") &&
-      number(Fields::ProcessId, server.GetProcessId()) &&
-      number(Fields::Restarts, server.GetSessionId()) &&
-      number(Fields::WorkerDeaths, server.GetWorkerEnds()) &&
+      number(Fields::ProcessId, health.processId) && number(Fields::Restarts, health.restarts) &&
+      number(Fields::WorkerDeaths, health.workerDeaths) &&
       number(Fields::StartTime, server.GetStartTime()) &&
       number(Fields::UpTime, runs ? server.GetUpTime() : 0ULL) &&
       number(Fields::MemoryUsage, runs ? server.GetMemoryUsage() : 0ULL) &&

@@ -121,7 +121,8 @@ class HostedServers {
   static void Claim(Hosted* hosted, unsigned long agent);
   Leaving Take(unsigned long id) SCA_REQUIRES(lock_);
   static void End(std::vector<Leaving> leaving);
-  int FillFields(const Hosted& hosted, SCA_ConfigObj* status) const SCA_REQUIRES(lock_);
+  int FillFields(const Hosted& hosted, const ServerHealth& health, SCA_ConfigObj* status) const
+      SCA_REQUIRES(lock_);
 
   SCA_TikaConfigUser* const config_;
   const std::string bind_;

@@ -36,6 +36,11 @@ std::string TextOf(const SCA_Field& field) {
   return text;
 }
 
+void SayForgotten(const SCA_TikaObituary& obituary) {
+  Say(SCA_LevelError, "no memory to write up the death of process %lu of server %lu",
+      obituary.processId, obituary.serverId);
+}
+
 int AddTexts(SCA_ConfigObj* object, const std::vector<std::string>& texts) {
   if (object == nullptr) return 0;
   for (std::size_t i = 0; i < texts.size(); ++i) {
@@ -66,7 +71,22 @@ void ServerWatch::End() {
 
 ServerHealth ServerWatch::GetHealth() const {
   const SCA_LockGuard guard(lock_);
+  return Health();
+}
+
+int ServerWatch::GetHealth(ServerHealth* health, SCA_ConfigObj* history) const {
+  const SCA_LockGuard guard(lock_);
+  *health = Health();
+  return blackBox_->CopyTo(history, server_->GetPortNumber());
+}
+
+// Of a process that runs, counts are what the watch was told of: the server has counted a moment
+// before.
+ServerHealth ServerWatch::Health() const {
   ServerHealth health;
+  health.processId = run_.isOver ? 0 : run_.processId;
+  health.restarts = run_.isOver ? server_->GetSessionId() : run_.restarts;
+  health.workerDeaths = run_.isOver ? server_->GetWorkerEnds() : run_.workerDeaths;
   health.isReady = !run_.isOver && run_.isReady;
   health.hasAnswered = !run_.isOver && run_.hasAnswered;
   health.version = version_;
@@ -93,17 +113,17 @@ void ServerWatch::Watch() {
 
 // @return How long to wait for the next look, in milliseconds.
 unsigned long ServerWatch::Look() {
-  unsigned long long run = 0;
+  unsigned long long epoch = 0;
   {
     const SCA_LockGuard guard(lock_);
     if (run_.isOver) return SCA_Infinite;
-    run = run_.number;
+    epoch = epoch_;
     SampleMemory();
   }
   std::string version;
   const Clock::time_point begin = Clock::now();
-  const bool answers = Ask(&version) && !IsFromStranger(run);
-  NoteAnswer(run, answers, version, Clock::now() - begin);
+  const bool answers = Ask(&version) && !IsFromStranger(epoch);
+  NoteAnswer(epoch, answers, version, Clock::now() - begin);
   RestartWhenSilent();
   if (!answers) return kFirstAskMs;
   // Often enough to find out soon when the limit has passed.
@@ -148,17 +168,17 @@ void ServerWatch::EndLongAsk() {
 
 // Where another program has the port, its answers are not the server's. Such a server is restarted:
 // some go on for minutes without their port, and say no more than a line in their log.
-bool ServerWatch::IsFromStranger(unsigned long long run) {
+bool ServerWatch::IsFromStranger(unsigned long long epoch) {
   unsigned long processId = 0;
   {
     const SCA_LockGuard guard(lock_);
-    if (run_.isOver || run_.number != run || run_.isReady) return false;
+    if (run_.isOver || epoch_ != epoch || run_.isReady) return false;
     processId = run_.processId;
   }
   if (FindPortHolder(server_->GetPortNumber(), processId) != PortHolder::Stranger) return false;
   {
     const SCA_LockGuard guard(lock_);
-    if (run_.isOver || run_.number != run || run_.isCondemned) return true;
+    if (run_.isOver || epoch_ != epoch || run_.isCondemned) return true;
     run_.isCondemned = true;
     run_.verdict = SCA_DeathKind::PortTaken;
   }
@@ -166,13 +186,12 @@ bool ServerWatch::IsFromStranger(unsigned long long run) {
   return true;
 }
 
-// An answer that has come from a former process says nothing of this one.
-void ServerWatch::NoteAnswer(unsigned long long run, bool answers, const std::string& version,
+void ServerWatch::NoteAnswer(unsigned long long epoch, bool answers, const std::string& version,
                              Clock::duration time) {
   bool isNews = false;
   {
     const SCA_LockGuard guard(lock_);
-    if (run_.isOver || run_.number != run) return;
+    if (run_.isOver || epoch_ != epoch) return;
     isNews = answers && !run_.isReady;
     run_.isReady = answers;
     if (!answers) return;
@@ -222,13 +241,16 @@ void ServerWatch::OnStart(unsigned long processId) {
   isWorkerTold_ = false;
   {
     const SCA_LockGuard guard(lock_);
-    const unsigned long long number = run_.number + 1;
+    const unsigned long restarts = server_->GetSessionId();
+    const unsigned long workerDeaths = restarts != 0 ? run_.workerDeaths : 0;
     run_ = Run();
     run_.isOver = false;
     run_.begin = Clock::now();
     run_.lastAnswer = run_.begin;
-    run_.number = number;
     run_.processId = processId;
+    run_.restarts = restarts;
+    run_.workerDeaths = workerDeaths;
+    ++epoch_;
   }
   wake_.Set();
 }
@@ -250,7 +272,6 @@ void ServerWatch::RecordEnd(const SCA_TikaObituary& obituary) {
   SCA_DeathKind verdict = SCA_DeathKind::Silent;
   {
     const SCA_LockGuard guard(lock_);
-    run_.isOver = true;
     hasAnswered = run_.hasAnswered;
     verdict = run_.verdict;
   }
@@ -260,10 +281,11 @@ void ServerWatch::RecordEnd(const SCA_TikaObituary& obituary) {
         server_->GetPortNumber(), obituary.text);
     return;
   }
-  NoteDeath(cause.text);
+  const bool isNoted = NoteDeath(BlackBox::Mortal::Server, cause,
+                                 WriteUp(obituary, BlackBox::Mortal::Server, cause, lines));
   Say(SCA_LevelError, "server %lu on port %u died: %s (%s)", server_->GetServerId(),
       server_->GetPortNumber(), cause.text.c_str(), obituary.text);
-  Remember(obituary, BlackBox::Mortal::Server, cause, lines);
+  if (!isNoted) SayForgotten(obituary);
   const bool isInVain = !hasAnswered || cause.kind == SCA_DeathKind::PortTaken;
   deathsInVain_ = isInVain ? deathsInVain_ + 1 : 0;
   if (isInVain) DelayRestart();
@@ -287,32 +309,39 @@ void ServerWatch::RecordWorkerEnd(SCA_TikaObituary obituary) {
   {
     const SCA_LockGuard guard(lock_);
     hasAnswered = run_.hasAnswered;
-    run_.isReady = false;  // until the next worker answers
   }
   // A server that cannot come up replaces its worker every few seconds: one death tells it all.
   const bool isMore = !hasAnswered && isWorkerTold_;
   isWorkerTold_ = !hasAnswered;
-  if (isMore) return blackBox_->Add(nullptr, BlackBox::Mortal::Worker, cause.kind);
-  NoteDeath(cause.text);
+  if (isMore) {
+    const SCA_LockGuard guard(lock_);
+    CountDeath(BlackBox::Mortal::Worker);
+    return blackBox_->Add(nullptr, BlackBox::Mortal::Worker, cause.kind);
+  }
+  const bool isNoted = NoteDeath(BlackBox::Mortal::Worker, cause,
+                                 WriteUp(obituary, BlackBox::Mortal::Worker, cause, lines));
   Say(SCA_LevelError, "a worker of server %lu on port %u died: %s (%s)", server_->GetServerId(),
       server_->GetPortNumber(), cause.text.c_str(), obituary.text);
-  Remember(obituary, BlackBox::Mortal::Worker, cause, lines);
+  if (!isNoted) SayForgotten(obituary);
 }
 
-void ServerWatch::NoteDeath(const std::string& cause) {
+// False when there was no memory to remember it: it counts nevertheless.
+bool ServerWatch::NoteDeath(BlackBox::Mortal mortal, const DeathCause& cause,
+                            SCA_Owned<SCA_ConfigObj> death) {
+  const bool isWritten = death != nullptr;
   const SCA_LockGuard guard(lock_);
-  lastDeath_ = cause;
+  CountDeath(mortal);
+  lastDeath_ = cause.text;
   lastDeathTime_ = SCA_GetAbsTime();
+  blackBox_->Add(std::move(death), mortal, cause.kind);
+  return isWritten;
 }
 
-void ServerWatch::Remember(const SCA_TikaObituary& obituary, BlackBox::Mortal mortal,
-                           const DeathCause& cause, const std::vector<std::string>& lines) {
-  SCA_Owned<SCA_ConfigObj> death = WriteUp(obituary, mortal, cause, lines);
-  if (death == nullptr) {
-    Say(SCA_LevelError, "no memory to write up the death of process %lu of server %lu",
-        obituary.processId, obituary.serverId);
-  }
-  blackBox_->Add(std::move(death), mortal, cause.kind);
+void ServerWatch::CountDeath(BlackBox::Mortal mortal) {
+  run_.isReady = false;  // of a worker's server until the next worker answers
+  ++epoch_;
+  if (mortal == BlackBox::Mortal::Worker) ++run_.workerDeaths;
+  if (mortal == BlackBox::Mortal::Server) run_.isOver = true;
 }
 
 void ServerWatch::DelayRestart() {

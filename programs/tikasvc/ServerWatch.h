@@ -21,11 +21,15 @@ struct WatchRules {
   unsigned long silenceLimitMs = 0;  ///< 0: a silent server is let be
 };
 
-/// What is known of a server beyond its own fields.
+/// What is known of a server at one moment: a death is counted, remembered and the end of its
+/// readiness at once.
 struct ServerHealth {
-  bool isReady = false;      ///< it answered when it was asked last
-  bool hasAnswered = false;  ///< since its process was started
-  std::string version;       ///< as it answered last
+  unsigned long processId = 0;     ///< 0 when none runs
+  unsigned long restarts = 0;      ///< since the server was started
+  unsigned long workerDeaths = 0;  ///< as well
+  bool isReady = false;            ///< it answered when it was asked last
+  bool hasAnswered = false;        ///< since its process was started
+  std::string version;             ///< as it answered last
   unsigned long long answerMs = 0;
   unsigned long long silenceMs = 0;  ///< since its last answer, or its process's start
   std::string lastDeath;
@@ -44,6 +48,10 @@ class ServerWatch : public SCA_TikaServerObserver {
   ~ServerWatch() override;
 
   ServerHealth GetHealth() const SCA_EXCLUDES(lock_);
+  /// @param history  Receives copies of the deaths of servers on this one's port, as of that
+  /// moment.
+  /// @return 0 without memory.
+  int GetHealth(ServerHealth* health, SCA_ConfigObj* history) const SCA_EXCLUDES(lock_);
 
   /// Before the server is asked to stop: its worker will not wait for a delay any more.
   void Halt() { halted_.Set(); }
@@ -76,24 +84,26 @@ class ServerWatch : public SCA_TikaServerObserver {
     Clock::time_point begin;
     Clock::time_point lastAnswer;
     std::deque<Sample> memory;  // oldest first
-    unsigned long long number = 0;
     unsigned long processId = 0;
+    unsigned long restarts = 0;
+    unsigned long workerDeaths = 0;  // since the server was started
   };
 
   void Watch();
   unsigned long Look() SCA_EXCLUDES(lock_);
   bool Ask(std::string* version) SCA_EXCLUDES(lock_);
   unsigned long AnswerLimitMs() const;
-  bool IsFromStranger(unsigned long long run) SCA_EXCLUDES(lock_);
-  void NoteAnswer(unsigned long long run, bool answers, const std::string& version,
+  ServerHealth Health() const SCA_REQUIRES(lock_);
+  bool IsFromStranger(unsigned long long epoch) SCA_EXCLUDES(lock_);
+  void NoteAnswer(unsigned long long epoch, bool answers, const std::string& version,
                   Clock::duration time) SCA_EXCLUDES(lock_);
   void SampleMemory() SCA_REQUIRES(lock_);
   void RestartWhenSilent() SCA_EXCLUDES(lock_);
   void RecordEnd(const SCA_TikaObituary& obituary) SCA_EXCLUDES(lock_);
   void RecordWorkerEnd(SCA_TikaObituary obituary) SCA_EXCLUDES(lock_);
-  void Remember(const SCA_TikaObituary& obituary, BlackBox::Mortal mortal, const DeathCause& cause,
-                const std::vector<std::string>& lines) SCA_EXCLUDES(lock_);
-  void NoteDeath(const std::string& cause) SCA_EXCLUDES(lock_);
+  bool NoteDeath(BlackBox::Mortal mortal, const DeathCause& cause, SCA_Owned<SCA_ConfigObj> death)
+      SCA_EXCLUDES(lock_);
+  void CountDeath(BlackBox::Mortal mortal) SCA_REQUIRES(lock_);
   std::vector<std::string> LastLines(const SCA_TikaObituary& obituary, unsigned long after) const;
   SCA_Owned<SCA_ConfigObj> WriteUp(const SCA_TikaObituary& obituary, BlackBox::Mortal mortal,
                                    const DeathCause& cause, const std::vector<std::string>& lines)
@@ -107,6 +117,8 @@ class ServerWatch : public SCA_TikaServerObserver {
 
   mutable SCA_Lock lock_;
   Run run_ SCA_GUARDED_BY(lock_);
+  // Changes with each process and worker: an answer of a former one says nothing of the next.
+  unsigned long long epoch_ SCA_GUARDED_BY(lock_) = 0;
   std::string version_ SCA_GUARDED_BY(lock_);
   unsigned long long answerMs_ SCA_GUARDED_BY(lock_) = 0;
   std::string lastDeath_ SCA_GUARDED_BY(lock_);
