@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "programs/tikafault/Fault.h"
+#include "faultlab/Fault.h"
 
 /// Exit status of the program.
 enum ExitStatus { kStopped = 0, kFailed = 1, kWrongUse = 2 };

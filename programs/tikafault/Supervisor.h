@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "programs/tikafault/ServerConnection.h"
+#include "faultlab/ServerConnection.h"
 
 /// Made and run while the process has one thread.
 class Supervisor {

@@ -10,11 +10,11 @@
 #include <sstream>
 #include <system_error>
 
+#include "faultlab/FaultServer.h"
 #include "platform/SCA_Sha256.h"
 #include "programs/common/Event.h"
 #include "programs/common/Signals.h"
 #include "programs/common/Start.h"
-#include "programs/tikafault/FaultServer.h"
 #include "programs/tikafault/Options.h"
 #include "programs/tikafault/Supervisor.h"
 

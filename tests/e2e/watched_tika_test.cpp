@@ -15,12 +15,12 @@
 #include <vector>
 
 #include "client/SCA_TikaClient.h"
+#include "faultlab/ServerConnection.h"
 #include "host/SCA_TikaServer.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Process.h"
 #include "product/SCA_TikaDispatcher.h"
 #include "programs/common/Address.h"
-#include "programs/tikafault/ServerConnection.h"
 #include "tests/e2e/jars.h"
 #include "tests/support/FreePort.h"
 #include "tests/support/Program.h"

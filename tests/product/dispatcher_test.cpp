@@ -14,8 +14,8 @@
 #include <thread>
 #include <vector>
 
+#include "faultlab/FaultServer.h"
 #include "platform/SCA_Error.h"
-#include "programs/tikafault/FaultServer.h"
 #include "tests/support/ReportCapture.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"

@@ -3,7 +3,7 @@
 #include <atomic>
 
 #include "control/SCA_ServiceStatusNames.h"
-#include "programs/tikafault/FaultServer.h"
+#include "faultlab/FaultServer.h"
 #include "tests/control/fake_host.h"
 #include "tests/support/Program.h"
 #include "tests/support/Timing.h"

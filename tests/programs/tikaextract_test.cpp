@@ -16,8 +16,8 @@
 #include <thread>
 #include <tuple>
 
+#include "faultlab/FaultServer.h"
 #include "programs/common/Json.h"
-#include "programs/tikafault/FaultServer.h"
 #include "settings/SCA_TikaConfigOrv.h"
 #include "tests/support/Program.h"
 #include "tests/support/TempDir.h"

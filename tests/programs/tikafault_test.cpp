@@ -8,7 +8,7 @@
 #include <csignal>
 #include <cstring>
 
-#include "programs/tikafault/FaultServer.h"
+#include "faultlab/FaultServer.h"
 #include "tests/support/FreePort.h"
 #include "tests/support/Program.h"
 #include "tests/support/Timing.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "programs/tikafault/ServerConnection.h"
+#include "faultlab/ServerConnection.h"
 
 /// Listens on a free port of a loopback address from its construction on. The destructor ends the
 /// script's waits, joins its thread and closes everything.

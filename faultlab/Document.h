@@ -1,6 +1,6 @@
 /// Documents as a server of the lab sees them: which fault each has, and what its text is.
-#ifndef SCA_PROGRAMS_TIKAFAULT_DOCUMENT_H
-#define SCA_PROGRAMS_TIKAFAULT_DOCUMENT_H
+#ifndef SCA_FAULTLAB_DOCUMENT_H
+#define SCA_FAULTLAB_DOCUMENT_H
 
 #include <atomic>
 #include <cstdint>
@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "programs/tikafault/Fault.h"
+#include "faultlab/Fault.h"
 
 /// By its size and its first bytes a document is known, before all of it is there.
 struct DocumentHead {
@@ -88,4 +88,4 @@ class LabMemory {
   Table* table_;
 };
 
-#endif  // SCA_PROGRAMS_TIKAFAULT_DOCUMENT_H
+#endif  // SCA_FAULTLAB_DOCUMENT_H

@@ -1,4 +1,4 @@
-#include "programs/tikafault/Fault.h"
+#include "faultlab/Fault.h"
 
 #include <algorithm>
 #include <cerrno>

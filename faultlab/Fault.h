@@ -1,6 +1,6 @@
 /// What a server does wrong with a document: the table of faults, and faults as words.
-#ifndef SCA_PROGRAMS_TIKAFAULT_FAULT_H
-#define SCA_PROGRAMS_TIKAFAULT_FAULT_H
+#ifndef SCA_FAULTLAB_FAULT_H
+#define SCA_FAULTLAB_FAULT_H
 
 #include <cstdint>
 #include <optional>
@@ -88,4 +88,4 @@ FaultPrognosis Foretell(const FaultSpec& fault);
 /// The faults that a share of all documents is to have, each as likely as another.
 const std::vector<FaultSpec>& FaultMix();
 
-#endif  // SCA_PROGRAMS_TIKAFAULT_FAULT_H
+#endif  // SCA_FAULTLAB_FAULT_H

@@ -1,4 +1,4 @@
-#include "programs/tikafault/ServerConnection.h"
+#include "faultlab/ServerConnection.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

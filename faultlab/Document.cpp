@@ -1,4 +1,4 @@
-#include "programs/tikafault/Document.h"
+#include "faultlab/Document.h"
 
 #include <sys/mman.h>
 

@@ -1,6 +1,6 @@
 /// A Tika server that misbehaves on command.
-#ifndef SCA_PROGRAMS_TIKAFAULT_FAULTSERVER_H
-#define SCA_PROGRAMS_TIKAFAULT_FAULTSERVER_H
+#ifndef SCA_FAULTLAB_FAULTSERVER_H
+#define SCA_FAULTLAB_FAULTSERVER_H
 
 #include <chrono>
 #include <condition_variable>
@@ -10,8 +10,8 @@
 #include <string>
 #include <thread>
 
-#include "programs/tikafault/Document.h"
-#include "programs/tikafault/ServerConnection.h"
+#include "faultlab/Document.h"
+#include "faultlab/ServerConnection.h"
 
 struct FaultServerOptions {
   std::string address = "127.0.0.1";
@@ -70,4 +70,4 @@ class FaultServer {
   std::thread thread_;
 };
 
-#endif  // SCA_PROGRAMS_TIKAFAULT_FAULTSERVER_H
+#endif  // SCA_FAULTLAB_FAULTSERVER_H

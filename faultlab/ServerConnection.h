@@ -1,6 +1,6 @@
 /// The server's side of TCP connections, for peers that misbehave on purpose.
-#ifndef SCA_PROGRAMS_TIKAFAULT_SERVERCONNECTION_H
-#define SCA_PROGRAMS_TIKAFAULT_SERVERCONNECTION_H
+#ifndef SCA_FAULTLAB_SERVERCONNECTION_H
+#define SCA_FAULTLAB_SERVERCONNECTION_H
 
 #include <atomic>
 #include <string>
@@ -80,4 +80,4 @@ class Listener {
   unsigned short port_ = 0;
 };
 
-#endif  // SCA_PROGRAMS_TIKAFAULT_SERVERCONNECTION_H
+#endif  // SCA_FAULTLAB_SERVERCONNECTION_H

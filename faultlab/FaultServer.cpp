@@ -1,4 +1,4 @@
-#include "programs/tikafault/FaultServer.h"
+#include "faultlab/FaultServer.h"
 
 #include <unistd.h>
 
