@@ -102,25 +102,78 @@ unsigned long SCA_TikaDispatch::AddServer(const char* hostName, unsigned short p
   }
   const SCA_LockGuard guard(lock_);
   if (isStopping_) return SCA_ErrorStopping;
-  const unsigned long number = seats_.size();
-  unsigned long server = servers_.size();
-  for (const Seat& seat : seats_) {
-    if (seat.worker->IsServer(hostName, port)) server = seat.worker->Server();
-  }
+  std::list<Seat> added;
+  unsigned long error = 0;
   try {
-    if (server == servers_.size()) servers_.emplace_back();
-    seats_.emplace_back();
-    seats_.back().worker =
-        std::make_unique<SCA_TikaWorker>(this, number, hostName, port, serviceId, server);
-    seats_.back().worker->Start();
+    Seat& seat = added.emplace_back(this, hostName, port, serviceId);
+    seat.server = FindOrAddServer(hostName, port);
+    ++seat.server->seats;
+    seat.Start();
   } catch (const std::bad_alloc&) {
-    if (seats_.size() > number) seats_.pop_back();
-    return ENOMEM;
+    error = ENOMEM;
   } catch (const std::exception&) {
-    seats_.pop_back();
-    return EAGAIN;
+    error = EAGAIN;
   }
+  if (error == 0) {
+    seats_.splice(seats_.end(), added);
+  } else if (!added.empty()) {
+    Empty(&added.back());
+  }
+  return error;
+}
+
+SCA_TikaDispatch::Server* SCA_TikaDispatch::FindOrAddServer(const char* hostName,
+                                                            unsigned short port) {
+  for (const Seat& seat : seats_) {
+    if (seat.server != nullptr && seat.IsServer(hostName, port)) return seat.server;
+  }
+  Server& server = servers_[nextServer_];
+  server.id = nextServer_++;
+  return &server;
+}
+
+// Gives a seat's server up.
+void SCA_TikaDispatch::Empty(Seat* seat) {
+  seat->state = SeatState::Empty;
+  Server* const server = seat->server;
+  seat->server = nullptr;
+  if (server == nullptr || --server->seats > 0) return;
+  if (server->suspect != nullptr) Leave(server->suspect);
+  servers_.erase(server->id);
+}
+
+unsigned long SCA_TikaDispatch::RemoveServer(const char* hostName, unsigned short port,
+                                             unsigned long serviceId) {
+  const SCA_LockGuard guard(lock_);
+  if (isStopping_) return SCA_ErrorStopping;
+  bool isFound = false;
+  for (Seat& seat : seats_) {
+    if (!seat.IsIn() || seat.ServiceId() != serviceId || hostName == nullptr ||
+        !seat.IsServer(hostName, port)) {
+      continue;
+    }
+    isFound = true;
+    seat.state = SeatState::Left;
+    seat.RequestStop();
+    if (seat.ask != nullptr) seat.ask->Set();
+    LoseServer(&seat);
+  }
+  if (!isFound) return ENXIO;
+  // The workers may have been woken for requests that they leave to others now.
+  WakeAll();
   return 0;
+}
+
+// Nobody is to wait for a server that has been removed, and its requests have as long to find
+// another one as if it could not be reached any longer.
+void SCA_TikaDispatch::LoseServer(Seat* seat) {
+  SCA_TikaExtractRequest* const suspect = seat->server->suspect;
+  if (suspect != nullptr && suspect->stage_ == Stage::Waiting) Leave(suspect);
+  const Clock::time_point lostAt = seat->downSince.value_or(Clock::now());
+  for (const auto* node = requests_.GetHead(); node != nullptr; node = node->GetNext()) {
+    SCA_TikaExtractRequest* const request = node->GetItem();
+    if (seat->MayServe(*request)) request->waitsSince_ = std::max(request->waitsSince_, lostAt);
+  }
 }
 
 unsigned long SCA_TikaDispatch::Check(SCA_TikaExtractRequest* request) const {
@@ -192,9 +245,8 @@ unsigned long SCA_TikaDispatch::Submit(SCA_TikaExtractRequest* request, bool wai
     if (services.areAll) {
       WakeAll();
     } else {
-      WakeOne([&](const SCA_TikaWorker& worker) SCA_REQUIRES(lock_) {
-        return services.Hold(worker.ServiceId()) && IsOpen(worker);
-      });
+      WakeOne([&](const Seat& seat)
+                  SCA_REQUIRES(lock_) { return services.Hold(seat.ServiceId()) && IsOpen(seat); });
     }
     isStopping = isStopping_;
   }
@@ -264,7 +316,7 @@ void SCA_TikaDispatch::Move(SCA_TikaExtractRequest* request, Stage stage) {
 // Ends what ties a request to a server: that it is served there, or has a claim to it.
 void SCA_TikaDispatch::Leave(SCA_TikaExtractRequest* request) {
   if (request->server_ == SCA_TikaExtractRequest::kNoServer) return;
-  Server& server = servers_[request->server_];
+  Server& server = ServerOf(*request);
   request->server_ = SCA_TikaExtractRequest::kNoServer;
   if (request->stage_ == Stage::Served) --server.serving;
   if (server.suspect == nullptr) return;
@@ -276,8 +328,8 @@ void SCA_TikaDispatch::Leave(SCA_TikaExtractRequest* request) {
 // Lets a request wait outside of the queue.
 void SCA_TikaDispatch::LetWait(SCA_TikaExtractRequest* request) {
   Move(request, Stage::Waiting);
-  WakeOne([&](const SCA_TikaWorker& worker)
-              SCA_REQUIRES(lock_) { return MayHave(worker, *request) && IsOpen(worker); });
+  WakeOne([&](const Seat& seat)
+              SCA_REQUIRES(lock_) { return MayHave(seat, *request) && IsOpen(seat); });
 }
 
 // Takes a request that waits outside of the queue for the calling thread.
@@ -300,8 +352,8 @@ int SCA_TikaDispatch::GetStatus(SCA_ConfigObj* obj) {
 
 // For the workers.
 
-int SCA_TikaDispatch::Prepare(SCA_TikaClient* client, unsigned long* error) {
-  return prepare_ != nullptr ? prepare_(client, &stop_, prepareContext_, error) : 1;
+int SCA_TikaDispatch::Prepare(SCA_TikaClient* client, SCA_Event* stop, unsigned long* error) {
+  return prepare_ != nullptr ? prepare_(client, stop, prepareContext_, error) : 1;
 }
 
 unsigned long SCA_TikaDispatch::Work() {
@@ -309,64 +361,64 @@ unsigned long SCA_TikaDispatch::Work() {
   return work_;
 }
 
-SCA_TikaExtractRequest* SCA_TikaDispatch::Take(const SCA_TikaWorker& worker) {
+SCA_TikaExtractRequest* SCA_TikaDispatch::Take(SCA_TikaWorker* worker) {
+  Seat& seat = SeatOf(worker);
   for (;;) {
     SCA_TikaExtractRequest* request = nullptr;
     {
       const SCA_LockGuard guard(lock_);
-      request = FindWaiting(worker);
-      if (request != nullptr && Begin(request, worker)) return request;
-      if (request == nullptr && !IsOpen(worker)) return nullptr;
+      if (!seat.IsIn()) return nullptr;
+      request = FindWaiting(seat);
+      if (request != nullptr && Begin(request, seat)) return request;
+      if (request == nullptr && !IsOpen(seat)) return nullptr;
     }
     if (request == nullptr) {
       SCA_TikaClientRequest* taken = nullptr;
-      if (queue_.TakeClientRequest(worker.Client(), &taken) == 0) return nullptr;
+      if (queue_.TakeClientRequest(seat.Client(), &taken) == 0) return nullptr;
       // Nothing else is ever queued.
       request = static_cast<SCA_TikaExtractRequest*>(taken);
       const SCA_LockGuard guard(lock_);
-      if (!IsOpen(worker)) {
+      if (!IsOpen(seat)) {
         LetWait(request);
         return nullptr;
       }
-      if (Begin(request, worker)) return request;
+      if (Begin(request, seat)) return request;
     }
     request->Destroy();  // it had been abandoned
   }
 }
 
-SCA_TikaExtractRequest* SCA_TikaDispatch::FindWaiting(const SCA_TikaWorker& worker) {
+SCA_TikaExtractRequest* SCA_TikaDispatch::FindWaiting(const Seat& seat) {
   if (At(Stage::Waiting) == 0) return nullptr;
   for (const auto* node = requests_.GetHead(); node != nullptr; node = node->GetNext()) {
     SCA_TikaExtractRequest* const request = node->GetItem();
-    if (request->stage_ != Stage::Waiting || !MayHave(worker, *request)) continue;
-    if (request->IsSuspect() ? Claim(request, worker) : IsOpen(worker)) return request;
+    if (request->stage_ != Stage::Waiting || !MayHave(seat, *request)) continue;
+    if (request->IsSuspect() ? Claim(request, seat) : IsOpen(seat)) return request;
   }
   return nullptr;
 }
 
 // A server that a request has left is its last choice.
-bool SCA_TikaDispatch::MayHave(const SCA_TikaWorker& worker,
-                               const SCA_TikaExtractRequest& request) {
-  if (!worker.MayServe(request)) return false;
-  const unsigned long server = worker.Server();
+bool SCA_TikaDispatch::MayHave(const Seat& seat, const SCA_TikaExtractRequest& request) {
+  if (!seat.MayServe(request)) return false;
+  const unsigned long server = seat.server->id;
   return request.server_ == server || request.failedServer_ != server || !HasOther(request, server);
 }
 
 // @return True when a server other than the given one can be used now.
 bool SCA_TikaDispatch::HasOther(const SCA_TikaExtractRequest& request, unsigned long server) {
   return std::any_of(seats_.begin(), seats_.end(), [&](const Seat& seat) SCA_REQUIRES(lock_) {
-    const unsigned long other = seat.worker->Server();
-    return other != server && !seat.downSince && !servers_[other].unreadySince &&
-           seat.worker->MayServe(request);
+    return seat.IsIn() && seat.server->id != server && !seat.downSince &&
+           !seat.server->unreadySince && seat.MayServe(request);
   });
 }
 
 // @return True when the suspect has the worker's server alone.
-bool SCA_TikaDispatch::Claim(SCA_TikaExtractRequest* request, const SCA_TikaWorker& worker) {
-  Server& server = servers_[worker.Server()];
+bool SCA_TikaDispatch::Claim(SCA_TikaExtractRequest* request, const Seat& seat) {
+  Server& server = *seat.server;
   if (server.suspect == nullptr && request->server_ == SCA_TikaExtractRequest::kNoServer) {
     server.suspect = request;
-    request->server_ = worker.Server();
+    request->server_ = server.id;
     // Other workers of the server may have been woken for work that it cannot take now.
     WakeAll();
   }
@@ -374,11 +426,11 @@ bool SCA_TikaDispatch::Claim(SCA_TikaExtractRequest* request, const SCA_TikaWork
 }
 
 // @return False when the request had been abandoned.
-bool SCA_TikaDispatch::Begin(SCA_TikaExtractRequest* request, const SCA_TikaWorker& worker) {
+bool SCA_TikaDispatch::Begin(SCA_TikaExtractRequest* request, const Seat& seat) {
   if (request->ExchangeProcessStatus(SCA_RequestServed) == SCA_RequestAbandoned) return false;
   Move(request, Stage::Served);
-  request->server_ = worker.Server();
-  ++servers_[worker.Server()].serving;
+  request->server_ = seat.server->id;
+  ++seat.server->serving;
   return true;
 }
 
@@ -391,7 +443,7 @@ void SCA_TikaDispatch::BeginTry(SCA_TikaExtractRequest* request, SCA_TikaClient*
 
 bool SCA_TikaDispatch::EndTry(SCA_TikaExtractRequest* request, SCA_TikaTryEnd end) {
   const SCA_LockGuard guard(lock_);
-  Server& server = servers_[request->server_];
+  Server& server = ServerOf(*request);
   bool isAgain = true;
   switch (end) {
     case SCA_TikaTryEnd::Final:
@@ -436,9 +488,9 @@ template <class Accept>
 void SCA_TikaDispatch::WakeOne(Accept accept) {
   ++work_;
   for (Seat& seat : seats_) {
-    if (!seat.isIdle || !accept(*seat.worker)) continue;
-    seat.isIdle = false;
-    seat.worker->Wake();
+    if (seat.state != SeatState::Idle || !accept(seat)) continue;
+    seat.state = SeatState::Taken;
+    seat.Wake();
     return;
   }
 }
@@ -446,33 +498,37 @@ void SCA_TikaDispatch::WakeOne(Accept accept) {
 void SCA_TikaDispatch::WakeAll() {
   ++work_;
   for (Seat& seat : seats_) {
-    seat.isIdle = false;
-    seat.worker->Wake();
+    if (seat.state == SeatState::Idle) seat.state = SeatState::Taken;
+    seat.Wake();
   }
 }
 
-bool SCA_TikaDispatch::BeginIdle(const SCA_TikaWorker& worker, unsigned long seen) {
+bool SCA_TikaDispatch::BeginIdle(SCA_TikaWorker* worker, unsigned long seen) {
   const SCA_LockGuard guard(lock_);
-  seats_[worker.Number()].isIdle = work_ == seen && !isStopping_;
-  return seats_[worker.Number()].isIdle;
+  Seat& seat = SeatOf(worker);
+  if (work_ != seen || isStopping_ || !seat.IsIn()) return false;
+  seat.state = SeatState::Idle;
+  return true;
 }
 
-void SCA_TikaDispatch::EndIdle(const SCA_TikaWorker& worker) {
+void SCA_TikaDispatch::EndIdle(SCA_TikaWorker* worker) {
   const SCA_LockGuard guard(lock_);
-  seats_[worker.Number()].isIdle = false;
+  Seat& seat = SeatOf(worker);
+  if (seat.IsIn()) seat.state = SeatState::Taken;
 }
 
-void SCA_TikaDispatch::BeginAsk(const SCA_TikaWorker& worker, SCA_Event* ends) {
+void SCA_TikaDispatch::BeginAsk(SCA_TikaWorker* worker, SCA_Event* ends) {
   const SCA_LockGuard guard(lock_);
+  Seat& seat = SeatOf(worker);
   ends->Reset();
-  if (isStopping_) ends->Set();
-  seats_[worker.Number()].ask = ends;
-  seats_[worker.Number()].askedAt = Clock::now();
+  if (isStopping_ || !seat.IsIn()) ends->Set();
+  seat.ask = ends;
+  seat.askedAt = Clock::now();
 }
 
-void SCA_TikaDispatch::EndAsk(const SCA_TikaWorker& worker) {
+void SCA_TikaDispatch::EndAsk(SCA_TikaWorker* worker) {
   const SCA_LockGuard guard(lock_);
-  seats_[worker.Number()].ask = nullptr;
+  SeatOf(worker).ask = nullptr;
 }
 
 void SCA_TikaDispatch::EndLongAsks(Clock::time_point now) {
@@ -484,23 +540,31 @@ void SCA_TikaDispatch::EndLongAsks(Clock::time_point now) {
   }
 }
 
-void SCA_TikaDispatch::ServerIsUp(const SCA_TikaWorker& worker) {
+void SCA_TikaDispatch::ServerIsUp(SCA_TikaWorker* worker) {
   const SCA_LockGuard guard(lock_);
-  seats_[worker.Number()].downSince.reset();
+  SeatOf(worker).downSince.reset();
 }
 
-void SCA_TikaDispatch::ServerIsDown(const SCA_TikaWorker& worker, unsigned long error) {
+void SCA_TikaDispatch::ServerIsDown(SCA_TikaWorker* worker, unsigned long error) {
   {
     const SCA_LockGuard guard(lock_);
-    Seat& seat = seats_[worker.Number()];
+    Seat& seat = SeatOf(worker);
     seat.error = error;
-    if (seat.downSince) return;
+    if (seat.downSince || !seat.IsIn()) return;
     seat.downSince = Clock::now();
-    servers_[worker.Server()].unreadySince.reset();
-    SCA_TikaExtractRequest* const suspect = servers_[worker.Server()].suspect;
+    seat.server->unreadySince.reset();
+    SCA_TikaExtractRequest* const suspect = seat.server->suspect;
     if (suspect != nullptr && suspect->stage_ == Stage::Waiting) Leave(suspect);
     // The worker may have been woken for a request that it cannot serve now.
     WakeAll();
+  }
+  watch_.Set();
+}
+
+void SCA_TikaDispatch::HasEnded(SCA_TikaWorker* worker) {
+  {
+    const SCA_LockGuard guard(lock_);
+    Empty(&SeatOf(worker));
   }
   watch_.Set();
 }
@@ -548,6 +612,7 @@ void SCA_TikaDispatch::Watch() {
   for (;;) {
     watch_.Wait(HasRequests() ? kTickMs : SCA_Infinite);
     if (stop_.Wait(0) != 0) return;
+    Reap();
     while (Sweep()) {
     }
   }
@@ -556,6 +621,17 @@ void SCA_TikaDispatch::Watch() {
 bool SCA_TikaDispatch::HasRequests() {
   const SCA_LockGuard guard(lock_);
   return requests_.Count() > 0;
+}
+
+// Joins the threads of removed servers, which have nothing more to do, and deletes their clients.
+void SCA_TikaDispatch::Reap() {
+  std::list<Seat> empty;
+  const SCA_LockGuard guard(lock_);
+  for (auto seat = seats_.begin(); seat != seats_.end();) {
+    const auto next = std::next(seat);
+    if (seat->state == SeatState::Empty) empty.splice(empty.end(), seats_, seat);
+    seat = next;
+  }
 }
 
 // @return True when there may be more to end.
@@ -629,7 +705,7 @@ SCA_TikaVerdict SCA_TikaDispatch::Judge(SCA_TikaExtractRequest* request, Clock::
           : SCA_TikaVerdict::Make(SCA_TikaOutcome::NoServer, SCA_ErrorNoServer, nullptr,
                                   SCA_ErrorText(SCA_ErrorNoServer));
   if (example != nullptr) {
-    verdict.Tell("; ").Tell(example->worker->Name().c_str()).Tell(": ");
+    verdict.Tell("; ").Tell(example->Name().c_str()).Tell(": ");
     verdict.Tell(SCA_ErrorText(example->error));
   }
   return verdict;
@@ -650,7 +726,7 @@ bool SCA_TikaDispatch::LacksServer(const SCA_TikaExtractRequest& request, Clock:
                                    const Seat** example) {
   if (!HasPassed(request.waitsSince_, limits_.noServerMs, now)) return false;
   for (const Seat& seat : seats_) {
-    if (!seat.worker->MayServe(request)) continue;
+    if (!seat.IsIn() || !seat.MayServe(request)) continue;
     if (!seat.downSince || !HasPassed(*seat.downSince, limits_.noServerMs, now)) return false;
     *example = &seat;
   }
@@ -666,21 +742,20 @@ void SCA_TikaDispatch::Stop() {
       node->GetItem()->cancel_.Set();
     }
     stop_.Set();
+    for (Seat& seat : seats_) seat.RequestStop();
     EndLongAsks(Clock::now());
     WakeAll();
   }
   hasRoom_.NotifyAll();
   watch_.Set();
-  for (std::size_t i = 0;; ++i) {
-    SCA_TikaWorker* worker = nullptr;
-    {
-      const SCA_LockGuard guard(lock_);
-      if (i == seats_.size()) break;
-      worker = seats_[i].worker.get();
-    }
-    worker->Join();
-  }
+  // The watcher takes seats away; nobody adds any now.
   if (watcher_.joinable()) watcher_.join();
+  std::list<Seat> seats;
+  {
+    const SCA_LockGuard guard(lock_);
+    seats.splice(seats.end(), seats_);
+  }
+  for (Seat& seat : seats) seat.Join();
   Drain();
 }
 

@@ -4,11 +4,12 @@
 
 #include <array>
 #include <chrono>
+#include <list>
+#include <map>
 #include <optional>
 #include <random>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "platform/SCA_Lock.h"
 #include "product/SCA_TikaClientList.h"
@@ -40,10 +41,10 @@ enum class SCA_TikaTryEnd {
 /// One client and the thread that serves with it.
 class SCA_TikaWorker {
  public:
-  /// @param number  The worker's place in the dispatch.
-  /// @param server  Numbers the servers: equal for workers of one host and port.
-  SCA_TikaWorker(SCA_TikaDispatch* dispatch, unsigned long number, const char* hostName,
-                 unsigned short port, unsigned long serviceId, unsigned long server);
+  using Clock = std::chrono::steady_clock;
+
+  SCA_TikaWorker(SCA_TikaDispatch* dispatch, const char* hostName, unsigned short port,
+                 unsigned long serviceId);
   ~SCA_TikaWorker() { Join(); }
   SCA_TikaWorker(const SCA_TikaWorker&) = delete;
   SCA_TikaWorker& operator=(const SCA_TikaWorker&) = delete;
@@ -51,10 +52,13 @@ class SCA_TikaWorker {
   void Start();
   void Join();
   void Wake() { wake_.Set(); }
+  /// Ends the thread after the file that it has; every other wait ends now.
+  void RequestStop() {
+    stop_.Set();
+    Wake();
+  }
 
-  unsigned long Number() const { return number_; }
   unsigned long ServiceId() const { return serviceId_; }
-  unsigned long Server() const { return server_; }
   const std::string& Name() const { return name_; }
   bool IsServer(const char* hostName, unsigned short port) const;
   /// Whether the worker's service may serve a request.
@@ -64,7 +68,6 @@ class SCA_TikaWorker {
   SCA_TikaClient* Client() const { return client_.get(); }
 
  private:
-  using Clock = std::chrono::steady_clock;
   struct Delivery;
 
   void Run();
@@ -83,12 +86,11 @@ class SCA_TikaWorker {
   static int Deliver(const char* text, unsigned long length, unsigned long offset, void* context);
 
   SCA_TikaDispatch* const dispatch_;
-  const unsigned long number_;
   const std::string hostName_;
   const unsigned short port_;
   const unsigned long serviceId_;
-  const unsigned long server_;
   const std::string name_;  // host:port
+  SCA_Event stop_{1, 0};
   SCA_Event wake_{0, 0};
   SCA_Event askEnds_{1, 0};
 
@@ -131,6 +133,8 @@ class SCA_TikaDispatch {
   void SetPrepareServer(SCA_TikaPrepareServer prepare, void* context);
   unsigned long AddServer(const char* hostName, unsigned short port, unsigned long serviceId)
       SCA_EXCLUDES(lock_);
+  unsigned long RemoveServer(const char* hostName, unsigned short port, unsigned long serviceId)
+      SCA_EXCLUDES(lock_);
   unsigned long Submit(SCA_TikaExtractRequest* request, bool wait) SCA_EXCLUDES(lock_);
   void Cancel(SCA_TikaExtractRequest* request);
   void CancelAll() SCA_EXCLUDES(lock_);
@@ -148,22 +152,22 @@ class SCA_TikaDispatch {
   SCA_TikaConfigOrv* Settings() { return settings_; }
   const SCA_TikaDispatchLimits& Limits() const { return limits_; }
   SCA_TikaClientList& Pool() { return pool_; }
-  SCA_Event& StopEvent() { return stop_; }
-  int Prepare(SCA_TikaClient* client, unsigned long* error);
+  /// @param stop  The worker's.
+  int Prepare(SCA_TikaClient* client, SCA_Event* stop, unsigned long* error);
   /// A number that changes with every request that comes.
   unsigned long Work() SCA_EXCLUDES(lock_);
   /// Takes the oldest request for a worker, one that waits for a further try before all others.
   /// @return Null when there is none.
-  SCA_TikaExtractRequest* Take(const SCA_TikaWorker& worker) SCA_EXCLUDES(lock_);
+  SCA_TikaExtractRequest* Take(SCA_TikaWorker* worker) SCA_EXCLUDES(lock_);
   /// @return False when work has come since `seen`: the worker must look again.
-  bool BeginIdle(const SCA_TikaWorker& worker, unsigned long seen) SCA_EXCLUDES(lock_);
-  void EndIdle(const SCA_TikaWorker& worker) SCA_EXCLUDES(lock_);
+  bool BeginIdle(SCA_TikaWorker* worker, unsigned long seen) SCA_EXCLUDES(lock_);
+  void EndIdle(SCA_TikaWorker* worker) SCA_EXCLUDES(lock_);
   /// Around a question of a worker to its server, whose client's time-out is for each wait only.
   /// @param ends  Set when the whole answer takes longer than that; the worker's.
-  void BeginAsk(const SCA_TikaWorker& worker, SCA_Event* ends) SCA_EXCLUDES(lock_);
-  void EndAsk(const SCA_TikaWorker& worker) SCA_EXCLUDES(lock_);
-  void ServerIsUp(const SCA_TikaWorker& worker) SCA_EXCLUDES(lock_);
-  void ServerIsDown(const SCA_TikaWorker& worker, unsigned long error) SCA_EXCLUDES(lock_);
+  void BeginAsk(SCA_TikaWorker* worker, SCA_Event* ends) SCA_EXCLUDES(lock_);
+  void EndAsk(SCA_TikaWorker* worker) SCA_EXCLUDES(lock_);
+  void ServerIsUp(SCA_TikaWorker* worker) SCA_EXCLUDES(lock_);
+  void ServerIsDown(SCA_TikaWorker* worker, unsigned long error) SCA_EXCLUDES(lock_);
   /// Begins a try: from now on it has its time limit.
   void BeginTry(SCA_TikaExtractRequest* request, SCA_TikaClient* client) SCA_EXCLUDES(lock_);
   /// Ends what `Take` began; the worker's client is no longer looked at.
@@ -174,23 +178,37 @@ class SCA_TikaDispatch {
   /// Records how a request ended and hands it back to its requester.
   void Finish(SCA_TikaExtractRequest* request, const SCA_TikaVerdict& verdict) SCA_EXCLUDES(lock_);
   bool IsOverdue(const SCA_TikaExtractRequest& request) SCA_EXCLUDES(lock_);
+  /// The last act of a worker's thread, which may be joined from now on.
+  void HasEnded(SCA_TikaWorker* worker) SCA_EXCLUDES(lock_);
   /// @}
 
  private:
+  // What the workers of one host and port share; goes with the last of them.
+  struct Server {
+    unsigned long id = 0;                           // never given twice
+    unsigned long seats = 0;                        // that refer to it
+    unsigned long serving = 0;                      // requests
+    SCA_TikaExtractRequest* suspect = nullptr;      // that has it alone, or is to
+    std::optional<Clock::time_point> unreadySince;  // nothing but such answers since
+  };
+  enum class SeatState {
+    Taken,  // its worker takes requests
+    Idle,   // its worker waits for them
+    Left,   // its server was removed: the worker ends what it has
+    Empty   // the worker's thread is at its end
+  };
   // A worker with what others look at.
-  struct Seat {
-    std::unique_ptr<SCA_TikaWorker> worker;
-    bool isIdle = false;
+  struct Seat : SCA_TikaWorker {
+    using SCA_TikaWorker::SCA_TikaWorker;
+
+    Server* server = nullptr;
+    SeatState state = SeatState::Taken;
     std::optional<Clock::time_point> downSince;
     unsigned long error = 0;   // of the last try, while it is down
     SCA_Event* ask = nullptr;  // ends the question under way
     Clock::time_point askedAt;
-  };
-  // What the workers of one host and port share.
-  struct Server {
-    unsigned long serving = 0;                      // requests
-    SCA_TikaExtractRequest* suspect = nullptr;      // that has it alone, or is to
-    std::optional<Clock::time_point> unreadySince;  // nothing but such answers since
+
+    bool IsIn() const { return state == SeatState::Taken || state == SeatState::Idle; }
   };
   using Stage = SCA_TikaExtractRequest::Stage;
   struct Services;
@@ -206,15 +224,22 @@ class SCA_TikaDispatch {
   void Leave(SCA_TikaExtractRequest* request) SCA_REQUIRES(lock_);
   void LetWait(SCA_TikaExtractRequest* request) SCA_REQUIRES(lock_);
   void TakeBack(SCA_TikaExtractRequest* request) SCA_REQUIRES(lock_);
-  bool MayHave(const SCA_TikaWorker& worker, const SCA_TikaExtractRequest& request)
-      SCA_REQUIRES(lock_);
+  bool MayHave(const Seat& seat, const SCA_TikaExtractRequest& request) SCA_REQUIRES(lock_);
   bool HasOther(const SCA_TikaExtractRequest& request, unsigned long server) SCA_REQUIRES(lock_);
-  bool IsOpen(const SCA_TikaWorker& worker) SCA_REQUIRES(lock_) {
-    return servers_[worker.Server()].suspect == nullptr;
+  // Each seat is a worker, and each worker has a seat.
+  static Seat& SeatOf(SCA_TikaWorker* worker) { return static_cast<Seat&>(*worker); }
+  bool IsOpen(const Seat& seat) SCA_REQUIRES(lock_) {
+    return seat.IsIn() && seat.server->suspect == nullptr;
   }
-  bool Claim(SCA_TikaExtractRequest* request, const SCA_TikaWorker& worker) SCA_REQUIRES(lock_);
-  SCA_TikaExtractRequest* FindWaiting(const SCA_TikaWorker& worker) SCA_REQUIRES(lock_);
-  bool Begin(SCA_TikaExtractRequest* request, const SCA_TikaWorker& worker) SCA_REQUIRES(lock_);
+  Server& ServerOf(const SCA_TikaExtractRequest& request) SCA_REQUIRES(lock_) {
+    return servers_.find(request.server_)->second;
+  }
+  Server* FindOrAddServer(const char* hostName, unsigned short port) SCA_REQUIRES(lock_);
+  void Empty(Seat* seat) SCA_REQUIRES(lock_);
+  bool Claim(SCA_TikaExtractRequest* request, const Seat& seat) SCA_REQUIRES(lock_);
+  SCA_TikaExtractRequest* FindWaiting(const Seat& seat) SCA_REQUIRES(lock_);
+  bool Begin(SCA_TikaExtractRequest* request, const Seat& seat) SCA_REQUIRES(lock_);
+  void LoseServer(Seat* seat) SCA_REQUIRES(lock_);
   bool IsWorthWaiting(SCA_TikaExtractRequest* request, Server* server) SCA_REQUIRES(lock_);
   template <class Accept>
   void WakeOne(Accept accept) SCA_REQUIRES(lock_);
@@ -223,6 +248,7 @@ class SCA_TikaDispatch {
 
   void Watch();
   bool HasRequests() SCA_EXCLUDES(lock_);
+  void Reap() SCA_EXCLUDES(lock_);
   bool Sweep() SCA_EXCLUDES(lock_);
   void EndLongAsks(Clock::time_point now) SCA_REQUIRES(lock_);
   bool EndWaiting(SCA_TikaExtractRequest* request, bool isOurs) SCA_EXCLUDES(lock_);
@@ -248,8 +274,9 @@ class SCA_TikaDispatch {
   SCA_Lock lock_;
   SCA_Condition hasRoom_;
   SCA_List<SCA_TikaExtractRequest*> requests_ SCA_GUARDED_BY(lock_){0};
-  std::vector<Seat> seats_ SCA_GUARDED_BY(lock_);
-  std::vector<Server> servers_ SCA_GUARDED_BY(lock_);
+  std::map<unsigned long, Server> servers_ SCA_GUARDED_BY(lock_);  // by id
+  unsigned long nextServer_ SCA_GUARDED_BY(lock_) = 0;
+  std::list<Seat> seats_ SCA_GUARDED_BY(lock_);
   std::array<unsigned long, 4> at_ SCA_GUARDED_BY(lock_){};  // requests at each stage
   unsigned long work_ SCA_GUARDED_BY(lock_) = 0;
   bool isStopping_ SCA_GUARDED_BY(lock_) = false;

@@ -40,6 +40,12 @@ int SCA_TikaDispatcher::AddServer(const char* hostName, unsigned short port,
   return Result(dispatch_->AddServer(hostName, port, serviceId), error);
 }
 
+int SCA_TikaDispatcher::RemoveServer(const char* hostName, unsigned short port,
+                                     unsigned long serviceId, unsigned long* error) {
+  if (dispatch_ == nullptr) return SCA_Fail(ENOMEM, error);
+  return Result(dispatch_->RemoveServer(hostName, port, serviceId), error);
+}
+
 int SCA_TikaDispatcher::Submit(SCA_TikaExtractRequest* request, int wait, unsigned long* error) {
   if (dispatch_ == nullptr) return SCA_Fail(ENOMEM, error);
   return Result(dispatch_->Submit(request, wait != 0), error);

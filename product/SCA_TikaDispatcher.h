@@ -29,7 +29,7 @@ struct SCA_TikaDispatchLimits {
 
 /// Called before each connection, on the thread of the client's worker: may start the server, wait
 /// for it, and set the client's port.
-/// @param stop   Set when the dispatcher ends: waits must look at it.
+/// @param stop   Set when the dispatcher ends or the server is removed: waits must look at it.
 /// @param error  Receives why there is no server.
 /// @return 0 when there is none; it is asked again later. Must not throw.
 using SCA_TikaPrepareServer = int (*)(SCA_TikaClient* client, SCA_Event* stop, void* context,
@@ -70,6 +70,17 @@ class SCA_API SCA_TikaDispatcher : public SCA_Object {
   /// @param error      `SCA_ErrorHostNameInvalid`, `SCA_ErrorStopping`, `ENOMEM`, `EAGAIN`.
   int AddServer(const char* hostName, unsigned short port, unsigned long serviceId,
                 unsigned long* error);
+  /// Removes the clients that were added for a server and its service. This does not wait: each
+  /// client completes the file that it is serving, takes no other, and is deleted with its
+  /// connection and its thread. A file that only this server could serve is treated as if the
+  /// server could not be reached. The server may be added again at any time.
+  ///
+  /// A worker, a sink or the prepare function may call this too, even for their own server. The
+  /// prepare function may be running for a removed server until the dispatcher stops, with its
+  /// `stop` set.
+  /// @param error  `ENXIO` when there is no such server, `SCA_ErrorStopping`, `ENOMEM` as above.
+  int RemoveServer(const char* hostName, unsigned short port, unsigned long serviceId,
+                   unsigned long* error);
 
   /// Queues a request. Unless its service list was filled by the requester, it receives the enabled
   /// services of the request's pool that take its extension: by their own list when they process

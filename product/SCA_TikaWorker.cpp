@@ -60,15 +60,12 @@ struct SCA_TikaWorker::Delivery {
   bool isRefused = false;  // by the sink
 };
 
-SCA_TikaWorker::SCA_TikaWorker(SCA_TikaDispatch* dispatch, unsigned long number,
-                               const char* hostName, unsigned short port, unsigned long serviceId,
-                               unsigned long server)
+SCA_TikaWorker::SCA_TikaWorker(SCA_TikaDispatch* dispatch, const char* hostName,
+                               unsigned short port, unsigned long serviceId)
     : dispatch_(dispatch),
-      number_(number),
       hostName_(hostName),
       port_(port),
       serviceId_(serviceId),
-      server_(server),
       name_(NameOf(hostName, port)),
       delayMs_(dispatch->Limits().firstDelayMs),
       random_(std::random_device()()) {}
@@ -86,18 +83,19 @@ bool SCA_TikaWorker::IsServer(const char* hostName, unsigned short port) const {
 }
 
 void SCA_TikaWorker::Run() {
-  while (dispatch_->StopEvent().Wait(0) == 0) {
+  while (stop_.Wait(0) == 0) {
     if (!IsReady() && !MakeReady(proof_)) {
       WaitBeforeNextTry();
       continue;
     }
     const unsigned long seen = dispatch_->Work();
-    if (SCA_TikaExtractRequest* request = dispatch_->Take(*this)) {
+    if (SCA_TikaExtractRequest* request = dispatch_->Take(this)) {
       if (!Serve(request)) WaitBeforeNextTry();
     } else {
       Park(seen);
     }
   }
+  dispatch_->HasEnded(this);
 }
 
 // Waits in the pool for work.
@@ -108,9 +106,9 @@ void SCA_TikaWorker::Park(unsigned long seen) {
   } else if (unsigned long id = 0; pool.AddClient(client_.get(), &id) != 0) {
     clientId_ = id;
   }
-  if (dispatch_->BeginIdle(*this, seen)) {
+  if (dispatch_->BeginIdle(this, seen)) {
     wake_.Wait(SCA_Infinite);
-    dispatch_->EndIdle(*this);
+    dispatch_->EndIdle(this);
   }
   if (clientId_) pool.RemoveClient(*clientId_);
 }
@@ -128,15 +126,15 @@ bool SCA_TikaWorker::MakeReady(Proof proof) {
   unsigned long error = SCA_ErrorCannotCreate;
   if (RenewClient(&error)) {
     client_->Disconnect();
-    if (dispatch_->Prepare(client_.get(), &error) != 0 &&
+    if (dispatch_->Prepare(client_.get(), &stop_, &error) != 0 &&
         (proof == Proof::None || Answers(&error)) && Connect(&error)) {
-      dispatch_->ServerIsUp(*this);
+      dispatch_->ServerIsUp(this);
       usedAt_ = Clock::now();
       proof_ = Proof::None;
       return true;
     }
   }
-  dispatch_->ServerIsDown(*this, error);
+  dispatch_->ServerIsDown(this, error);
   return false;
 }
 
@@ -147,12 +145,12 @@ bool SCA_TikaWorker::Connect(unsigned long* error) {
 bool SCA_TikaWorker::Answers(unsigned long* error) {
   if (!Connect(error)) return false;
   char version[101];
-  dispatch_->BeginAsk(*this, &askEnds_);
+  dispatch_->BeginAsk(this, &askEnds_);
   client_->SetCancelEvent(&askEnds_);
   const bool answers = client_->GetVersion(version, sizeof version, error) != 0 ||
                        (IsAnswer(*error) && !IsComingUp(*error));
-  client_->SetCancelEvent(&dispatch_->StopEvent());
-  dispatch_->EndAsk(*this);
+  client_->SetCancelEvent(&stop_);
+  dispatch_->EndAsk(this);
   if (!answers && *error == SCA_ErrorCancelled) *error = ETIMEDOUT;
   client_->Disconnect();
   return answers;
@@ -169,7 +167,7 @@ bool SCA_TikaWorker::RenewClient(unsigned long* error) {
   }
   client_->SetServiceId(serviceId_);
   if (clientId_) client_->SetClientId(*clientId_);
-  client_->SetCancelEvent(&dispatch_->StopEvent());
+  client_->SetCancelEvent(&stop_);
   return true;
 }
 
@@ -178,7 +176,7 @@ bool SCA_TikaWorker::RenewClient(unsigned long* error) {
 void SCA_TikaWorker::WaitBeforeNextTry() {
   const unsigned long delayMs = std::max(delayMs_, kLeastDelayMs);
   std::uniform_int_distribution<unsigned long> around(delayMs / 2, delayMs + delayMs / 2);
-  dispatch_->StopEvent().Wait(around(random_));
+  stop_.Wait(around(random_));
   delayMs_ = std::min(delayMs * 2, dispatch_->Limits().lastDelayMs);
 }
 

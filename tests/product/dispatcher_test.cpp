@@ -159,6 +159,11 @@ class Dispatcher : public ::testing::Test {
     unsigned long error = 0;
     EXPECT_EQ(Dispatch().AddServer("127.0.0.1", port, serviceId, &error), 1) << error;
   }
+  /// @return The error code, 0 for success.
+  unsigned long RemoveServer(unsigned short port, unsigned long serviceId = 0) {
+    unsigned long error = 0;
+    return Dispatch().RemoveServer("127.0.0.1", port, serviceId, &error) != 0 ? 0 : error;
+  }
   Tika& AddTika(std::function<FaultSpec(const DocumentHead&)> choose = nullptr) {
     servers_.push_back(std::make_unique<Tika>(&lab_, std::move(choose)));
     AddServer(servers_.back()->Port());
@@ -662,6 +667,101 @@ TEST_F(Dispatcher, WorkerOfAnyServiceOfARequestIsWoken) {
     request->GetServiceList()->AddItemToTail(100UL);
     EXPECT_EQ(Extract(request), Outcome::Extracted);
   }
+}
+
+TEST_F(Dispatcher, RemovedServerEndsItsFileTakesNoOtherAndMayBeAddedAgain) {
+  limits_.noServerMs = 100;
+  SCA_Event hasBegun(1, 0);
+  SCA_Event mayEnd(1, 0);
+  Tika& tika = AddTika([&](const DocumentHead&) {
+    hasBegun.Set();
+    mayEnd.Wait(kDeadlineMs);
+    return ToFault("slow=0");
+  });
+  SCA_Event hasClosed(0, 0);
+  const ScriptedServer idle([&](ServerConnection& connection) {
+    connection.WaitForEnd(kDeadlineMs);
+    hasClosed.Set();
+  });
+  AddServer(idle.Port());
+  ASSERT_TRUE(Eventually([&] { return idle.Connections() == 1; }));
+  EXPECT_EQ(RemoveServer(idle.Port(), 7), static_cast<unsigned long>(ENXIO)) << "another service";
+  EXPECT_EQ(RemoveServer(idle.Port()), 0U);
+  EXPECT_EQ(hasClosed.Wait(kDeadlineMs), 1) << "its client goes";
+  EXPECT_EQ(RemoveServer(idle.Port()), static_cast<unsigned long>(ENXIO)) << "it is gone";
+  const Request served(good_);
+  const Request waiting(good_);
+  EXPECT_EQ(Submit(served), 0U);
+  ASSERT_EQ(hasBegun.Wait(kDeadlineMs), 1);
+  EXPECT_EQ(Submit(waiting), 0U);
+  EXPECT_EQ(RemoveServer(tika.Port()), 0U);
+  EXPECT_EQ(RemoveServer(tika.Port()), static_cast<unsigned long>(ENXIO));
+  EXPECT_EQ(waiting.Wait(), Outcome::NoServer) << "while the other is still served";
+  EXPECT_STREQ(waiting->GetCause(), "no Tika server could be reached");
+  // Added again, its new worker serves although the former one has not ended.
+  AddServer(tika.Port());
+  mayEnd.Set();
+  EXPECT_EQ(Extract(Request(good_)), Outcome::Extracted);
+  EXPECT_EQ(served.Wait(), Outcome::Extracted) << served->GetCause();
+  EXPECT_EQ(tika.Documents(), 2);
+}
+
+// A worker that waits for its server, or asks for it, is told to stop, whoever removes the server.
+TEST_F(Dispatcher, ServersAreRemovedByThePrepareFunctionOfTheirOwnAndOfOtherWorkers) {
+  struct Context {
+    std::function<bool(unsigned short)> remove;
+    unsigned short absent = 0;
+    std::atomic<int> removed{0};
+    SCA_Event isWaiting{1, 0};
+    SCA_Event wasStopped{1, 0};
+  } context;
+  const Tika absent(&lab_);
+  context.absent = absent.Port();
+  context.remove = [this](unsigned short port) { return RemoveServer(port) == 0; };
+  Dispatch().SetPrepareServer(
+      [](SCA_TikaClient* client, SCA_Event* stop, void* data, unsigned long* error) {
+        auto* const shared = static_cast<Context*>(data);
+        *error = ECONNREFUSED;
+        if (client->GetPortNumber() == shared->absent) {
+          shared->isWaiting.Set();
+          if (stop->Wait(kDeadlineMs) != 0) shared->wasStopped.Set();
+          return 0;
+        }
+        shared->isWaiting.Wait(kDeadlineMs);
+        for (const unsigned short port : {shared->absent, client->GetPortNumber()}) {
+          if (shared->remove(port)) ++shared->removed;
+        }
+        return 1;
+      },
+      &context);
+  AddServer(context.absent);
+  Tika& tika = AddTika();
+  EXPECT_EQ(context.wasStopped.Wait(kDeadlineMs), 1);
+  ASSERT_TRUE(Eventually([&context] { return context.removed == 2; }));
+  EXPECT_EQ(RemoveServer(tika.Port()), static_cast<unsigned long>(ENXIO));
+}
+
+TEST_F(Dispatcher, FilesSurviveServersThatComeAndGo) {
+  std::atomic<bool> isOver{false};
+  for (int i = 0; i < 2; ++i) AddTika();
+  std::vector<std::thread> owners;
+  for (const auto& server : servers_) {
+    owners.emplace_back([this, &isOver, tika = server.get()] {
+      while (!isOver) {
+        const int documents = tika->Documents();
+        EXPECT_TRUE(Eventually([&] { return isOver || tika->Documents() > documents; }));
+        EXPECT_EQ(RemoveServer(tika->Port()), 0U);
+        AddServer(tika->Port());
+      }
+    });
+  }
+  const std::string killer = Marked("reset,tries=1");
+  for (int i = 0; i < 300; ++i) SubmitAlso(i % 50 == 0 ? killer : good_);
+  for (const auto& request : requests_) {
+    EXPECT_EQ(request->Wait(), Outcome::Extracted) << (*request)->GetCause();
+  }
+  isOver = true;
+  for (std::thread& owner : owners) owner.join();
 }
 
 TEST_F(Dispatcher, ThousandFilesOverFaultyServersHaveTheOutcomesForetold) {
