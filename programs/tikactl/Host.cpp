@@ -5,6 +5,7 @@
 #include "control/SCA_ControlKey.h"
 #include "host/SCA_TikaConfig.h"
 #include "platform/SCA_Error.h"
+#include "programs/common/Advice.h"
 #include "programs/common/Escape.h"
 #include "programs/common/LocalHost.h"
 #include "programs/tikactl/Fields.h"
@@ -30,31 +31,6 @@ int ReadKey(void* /*context*/, const char* /*host*/, unsigned short /*port*/, SC
   if (!file.empty() && SCA_LoadControlKey(file.c_str(), key, error) != 0) return 1;
   if (*error != ENOENT) keyError = *error;
   return 0;
-}
-
-const char* ConnectAdvice(unsigned long code) {
-  switch (code) {
-    case EACCES:
-    case SCA_ErrorPeerAccount:
-      return "; run this as root, as the host's account, or as a member of its --control-group";
-    case ENOENT:
-    case ECONNREFUSED:
-      return "; no service host listens there: check the address, and that tikasvc runs";
-    case ETIMEDOUT:
-      return "; check the address, the firewall and whether the host hangs, or raise --timeout";
-    case SCA_ErrorHostName:
-      return "; check the name";
-    case SCA_ErrorFrame:
-      return "; check the port: something else answers there";
-    case SCA_ErrorConnectionLimit:
-      return "; try again when others have ended";
-    case SCA_ErrorLoginMissing:
-      return ": it may be an impostor";
-    case SCA_ErrorTooManyLogins:
-      return "; wait some seconds, and look who fails to log in: the host's debug log names them";
-    default:
-      return "; check the address, and that tikasvc runs there";
-  }
 }
 
 std::string Ids(const SCA_ConfigObj& servers) {
@@ -125,9 +101,9 @@ Failure Host::ExplainConnect(unsigned long code) const {
       return {kLoginRefused, code,
               text + "; compare " + Printable(KeyFile()) + " with the host's control.key"};
     case SCA_ErrorLoginMissing:
-      return {kLoginRefused, code, text + ConnectAdvice(code)};
+      return {kLoginRefused, code, ::Explain(code, ErrorOf::ServiceHost)};
     default:
-      return {kNoConnection, code, "cannot connect: " + text + ConnectAdvice(code)};
+      return {kNoConnection, code, "cannot connect: " + ::Explain(code, ErrorOf::ServiceHost)};
   }
 }
 

@@ -5,9 +5,9 @@
 
 #include "client/SCA_TikaClient.h"
 #include "platform/SCA_Error.h"
+#include "programs/common/Advice.h"
 #include "programs/common/Escape.h"
 #include "programs/common/LocalHost.h"
-#include "programs/tikaextract/Advice.h"
 #include "programs/tikaextract/ServerProbe.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <filesystem>
 
 #include "platform/SCA_File.h"
+#include "programs/common/Advice.h"
 #include "programs/common/Escape.h"
-#include "programs/tikaextract/Advice.h"
 
 namespace fs = std::filesystem;
 

@@ -8,9 +8,9 @@
 #include <filesystem>
 
 #include "platform/SCA_Error.h"
+#include "programs/common/Advice.h"
 #include "programs/common/Escape.h"
 #include "programs/common/Json.h"
-#include "programs/tikaextract/Advice.h"
 
 namespace fs = std::filesystem;
 

@@ -6,6 +6,7 @@
 
 #include "control/SCA_ServiceStatusNames.h"
 #include "platform/SCA_Error.h"
+#include "programs/common/Advice.h"
 #include "programs/common/LocalHost.h"
 #include "programs/tikaextract/ServerProbe.h"
 
@@ -25,36 +26,6 @@ constexpr std::chrono::seconds kReadyLimit{60};
 
 constexpr char kStopped[] = "is stopped there";
 constexpr char kNoWords[] = "the service host does not say why";
-
-struct Advice {
-  unsigned long code;
-  const char* text;
-};
-
-constexpr Advice kAdvice[] = {
-    {ECONNREFUSED, "check that tikasvc runs there, and its control port"},
-    {ETIMEDOUT, "check that the machine runs and lets the control port through"},
-    {ECONNRESET, "check that tikasvc runs there, and its log"},
-    {SCA_ErrorHostName, "check the name given with --service"},
-    {SCA_ErrorNoKey, "copy the host's control.key and name it with --key"},
-    {SCA_ErrorLoginRefused, "copy the host's control.key and name it with --key"},
-    {SCA_ErrorLoginMissing, "it may be an impostor"},
-    {SCA_ErrorTooManyLogins, "its debug log names who fails to log in"},
-    {SCA_ErrorPeerAccount, "run this as root, its account, or a member of its --control-group"},
-    {EACCES, "run this as root, its account, or a member of its --control-group"},
-    {ENOENT, "check that tikasvc runs, and the path of its socket"},
-    {SCA_ErrorKeyExposed, "make the key file readable for its owner alone"},
-    {SCA_ErrorKeyInvalid, "copy the host's control.key again"},
-    {SCA_ErrorFrame, "something else listens there: check the control port"},
-    {SCA_ErrorConnectionLimit, "try again when others have left"},
-};
-
-std::string Explain(unsigned long code) {
-  for (const Advice& advice : kAdvice) {
-    if (advice.code == code) return std::string(SCA_ErrorText(code)) + "; " + advice.text;
-  }
-  return SCA_ErrorText(code);
-}
 
 bool Runs(unsigned long processStatus) {
   return processStatus == SCA_ServerActive || processStatus == SCA_ServerPending;
@@ -126,7 +97,7 @@ bool ServiceHost::Connect() {
       Link() == nullptr
           ? status_->DoConnect(&error)
           : Link()->Connect(Record().GetHostName(), Record().GetControlPort(), kConnectMs, &error);
-  loss_ = isConnected != 0 ? "" : "no connection: " + Explain(error);
+  loss_ = isConnected != 0 ? "" : "no connection: " + Explain(error, ErrorOf::ServiceHost);
   if (isConnected == 0) return false;
   Link()->SetReplyTimeout(kReplyMs);
   return IsTheOnlyOne();
@@ -393,7 +364,8 @@ bool ServiceHost::HasLost(const char* operation) {
   const unsigned long code = Link()->GetLastStatusCode();
   const bool isLost = code == ETIMEDOUT || Link()->GetNetTransport()->Connected() == 0;
   if (isLost && loss_.empty()) {
-    loss_ = std::string("lost the connection, to ") + operation + ": " + Explain(code);
+    loss_ = std::string("lost the connection, to ") + operation + ": " +
+            Explain(code, ErrorOf::ServiceHost);
   }
   return isLost;
 }

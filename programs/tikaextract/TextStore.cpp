@@ -10,8 +10,8 @@
 #include <map>
 #include <tuple>
 
+#include "programs/common/Advice.h"
 #include "programs/common/Escape.h"
-#include "programs/tikaextract/Advice.h"
 
 namespace fs = std::filesystem;
 
