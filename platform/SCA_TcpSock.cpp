@@ -1,6 +1,15 @@
 #include "platform/SCA_TcpSock.h"
 
+#include <cstdio>
+#include <cstring>
+
 #include "platform/SCA_Report.h"
+
+int SCA_FormatHostPort(const char* host, unsigned short port, char* text, unsigned long size) {
+  const bool isIpv6 = std::strchr(host, ':') != nullptr;
+  const int length = std::snprintf(text, size, isIpv6 ? "[%s]:%u" : "%s:%u", host, unsigned{port});
+  return length >= 0 && static_cast<unsigned long>(length) < size ? 1 : 0;
+}
 
 SCA_TcpSock::SCA_TcpSock() : socket_(SCA_CreateTcpSock(-1)) {
   if (socket_ == nullptr) {

@@ -67,6 +67,13 @@ class SCA_API SCA_VirtualTcpSock : public SCA_Object {
 ///         handle is then closed).
 SCA_API SCA_VirtualTcpSock* SCA_CreateTcpSock(int handle);
 
+/// Writes "host:port" as people read it, an IPv6 address in brackets: "[::1]:9998".
+/// @param size  Capacity of `text` in bytes, > 0; `SCA_HostPortSize` holds every host of 259 bytes.
+/// @return 1, or 0 when the text was cut.
+SCA_API int SCA_FormatHostPort(const char* host, unsigned short port, char* text,
+                               unsigned long size);
+constexpr unsigned long SCA_HostPortSize = 268;
+
 /// Owner of a socket that `SCA_CreateTcpSock(-1)` made; forwards every operation to it. Invalid
 /// when none could be made; no operation may then be called.
 class SCA_API SCA_TcpSock : public SCA_VirtualTcpSock {

@@ -44,9 +44,9 @@ SCA_TikaVerdict RefusedBySink() {
 }
 
 std::string NameOf(const char* hostName, unsigned short port) {
-  const std::string host = hostName;
-  const bool isV6 = host.find(':') != std::string::npos;
-  return (isV6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
+  char name[SCA_HostPortSize];
+  SCA_FormatHostPort(hostName, port, name, sizeof name);
+  return name;
 }
 
 }  // namespace

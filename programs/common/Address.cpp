@@ -7,6 +7,7 @@
 #include <array>
 #include <memory>
 
+#include "platform/SCA_TcpSock.h"
 #include "programs/common/Escape.h"
 
 namespace {
@@ -48,8 +49,9 @@ std::string ParseHostPort(const std::string& text, unsigned short defaultPort, H
 }
 
 std::string FormatHostPort(const HostPort& address) {
-  const bool isIpv6 = address.host.find(':') != std::string::npos;
-  return (isIpv6 ? "[" + address.host + "]" : address.host) + ":" + std::to_string(address.port);
+  char text[SCA_HostPortSize];
+  SCA_FormatHostPort(address.host.c_str(), address.port, text, sizeof text);
+  return text;
 }
 
 std::vector<std::string> ResolveHost(const std::string& host) {

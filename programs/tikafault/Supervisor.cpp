@@ -12,6 +12,8 @@
 #include <cstring>
 #include <system_error>
 
+#include "programs/common/Address.h"
+
 namespace {
 
 [[noreturn]] void Throw(const char* what) {
@@ -46,7 +48,7 @@ bool Supervisor::Run() {
   }
   for (Server& server : servers_) {
     Start(&server);
-    std::printf("%s:%u\n", plan_.address.c_str(), server.port->Port());
+    std::puts(NameOf(server).c_str());
   }
   if (std::fflush(stdout) != 0) Throw("cannot write to standard output");
   int received = 0;
@@ -112,8 +114,11 @@ bool Supervisor::IsOver() const {
                                         [](const Server& server) { return server.pid != 0; });
 }
 
+std::string Supervisor::NameOf(const Server& server) const {
+  return FormatHostPort({plan_.address, server.port->Port()});
+}
+
 void Supervisor::Say(const Server& server, const std::string& what) const {
   if (!plan_.verbose) return;
-  std::fprintf(stderr, "tikafault: %s:%u %s\n", plan_.address.c_str(), server.port->Port(),
-               what.c_str());
+  std::fprintf(stderr, "tikafault: %s %s\n", NameOf(server).c_str(), what.c_str());
 }

@@ -45,6 +45,7 @@ class Supervisor {
   void Reap();
   void StartDue();
   bool IsOver() const;
+  std::string NameOf(const Server& server) const;
   void Say(const Server& server, const std::string& what) const;
 
   const Plan plan_;

@@ -12,6 +12,7 @@
 
 #include "faultlab/FaultServer.h"
 #include "platform/SCA_Sha256.h"
+#include "programs/common/Address.h"
 #include "programs/common/Event.h"
 #include "programs/common/Signals.h"
 #include "programs/common/Start.h"
@@ -104,7 +105,7 @@ int Serve(const Options& options, const FaultPlan& plan) {
     ProgramEvent stop(1, 0);
     const Signals signals(&stop);
     const FaultServer server(ServerOptions(options, plan, options.port), memory);
-    std::printf("%s:%u\n", options.address.c_str(), server.Port());
+    std::puts(FormatHostPort({options.address, server.Port()}).c_str());
     if (std::fflush(stdout) != 0) {
       throw std::system_error(errno, std::generic_category(), "cannot write to standard output");
     }
