@@ -43,6 +43,12 @@ static_assert(std::is_trivially_destructible_v<CurrentSink>);
 
 }  // namespace
 
+const char* SCA_LevelText(unsigned long level) {
+  static constexpr const char* kWords[] = {"debug", "info", "warning", "error"};
+  const bool isKnown = level >= SCA_LevelDebug && level <= SCA_LevelError;
+  return isKnown ? kWords[level - SCA_LevelDebug] : "unknown";
+}
+
 void SCA_ReportFunction::operator()(unsigned long level, const char* format, ...) const {
   char text[SCA_MaxReportText];
   va_list arguments;

@@ -11,6 +11,10 @@ constexpr unsigned long SCA_LevelInfo = 3;
 constexpr unsigned long SCA_LevelWarning = 4;
 constexpr unsigned long SCA_LevelError = 5;
 
+/// @return A level in a word: "debug", "info", "warning", "error"; "unknown" for any other number.
+///         Static storage.
+SCA_API const char* SCA_LevelText(unsigned long level);
+
 /// Receives every report.
 /// @param context  The pointer given with the sink.
 /// @param level    One of the levels above.

@@ -14,6 +14,7 @@ namespace {
 constexpr unsigned long kNoMessage = 0xFFFFFFFF;
 constexpr unsigned long kPollMs = 500;
 constexpr unsigned long kReconnectMs = 1000;
+constexpr std::size_t kLevelColumns = 7;  // of the longest level, "warning"
 
 struct Message {
   unsigned long id = 0;
@@ -65,12 +66,6 @@ Colour ColourOf(unsigned long level) {
   return level == SCA_LevelDebug ? Colour::Dim : Colour::None;
 }
 
-const char* LevelName(unsigned long level) {
-  static constexpr const char* kNames[] = {"debug  ", "info   ", "warning", "error  "};
-  const bool isKnown = level >= SCA_LevelDebug && level <= SCA_LevelError;
-  return isKnown ? kNames[level - SCA_LevelDebug] : "?      ";
-}
-
 nlohmann::ordered_json ToJson(const Message& message) {
   nlohmann::ordered_json json = NewJsonObject();
   json["id"] = message.id;
@@ -81,8 +76,10 @@ nlohmann::ordered_json ToJson(const Message& message) {
 }
 
 std::string Line(const Message& message) {
+  std::string level = SCA_LevelText(message.level);
+  level.resize(kLevelColumns, ' ');
   return Printable(message.when) + " " +
-         Paint(LevelName(message.level) + (" " + Printable(message.text)), ColourOf(message.level));
+         Paint(level + " " + Printable(message.text), ColourOf(message.level));
 }
 
 // Prints what is in the log and then what comes into it, across everything that may happen to the

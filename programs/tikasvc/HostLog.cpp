@@ -43,19 +43,6 @@ std::string Priority(unsigned long level) {
   }
 }
 
-const char* Word(unsigned long level) {
-  switch (level) {
-    case SCA_LevelError:
-      return "error";
-    case SCA_LevelWarning:
-      return "warning";
-    case SCA_LevelDebug:
-      return "debug";
-    default:
-      return "info";
-  }
-}
-
 // The library's reports end in codes, as "(ERR:2)"; a reader wants to know what they mean.
 std::string Explained(std::string text) {
   constexpr char kMark[] = "(ERR:";
@@ -72,7 +59,7 @@ std::string Explained(std::string text) {
 std::string TimedLine(unsigned long level, const char* text) {
   char now[32];
   SCA_FormatAbsTime(SCA_GetAbsTime(), now, sizeof now);
-  return std::string(now) + " " + Word(level) + ": " + text;
+  return std::string(now) + " " + SCA_LevelText(level) + ": " + text;
 }
 
 }  // namespace
