@@ -10,7 +10,7 @@
 /// @name What the operations of a service host mean
 ///
 /// `GetStatus` and the `serviceStatus` of `GetServiceStatus` are a process status
-/// (`host/SCA_TikaServer.h`) of the whole service, the first of these that holds:
+/// (`host/SCA_ProcessStatus.h`) of the whole service, the first of these that holds:
 ///
 /// | Value | Holds when |
 /// | --- | --- |

@@ -1,6 +1,6 @@
 #include "control/SCA_TikaServiceRequest.h"
 
-#include "host/SCA_TikaServer.h"
+#include "host/SCA_ProcessStatus.h"
 
 SCA_TikaServiceRequest::SCA_TikaServiceRequest(unsigned long opCode)
     : opCode_(static_cast<std::uint32_t>(opCode)), processStatus_(SCA_ServerIdle) {

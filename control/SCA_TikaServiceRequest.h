@@ -22,7 +22,7 @@ class SCA_API SCA_TikaServiceRequest : public SCA_Object {
   void SetServiceId(unsigned long id) { serviceId_ = static_cast<std::uint32_t>(id); }
   unsigned long GetClientId() const { return clientId_; }
   void SetClientId(unsigned long id) { clientId_ = static_cast<std::uint32_t>(id); }
-  /// A process status of `host/SCA_TikaServer.h`; idle at first.
+  /// A process status of `host/SCA_ProcessStatus.h`; idle at first.
   unsigned long GetProcessStatus() const { return processStatus_; }
   void SetProcessStatus(unsigned long status) {
     processStatus_ = static_cast<std::uint32_t>(status);

@@ -33,29 +33,6 @@ constexpr unsigned long kSilentPassMs = kOutputPassMs + kStopWaitMs;
 constexpr std::chrono::milliseconds kDrainLimit{1000};
 constexpr std::size_t kLineSize = 260;
 
-struct Status {
-  unsigned long value;
-  const char* text;
-  const char* icon;
-};
-
-constexpr char kIdleIcon[] = ":/images/idle_16px.png";
-constexpr Status kStatuses[] = {
-    {SCA_ServerError, "Error", ":/images/error_16px.png"},
-    {SCA_ServerInactive, "Inactive", kIdleIcon},
-    {SCA_ServerIdle, "Idle", kIdleIcon},
-    {SCA_ServerActive, "Active", ":/images/ready_16px.png"},
-    {SCA_ServerPending, "Pending", kIdleIcon},
-};
-constexpr Status kUnknownStatus = {0, "Unknown", kIdleIcon};
-
-const Status& StatusOf(unsigned long value) {
-  for (const Status& status : kStatuses) {
-    if (status.value == value) return status;
-  }
-  return kUnknownStatus;
-}
-
 struct LevelWord {
   const char* word;
   unsigned long level;
@@ -701,9 +678,9 @@ int SCA_TikaServer::SetContent(const SCA_TikaServer* source) {
 }
 
 const char* SCA_TikaServer::GetStatusString() const {
-  return StatusOf(GetProcessStatus()).text;
+  return SCA_FindProcessStatus(GetProcessStatus()).text;
 }
 
 const char* SCA_TikaServer::GetStatusIcon() const {
-  return StatusOf(GetProcessStatus()).icon;
+  return SCA_FindProcessStatus(GetProcessStatus()).icon;
 }

@@ -8,18 +8,12 @@
 #include <cstdint>
 #include <string>
 
+#include "host/SCA_ProcessStatus.h"
 #include "host/SCA_TikaLog.h"
 #include "platform/SCA_ThreadObj.h"
 
 class SCA_Process;
 struct SCA_ProcessWorker;
-
-/// States of a server.
-constexpr unsigned long SCA_ServerError = 0;     ///< a start failed, or the worker gave up
-constexpr unsigned long SCA_ServerInactive = 1;  ///< stopped on request
-constexpr unsigned long SCA_ServerIdle = 10;     ///< never started
-constexpr unsigned long SCA_ServerActive = 11;   ///< from the start until the worker ends
-constexpr unsigned long SCA_ServerPending = 14;  ///< set by others alone
 
 /// How a run of the Java process ended.
 struct SCA_TikaObituary {

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "host/SCA_TikaServer.h"
+#include "host/SCA_ProcessStatus.h"
 #include "platform/SCA_Error.h"
 #include "programs/common/Escape.h"
 #include "programs/tikactl/Commands.h"

@@ -4,7 +4,7 @@
 #include <optional>
 #include <utility>
 
-#include "host/SCA_TikaServer.h"
+#include "host/SCA_ProcessStatus.h"
 #include "platform/SCA_Time.h"
 
 namespace {
@@ -120,15 +120,15 @@ ServerState StateOf(const Fields& server) {
 }
 
 Cell StateCell(const Fields& server) {
-  static constexpr struct {
-    const char* word;
-    Colour colour;
-  } kStates[] = {{"given up", Colour::Red},    {"stopped", Colour::Dim},
-                 {"not started", Colour::Dim}, {"not answering", Colour::Yellow},
-                 {"ready", Colour::Green},     {"unknown", Colour::Red}};
-  const auto& state = kStates[static_cast<std::size_t>(StateOf(server))];
+  static constexpr Colour kColours[] = {Colour::Red,    Colour::Dim,   Colour::Dim,
+                                        Colour::Yellow, Colour::Green, Colour::Red};
+  const ServerState state = StateOf(server);
+  const Colour colour = kColours[static_cast<std::size_t>(state)];
   const std::string word = server.Text(Server::StatusText);
-  return {word.empty() ? state.word : word, state.colour};
+  if (!word.empty()) return {word, colour};
+  if (state == ServerState::Waiting) return {"not answering", colour};
+  const auto status = server.NumberOr(Server::Status, SCA_UnknownProcessStatus.value);
+  return {SCA_FindProcessStatus(status).serverWord, colour};
 }
 
 std::string TroubleOf(const Fields& server) {

@@ -9,21 +9,6 @@
 
 namespace {
 
-const char* StatusText(unsigned long status) {
-  switch (status) {
-    case SCA_ServerInactive:
-      return "suspended";
-    case SCA_ServerError:
-      return "error";
-    case SCA_ServerPending:
-      return "pending";
-    case SCA_ServerActive:
-      return "active";
-    default:
-      return "idle";
-  }
-}
-
 std::string HostName() {
   char name[SCA_ServiceTextSize] = "";
   SCA_GetHostName(name, sizeof name);
@@ -262,7 +247,7 @@ int ControlService::FillServiceFields(SCA_ConfigObj* status) const {
   };
   const bool isWhole =
       number(Fields::Status, summary.Status()) &&
-      text(Fields::StatusText, StatusText(summary.Status())) &&
+      text(Fields::StatusText, SCA_FindProcessStatus(summary.Status()).serviceWord) &&
       text(Fields::Version, SCA_VERSION) && text(Fields::HostName, HostName()) &&
       number(Fields::ProcessId, static_cast<unsigned long>(::getpid())) &&
       number(Fields::StartTime, parts_.startTime) && number(Fields::UpTime, parts_.UpTimeMs()) &&

@@ -21,19 +21,10 @@ std::string AskedAddress(const std::string& bind) {
 }
 
 const char* StatusText(const SCA_TikaServer& server, const ServerHealth& health) {
-  switch (server.GetProcessStatus()) {
-    case SCA_ServerActive:
-      if (health.isReady) return "ready";
-      return health.hasAnswered ? "silent" : "starting";
-    case SCA_ServerInactive:
-      return "stopped";
-    case SCA_ServerIdle:
-      return "idle";
-    case SCA_ServerPending:
-      return "pending";
-    default:
-      return "error";
-  }
+  const unsigned long status = server.GetProcessStatus();
+  const bool isAwaited = status == SCA_ServerActive && !health.isReady;
+  if (isAwaited) return health.hasAnswered ? "silent" : "starting";
+  return SCA_FindProcessStatus(status).serverWord;
 }
 
 // Only the start of java itself gives the system's codes.

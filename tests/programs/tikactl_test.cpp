@@ -14,7 +14,7 @@
 #include "control/SCA_ServiceStatusNames.h"
 #include "control/SCA_TikaInterface.h"
 #include "control/SCA_TikaServiceServer.h"
-#include "host/SCA_TikaServer.h"
+#include "host/SCA_ProcessStatus.h"
 #include "platform/SCA_Error.h"
 #include "tests/control/fake_host.h"
 #include "tests/support/Program.h"
@@ -194,7 +194,7 @@ TEST_F(TikaCtl, SaysWhatWasDoneAndWhyNot) {
         "'tikactl -H " +
             Name() + " debug-log'.\n",
         "Up           3 d 4 h"}},
-      {{"servers"}, 0, {"Ünï \\x1B[31m.jar", "\n 4  9998  given up"}},
+      {{"servers"}, 0, {"Ünï \\x1B[31m.jar", "\n 4  9998  error"}},
       {{"add", "--jar", "/no.jar", "--port", "9998"},
        1,
        {": no server was added: /no.jar, port 9998: the Tika server JAR file does not exist"}},
@@ -227,7 +227,7 @@ TEST_F(TikaCtl, SaysWhatWasDoneAndWhyNot) {
         "exit code 137; the server ran on", "▁▅█ min 1 MB, max 3 MB, over 2 s", "| two\n"}},
       {{"ping", "-c", "1"}, 0, {"request 1 answered in ", "1 request, 1 answered; min "}},
       {{"version"}, 0, {"text 1 of GetVersionInfo"}},
-      {{"top", "-n", "1"}, 0, {"READ/s", "\n 4  9998  given up"}},
+      {{"top", "-n", "1"}, 0, {"READ/s", "\n 4  9998  error"}},
       {{"shutdown", "--wait", "1"}, 1, {"still there after 1 s"}},
       {{}, 2, {"subcommand is required"}},
       {{"logs"}, 2, {"ID is required"}},
