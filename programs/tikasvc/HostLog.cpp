@@ -20,7 +20,7 @@ namespace {
 
 constexpr unsigned long kMessagesKept = 1000;
 
-thread_local bool isQuiet = false;
+thread_local bool isWriting = false;
 
 // The journal says which descriptor it is: somebody may have sent standard error elsewhere.
 bool IsJournal(int fd) {
@@ -76,14 +76,15 @@ HostLog::~HostLog() {
 void HostLog::Receive(void* context, unsigned long level, const char* /*source*/, int /*line*/,
                       const char* text) {
   auto* const self = static_cast<HostLog*>(context);
-  if (isQuiet || (level <= SCA_LevelDebug && !self->withDebug_)) return;
   // What the writing of a report reports in turn would never end.
-  const QuietReports quiet;
+  if (isWriting || (level <= SCA_LevelDebug && !self->withDebug_)) return;
+  isWriting = true;
   try {
     self->Write(level, Explained(text));
   } catch (const std::exception&) {
     self->log_.AddMessage(level, "%s", text);  // which takes no memory once the log is full
   }
+  isWriting = false;
 }
 
 void HostLog::Write(unsigned long level, const std::string& text) {
@@ -106,14 +107,6 @@ bool HostLog::Print(unsigned long level, const std::string& text) {
   pollfd entry{STDERR_FILENO, POLLOUT, 0};
   if (::poll(&entry, 1, 0) < 1 || (entry.revents & POLLOUT) == 0) return false;
   return ::write(STDERR_FILENO, line.data(), line.size()) >= 0;
-}
-
-QuietReports::QuietReports() : wasQuiet_(isQuiet) {
-  isQuiet = true;
-}
-
-QuietReports::~QuietReports() {
-  isQuiet = wasQuiet_;
 }
 
 void Say(unsigned long level, const char* format, ...) {

@@ -34,18 +34,6 @@ class HostLog {
   unsigned long long lost_ SCA_GUARDED_BY(lock_) = 0;  // since the last that was written
 };
 
-/// While it lives, reports of its thread are dropped: for work whose failures are no news.
-class QuietReports {
- public:
-  QuietReports();
-  ~QuietReports();
-  QuietReports(const QuietReports&) = delete;
-  QuietReports& operator=(const QuietReports&) = delete;
-
- private:
-  const bool wasQuiet_;
-};
-
 /// Says what happens, in the words of printf.
 void Say(unsigned long level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 

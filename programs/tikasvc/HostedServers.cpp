@@ -218,11 +218,6 @@ void HostedServers::Revive() {
   }
 }
 
-void HostedServers::EndLongAsks() {
-  const SCA_LockGuard guard(lock_);
-  for (auto& [id, hosted] : hosted_) hosted.watch->EndLongAsk();
-}
-
 // Ends
 
 HostedServers::Leaving HostedServers::Take(unsigned long id) {

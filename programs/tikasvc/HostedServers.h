@@ -75,8 +75,6 @@ class HostedServers {
   /// Starts again what was started once and has failed for good since: java may have been missing
   /// for a moment only, and a thousand deaths may have been spread over a year.
   void Revive() SCA_EXCLUDES(lock_);
-  /// Once a second: the questions to the servers that are asked for too long end.
-  void EndLongAsks() SCA_EXCLUDES(lock_);
   /// Stops all servers without waiting, and starts none any more.
   void BeginEnd() SCA_EXCLUDES(lock_);
   /// Stops all servers and waits for their ends. One that is not there yet refuses a start with

@@ -2,12 +2,9 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 
-#include "client/SCA_TikaClient.h"
 #include "control/SCA_ServiceStatusNames.h"
-#include "platform/SCA_Text.h"
 #include "platform/SCA_Time.h"
 #include "programs/tikasvc/HostLog.h"
 #include "programs/tikasvc/PortHolder.h"
@@ -63,7 +60,6 @@ ServerWatch::~ServerWatch() {
 
 void ServerWatch::End() {
   ending_.Set();
-  askEnds_.Set();
   Halt();
   wake_.Set();
   if (thread_.joinable()) thread_.join();
@@ -120,10 +116,11 @@ unsigned long ServerWatch::Look() {
     epoch = epoch_;
     SampleMemory();
   }
-  std::string version;
-  const Clock::time_point begin = Clock::now();
-  const bool answers = Ask(&version) && !IsFromStranger(epoch);
-  NoteAnswer(epoch, answers, version, Clock::now() - begin);
+  SCA_TikaAnswer answer;
+  unsigned long ignored = 0;
+  const SCA_TikaProbe probe(rules_.address.c_str(), server_->GetPortNumber(), AnswerLimitMs());
+  const bool answers = probe.Ask(&ending_, &answer, &ignored) != 0 && !IsFromStranger(epoch);
+  NoteAnswer(epoch, answers, answer);
   RestartWhenSilent();
   if (!answers) return kFirstAskMs;
   // Often enough to find out soon when the limit has passed.
@@ -131,39 +128,9 @@ unsigned long ServerWatch::Look() {
   return rules_.silenceLimitMs != 0 ? std::min(kAskMs, quarter) : kAskMs;
 }
 
-bool ServerWatch::Ask(std::string* version) {
-  const QuietReports quiet;  // the health says whether it answers
-  {
-    const SCA_LockGuard guard(lock_);
-    askEnds_.Reset();
-    askedAt_ = Clock::now();
-    isAsking_ = true;
-  }
-  SCA_TikaConfigOrv settings;
-  settings.SetNetworkTimeout(AnswerLimitMs());
-  SCA_TikaClient client(&settings, rules_.address.c_str(), server_->GetPortNumber());
-  client.SetCancelEvent(&askEnds_);
-  char answer[101] = "";
-  unsigned long error = 0;
-  // Asked after the event was reset: who ends the watch sets both, this one first.
-  const bool answers = ending_.Wait(0) == 0 && client.Connect(AnswerLimitMs(), &error) != 0 &&
-                       client.GetVersion(answer, sizeof answer, &error) != 0;
-  SCA_BlankControls(answer, std::strlen(answer));
-  *version = answer;
-  const SCA_LockGuard guard(lock_);
-  isAsking_ = false;
-  return answers;
-}
-
 unsigned long ServerWatch::AnswerLimitMs() const {
   const bool hasLimit = rules_.silenceLimitMs != 0;
   return hasLimit ? std::min(kAnswerLimitMs, rules_.silenceLimitMs) : kAnswerLimitMs;
-}
-
-// The client's time-out is for each wait, and a server may say a byte in each.
-void ServerWatch::EndLongAsk() {
-  const SCA_LockGuard guard(lock_);
-  if (isAsking_ && Ms(Clock::now() - askedAt_) > AnswerLimitMs()) askEnds_.Set();
 }
 
 // Where another program has the port, its answers are not the server's. Such a server is restarted:
@@ -186,8 +153,7 @@ bool ServerWatch::IsFromStranger(unsigned long long epoch) {
   return true;
 }
 
-void ServerWatch::NoteAnswer(unsigned long long epoch, bool answers, const std::string& version,
-                             Clock::duration time) {
+void ServerWatch::NoteAnswer(unsigned long long epoch, bool answers, const SCA_TikaAnswer& answer) {
   bool isNews = false;
   {
     const SCA_LockGuard guard(lock_);
@@ -197,12 +163,12 @@ void ServerWatch::NoteAnswer(unsigned long long epoch, bool answers, const std::
     if (!answers) return;
     run_.hasAnswered = true;
     run_.lastAnswer = Clock::now();
-    version_ = version;
-    answerMs_ = Ms(time);
+    version_ = answer.version;
+    answerMs_ = answer.timeMs;
   }
   if (isNews) {
     Say(SCA_LevelInfo, "server %lu on port %u answers: %s", server_->GetServerId(),
-        server_->GetPortNumber(), version.c_str());
+        server_->GetPortNumber(), answer.version);
   }
 }
 

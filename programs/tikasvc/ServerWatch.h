@@ -15,6 +15,7 @@
 #include "programs/common/Event.h"
 #include "programs/tikasvc/BlackBox.h"
 #include "programs/tikasvc/DeathCause.h"
+#include "supervision/SCA_TikaProbe.h"
 
 struct WatchRules {
   std::string address;               ///< at which the server is asked
@@ -59,8 +60,6 @@ class ServerWatch : public SCA_TikaServerObserver {
   void Resume() { halted_.Reset(); }
   /// Halts, and ends the thread that uses the server.
   void End();
-  /// Once a second: ends a question whose answer takes too long, however it trickles in.
-  void EndLongAsk() SCA_EXCLUDES(lock_);
 
   void OnStart(unsigned long processId) override SCA_EXCLUDES(lock_);
   void OnEnd(const SCA_TikaObituary& obituary) override SCA_EXCLUDES(lock_);
@@ -91,12 +90,11 @@ class ServerWatch : public SCA_TikaServerObserver {
 
   void Watch();
   unsigned long Look() SCA_EXCLUDES(lock_);
-  bool Ask(std::string* version) SCA_EXCLUDES(lock_);
   unsigned long AnswerLimitMs() const;
   ServerHealth Health() const SCA_REQUIRES(lock_);
   bool IsFromStranger(unsigned long long epoch) SCA_EXCLUDES(lock_);
-  void NoteAnswer(unsigned long long epoch, bool answers, const std::string& version,
-                  Clock::duration time) SCA_EXCLUDES(lock_);
+  void NoteAnswer(unsigned long long epoch, bool answers, const SCA_TikaAnswer& answer)
+      SCA_EXCLUDES(lock_);
   void SampleMemory() SCA_REQUIRES(lock_);
   void RestartWhenSilent() SCA_EXCLUDES(lock_);
   void RecordEnd(const SCA_TikaObituary& obituary) SCA_EXCLUDES(lock_);
@@ -123,8 +121,6 @@ class ServerWatch : public SCA_TikaServerObserver {
   unsigned long long answerMs_ SCA_GUARDED_BY(lock_) = 0;
   std::string lastDeath_ SCA_GUARDED_BY(lock_);
   unsigned long long lastDeathTime_ SCA_GUARDED_BY(lock_) = 0;
-  bool isAsking_ SCA_GUARDED_BY(lock_) = false;
-  Clock::time_point askedAt_ SCA_GUARDED_BY(lock_);
 
   // The worker's.
   unsigned long logSession_ = 0;
@@ -135,7 +131,6 @@ class ServerWatch : public SCA_TikaServerObserver {
 
   ProgramEvent halted_{1, 0};
   ProgramEvent ending_{1, 0};
-  ProgramEvent askEnds_{1, 0};  // cancels the question under way
   ProgramEvent wake_{0, 0};
   std::thread thread_;
 };

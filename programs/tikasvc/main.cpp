@@ -148,7 +148,6 @@ class Host {
       // Whoever holds the servers' lock for ever keeps this from being said.
       const std::string status = Describe(servers_.Summarize());
       sd_notifyf(0, "WATCHDOG=1\nSTATUS=%s", status.c_str());
-      servers_.EndLongAsks();
       if (reload_.Wait(0) != 0) installation_.Reload();
       if (std::chrono::steady_clock::now() - lastRevival < kRevivalEvery) continue;
       lastRevival = std::chrono::steady_clock::now();

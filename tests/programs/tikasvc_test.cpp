@@ -80,11 +80,6 @@ template <class Otherwise>
   const int listener = ListenOnLoopback(static_cast<unsigned short>(port));
   while (listener < 0 && part == "patient") ::pause();
   if (listener < 0) die("java.net.BindException: Address already in use", 1);
-  if (part == "trickle") {
-    Answer(listener, 1, [](int fd) {
-      while (::write(fd, "H", 1) == 1) ::poll(nullptr, 0, 50);
-    });
-  }
   if (part == "chatty") {
     for (int i = 0; i < 40; ++i) Print("INFO  line " + std::to_string(i));
   }
@@ -137,8 +132,8 @@ class TikaSvc : public ::testing::Test {
  protected:
   TikaSvc() {
     fs::create_symlink(fs::read_symlink("/proc/self/exe"), dir_.File("java"));
-    for (const char* part : {"good", "heap", "corrupt", "options", "brief", "leaves", "mute",
-                             "chatty", "patient", "trickle"}) {
+    for (const char* part :
+         {"good", "heap", "corrupt", "options", "brief", "leaves", "mute", "chatty", "patient"}) {
       dir_.Write(std::string(part) + ".jar", "");
     }
     SCA_SetControlKeyProvider(&GiveKey, &keyFile_);
@@ -314,7 +309,6 @@ TEST_F(TikaSvc, TellsCausesOfDeathApart) {
       {"options", SCA_DeathKind::OptionsRefused, "-Xwrong"},
       {"brief", SCA_DeathKind::Exited, "exit status 7"},
       {"mute", SCA_DeathKind::Silent, "it had not answered for "},
-      {"trickle", SCA_DeathKind::Silent, "it had not answered for "},
       {"good", SCA_DeathKind::PortTaken, "another program has its port"},
   };
   // A parent that ignores its children passes that on; how a server ended must be seen
