@@ -59,7 +59,7 @@ int SCA_VirtualCmdServer::BindPort(unsigned long* error) {
   }
   const SCA_ListenScope scope =
       mode == SCA_LoginKey ? SCA_ListenScope::AllInterfaces : SCA_ListenScope::Loopback;
-  return listener_->Open(scope, port_, error);
+  return listener_->Open(scope, port_).Store(error);
 }
 
 int SCA_VirtualCmdServer::OpenGate(unsigned long* error) {
@@ -75,7 +75,7 @@ int SCA_VirtualCmdServer::OpenGate(unsigned long* error) {
 }
 
 int SCA_VirtualCmdServer::OpenLocal(const char* path, const char* group, unsigned long* error) {
-  return isOpen_ ? listener_->OpenLocal(path, group, error) : SCA_Fail(ENOTCONN, error);
+  return isOpen_ ? listener_->OpenLocal(path, group).Store(error) : SCA_Fail(ENOTCONN, error);
 }
 
 unsigned long long SCA_VirtualCmdServer::GetRefusedLogins() const {
@@ -164,7 +164,7 @@ unsigned long SCA_VirtualCmdServer::ThreadFunc() {
   while (isStopping_.Get() == 0 && stop->Wait(0) == 0) {
     SCA_AcceptedPeer peer;
     unsigned long error = 0;
-    if (listener_->Accept(&peer, &error) != 0) {
+    if (listener_->Accept(&peer).Store(&error) != 0) {
       isShort = false;
       AddConnection(peer);
     } else if (error != EINTR) {

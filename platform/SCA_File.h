@@ -8,6 +8,8 @@
 
 #include "platform/SCA_Object.h"
 
+class SCA_Result;
+
 /// Open flags: an existing regular file, for reading from its start to its end.
 constexpr unsigned long SCA_FileOpenRead = 0x60A;
 /// Open flags: a regular file, for writing at its end; made for its owner alone when there is none.
@@ -87,7 +89,7 @@ class SCA_API SCA_ReplacementFile : public SCA_Object {
   static int IsAsideName(const char* name);
 
  private:
-  int Finish(SCA_FileCommit commit, bool replaces, unsigned long* error);
+  SCA_Result Finish(SCA_FileCommit commit, bool replaces);
   void Discard();
 
   int fd_ = -1;

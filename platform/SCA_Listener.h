@@ -8,6 +8,7 @@
 
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_Object.h"
+#include "platform/SCA_Result.h"
 
 /// Where a TCP port takes connections from.
 enum class SCA_ListenScope { Loopback, AllInterfaces };
@@ -34,7 +35,7 @@ class SCA_Listener : public SCA_Object {
 
   /// Binds the TCP port, 0 for a free one, and listens: on 127.0.0.1, or on every address of both
   /// families.
-  int Open(SCA_ListenScope scope, unsigned short port, unsigned long* error) SCA_EXCLUDES(lock_);
+  SCA_Result Open(SCA_ListenScope scope, unsigned short port) SCA_EXCLUDES(lock_);
   /// @return The bound port; 0 before `Open`.
   unsigned short GetPort() const { return port_; }
 
@@ -43,16 +44,16 @@ class SCA_Listener : public SCA_Object {
   /// which nobody listens any more is replaced.
   /// @param path   Absolute, of any length up to `SCA_MaxPath`; its last name up to 80 bytes.
   /// @param group  Name or number; null or empty for none.
-  /// @param error  `SCA_ErrorSocketPath`, `SCA_ErrorSocketTaken`, `SCA_ErrorNoGroup`; `EADDRINUSE`
-  ///               while another process listens there; `EALREADY`; else the system's.
-  int OpenLocal(const char* path, const char* group, unsigned long* error) SCA_EXCLUDES(lock_);
+  /// @return `SCA_ErrorSocketPath`, `SCA_ErrorSocketTaken`, `SCA_ErrorNoGroup`; `EADDRINUSE` while
+  ///         another process listens there; `EALREADY`; else the system's.
+  SCA_Result OpenLocal(const char* path, const char* group) SCA_EXCLUDES(lock_);
 
   /// Stops listening and removes the Unix socket; connections that were not accepted are reset.
   void Close() SCA_EXCLUDES(lock_);
 
   /// Waits for a connection, set up for small packets and for noticing a peer that is gone.
-  /// @param error  `EINTR` after `Wake`, else the system's error.
-  int Accept(SCA_AcceptedPeer* peer, unsigned long* error);
+  /// @return `EINTR` after `Wake`, else the system's error.
+  SCA_Result Accept(SCA_AcceptedPeer* peer);
   /// Ends one `Accept`, the present or the next one.
   void Wake();
 
@@ -64,7 +65,7 @@ class SCA_Listener : public SCA_Object {
   };
 
   Places GetPlaces() const SCA_EXCLUDES(lock_);
-  int AcceptOn(int place, bool isLocal, SCA_AcceptedPeer* peer, unsigned long* error);
+  SCA_Result AcceptOn(int place, bool isLocal, SCA_AcceptedPeer* peer);
 
   int wakeFd_ = -1;
   unsigned short port_ = 0;

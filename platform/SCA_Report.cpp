@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "platform/SCA_Lock.h"
+#include "platform/SCA_Result.h"
 #include "platform/SCA_Text.h"
 
 namespace {
@@ -41,6 +42,16 @@ CurrentSink currentSink;
 // Threads may still report while the process exits.
 static_assert(std::is_trivially_destructible_v<CurrentSink>);
 
+void Report(const char* source, int line, unsigned long level, const char* format,
+            va_list arguments) {
+  char text[SCA_MaxReportText];
+  if (std::vsnprintf(text, sizeof text, format, arguments) < 0) text[0] = '\0';
+  // What a peer or a file has said may be in it: it must not forge lines or reach a terminal.
+  SCA_BlankControls(text, std::strlen(text));
+  const Sink sink = currentSink.Get();
+  sink.function(sink.context, level, source, line, text);
+}
+
 }  // namespace
 
 const char* SCA_LevelText(unsigned long level) {
@@ -50,15 +61,18 @@ const char* SCA_LevelText(unsigned long level) {
 }
 
 void SCA_ReportFunction::operator()(unsigned long level, const char* format, ...) const {
-  char text[SCA_MaxReportText];
   va_list arguments;
   va_start(arguments, format);
-  if (std::vsnprintf(text, sizeof text, format, arguments) < 0) text[0] = '\0';
+  Report(source_, line_, level, format, arguments);
   va_end(arguments);
-  // What a peer or a file has said may be in it: it must not forge lines or reach a terminal.
-  SCA_BlankControls(text, std::strlen(text));
-  const Sink sink = currentSink.Get();
-  sink.function(sink.context, level, source_, line_, text);
+}
+
+int SCA_Complain(const char* source, int line, unsigned long level, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  Report(source, line, level, format, arguments);
+  va_end(arguments);
+  return 0;
 }
 
 SCA_ReportFunction SCA_GetReportFunction(const char* source, int line) {

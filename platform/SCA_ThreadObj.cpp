@@ -2,7 +2,8 @@
 
 #include <cerrno>
 #include <new>
-#include <system_error>
+
+#include "platform/SCA_Result.h"
 
 SCA_ThreadObj::SCA_ThreadObj(int /*reserved*/) {
   SetValid(1);
@@ -18,42 +19,34 @@ bool SCA_ThreadObj::IsWorker() const {
 }
 
 int SCA_ThreadObj::Lock(const char* /*caller*/, unsigned long* error) {
-  const unsigned long code = IsWorker() ? EDEADLK : Start();
-  if (code == 0) return 1;
-  *error = code;
-  return 0;
+  return (IsWorker() ? SCA_Result(EDEADLK) : Start()).Store(error);
 }
 
-// Gives 0 or the error code.
-unsigned long SCA_ThreadObj::Start() {
+SCA_Result SCA_ThreadObj::Start() {
   const SCA_LockGuard guard(control_);
   if (thread_.joinable()) {
-    if (!hasEnded_.load()) return EBUSY;
+    if (!hasEnded_.load()) return SCA_Result(EBUSY);
     thread_.join();
   }
   if (stop_ == nullptr) stop_.reset(new (std::nothrow) SCA_Event(1, 0));
   if (stop_ == nullptr || stop_->IsValid() == 0) {
     stop_.reset();
-    return ENOMEM;
+    return SCA_Result(ENOMEM);
   }
   stop_->Reset();
   published_.store(stop_.get(), std::memory_order_release);
   hasEnded_.store(false);
-  try {
+  const SCA_Result started = SCA_Guarded([this]() SCA_NO_THREAD_SAFETY_ANALYSIS {
     thread_ = std::thread([this] {
       worker_.store(std::this_thread::get_id());
       ThreadFunc();
       worker_.store(std::thread::id());
       hasEnded_.store(true);
     });
-    return 0;
-  } catch (const std::system_error& failure) {
-    hasEnded_.store(true);
-    return static_cast<unsigned long>(failure.code().value());
-  } catch (const std::bad_alloc&) {
-    hasEnded_.store(true);
-    return ENOMEM;
-  }
+    return SCA_Done;
+  });
+  if (started.HasFailed()) hasEnded_.store(true);
+  return started;
 }
 
 int SCA_ThreadObj::Unlock(const char* /*caller*/) {

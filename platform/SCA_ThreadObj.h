@@ -9,6 +9,8 @@
 
 #include "platform/SCA_Sync.h"
 
+class SCA_Result;
+
 /// Base of classes with a thread of their own. Until its first start it has neither a thread nor an
 /// event. A deriving class calls `Unlock` in its own destructor, before its members go away: the
 /// worker may use them until then.
@@ -44,7 +46,7 @@ class SCA_API SCA_ThreadObj : public SCA_Object {
 
  private:
   bool IsWorker() const;
-  unsigned long Start() SCA_EXCLUDES(control_);
+  SCA_Result Start() SCA_EXCLUDES(control_);
 
   // Held while a worker is joined: whoever asks for the stop of a thread that another is stopping
   // already must not come back before it has ended. The worker never takes it.

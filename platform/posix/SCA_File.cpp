@@ -9,7 +9,6 @@
 #include <string_view>
 
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/posix/SCA_Posix.h"
 
 namespace {
@@ -19,9 +18,9 @@ constexpr char kAsidePrefix[] = ".sca-";
 constexpr char kAsideSuffix[] = ".tmp";
 constexpr off_t kReadAheadSize = 131072;  // what the system reads ahead unasked
 
-unsigned long KindError(const struct stat& status) {
-  if (S_ISREG(status.st_mode)) return 0;
-  return S_ISDIR(status.st_mode) ? EISDIR : SCA_ErrorNotRegularFile;
+SCA_Result CheckKind(const struct stat& status) {
+  if (S_ISREG(status.st_mode)) return SCA_Done;
+  return SCA_Result(S_ISDIR(status.st_mode) ? EISDIR : SCA_ErrorNotRegularFile);
 }
 
 std::string DirectoryOf(const std::string& path) {
@@ -67,15 +66,15 @@ int SCA_File::Open(const char* fileName, unsigned long flags, unsigned long* err
   Close();
   const bool isForReading = flags == SCA_FileOpenRead;
   if ((!isForReading && flags != SCA_FileAppend) || fileName == nullptr) {
-    return SCA_Fail(EINVAL, error);
+    return SCA_Result(EINVAL).Store(error);
   }
   const int mode = isForReading ? O_RDONLY : O_WRONLY | O_APPEND | O_CREAT;
   // O_NONBLOCK: opening a named pipe would otherwise wait for its other end.
   SCA_Fd fd(
       SCA_Retry([&] { return ::open(fileName, mode | O_CLOEXEC | O_NONBLOCK, kPrivateFile); }));
   struct stat status {};
-  if (!fd.IsOpen() || ::fstat(fd.Get(), &status) != 0) return SCA_Fail(SCA_SystemError(), error);
-  if (const unsigned long code = KindError(status); code != 0) return SCA_Fail(code, error);
+  if (!fd.IsOpen() || ::fstat(fd.Get(), &status) != 0) return SCA_SystemError().Store(error);
+  if (const SCA_Result kind = CheckKind(status); kind.HasFailed()) return kind.Store(error);
   // A small file is read whole by one read; the advice would cost more than it gives.
   if (isForReading && status.st_size > kReadAheadSize) {
     ::posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
@@ -90,7 +89,7 @@ void SCA_File::Close() {
 
 int SCA_File::GetSize(unsigned long long* size, unsigned long* error) {
   struct stat status {};
-  if (::fstat(fd_, &status) != 0) return SCA_Fail(SCA_SystemError(), error);
+  if (::fstat(fd_, &status) != 0) return SCA_SystemError().Store(error);
   *size = static_cast<unsigned long long>(status.st_size);
   return 1;
 }
@@ -106,7 +105,7 @@ int SCA_File::Read(char* buffer, unsigned long count, unsigned long* read, unsig
   unsigned long total = 0;
   while (total < count) {
     const ssize_t got = SCA_Retry([&] { return ::read(fd_, buffer + total, count - total); });
-    if (got < 0) return SCA_Fail(SCA_SystemError(), error);
+    if (got < 0) return SCA_SystemError().Store(error);
     if (got == 0) break;
     total += static_cast<unsigned long>(got);
   }
@@ -116,7 +115,7 @@ int SCA_File::Read(char* buffer, unsigned long count, unsigned long* read, unsig
 
 int SCA_File::SetPosition(unsigned long long position, unsigned long* error) {
   const off_t moved = ::lseek(fd_, static_cast<off_t>(position), SEEK_SET);
-  return moved >= 0 ? 1 : SCA_Fail(SCA_SystemError(), error);
+  return moved >= 0 ? 1 : SCA_SystemError().Store(error);
 }
 
 int SCA_File::WriteString(const char* text, unsigned long* error) {
@@ -124,9 +123,9 @@ int SCA_File::WriteString(const char* text, unsigned long* error) {
   const std::size_t length = std::strlen(text);
   iovec parts[2] = {{const_cast<char*>(text), length}, {&lineEnd, 1}};
   const ssize_t written = SCA_Retry([&] { return ::writev(fd_, parts, 2); });
-  if (written < 0) return SCA_Fail(SCA_SystemError(), error);
+  if (written < 0) return SCA_SystemError().Store(error);
   // A regular file takes less only when there is no room for more.
-  return static_cast<std::size_t>(written) == length + 1 ? 1 : SCA_Fail(ENOSPC, error);
+  return static_cast<std::size_t>(written) == length + 1 ? 1 : SCA_Result(ENOSPC).Store(error);
 }
 
 SCA_ReplacementFile::SCA_ReplacementFile() {
@@ -142,22 +141,23 @@ int SCA_ReplacementFile::Open(const char* targetName, SCA_FileAccess access, uns
   Discard();
   const mode_t given =
       access == SCA_FileAccess::Private ? kPrivateFile : static_cast<mode_t>(mode & 0666);
-  return SCA_Guarded(error, [&] {
+  const auto open = [&] {
     targetName_ = targetName;
     directory_ = DirectoryOf(targetName_);
     std::string asideName;  // a file's own only once it is there
     SCA_Fd fd = CreateAside(directory_, given, &asideName);
-    if (!fd.IsOpen()) return SCA_Fail(SCA_SystemError(), error);
+    if (!fd.IsOpen()) return SCA_SystemError();
     asideName_ = std::move(asideName);
     fd_ = fd.Release();
-    return 1;
-  });
+    return SCA_Done;
+  };
+  return SCA_Guarded(open).Store(error);
 }
 
 int SCA_ReplacementFile::Write(const char* data, unsigned long length, unsigned long* error) {
   while (length > 0) {
     const ssize_t written = SCA_Retry([&] { return ::write(fd_, data, length); });
-    if (written < 0) return SCA_Fail(SCA_SystemError(), error);
+    if (written < 0) return SCA_SystemError().Store(error);
     data += written;
     length -= static_cast<unsigned long>(written);
   }
@@ -165,11 +165,11 @@ int SCA_ReplacementFile::Write(const char* data, unsigned long length, unsigned 
 }
 
 int SCA_ReplacementFile::Commit(SCA_FileCommit commit, unsigned long* error) {
-  return Finish(commit, true, error);
+  return Finish(commit, true).Store(error);
 }
 
 int SCA_ReplacementFile::CommitNew(SCA_FileCommit commit, unsigned long* error) {
-  return Finish(commit, false, error);
+  return Finish(commit, false).Store(error);
 }
 
 int SCA_ReplacementFile::IsAsideName(const char* name) {
@@ -185,15 +185,15 @@ int SCA_ReplacementFile::IsAsideName(const char* name) {
   return numbers.find_first_not_of("0123456789-") == std::string_view::npos ? 1 : 0;
 }
 
-int SCA_ReplacementFile::Finish(SCA_FileCommit commit, bool replaces, unsigned long* error) {
+SCA_Result SCA_ReplacementFile::Finish(SCA_FileCommit commit, bool replaces) {
   // A second name never takes the place of a file; the name aside then goes.
   int (*move)(const char*, const char*) = replaces ? ::rename : ::link;
   // A network file system may tell only at the close that a write has failed.
   if (Sync(fd_, commit) != 0 || CloseWritten(std::exchange(fd_, -1)) != 0 ||
       move(asideName_.c_str(), targetName_.c_str()) != 0) {
-    const unsigned long code = SCA_SystemError();
+    const SCA_Result failure = SCA_SystemError();
     Discard();
-    return SCA_Fail(code, error);
+    return failure;
   }
   if (replaces) asideName_.clear();
   Discard();
@@ -201,7 +201,7 @@ int SCA_ReplacementFile::Finish(SCA_FileCommit commit, bool replaces, unsigned l
   // nothing the caller could do about it.
   const SCA_Fd directory(::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (directory.IsOpen()) Sync(directory.Get(), commit);
-  return 1;
+  return SCA_Done;
 }
 
 void SCA_ReplacementFile::Discard() {

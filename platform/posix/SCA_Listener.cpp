@@ -19,7 +19,6 @@
 #include <optional>
 
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_Path.h"
 #include "platform/SCA_Text.h"
 #include "platform/posix/SCA_Posix.h"
@@ -122,39 +121,39 @@ bool IsMember(int fd, const ucred& account, gid_t group) {
 }
 
 // @param group  Receives nothing when none is named.
-int FindGroup(const char* name, std::optional<gid_t>* group, unsigned long* error) {
-  if (name == nullptr || *name == '\0') return 1;
+SCA_Result FindGroup(const char* name, std::optional<gid_t>* group) {
+  if (name == nullptr || *name == '\0') return SCA_Done;
   char* end = nullptr;
   const unsigned long number = std::strtoul(name, &end, 10);
   if (*end == '\0' && number < UINT32_MAX) {
     *group = static_cast<gid_t>(number);
-    return 1;
+    return SCA_Done;
   }
   ::group entry{};
   ::group* found = nullptr;
   constexpr std::size_t kRoom = 1U << 20;  // the members' names go there too
   const std::unique_ptr<char[]> room(new (std::nothrow) char[kRoom]);
-  if (room == nullptr) return SCA_Fail(ENOMEM, error);
+  if (room == nullptr) return SCA_Result(ENOMEM);
   ::getgrnam_r(name, &entry, room.get(), kRoom, &found);
-  if (found == nullptr) return SCA_Fail(SCA_ErrorNoGroup, error);
+  if (found == nullptr) return SCA_Result(SCA_ErrorNoGroup);
   *group = entry.gr_gid;
-  return 1;
+  return SCA_Done;
 }
 
 // Removes a socket of this account on which nobody listens. Anything else in its place stays.
-int RemoveStale(const char* path, const SCA_UnixAddress& address, unsigned long* error) {
+SCA_Result RemoveStale(const char* path, const SCA_UnixAddress& address) {
   struct stat status {};
-  if (::lstat(path, &status) != 0) return SCA_Fail(SCA_SystemError(), error);
+  if (::lstat(path, &status) != 0) return SCA_SystemError();
   if (!S_ISSOCK(status.st_mode) || status.st_uid != ::geteuid()) {
-    return SCA_Fail(SCA_ErrorSocketTaken, error);
+    return SCA_Result(SCA_ErrorSocketTaken);
   }
   const SCA_Fd probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!probe.IsOpen()) return SCA_Fail(SCA_SystemError(), error);
+  if (!probe.IsOpen()) return SCA_SystemError();
   if (::connect(probe.Get(), address.Get(), SCA_UnixAddress::Length()) == 0 ||
       errno != ECONNREFUSED) {
-    return SCA_Fail(EADDRINUSE, error);
+    return SCA_Result(EADDRINUSE);
   }
-  return ::unlink(path) == 0 ? 1 : SCA_Fail(SCA_SystemError(), error);
+  return ::unlink(path) == 0 ? SCA_Done : SCA_SystemError();
 }
 
 }  // namespace
@@ -173,21 +172,24 @@ class SCA_Listener::LocalSocket {
     if (isOurs) ::unlink(path_);
   }
 
-  int Open(const char* path, const char* group, unsigned long* error) {
+  SCA_Result Open(const char* path, const char* group) {
     SCA_UnixAddress address;
-    if (FindGroup(group, &group_, error) == 0 || address.Set(path, error) == 0) return 0;
+    if (const SCA_Result found = FindGroup(group, &group_); found.HasFailed()) return found;
+    if (const SCA_Result set = address.Set(path); set.HasFailed()) return set;
     SCA_Fd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!fd.IsOpen()) return SCA_Fail(SCA_SystemError(), error);
+    if (!fd.IsOpen()) return SCA_SystemError();
     // The file has these permissions from its beginning, and is only ever opened further.
     ::fchmod(fd.Get(), S_IRUSR | S_IWUSR);
     const auto bind = [&] { return ::bind(fd.Get(), address.Get(), SCA_UnixAddress::Length()); };
     if (bind() != 0) {
-      if (errno != EADDRINUSE) return SCA_Fail(SCA_SystemError(), error);
-      if (RemoveStale(path, address, error) == 0) return 0;
-      if (bind() != 0) return SCA_Fail(SCA_SystemError(), error);
+      if (errno != EADDRINUSE) return SCA_SystemError();
+      if (const SCA_Result removed = RemoveStale(path, address); removed.HasFailed()) {
+        return removed;
+      }
+      if (bind() != 0) return SCA_SystemError();
     }
     fd_ = std::move(fd);
-    return Publish(path, error);
+    return Publish(path);
   }
 
   int Fd() const { return fd_.Get(); }
@@ -204,17 +206,17 @@ class SCA_Listener::LocalSocket {
   }
 
  private:
-  int Publish(const char* path, unsigned long* error) {
+  SCA_Result Publish(const char* path) {
     SCA_CopyText(path_, path, SCA_TextFit::Cut);
     struct stat status {};
-    if (::lstat(path, &status) != 0) return SCA_Fail(SCA_SystemError(), error);
+    if (::lstat(path, &status) != 0) return SCA_SystemError();
     device_ = status.st_dev;
     inode_ = status.st_ino;
     constexpr mode_t kForGroup = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP;
     const bool isShared = !group_ || (::lchown(path, static_cast<uid_t>(-1), *group_) == 0 &&
                                       ::chmod(path, kForGroup) == 0);
-    if (!isShared || ::listen(fd_.Get(), kBacklog) != 0) return SCA_Fail(SCA_SystemError(), error);
-    return 1;
+    if (!isShared || ::listen(fd_.Get(), kBacklog) != 0) return SCA_SystemError();
+    return SCA_Done;
   }
 
   SCA_Fd fd_;
@@ -233,29 +235,29 @@ SCA_Listener::~SCA_Listener() {
   const SCA_Fd wake(wakeFd_);
 }
 
-int SCA_Listener::Open(SCA_ListenScope scope, unsigned short port, unsigned long* error) {
+SCA_Result SCA_Listener::Open(SCA_ListenScope scope, unsigned short port) {
   const bool isLoopback = scope == SCA_ListenScope::Loopback;
   SCA_Fd fd = Listen(isLoopback ? AF_INET : AF_INET6, isLoopback, port);
   const bool lacksV6 = !fd.IsOpen() && (errno == EAFNOSUPPORT || errno == EADDRNOTAVAIL);
   if (!isLoopback && lacksV6) fd = Listen(AF_INET, isLoopback, port);
-  if (!fd.IsOpen()) return SCA_Fail(SCA_SystemError(), error);
+  if (!fd.IsOpen()) return SCA_SystemError();
   port_ = PortOf(fd.Get());
   const SCA_LockGuard guard(lock_);
   const SCA_Fd former(std::exchange(tcp_, fd.Release()));
-  return 1;
+  return SCA_Done;
 }
 
-int SCA_Listener::OpenLocal(const char* path, const char* group, unsigned long* error) {
+SCA_Result SCA_Listener::OpenLocal(const char* path, const char* group) {
   auto local = std::unique_ptr<LocalSocket>(new (std::nothrow) LocalSocket());
-  if (local == nullptr) return SCA_Fail(ENOMEM, error);
+  if (local == nullptr) return SCA_Result(ENOMEM);
   {
     const SCA_LockGuard guard(lock_);
-    if (local_ != nullptr) return SCA_Fail(EALREADY, error);
-    if (local->Open(path, group, error) == 0) return 0;
+    if (local_ != nullptr) return SCA_Result(EALREADY);
+    if (const SCA_Result opened = local->Open(path, group); opened.HasFailed()) return opened;
     local_ = std::move(local);
   }
   Wake();
-  return 1;
+  return SCA_Done;
 }
 
 void SCA_Listener::Close() {
@@ -269,36 +271,35 @@ SCA_Listener::Places SCA_Listener::GetPlaces() const {
   return {tcp_, local_ != nullptr ? local_->Fd() : -1};
 }
 
-int SCA_Listener::Accept(SCA_AcceptedPeer* peer, unsigned long* error) {
+SCA_Result SCA_Listener::Accept(SCA_AcceptedPeer* peer) {
   for (;;) {
     const Places places = GetPlaces();
     // What is negative is passed over.
     pollfd entries[3] = {{wakeFd_, POLLIN, 0}, {places.local, POLLIN, 0}, {places.tcp, POLLIN, 0}};
     if (SCA_Retry([&] { return ::poll(entries, 3, -1); }) < 0) {
-      return SCA_Fail(SCA_SystemError(), error);
+      return SCA_SystemError();
     }
     std::uint64_t wakes = 0;
     if (entries[0].revents != 0 && ::read(wakeFd_, &wakes, sizeof wakes) > 0) {
-      return SCA_Fail(EINTR, error);
+      return SCA_Result(EINTR);
     }
     // Operators of this machine first, however many come over the network.
     const bool isLocal = entries[1].revents != 0;
     if (!isLocal && entries[2].revents == 0) continue;
-    unsigned long code = 0;
-    if (AcceptOn(isLocal ? places.local : places.tcp, isLocal, peer, &code) != 0) return 1;
+    const SCA_Result accepted = AcceptOn(isLocal ? places.local : places.tcp, isLocal, peer);
     // A peer may have gone before it was accepted.
-    if (code != EAGAIN && code != ECONNABORTED) return SCA_Fail(code, error);
+    if (accepted.Code() != EAGAIN && accepted.Code() != ECONNABORTED) return accepted;
   }
 }
 
-int SCA_Listener::AcceptOn(int place, bool isLocal, SCA_AcceptedPeer* peer, unsigned long* error) {
+SCA_Result SCA_Listener::AcceptOn(int place, bool isLocal, SCA_AcceptedPeer* peer) {
   sockaddr_storage storage{};
   socklen_t length = sizeof storage;
   const int fd = SCA_Retry([&] {
     return ::accept4(place, reinterpret_cast<sockaddr*>(&storage), &length,
                      SOCK_CLOEXEC | SOCK_NONBLOCK);
   });
-  if (fd < 0) return SCA_Fail(SCA_SystemError(), error);
+  if (fd < 0) return SCA_SystemError();
   *peer = {};
   peer->handle = fd;
   if (isLocal) {
@@ -308,7 +309,7 @@ int SCA_Listener::AcceptOn(int place, bool isLocal, SCA_AcceptedPeer* peer, unsi
     SetUpConnection(fd);
     DescribeTcp(storage, peer);
   }
-  return 1;
+  return SCA_Done;
 }
 
 void SCA_Listener::Wake() {

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_Text.h"
 #include "platform/posix/SCA_Posix.h"
 
@@ -56,16 +55,32 @@ class Account {
   char buffer_[kAccountSize];
 };
 
+SCA_Result CreateDirectory(const char* path) {
+  char part[SCA_MaxPath];
+  const std::string_view text(path);
+  for (std::size_t end = 0; end < text.size();) {
+    end = std::min(text.find('/', end + 1), text.size());
+    if (Fit(part, sizeof part, text.substr(0, end)) == 0) return SCA_Result(ENAMETOOLONG);
+    if (SCA_DirectoryExists(part) != 0) continue;
+    if (::mkdir(part, kPrivateDirectory) == 0) continue;
+    const SCA_Result failure = SCA_SystemError();
+    // Another process may have made it meanwhile.
+    if (SCA_DirectoryExists(part) != 0) continue;
+    return failure.Code() == EEXIST ? SCA_Result(ENOTDIR) : failure;
+  }
+  return SCA_DirectoryExists(path) != 0 ? SCA_Done : SCA_Result(ENOENT);
+}
+
 }  // namespace
 
 int SCA_GetExeFileName(char* path, unsigned long size, unsigned long* error) {
   char target[SCA_MaxPath];
   path[0] = '\0';
   const ssize_t length = ::readlink("/proc/self/exe", target, sizeof target);
-  if (length < 0) return SCA_Fail(SCA_SystemError(), error);
+  if (length < 0) return SCA_SystemError().Store(error);
   const std::string_view text(target, static_cast<std::size_t>(length));
-  return text.size() < sizeof target && Fit(path, size, text) != 0 ? 1
-                                                                   : SCA_Fail(ENAMETOOLONG, error);
+  const bool fits = text.size() < sizeof target && Fit(path, size, text) != 0;
+  return fits ? 1 : SCA_Result(ENAMETOOLONG).Store(error);
 }
 
 int SCA_GetDirName(const char* path, char* directory, unsigned long size) {
@@ -114,19 +129,7 @@ int SCA_DirectoryExists(const char* path) {
 }
 
 int SCA_CreateDirectory(const char* path, unsigned long* error) {
-  char part[SCA_MaxPath];
-  const std::string_view text(path);
-  for (std::size_t end = 0; end < text.size();) {
-    end = std::min(text.find('/', end + 1), text.size());
-    if (Fit(part, sizeof part, text.substr(0, end)) == 0) return SCA_Fail(ENAMETOOLONG, error);
-    if (SCA_DirectoryExists(part) != 0) continue;
-    if (::mkdir(part, kPrivateDirectory) == 0) continue;
-    const unsigned long code = SCA_SystemError();
-    // Somebody else may have made it meanwhile.
-    if (SCA_DirectoryExists(part) != 0) continue;
-    return SCA_Fail(code == EEXIST ? ENOTDIR : code, error);
-  }
-  return SCA_DirectoryExists(path) != 0 ? 1 : SCA_Fail(ENOENT, error);
+  return CreateDirectory(path).Store(error);
 }
 
 int SCA_GetUserName(char* name, unsigned long size) {

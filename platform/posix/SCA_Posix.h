@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/SCA_Deadline.h"
+#include "platform/SCA_Result.h"
 
 /// Sole owner of a descriptor.
 class SCA_Fd {
@@ -44,11 +45,6 @@ auto SCA_Retry(Call call) -> decltype(call()) {
     result = call();
   } while (result < 0 && errno == EINTR);
   return result;
-}
-
-/// `errno` as an error code of the library.
-inline unsigned long SCA_SystemError() {
-  return static_cast<unsigned long>(errno);
 }
 
 #endif  // SCA_PLATFORM_POSIX_SCA_POSIX_H

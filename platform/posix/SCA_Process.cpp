@@ -19,7 +19,6 @@
 #include <vector>
 
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_Text.h"
 #include "platform/posix/SCA_Posix.h"
 #include "platform/posix/SCA_ProcessGroup.h"
@@ -179,31 +178,31 @@ pid_t Spawn(ChildPlan* plan, SCA_Fd* pidFd) {
   return pid;
 }
 
-// Starts a program. Gives its pid, or 0 with the error in *code.
-// @param pidFd  Receives the descriptor of the process.
-pid_t Launch(const char* program, const std::vector<char*>& arguments,
-             const std::vector<char*>& environment, int input, int output, bool diesWithParent,
-             SCA_Fd* pidFd, unsigned long* code) {
+struct Child {
+  pid_t pid = 0;
+  SCA_Fd pidFd;  // the descriptor of the process
+};
+
+// Starts a program.
+SCA_Result Launch(const char* program, const std::vector<char*>& arguments,
+                  const std::vector<char*>& environment, int input, int output, bool diesWithParent,
+                  Child* child) {
   Pipe failure;
-  if (!failure.Open()) {
-    *code = SCA_SystemError();
-    return 0;
-  }
+  if (!failure.Open()) return SCA_SystemError();
   ChildPlan plan{program, arguments.data(),    environment.data(), input,
                  output,  failure.write.Get(), diesWithParent,     ::getpid()};
-  const pid_t pid = Spawn(&plan, pidFd);
-  if (pid < 0) {
-    *code = SCA_SystemError();
-    return 0;
-  }
+  const pid_t pid = Spawn(&plan, &child->pidFd);
+  if (pid < 0) return SCA_SystemError();
   failure.write.Reset();
   int failed = 0;
   // Ends at once: the exec closed the other end, or the child wrote and exited.
   const ssize_t got = SCA_Retry([&] { return ::read(failure.read.Get(), &failed, sizeof failed); });
-  if (got != sizeof failed) return pid;
+  if (got != sizeof failed) {
+    child->pid = pid;
+    return SCA_Done;
+  }
   SCA_Retry([&] { return ::waitpid(pid, nullptr, 0); });
-  *code = static_cast<unsigned long>(failed);
-  return 0;
+  return SCA_Result(static_cast<unsigned long>(failed));
 }
 
 // A process that waits for the end of this one and then kills a group. The signal that the kernel
@@ -220,8 +219,7 @@ class Guardian {
   /// Best effort: without it the child is still killed, only its descendants are left to
   /// themselves.
   void Watch(pid_t group, int output) {
-    unsigned long ignored = 0;
-    SCA_Guarded(&ignored, [&] { return Start(group, output, &ignored); });
+    static_cast<void>(SCA_Guarded([&] { return Start(group, output); }));
   }
 
   /// To be called before the group's name can be given away.
@@ -235,16 +233,17 @@ class Guardian {
   }
 
  private:
-  int Start(pid_t group, int output, unsigned long* error) {
+  SCA_Result Start(pid_t group, int output) {
     Pipe pipe;
-    if (!pipe.Open()) return 0;
+    if (!pipe.Open()) return SCA_SystemError();
     std::vector<std::string> words = {"sh", "-c", "read _; kill -s KILL -- \"-$0\"",
                                       std::to_string(group)};
-    SCA_Fd pidFd;
-    pid_ = Launch("/bin/sh", PointersTo(words), {nullptr}, pipe.read.Get(), output, false, &pidFd,
-                  error);
+    Child child;
+    const SCA_Result launched =
+        Launch("/bin/sh", PointersTo(words), {nullptr}, pipe.read.Get(), output, false, &child);
+    pid_ = child.pid;
     pipe_ = std::move(pipe.write);
-    return pid_ != 0 ? 1 : 0;
+    return launched;
   }
 
   pid_t pid_ = 0;
@@ -274,7 +273,7 @@ class Process final : public SCA_Process {
 
  private:
   std::vector<std::string> MakeEnvironment() const;
-  unsigned long StartWords(std::vector<std::string>* words);
+  SCA_Result StartWords(std::vector<std::string>* words);
   bool HasLine() const;
   bool FillBuffer();
   void Drop(std::size_t count);
@@ -302,11 +301,11 @@ class Process final : public SCA_Process {
 
 int Process::SetEnvironment(const char* name, const char* value) {
   if (*name == '\0' || std::strchr(name, '=') != nullptr) return 0;
-  unsigned long ignored = 0;
-  return SCA_Guarded(&ignored, [&] {
+  const auto add = [&] {
     variables_.push_back(std::string(name) + "=" + value);
-    return 1;
-  });
+    return SCA_Done;
+  };
+  return SCA_Guarded(add).HasFailed() ? 0 : 1;
 }
 
 std::vector<std::string> Process::MakeEnvironment() const {
@@ -328,18 +327,16 @@ std::vector<std::string> Process::MakeEnvironment() const {
 
 int Process::Start(const char* command, unsigned long flags, unsigned long options,
                    unsigned long* error) {
-  if (flags != 0 || options != SCA_ProcessReadOutput) return SCA_Fail(EINVAL, error);
-  if (pid_ != 0) return SCA_Fail(EBUSY, error);
-  return SCA_Guarded(error, [&] {
+  if (flags != 0 || options != SCA_ProcessReadOutput) return SCA_Result(EINVAL).Store(error);
+  if (pid_ != 0) return SCA_Result(EBUSY).Store(error);
+  const auto start = [&] {
     std::vector<std::string> words;
-    if (!SplitCommand(command, &words)) return SCA_Fail(SCA_ErrorCommandLine, error);
-    const unsigned long code = StartWords(&words);
-    return code == 0 ? 1 : SCA_Fail(code, error);
-  });
+    return SplitCommand(command, &words) ? StartWords(&words) : SCA_Result(SCA_ErrorCommandLine);
+  };
+  return SCA_Guarded(start).Store(error);
 }
 
-// Gives 0 or the error code.
-unsigned long Process::StartWords(std::vector<std::string>* words) {
+SCA_Result Process::StartWords(std::vector<std::string>* words) {
   Pipe output;
   const SCA_Fd null = AboveStandard(SCA_Fd(::open("/dev/null", O_RDWR | O_CLOEXEC)));
   SCA_Fd attention(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
@@ -349,18 +346,17 @@ unsigned long Process::StartWords(std::vector<std::string>* words) {
   }
   const std::string program = FindProgram(words->front());
   std::vector<std::string> environment = MakeEnvironment();
-  unsigned long code = 0;
-  SCA_Fd pidFd;
-  const pid_t pid = Launch(program.c_str(), PointersTo(*words), PointersTo(environment), null.Get(),
-                           output.write.Get(), true, &pidFd, &code);
-  if (pid == 0) return code;
-  pid_ = pid;
-  pidFd_ = std::move(pidFd);
+  Child child;
+  const SCA_Result launched = Launch(program.c_str(), PointersTo(*words), PointersTo(environment),
+                                     null.Get(), output.write.Get(), true, &child);
+  if (launched.HasFailed()) return launched;
+  pid_ = child.pid;
+  pidFd_ = std::move(child.pidFd);
   output_ = std::move(output.read);
   attention_ = std::move(attention);
-  guardian_.Watch(pid, null.Get());
-  group_.emplace(pid);
-  return 0;
+  guardian_.Watch(pid_, null.Get());
+  group_.emplace(pid_);
+  return SCA_Done;
 }
 
 bool Process::HasLine() const {
@@ -435,7 +431,7 @@ void Process::Wake() {
 
 int Process::ReadOutputLine(char* buffer, unsigned long size, unsigned long* length,
                             unsigned long* error) {
-  if (size < 2) return SCA_Fail(EINVAL, error);
+  if (size < 2) return SCA_Result(EINVAL).Store(error);
   *length = 0;
   buffer[0] = '\0';
   if (!HasLine()) {
@@ -466,9 +462,13 @@ int Process::ReadOutputLine(char* buffer, unsigned long size, unsigned long* len
 }
 
 int Process::GetFigures(SCA_ProcessFigures* figures) {
-  unsigned long ignored = 0;
-  return group_.has_value() ? SCA_Guarded(&ignored, [&] { return group_->GetFigures(figures); })
-                            : 0;
+  if (!group_.has_value()) return 0;
+  int isRead = 0;
+  const auto read = [&] {
+    isRead = group_->GetFigures(figures);
+    return SCA_Done;
+  };
+  return SCA_Guarded(read).HasFailed() ? 0 : isRead;
 }
 
 int Process::TakeEndedWorker(SCA_ProcessWorker* worker) {

@@ -19,7 +19,6 @@
 #include <vector>
 
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_TcpSockFactory.h"
 #include "platform/posix/SCA_Posix.h"
 #include "platform/posix/SCA_UnixAddress.h"
@@ -41,50 +40,47 @@ struct Address {
   socklen_t length = 0;
 };
 
-struct Resolution {
-  unsigned long error = 0;
-  std::vector<Address> addresses;
-};
+using Addresses = std::vector<Address>;
 
-Resolution LookUp(const char* host, unsigned short port, int flags) {
+SCA_Result LookUp(const char* host, unsigned short port, int flags, Addresses* addresses) {
   addrinfo hints{};
   hints.ai_family = AF_UNSPEC;
   hints.ai_socktype = SOCK_STREAM;
   hints.ai_flags = AI_NUMERICSERV | flags;
   addrinfo* found = nullptr;
-  Resolution result;
   const int code = ::getaddrinfo(host, std::to_string(port).c_str(), &hints, &found);
-  if (code != 0) {
-    result.error = code == EAI_SYSTEM   ? SCA_SystemError()
-                   : code == EAI_MEMORY ? static_cast<unsigned long>(ENOMEM)
-                                        : SCA_ErrorHostName;
-    return result;
-  }
+  if (code == EAI_SYSTEM) return SCA_SystemError();
+  if (code != 0) return SCA_Result(code == EAI_MEMORY ? ENOMEM : SCA_ErrorHostName);
   const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, &::freeaddrinfo);
   for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
     Address address;
     std::memcpy(&address.storage, entry->ai_addr, entry->ai_addrlen);
     address.length = entry->ai_addrlen;
-    result.addresses.push_back(address);
+    addresses->push_back(address);
   }
-  return result;
+  return SCA_Done;
 }
 
-Resolution Resolve(const char* host, unsigned short port, int flags) noexcept {
-  Resolution result;
-  SCA_Guarded(&result.error, [&] {
-    result = LookUp(host, port, flags);
-    return 1;
-  });
-  return result;
+SCA_Result Resolve(const char* host, unsigned short port, int flags,
+                   Addresses* addresses) noexcept {
+  return SCA_Guarded([&] { return LookUp(host, port, flags, addresses); });
 }
 
 // A resolver's answer can take many seconds, and nothing ends the call: it runs on a thread of its
 // own, which is left behind with its result when the waiter gives up.
 struct PendingResolution {
   SCA_Event done{1, 0};
-  Resolution result;
+  SCA_Result result;
+  Addresses addresses;
 };
+
+// How a connect that went on in the background has ended.
+SCA_Result PendingError(int fd) {
+  int pending = 0;
+  socklen_t size = sizeof pending;
+  ::getsockopt(fd, SOL_SOCKET, SO_ERROR, &pending, &size);
+  return SCA_Result(static_cast<unsigned long>(pending));
+}
 
 class TcpSock final : public SCA_VirtualTcpSock {
  public:
@@ -116,19 +112,18 @@ class TcpSock final : public SCA_VirtualTcpSock {
   std::size_t Held() const { return lookEnd_ - lookBegin_; }
 
   // Polls until one of the events shows, the deadline passes or the cancel event is set.
-  // Gives the events seen, or 0 with the code in *error.
-  short Poll(short events, const SCA_Deadline& deadline, unsigned long* error) const;
-  int ResolveHost(const char* host, unsigned short port, const SCA_Deadline& deadline,
-                  Resolution* resolution, unsigned long* error) const;
-  int ConnectHost(const char* host, unsigned short port, unsigned long timeoutMs,
-                  unsigned long* error);
-  int ConnectPath(const char* path, unsigned long timeoutMs, unsigned long* error);
-  int ConnectAddress(const Address& address, const SCA_Deadline& deadline, unsigned long* error);
+  // @param seen  Receives the events seen; null where one alone is waited for.
+  SCA_Result Poll(short events, const SCA_Deadline& deadline, short* seen = nullptr) const;
+  SCA_Result ResolveHost(const char* host, unsigned short port, const SCA_Deadline& deadline,
+                         Addresses* addresses) const;
+  SCA_Result ConnectHost(const char* host, unsigned short port, unsigned long timeoutMs);
+  SCA_Result ConnectPath(const char* path, unsigned long timeoutMs);
+  SCA_Result ConnectAddress(const Address& address, const SCA_Deadline& deadline);
   void BoundReads() const;
   std::size_t TakeHeld(char* buffer, std::size_t length);
   std::size_t Read(char* buffer, std::size_t length, int flags);
-  int WaitAndRead(char* buffer, std::size_t length, unsigned long timeoutMs, std::size_t* count,
-                  unsigned long* error);
+  SCA_Result WaitAndRead(char* buffer, std::size_t length, unsigned long timeoutMs,
+                         std::size_t* count);
 
   SCA_Fd fd_;
   SCA_Event* cancel_ = nullptr;
@@ -136,120 +131,112 @@ class TcpSock final : public SCA_VirtualTcpSock {
   bool moreFollows_ = false;  // for the next send alone
 
   // The look-ahead: bytes read from the socket and not yet received by the caller. Once the input
-  // has ended, inputEnd_ holds the code that a receive gives when the look-ahead is empty.
-  unsigned long inputEnd_ = 0;
+  // has ended, inputEnd_ holds the failure that a receive gives when the look-ahead is empty.
+  SCA_Result inputEnd_;
   bool closedInOrder_ = false;
   std::size_t lookBegin_ = 0;
   std::size_t lookEnd_ = 0;
   char lookAhead_[kLookAheadSize];
 };
 
-short TcpSock::Poll(short events, const SCA_Deadline& deadline, unsigned long* error) const {
+SCA_Result TcpSock::Poll(short events, const SCA_Deadline& deadline, short* seen) const {
   const int slice = cancel_ != nullptr ? kCancelSliceMs : kIdleSliceMs;
   for (;;) {
     pollfd entry{fd_.Get(), events, 0};
     const int count = ::poll(&entry, 1, deadline.PollTimeout(slice));
-    if (count > 0) return entry.revents;
-    if (count < 0 && errno != EINTR) {
-      *error = SCA_SystemError();
-      return 0;
+    if (count > 0) {
+      if (seen != nullptr) *seen = entry.revents;
+      return SCA_Done;
     }
-    // Asked once: an auto-reset event is unset by the answer.
-    const bool isCancelled = IsCancelled();
-    if (isCancelled || deadline.HasPassed()) {
-      *error = isCancelled ? SCA_ErrorCancelled : ETIMEDOUT;
-      return 0;
-    }
+    if (count < 0 && errno != EINTR) return SCA_SystemError();
+    if (IsCancelled()) return SCA_Result(SCA_ErrorCancelled);
+    if (deadline.HasPassed()) return SCA_Result(ETIMEDOUT);
   }
 }
 
-int TcpSock::ResolveHost(const char* host, unsigned short port, const SCA_Deadline& deadline,
-                         Resolution* resolution, unsigned long* error) const {
-  *resolution = Resolve(host, port, AI_NUMERICHOST);
-  if (!resolution->addresses.empty()) return 1;
+SCA_Result TcpSock::ResolveHost(const char* host, unsigned short port, const SCA_Deadline& deadline,
+                                Addresses* addresses) const {
+  if (!Resolve(host, port, AI_NUMERICHOST, addresses).HasFailed()) return SCA_Done;
   const auto pending = std::make_shared<PendingResolution>();
-  if (pending->done.IsValid() == 0) return SCA_Fail(ENOMEM, error);
+  if (pending->done.IsValid() == 0) return SCA_Result(ENOMEM);
   std::thread([pending, name = std::string(host), port] {
-    pending->result = Resolve(name.c_str(), port, 0);
+    pending->result = Resolve(name.c_str(), port, 0, &pending->addresses);
     pending->done.Set();
   }).detach();
   while (pending->done.Wait(static_cast<unsigned long>(deadline.PollTimeout(kCancelSliceMs))) ==
          0) {
-    if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
-    if (deadline.HasPassed()) return SCA_Fail(ETIMEDOUT, error);
+    if (IsCancelled()) return SCA_Result(SCA_ErrorCancelled);
+    if (deadline.HasPassed()) return SCA_Result(ETIMEDOUT);
   }
-  *resolution = pending->result;
-  return resolution->error == 0 ? 1 : SCA_Fail(resolution->error, error);
+  *addresses = pending->addresses;
+  return pending->result;
 }
 
 int TcpSock::Connect(const char* host, unsigned short port, unsigned long timeoutMs,
                      unsigned long* error) {
   fd_.Reset();
-  inputEnd_ = 0;
+  inputEnd_ = SCA_Done;
   closedInOrder_ = false;
   moreFollows_ = false;
   lookBegin_ = lookEnd_ = 0;
   if (timeoutMs == 0) timeoutMs = SCA_SockIdleTimeoutMs;
-  if (host != nullptr && *host == '/') return ConnectPath(host, timeoutMs, error);
+  if (host != nullptr && *host == '/') return ConnectPath(host, timeoutMs).Store(error);
   if (host == nullptr || *host == '\0' || std::strlen(host) > kMaxHostLength) {
-    return SCA_Fail(SCA_ErrorHostNameInvalid, error);
+    return SCA_Result(SCA_ErrorHostNameInvalid).Store(error);
   }
-  return SCA_Guarded(error, [&] { return ConnectHost(host, port, timeoutMs, error); });
+  return SCA_Guarded([&] { return ConnectHost(host, port, timeoutMs); }).Store(error);
 }
 
-int TcpSock::ConnectHost(const char* host, unsigned short port, unsigned long timeoutMs,
-                         unsigned long* error) {
+SCA_Result TcpSock::ConnectHost(const char* host, unsigned short port, unsigned long timeoutMs) {
   const SCA_Deadline deadline(timeoutMs);
-  Resolution resolution;
-  if (ResolveHost(host, port, deadline, &resolution, error) == 0) return 0;
+  Addresses addresses;
+  SCA_Result result = ResolveHost(host, port, deadline, &addresses);
+  if (result.HasFailed()) return result;
   // Each address gets its share of the time, so that one that never answers leaves some for the
   // next.
-  std::size_t left = resolution.addresses.size();
-  for (const Address& address : resolution.addresses) {
+  std::size_t left = addresses.size();
+  for (const Address& address : addresses) {
     const unsigned long share =
         timeoutMs == SCA_Infinite
             ? SCA_Infinite
             : static_cast<unsigned long>(deadline.PollTimeout(INT_MAX)) / left--;
-    if (ConnectAddress(address, SCA_Deadline(share), error) != 0) return 1;
-    if (*error == SCA_ErrorCancelled) break;
+    result = ConnectAddress(address, SCA_Deadline(share));
+    if (!result.HasFailed() || result.Code() == SCA_ErrorCancelled) break;
   }
-  return 0;
+  return result;
 }
 
-int TcpSock::ConnectPath(const char* path, unsigned long timeoutMs, unsigned long* error) {
+SCA_Result TcpSock::ConnectPath(const char* path, unsigned long timeoutMs) {
   const SCA_Deadline deadline(timeoutMs);
   SCA_UnixAddress place;
-  if (place.Set(path, error) == 0) return 0;
+  if (const SCA_Result set = place.Set(path); set.HasFailed()) return set;
   Address address;
   address.length = SCA_UnixAddress::Length();
   std::memcpy(&address.storage, place.Get(), address.length);
-  while (ConnectAddress(address, deadline, error) == 0) {
+  for (;;) {
+    const SCA_Result result = ConnectAddress(address, deadline);
     // Nothing tells when a listener that has too many waiting takes one.
-    if (*error != EAGAIN || deadline.HasPassed()) return 0;
-    if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
+    if (result.Code() != EAGAIN || deadline.HasPassed()) return result;
+    if (IsCancelled()) return SCA_Result(SCA_ErrorCancelled);
     ::poll(nullptr, 0, kFullQueueMs);
   }
-  return 1;
 }
 
-int TcpSock::ConnectAddress(const Address& address, const SCA_Deadline& deadline,
-                            unsigned long* error) {
+SCA_Result TcpSock::ConnectAddress(const Address& address, const SCA_Deadline& deadline) {
   SCA_Fd fd(::socket(address.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-  if (!fd.IsOpen()) return SCA_Fail(SCA_SystemError(), error);
+  if (!fd.IsOpen()) return SCA_SystemError();
   fd_ = std::move(fd);
   const auto* peer = reinterpret_cast<const sockaddr*>(&address.storage);
   // An interrupted connect goes on in the background, as one in progress does.
   if (::connect(fd_.Get(), peer, address.length) != 0) {
-    unsigned long code = SCA_SystemError();
-    if ((code == EINPROGRESS || code == EINTR) && Poll(POLLOUT, deadline, &code) != 0) {
-      int pending = 0;
-      socklen_t size = sizeof pending;
-      ::getsockopt(fd_.Get(), SOL_SOCKET, SO_ERROR, &pending, &size);
-      code = static_cast<unsigned long>(pending);
+    SCA_Result result = SCA_SystemError();
+    if (result.Code() == EINPROGRESS || result.Code() == EINTR) {
+      result = Poll(POLLOUT, deadline);
+      if (!result.HasFailed()) result = PendingError(fd_.Get());
     }
-    if (code != 0) {
+    if (result.HasFailed()) {
       fd_.Reset();
-      return SCA_Fail(code, error);
+      return result;
     }
   }
   // On loopback the system may choose the very port that is being called, and the socket then
@@ -260,10 +247,10 @@ int TcpSock::ConnectAddress(const Address& address, const SCA_Deadline& deadline
   if (own.length == address.length &&
       std::memcmp(&own.storage, &address.storage, own.length) == 0) {
     fd_.Reset();
-    return SCA_Fail(ECONNREFUSED, error);
+    return SCA_Result(ECONNREFUSED);
   }
   BoundReads();
-  return 1;
+  return SCA_Done;
 }
 
 // Makes a read that may wait end after a slice, so that one system call both waits and reads.
@@ -298,7 +285,7 @@ std::size_t TcpSock::Read(char* buffer, std::size_t length, int flags) {
     return taken;
   }
   if (count == 0) {
-    inputEnd_ = ECONNRESET;
+    inputEnd_ = SCA_Result(ECONNRESET);
     closedInOrder_ = true;
   } else if (errno != EAGAIN && errno != EINTR) {
     inputEnd_ = SCA_SystemError();
@@ -307,15 +294,17 @@ std::size_t TcpSock::Read(char* buffer, std::size_t length, int flags) {
 }
 
 // Reads as above, as soon as there is something to read or to learn.
-int TcpSock::WaitAndRead(char* buffer, std::size_t length, unsigned long timeoutMs,
-                         std::size_t* count, unsigned long* error) {
+SCA_Result TcpSock::WaitAndRead(char* buffer, std::size_t length, unsigned long timeoutMs,
+                                std::size_t* count) {
   const SCA_Deadline deadline(timeoutMs);
   bool hasSlice = timeoutMs >= kCancelSliceMs;
   for (;;) {
     *count = Read(buffer, length, hasSlice ? 0 : MSG_DONTWAIT);
-    if (*count > 0 || Held() > 0 || inputEnd_ != 0) return 1;
-    if (!hasSlice && Poll(POLLIN, deadline, error) == 0) return 0;
-    if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
+    if (*count > 0 || Held() > 0 || inputEnd_.HasFailed()) return SCA_Done;
+    if (!hasSlice) {
+      if (const SCA_Result poll = Poll(POLLIN, deadline); poll.HasFailed()) return poll;
+    }
+    if (IsCancelled()) return SCA_Result(SCA_ErrorCancelled);
     // Without a cancel event there is nothing to look at in between.
     hasSlice = cancel_ != nullptr && deadline.PollTimeout(kCancelSliceMs) == kCancelSliceMs;
   }
@@ -324,11 +313,14 @@ int TcpSock::WaitAndRead(char* buffer, std::size_t length, unsigned long timeout
 int TcpSock::WaitForData(unsigned long timeoutMs, unsigned long* error) {
   if (timeoutMs != 0) idleTimeoutMs_ = timeoutMs;
   // At the start of each wait: a peer that always has something to say must not outrun a cancel.
-  if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
+  if (IsCancelled()) return SCA_Result(SCA_ErrorCancelled).Store(error);
   if (Held() > 0) return 1;
-  std::size_t none = 0;
-  if (inputEnd_ == 0 && WaitAndRead(nullptr, 0, timeoutMs, &none, error) == 0) return 0;
-  return Held() > 0 || closedInOrder_ ? 1 : SCA_Fail(inputEnd_, error);
+  if (!inputEnd_.HasFailed()) {
+    std::size_t none = 0;
+    const SCA_Result wait = WaitAndRead(nullptr, 0, timeoutMs, &none);
+    if (wait.HasFailed()) return wait.Store(error);
+  }
+  return Held() > 0 || closedInOrder_ ? 1 : inputEnd_.Store(error);
 }
 
 int TcpSock::Receive(char* buffer, unsigned long length, unsigned long* received,
@@ -336,14 +328,14 @@ int TcpSock::Receive(char* buffer, unsigned long length, unsigned long* received
   std::size_t count = TakeHeld(buffer, length);
   // The look-ahead must not show a cut that a plain receive at this moment would not have shown:
   // when it runs out with room left, the socket is asked once more.
-  if (count > 0 && count < length && inputEnd_ == 0) {
+  if (count > 0 && count < length && !inputEnd_.HasFailed()) {
     count += Read(buffer + count, length - count, MSG_DONTWAIT);
   }
-  if (count == 0 && inputEnd_ == 0 &&
-      WaitAndRead(buffer, length, idleTimeoutMs_, &count, error) == 0) {
-    return 0;
+  if (count == 0 && !inputEnd_.HasFailed()) {
+    const SCA_Result wait = WaitAndRead(buffer, length, idleTimeoutMs_, &count);
+    if (wait.HasFailed()) return wait.Store(error);
   }
-  if (count == 0) return SCA_Fail(inputEnd_, error);
+  if (count == 0 && inputEnd_.HasFailed()) return inputEnd_.Store(error);
   *received = count;
   return 1;
 }
@@ -362,13 +354,14 @@ int TcpSock::Send(const char* buffer, unsigned long length, unsigned long* sent,
       *sent = total;
       continue;
     }
-    if (errno != EAGAIN) return SCA_Fail(SCA_SystemError(), error);
+    if (errno != EAGAIN) return SCA_SystemError().Store(error);
     // A peer that reads a little all the time must not outrun a cancel.
-    if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
-    const short events = Poll(POLLOUT | POLLRDHUP, SCA_Deadline(idleTimeoutMs_), error);
-    if (events == 0) return 0;
+    if (IsCancelled()) return SCA_Result(SCA_ErrorCancelled).Store(error);
+    short events = 0;
+    const SCA_Result poll = Poll(POLLOUT | POLLRDHUP, SCA_Deadline(idleTimeoutMs_), &events);
+    if (poll.HasFailed()) return poll.Store(error);
     // A peer that has closed and reads no more would leave this send waiting for ever.
-    if ((events & POLLOUT) == 0) return SCA_Fail(ECONNRESET, error);
+    if ((events & POLLOUT) == 0) return SCA_Result(ECONNRESET).Store(error);
   }
   return 1;
 }

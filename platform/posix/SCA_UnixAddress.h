@@ -11,10 +11,10 @@
 /// descriptor of its directory.
 class SCA_UnixAddress {
  public:
-  /// @param path   Absolute.
-  /// @param error  `SCA_ErrorSocketPath` when it is not, or is too long; else the system's code for
-  ///               its directory.
-  int Set(const char* path, unsigned long* error);
+  /// @param path  Absolute.
+  /// @return `SCA_ErrorSocketPath` when it is not, or is too long; else the system's code for its
+  ///         directory.
+  SCA_Result Set(const char* path);
 
   const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&address_); }
   static constexpr socklen_t Length() { return sizeof(sockaddr_un); }

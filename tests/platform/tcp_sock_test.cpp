@@ -172,7 +172,8 @@ class PlainSocket final : public SCA_VirtualTcpSock {
   int WaitForData(unsigned long timeoutMs, unsigned long* error) override {
     char byte = 0;
     if (Polls(timeoutMs, error) == 0) return 0;
-    if (broken_ == 0 && ::recv(fd_.Get(), &byte, 1, MSG_PEEK) < 0) broken_ = SCA_SystemError();
+    if (broken_ == 0 && ::recv(fd_.Get(), &byte, 1, MSG_PEEK) < 0)
+      broken_ = SCA_SystemError().Code();
     *error = broken_;
     return broken_ == 0 ? 1 : 0;
   }
@@ -180,7 +181,7 @@ class PlainSocket final : public SCA_VirtualTcpSock {
               unsigned long* error) override {
     if (Polls(idleTimeoutMs_, error) == 0) return 0;
     const ssize_t count = ::recv(fd_.Get(), buffer, length, 0);
-    if (count < 0) broken_ = SCA_SystemError();
+    if (count < 0) broken_ = SCA_SystemError().Code();
     *error = count == 0 ? ECONNRESET : broken_;
     if (count > 0) *received = static_cast<unsigned long>(count);
     return count > 0 ? 1 : 0;
