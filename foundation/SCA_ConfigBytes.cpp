@@ -8,7 +8,7 @@
 
 #include "foundation/SCA_ConfigStream.h"
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
+#include "platform/SCA_Result.h"
 
 namespace {
 
@@ -38,29 +38,29 @@ char* PutEnd(char* at) {
 }
 
 // Where records go. Each takes the start of a record, or the end of an object, whose size has been
-// counted with the start; false refuses it.
+// counted with the start, or refuses it.
 
 struct CountingTarget {
-  bool Record(const SCA_Field& field) {
+  SCA_Result Record(const SCA_Field& field) {
     bytes += RecordSize(field);
-    return bytes <= SCA_MaxConfigBytes;
+    return bytes <= SCA_MaxConfigBytes ? SCA_Done : SCA_Result(SCA_ErrorDataTooLarge);
   }
-  bool End() { return true; }
+  SCA_Result End() { return SCA_Done; }
 
   unsigned long bytes = 0;
 };
 
 struct MemoryTarget {
-  bool Record(const SCA_Field& field) {
+  SCA_Result Record(const SCA_Field& field) {
     const unsigned long size = RecordSize(field);
-    if (size > room) return false;
+    if (size > room) return SCA_Result(ENOBUFS);
     room -= size;
     at = SCA_PutRecord(at, field);
-    return true;
+    return SCA_Done;
   }
-  bool End() {
+  SCA_Result End() {
     at = PutEnd(at);
-    return true;
+    return SCA_Done;
   }
 
   char* at;
@@ -71,20 +71,20 @@ struct MemoryTarget {
 struct BlockTarget {
   explicit BlockTarget(const SCA_ConfigSink& receiver) : sink(receiver) {}
 
-  bool Record(const SCA_Field& field) {
-    if (!MakeRoom(RecordSize(field))) return false;
+  SCA_Result Record(const SCA_Field& field) {
+    if (const SCA_Result made = MakeRoom(RecordSize(field)); made.HasFailed()) return made;
     at = SCA_PutRecord(at, field);
-    return true;
+    return SCA_Done;
   }
-  bool End() {
-    if (!MakeRoom(kEndSize)) return false;
+  SCA_Result End() {
+    if (const SCA_Result made = MakeRoom(kEndSize); made.HasFailed()) return made;
     at = PutEnd(at);
-    return true;
+    return SCA_Done;
   }
-  bool MakeRoom(unsigned long size) {
-    return size <= static_cast<unsigned long>(block + sizeof block - at) || Flush();
+  SCA_Result MakeRoom(unsigned long size) {
+    return size <= static_cast<unsigned long>(block + sizeof block - at) ? SCA_Done : Flush();
   }
-  bool Flush() {
+  SCA_Result Flush() {
     const auto length = static_cast<std::size_t>(at - block);
     at = block;
     return sink(block, length);
@@ -101,25 +101,24 @@ class Writer {
  public:
   explicit Writer(Target* target) : target_(target) {}
 
-  // @return False beyond the limits, or when the target refused a record.
   // NOLINTNEXTLINE(misc-no-recursion): the depth is limited
-  bool Put(const SCA_ConfigObj& object, unsigned long depth = 1) {
+  SCA_Result Put(const SCA_ConfigObj& object, unsigned long depth = 1) {
     members_ += object.GetFieldCount();
-    isWithinLimits_ = depth <= SCA_MaxConfigDepth && members_ <= SCA_MaxConfigMembers;
-    if (!isWithinLimits_ || !target_->Record(object)) return false;
-    for (const SCA_Field* member = object.GetFields().GetHead(); member != nullptr;
-         member = member->GetNext()) {
-      const SCA_ConfigObj* child = SCA_ToConfigObj(member);
-      if (!(child != nullptr ? Put(*child, depth + 1) : target_->Record(*member))) return false;
+    if (depth > SCA_MaxConfigDepth || members_ > SCA_MaxConfigMembers) {
+      return SCA_Result(SCA_ErrorDataTooLarge);
     }
-    return target_->End();
+    SCA_Result result = target_->Record(object);
+    for (const SCA_Field* member = object.GetFields().GetHead();
+         member != nullptr && !result.HasFailed(); member = member->GetNext()) {
+      const SCA_ConfigObj* child = SCA_ToConfigObj(member);
+      result = child != nullptr ? Put(*child, depth + 1) : target_->Record(*member);
+    }
+    return result.HasFailed() ? result : target_->End();
   }
-  bool IsWithinLimits() const { return isWithinLimits_; }
 
  private:
   Target* target_;
   unsigned long members_ = 0;
-  bool isWithinLimits_ = true;
 };
 
 // The first byte that is 0x00 or 0x01, or the end. Eight at a time: with its lowest bit cleared
@@ -147,28 +146,29 @@ char* SCA_PutRecord(char* at, const SCA_Field& field) {
   return PutText(at, field.GetValue(), std::max(field.GetValueLength(), 1UL) - 1);
 }
 
-unsigned long SCA_MeasureConfig(const SCA_ConfigObj& object, unsigned long* bytes) {
-  if (object.GetName() == nullptr) return SCA_ErrorInvalidData;
+SCA_Result SCA_MeasureConfig(const SCA_ConfigObj& object, unsigned long* bytes) {
+  if (object.GetName() == nullptr) return SCA_Result(SCA_ErrorInvalidData);
   CountingTarget target;
-  if (!Writer<CountingTarget>(&target).Put(object)) return SCA_ErrorDataTooLarge;
+  const SCA_Result result = Writer<CountingTarget>(&target).Put(object);
   *bytes = target.bytes;
-  return 0;
+  return result;
 }
 
-bool SCA_StreamConfig(const SCA_ConfigObj& object, const SCA_ConfigSink& sink) {
+SCA_Result SCA_StreamConfig(const SCA_ConfigObj& object, const SCA_ConfigSink& sink) {
   BlockTarget target(sink);
-  return Writer<BlockTarget>(&target).Put(object) && target.Flush();
+  const SCA_Result result = Writer<BlockTarget>(&target).Put(object);
+  return result.HasFailed() ? result : target.Flush();
 }
 
 int SCA_WriteConfigBytes(const SCA_ConfigObj& object, char* buffer, unsigned long size,
                          unsigned long* written, unsigned long* error) {
-  if (object.GetName() == nullptr) return SCA_Fail(SCA_ErrorInvalidData, error);
+  if (object.GetName() == nullptr) return SCA_Result(SCA_ErrorInvalidData).Store(error);
   MemoryTarget target{buffer, std::min(size, SCA_MaxConfigBytes)};
-  Writer<MemoryTarget> writer(&target);
-  if (!writer.Put(object)) {
-    const bool isTooLarge = !writer.IsWithinLimits() || size >= SCA_MaxConfigBytes;
-    return SCA_Fail(isTooLarge ? SCA_ErrorDataTooLarge : ENOBUFS, error);
-  }
+  const SCA_Result result = Writer<MemoryTarget>(&target).Put(object);
+  // A larger buffer than the limit would not help.
+  const bool isBeyondLimit = result.Code() == ENOBUFS && size >= SCA_MaxConfigBytes;
+  if (isBeyondLimit) return SCA_Result(SCA_ErrorDataTooLarge).Store(error);
+  if (result.HasFailed()) return result.Store(error);
   *written = static_cast<unsigned long>(target.at - buffer);
   return 1;
 }
@@ -180,13 +180,13 @@ int SCA_ReadConfigBytes(const char* bytes, unsigned long length, SCA_ConfigObj* 
   reader.Feed(bytes, length, true);
   object->Clear();
   if (fault != nullptr) *fault = reader.Fault();
-  if (reader.Error() != 0) return SCA_Fail(reader.Error(), error);
+  if (reader.Result().HasFailed()) return reader.Result().Store(error);
   return object->TakeContent(&root);
 }
 
 SCA_ConfigReader::Step SCA_ConfigReader::Fail(unsigned long code, const char* text,
                                               const char* where) {
-  error_ = code;
+  result_ = SCA_Result(code);
   fault_.offset = taken_ + static_cast<unsigned long long>(where - block_);
   fault_.text = text;
   return Step::Failed;
@@ -201,7 +201,7 @@ std::size_t SCA_ConfigReader::Feed(const char* block, std::size_t length, bool i
   at_ = block_ = block;
   end_ = block + length;
   isLast_ = isLast;
-  Step step = error_ == 0 ? Step::Taken : Step::Failed;
+  Step step = result_.HasFailed() ? Step::Failed : Step::Taken;
   while (step == Step::Taken && !isComplete_) {
     const char* start = SkipSeparators();
     step = TakeRecord(start);

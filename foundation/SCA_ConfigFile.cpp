@@ -13,8 +13,8 @@
 #include "foundation/SCA_ConfigStream.h"
 #include "platform/SCA_Crc32.h"
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_File.h"
+#include "platform/SCA_Result.h"
 
 namespace {
 
@@ -32,9 +32,12 @@ struct Header {
   std::size_t checkedSize = 0;  // of what the checksum covers: all before it
   std::size_t size = 0;
 
-  unsigned long Damaged(std::size_t offset, const char* text) const {
+  SCA_Result Refuse(unsigned long code, std::size_t offset, const char* text) const {
     info->fault = {offset, text};
-    return SCA_ErrorFileDamaged;
+    return SCA_Result(code);
+  }
+  SCA_Result Damaged(std::size_t offset, const char* text) const {
+    return Refuse(SCA_ErrorFileDamaged, offset, text);
   }
 
   template <class T>
@@ -47,12 +50,10 @@ struct Header {
     return true;
   }
 
-  // @return 0 or the code with which the file is refused.
-  unsigned long Read(std::string_view file) {
+  SCA_Result Read(std::string_view file) {
     const std::string_view begin = file.substr(0, kMagic.size());
     if (begin != kMagic.substr(0, begin.size())) {
-      info->fault = {0, "the file does not begin with \"SCA-CONFIG \""};
-      return SCA_ErrorFileForeign;
+      return Refuse(SCA_ErrorFileForeign, 0, "the file does not begin with \"SCA-CONFIG \"");
     }
     if (begin.size() < kMagic.size()) return Damaged(file.size(), "the file is cut in its header");
     std::string_view rest = file.substr(kMagic.size(), kMaxHeader - kMagic.size());
@@ -62,8 +63,7 @@ struct Header {
     }
     if (info->layout == 0) return Damaged(kMagic.size(), "there is no layout 0");
     if (info->layout > SCA_ConfigLayout) {
-      info->fault = {kMagic.size(), "the layout is newer than this program"};
-      return SCA_ErrorFileNewer;
+      return Refuse(SCA_ErrorFileNewer, kMagic.size(), "the layout is newer than this program");
     }
     std::uint32_t number = 0;
     bool isRead = TakeNumber(&rest, ' ', 10, &number);
@@ -82,9 +82,8 @@ struct Header {
       return Damaged(checkedSize, "the header has no checksum here");
     }
     size = offset();
-    if (objectSize <= SCA_MaxConfigBytes) return 0;
-    info->fault = {versionOffset, "the object is longer than 64 MiB"};
-    return SCA_ErrorDataTooLarge;
+    if (objectSize <= SCA_MaxConfigBytes) return SCA_Done;
+    return Refuse(SCA_ErrorDataTooLarge, versionOffset, "the object is longer than 64 MiB");
   }
 
   unsigned long long FileSize() const { return size + objectSize; }
@@ -93,25 +92,28 @@ struct Header {
 // Blocks of a file; what the reader leaves of one is put before the next.
 class BlockFile {
  public:
-  unsigned long Open(const char* fileName) {
+  SCA_Result Open(const char* fileName) {
     unsigned long error = 0;
     block_.reset(new (std::nothrow) char[kBlockSize]);
-    if (block_ == nullptr) return ENOMEM;
-    return file_.Open(fileName, SCA_FileOpenRead, &error) != 0 ? 0 : error;
+    if (block_ == nullptr) return SCA_Result(ENOMEM);
+    file_.Open(fileName, SCA_FileOpenRead, &error);
+    return SCA_Result(error);
   }
 
   // Drops `taken` bytes at the front and fills the room behind the others.
-  unsigned long Next(std::size_t taken) {
+  SCA_Result Next(std::size_t taken) {
     std::memmove(block_.get(), block_.get() + taken, length_ - taken);
     length_ -= taken;
     unsigned long count = 0;
     unsigned long error = 0;
-    if (file_.Read(block_.get() + length_, kBlockSize - length_, &count, &error) == 0) return error;
+    if (file_.Read(block_.get() + length_, kBlockSize - length_, &count, &error) == 0) {
+      return SCA_Result(error);
+    }
     fresh_ = {block_.get() + length_, count};
     length_ += count;
     total_ += count;
     isLast_ = length_ < kBlockSize;
-    return 0;
+    return SCA_Done;
   }
 
   std::string_view Block() const { return {block_.get(), length_}; }
@@ -130,7 +132,7 @@ class BlockFile {
 
 // The object behind the header: all of it goes into the checksum, also what the reader no longer
 // takes. Of a file that is longer than its header says no more is read than shows that.
-unsigned long LoadObject(BlockFile* file, const Header& header, SCA_ConfigReader* reader) {
+SCA_Result LoadObject(BlockFile* file, const Header& header, SCA_ConfigReader* reader) {
   std::uint32_t checksum = SCA_Crc32(0, file->Block().data(), header.checkedSize);
   const std::string_view first = file->Block().substr(header.size);
   checksum = SCA_Crc32(checksum, first.data(), first.size());
@@ -139,8 +141,8 @@ unsigned long LoadObject(BlockFile* file, const Header& header, SCA_ConfigReader
     const std::string_view left = file->Block().substr(taken);
     taken += reader->Feed(left.data(), left.size(), file->IsLast());
     if (file->IsLast() || file->Total() > header.FileSize()) break;
-    if (reader->Error() != 0) taken = file->Block().size();
-    if (const unsigned long code = file->Next(taken); code != 0) return code;
+    if (reader->Result().HasFailed()) taken = file->Block().size();
+    if (const SCA_Result next = file->Next(taken); next.HasFailed()) return next;
     taken = 0;
     checksum = SCA_Crc32(checksum, file->Fresh().data(), file->Fresh().size());
   }
@@ -148,7 +150,7 @@ unsigned long LoadObject(BlockFile* file, const Header& header, SCA_ConfigReader
   info->fileSize = file->Total();
   info->fault = reader->Fault();
   info->fault.offset += header.size;
-  if (reader->Error() == ENOMEM) return ENOMEM;
+  if (reader->Result().Code() == ENOMEM) return reader->Result();
   if (file->Total() != header.FileSize()) {
     const bool isCut = file->Total() < header.FileSize();
     return header.Damaged(std::min(file->Total(), header.FileSize()),
@@ -156,25 +158,24 @@ unsigned long LoadObject(BlockFile* file, const Header& header, SCA_ConfigReader
                                 : "bytes follow the length that the file's header gives");
   }
   if (checksum != header.checksum) {
-    if (reader->Error() == 0) {
-      info->fault = {header.checkedSize, "the checksum is not that of the content"};
-    }
-    return SCA_ErrorFileDamaged;
+    if (reader->Result().HasFailed()) return SCA_Result(SCA_ErrorFileDamaged);
+    return header.Damaged(header.checkedSize, "the checksum is not that of the content");
   }
   if (info->formatVersion > SCA_ConfigFormatVersion) {
-    info->fault = {header.versionOffset, "the format version is newer than this program"};
-    return SCA_ErrorFileNewer;
+    return header.Refuse(SCA_ErrorFileNewer, header.versionOffset,
+                         "the format version is newer than this program");
   }
-  return reader->Error() == SCA_ErrorInvalidData ? SCA_ErrorFileDamaged : reader->Error();
+  return reader->Result().Code() == SCA_ErrorInvalidData ? SCA_Result(SCA_ErrorFileDamaged)
+                                                         : reader->Result();
 }
 
-unsigned long Load(const char* fileName, SCA_ConfigFileInfo* info, SCA_ConfigObj* object) {
+SCA_Result Load(const char* fileName, SCA_ConfigFileInfo* info, SCA_ConfigObj* object) {
   BlockFile file;
-  if (const unsigned long code = file.Open(fileName); code != 0) return code;
-  if (const unsigned long code = file.Next(0); code != 0) return code;
+  if (const SCA_Result opened = file.Open(fileName); opened.HasFailed()) return opened;
+  if (const SCA_Result read = file.Next(0); read.HasFailed()) return read;
   info->fileSize = file.Total();
   Header header{info};
-  if (const unsigned long code = header.Read(file.Block()); code != 0) return code;
+  if (const SCA_Result read = header.Read(file.Block()); read.HasFailed()) return read;
   SCA_ConfigReader reader(object);
   return LoadObject(&file, header, &reader);
 }
@@ -187,22 +188,21 @@ int SCA_LoadConfigFile(const char* fileName, SCA_ConfigObj* object, SCA_ConfigFi
   SCA_ConfigFileInfo* target = info != nullptr ? info : &unused;
   *target = SCA_ConfigFileInfo();
   SCA_ConfigObj root;
-  unsigned long code = fileName != nullptr ? Load(fileName, target, &root) : EINVAL;
+  SCA_Result result = fileName != nullptr ? Load(fileName, target, &root) : SCA_Result(EINVAL);
   // Not before: the file's name may stand in the object.
-  if (code == 0 && object->TakeContent(&root) == 0) code = ENOMEM;
-  if (code == 0) return 1;
-  object->Clear();
-  return SCA_Fail(code, error);
+  if (!result.HasFailed() && object->TakeContent(&root) == 0) result = SCA_Result(ENOMEM);
+  if (result.HasFailed()) object->Clear();
+  return result.Store(error);
 }
 
 int SCA_SaveConfigFile(const SCA_ConfigObj& object, const char* fileName, unsigned long fileType,
                        unsigned long formatVersion, unsigned long* error) {
   if (fileName == nullptr || fileType > UINT32_MAX || formatVersion > SCA_ConfigFormatVersion) {
-    return SCA_Fail(EINVAL, error);
+    return SCA_Result(EINVAL).Store(error);
   }
   unsigned long objectSize = 0;
-  if (const unsigned long code = SCA_MeasureConfig(object, &objectSize); code != 0) {
-    return SCA_Fail(code, error);
+  if (const SCA_Result result = SCA_MeasureConfig(object, &objectSize); result.HasFailed()) {
+    return result.Store(error);
   }
   char header[kMaxHeader];
   int length = std::snprintf(header, sizeof header, "%s%lu %lu %lu %lu ", kMagic.data(),
@@ -210,10 +210,11 @@ int SCA_SaveConfigFile(const SCA_ConfigObj& object, const char* fileName, unsign
   const auto checked = static_cast<std::size_t>(length);
   // The checksum stands before what it covers: the object is written twice, the first time into it.
   std::uint32_t checksum = SCA_Crc32(0, header, checked);
-  SCA_StreamConfig(object, [&](const char* data, std::size_t size) {
+  const SCA_Result counted = SCA_StreamConfig(object, [&](const char* data, std::size_t size) {
     checksum = SCA_Crc32(checksum, data, size);
-    return true;
+    return SCA_Done;
   });
+  if (counted.HasFailed()) return counted.Store(error);
   length +=
       std::snprintf(header + checked, sizeof header - checked, "%0*x\n", kChecksumDigits, checksum);
 
@@ -222,8 +223,10 @@ int SCA_SaveConfigFile(const SCA_ConfigObj& object, const char* fileName, unsign
       file.Write(header, static_cast<unsigned long>(length), error) == 0) {
     return 0;
   }
-  const bool isWritten = SCA_StreamConfig(object, [&](const char* data, std::size_t size) {
-    return file.Write(data, size, error) != 0;
+  const SCA_Result written = SCA_StreamConfig(object, [&](const char* data, std::size_t size) {
+    unsigned long code = 0;
+    file.Write(data, size, &code);
+    return SCA_Result(code);
   });
-  return isWritten ? file.Commit(SCA_FileCommit::Durable, error) : 0;
+  return written.HasFailed() ? written.Store(error) : file.Commit(SCA_FileCommit::Durable, error);
 }

@@ -9,6 +9,7 @@
 #include "foundation/SCA_ConfigBytes.h"
 #include "foundation/SCA_ConfigFile.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 #include "platform/SCA_Text.h"
 
 namespace {
@@ -43,9 +44,8 @@ int SCA_ConfigObj::HasDuplicate(const char* name, int form, int line) const {
 
 int SCA_ConfigObj::Link(SCA_Field* member, int setParent) {
   if (fields_.AddItemToTail(member) == 0) {
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelDebug,
-                                             "SCA_ConfigObj::AddField: Invalid field name.");
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelDebug,
+                        "SCA_ConfigObj::AddField: Invalid field name.");
   }
   if (setParent != 0) member->parent_ = this;
   return 1;
@@ -70,10 +70,9 @@ template <class T>
 int SCA_ConfigObj::AddNumber(const char* name, T value, int checkDuplicate) {
   char text[32];
   if (value > std::numeric_limits<Stored<T>>::max()) {
-    SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelDebug, "SCA_ConfigObj::AddField: a number of more than 32 bits for %s",
-        name != nullptr ? name : "(null)");
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelDebug,
+                        "SCA_ConfigObj::AddField: a number of more than 32 bits for %s",
+                        name != nullptr ? name : "(null)");
   }
   *std::to_chars(text, text + sizeof text - 1, value).ptr = '\0';
   return AddField(name, text, checkDuplicate);
@@ -101,16 +100,14 @@ int SCA_ConfigObj::AddField(const char* name, unsigned long long value, int chec
 
 int SCA_ConfigObj::AddField(const char* name, SCA_Field** out, int atTail, int check) {
   if (check != 0 && (name == nullptr || *name == '\0')) {
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelDebug,
-                                             "SCA_ConfigObj::AddField: Invalid field name.");
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelDebug,
+                        "SCA_ConfigObj::AddField: Invalid field name.");
   }
   if (check != 0 && HasDuplicate(name, 15, __LINE__) != 0) return 0;
   SCA_Owned<SCA_Field> field(new (std::nothrow) SCA_Field(name, this));
   if (field == nullptr) {
-    SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelDebug, "SCA_ConfigObj::AddField : Cannot create field object");
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelDebug,
+                        "SCA_ConfigObj::AddField : Cannot create field object");
   }
   if ((atTail != 0 ? fields_.AddItemToTail(field.get()) : fields_.AddItemToHead(field.get())) ==
       0) {
@@ -288,17 +285,15 @@ int SCA_ConfigObj::WriteData(char* buffer, unsigned long size, unsigned long* po
 
 int SCA_ConfigObj::ReadData(const char* /*buffer*/, unsigned long* /*position*/,
                             SCA_ConfigObj* /*parent*/) {
-  SCA_GetReportFunction(kSource, __LINE__)(
-      SCA_LevelDebug, "SCA_ConfigObj::ReadData: an object is not read without a length");
-  return 0;
+  return SCA_Complain(kSource, __LINE__, SCA_LevelDebug,
+                      "SCA_ConfigObj::ReadData: an object is not read without a length");
 }
 
 int SCA_ConfigObj::Compare(const SCA_Field* other) const {
   if (SCA_Field::Compare(other) == 0) return 0;
   const SCA_FieldList& others = SCA_ToConfigObj(other)->fields_;
   if (fields_.Count() != others.Count()) {
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelDebug, "Different field count");
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelDebug, "Different field count");
   }
   const SCA_Field* match = others.GetHead();
   for (const SCA_Field* member = fields_.GetHead(); member != nullptr; member = member->next_) {

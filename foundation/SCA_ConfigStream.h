@@ -6,20 +6,21 @@
 #include <functional>
 
 #include "foundation/SCA_ConfigBytes.h"
+#include "platform/SCA_Result.h"
 
-/// Takes the bytes of a run of blocks; false ends the writing.
-using SCA_ConfigSink = std::function<bool(const char* data, std::size_t length)>;
+/// Takes the bytes of a run of blocks; a failure ends the writing.
+using SCA_ConfigSink = std::function<SCA_Result(const char* data, std::size_t length)>;
 
 /// Writes the start of a record, which is all of a plain field.
 /// @param at  Has room for `GetDataSize()` bytes. @return The end of what was written.
 char* SCA_PutRecord(char* at, const SCA_Field& field);
 
 /// @param bytes  Receives the size of the byte form.
-/// @return 0, or the code with which such an object is refused.
-unsigned long SCA_MeasureConfig(const SCA_ConfigObj& object, unsigned long* bytes);
+/// @return The failure with which such an object is refused.
+SCA_Result SCA_MeasureConfig(const SCA_ConfigObj& object, unsigned long* bytes);
 
-/// Writes an object that has been measured. @return False when the sink said so.
-bool SCA_StreamConfig(const SCA_ConfigObj& object, const SCA_ConfigSink& sink);
+/// Writes an object that has been measured. @return What the sink said last.
+SCA_Result SCA_StreamConfig(const SCA_ConfigObj& object, const SCA_ConfigSink& sink);
 
 /// Builds an object of bytes that arrive in blocks, without recursion.
 class SCA_ConfigReader {
@@ -34,8 +35,8 @@ class SCA_ConfigReader {
   ///         `kLongestRecord` bytes never leaves all of them.
   std::size_t Feed(const char* block, std::size_t length, bool isLast);
 
-  /// @return 0, or the code of what was wrong; after the last block 0 says that all is well.
-  unsigned long Error() const { return error_; }
+  /// @return What was wrong; after the last block done says that all is well.
+  SCA_Result Result() const { return result_; }
   const SCA_ConfigFault& Fault() const { return fault_; }
 
   static constexpr std::size_t kLongestRecord = 4 + SCA_MaxFieldName + SCA_MaxFieldValue;
@@ -68,7 +69,7 @@ class SCA_ConfigReader {
   bool isLast_ = false;
   unsigned long long taken_ = 0;  // by former blocks
 
-  unsigned long error_ = 0;
+  SCA_Result result_;
   SCA_ConfigFault fault_;
 };
 

@@ -6,6 +6,7 @@
 #include "foundation/SCA_ConfigObj.h"
 #include "foundation/SCA_ConfigStream.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 
 namespace {
 
@@ -26,8 +27,7 @@ bool ScanText(const char* text, std::size_t limit, std::size_t* length) {
 }
 
 int ReportDifference(const char* what, int line) {
-  SCA_GetReportFunction(kSource, line)(SCA_LevelDebug, "%s", what);
-  return 0;
+  return SCA_Complain(kSource, line, SCA_LevelDebug, "%s", what);
 }
 
 }  // namespace
@@ -55,8 +55,7 @@ int SCA_Field::Assign(std::string* text, bool* isPresent, const char* data, std:
 int SCA_Field::SetName(const char* name) {
   const std::size_t length = name != nullptr ? std::strlen(name) : 0;
   if (name == nullptr || !IsStorable(name, length, SCA_MaxFieldName)) {
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelDebug, "Invalid field name.");
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelDebug, "Invalid field name.");
   }
   if (Assign(&name_, &hasName_, name, length) == 0) return 0;
   SetValid(1);
@@ -66,10 +65,9 @@ int SCA_Field::SetName(const char* name) {
 int SCA_Field::SetValue(const char* data, unsigned long length) {
   if (data != nullptr &&
       (type_ != SCA_FieldTypePlain || !IsStorable(data, length, SCA_MaxFieldValue))) {
-    SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelDebug, "SCA_Field::SetValue: a value of %lu bytes cannot be stored in %s", length,
-        hasName_ ? name_.c_str() : "(null)");
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelDebug,
+                        "SCA_Field::SetValue: a value of %lu bytes cannot be stored in %s", length,
+                        hasName_ ? name_.c_str() : "(null)");
   }
   if (data != nullptr) return Assign(&value_, &hasValue_, data, length);
   std::string().swap(value_);

@@ -31,7 +31,7 @@ unsigned long ReadInBlocks(const std::string& bytes, std::size_t size, SCA_Confi
     block += bytes.substr(at, size);
     block.erase(0, reader.Feed(block.data(), block.size(), at + size > bytes.size()));
   }
-  return reader.Error();
+  return reader.Result().Code();
 }
 
 TEST(ConfigBytes, HaveTheDocumentedForm) {
@@ -74,10 +74,10 @@ TEST(ConfigBytes, RandomTreesComeBackHoweverTheyAreCut) {
     ASSERT_EQ(ReadInBlocks(bytes, 1 + random() % 2000, &inBlocks), 0U);
     ASSERT_EQ(Describe(inBlocks), Describe(root));
     std::string streamed;
-    ASSERT_TRUE(SCA_StreamConfig(root, [&](const char* data, std::size_t length) {
-      streamed.append(data, length);
-      return true;
-    }));
+    ASSERT_FALSE(SCA_StreamConfig(root, [&](const char* data, std::size_t length) {
+                   streamed.append(data, length);
+                   return SCA_Done;
+                 }).HasFailed());
     ASSERT_EQ(streamed, bytes);
   }
 }
@@ -92,11 +92,11 @@ TEST(ConfigBytes, BlocksHoldNoMoreThanTheirRoom) {
     root.AddField(name.c_str(), value.c_str(), 0);
     root.AddField(name.c_str(), value.substr(0, length).c_str(), 0);
     std::string bytes;
-    EXPECT_TRUE(SCA_StreamConfig(root, [&](const char* block, std::size_t size) {
-      EXPECT_LE(size, kBlock) << length;
-      bytes.append(block, size);
-      return true;
-    }));
+    EXPECT_FALSE(SCA_StreamConfig(root, [&](const char* block, std::size_t size) {
+                   EXPECT_LE(size, kBlock) << length;
+                   bytes.append(block, size);
+                   return SCA_Done;
+                 }).HasFailed());
     EXPECT_TRUE(bytes == Write(root)) << length;
   }
 }

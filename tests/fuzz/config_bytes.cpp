@@ -26,7 +26,7 @@ unsigned long ReadInBlocks(const std::vector<char>& bytes, std::size_t size,
     const std::size_t taken = reader.Feed(block.data(), block.size(), at + size > bytes.size());
     block.erase(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(taken));
   }
-  return reader.Error();
+  return reader.Result().Code();
 }
 
 }  // namespace
