@@ -1,14 +1,14 @@
 #include "host/SCA_PathField.h"
 
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 
 int SCA_SetPathField(char* field, unsigned long size, const char* value,
                      const SCA_Reporter& reporter) {
   if (SCA_CopyText(field, size, value, SCA_TextFit::Refuse) != 0) return 1;
-  SCA_GetReportFunction(reporter.source, __LINE__)(
-      SCA_LevelError, "%s: refused a value of more than %lu bytes - %s", reporter.operation,
-      size - 1, value);
-  return 0;
+  return SCA_Complain(reporter.source, __LINE__, SCA_LevelError,
+                      "%s: refused a value of more than %lu bytes - %s", reporter.operation,
+                      size - 1, value);
 }
 
 int SCA_ReadPathField(const SCA_ConfigObj& object, const char* name, char* field,

@@ -5,6 +5,7 @@
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Path.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 
 namespace {
 
@@ -22,9 +23,8 @@ int SCA_TikaConfig::Init() {
   char directory[SCA_MaxPath];
   unsigned long error = 0;
   if (SCA_GetExeFileName(path, sizeof path, &error) == 0 || *path == '\0') {
-    SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelError, "SCA_TikaConfig::Init: Cannot get EXE file name (ERR:%lu)", error);
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelError,
+                        "SCA_TikaConfig::Init: Cannot get EXE file name (ERR:%lu)", error);
   }
   if (SCA_GetDirName(path, directory, sizeof directory) == 0 ||
       SCA_DirectoryExists(directory) == 0) {
@@ -38,21 +38,17 @@ int SCA_TikaConfig::Init() {
 int SCA_TikaConfig::LoadConfig(unsigned long* error) {
   SCA_ConfigObj object(kRootName, nullptr);
   if (object.Load(configFileName_, error) == 0) {
-    SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelError, "SCA_TikaConfig::LoadConfig: cannot load configuration file - %s",
-        configFileName_);
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelError,
+                        "SCA_TikaConfig::LoadConfig: cannot load configuration file - %s",
+                        configFileName_);
   }
-  if (Deserialize(&object) != 0) return 1;
-  *error = SCA_ErrorRootConfig;
-  return 0;
+  return Deserialize(&object) != 0 ? 1 : SCA_Result(SCA_ErrorRootConfig).Store(error);
 }
 
 int SCA_TikaConfig::SaveAs(const char* fileName, unsigned long* error) const {
   SCA_ConfigObj object(kRootName, nullptr);
   if (object.IsValid() == 0 || Serialize(&object) == 0) {
-    *error = SCA_ErrorCannotCreate;
-    return 0;
+    return SCA_Result(SCA_ErrorCannotCreate).Store(error);
   }
   return object.Save(fileName, SCA_FileTypeServiceRoot, SCA_ConfigFormatVersion, error);
 }
@@ -70,16 +66,14 @@ int SCA_TikaConfig::Serialize(SCA_ConfigObj* object) const {
 int SCA_TikaConfig::Deserialize(const SCA_ConfigObj* object) {
   unsigned long fileType = 0;
   if (object == nullptr || object->GetField("FileType", &fileType) == 0) {
-    SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelError, "SCA_TikaConfig::Deserialize: cannot get the config file type");
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelError,
+                        "SCA_TikaConfig::Deserialize: cannot get the config file type");
   }
   if (fileType != SCA_FileTypeServiceRoot) {
-    SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelError,
+    return SCA_Complain(
+        kSource, __LINE__, SCA_LevelError,
         "SCA_TikaConfig::Deserialize: the config file type mismatch, expected %lu, actual %lu",
         SCA_FileTypeServiceRoot, fileType);
-    return 0;
   }
   object->GetField("Version", savedProductVersion_, sizeof savedProductVersion_);
   object->GetField("ControlPort", &controlPort_);

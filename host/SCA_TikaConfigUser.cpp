@@ -6,8 +6,8 @@
 #include "foundation/SCA_ConfigFile.h"
 #include "host/SCA_PathField.h"
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 
 namespace {
 
@@ -50,8 +50,7 @@ int SCA_TikaConfigUser::MakeDirectory(const char* directory, const char* complai
   if (SCA_DirectoryExists(directory) != 0) return 1;
   unsigned long error = 0;
   if (SCA_CreateDirectory(directory, &error) == 0) {
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "%s - %s", complaint, directory);
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelError, "%s - %s", complaint, directory);
   }
   modified_ = 1;
   return 1;
@@ -61,9 +60,8 @@ int SCA_TikaConfigUser::MakeDirectory(const char* directory, const char* complai
 int SCA_TikaConfigUser::FindDirectory(char (&directory)[SCA_MaxPath]) {
   char account[260];
   if (SCA_GetUserName(account, sizeof account) == 0) {
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
-                                             "SCA_TikaConfigUser::Init: Cannot get user name.");
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelError,
+                        "SCA_TikaConfigUser::Init: Cannot get user name.");
   }
   if (std::strcmp(account, kSystemAccount) == 0) {
     return SCA_FormatPath(directory, sizeof directory, "%s\\config",
@@ -73,9 +71,7 @@ int SCA_TikaConfigUser::FindDirectory(char (&directory)[SCA_MaxPath]) {
   }
   char base[260];
   if (SCA_GetUserAppConfDir(base, sizeof base) == 0) {
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
-                                             "Cannot get user app-config directory");
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelError, "Cannot get user app-config directory");
   }
   return SCA_FormatPath(directory, sizeof directory, "%s\\Tika Service", base) != 0
              ? MakeDirectory(directory, "Cannot create directory")
@@ -96,31 +92,27 @@ int SCA_TikaConfigUser::Init() {
   }
   unsigned long error = 0;
   if (SCA_FileExists(configFileName_) != 0 || SaveConfig(&error) != 0) return 1;
-  SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
-                                           "Cannot save default configuration file.");
-  return 0;
+  return SCA_Complain(kSource, __LINE__, SCA_LevelError, "Cannot save default configuration file.");
 }
 
 int SCA_TikaConfigUser::LoadConfig(unsigned long* error) {
-  if (*configFileName_ == '\0') return SCA_Fail(SCA_ErrorInvalidData, error);
+  if (*configFileName_ == '\0') return SCA_Result(SCA_ErrorInvalidData).Store(error);
   SCA_ConfigObj object(kRootName, nullptr);
   if (object.Load(configFileName_, error) == 0) return 0;
-  return Deserialize(&object) != 0 ? 1 : SCA_Fail(SCA_ErrorInvalidData, error);
+  return Deserialize(&object) != 0 ? 1 : SCA_Result(SCA_ErrorInvalidData).Store(error);
 }
 
 int SCA_TikaConfigUser::SaveConfig(unsigned long* error) {
-  if (*configFileName_ == '\0') return SCA_Fail(SCA_ErrorInvalidData, error);
+  if (*configFileName_ == '\0') return SCA_Result(SCA_ErrorInvalidData).Store(error);
   SCA_ConfigObj object(kRootName, nullptr);
-  if (Serialize(&object) == 0) return SCA_Fail(SCA_ErrorInvalidData, error);
-  unsigned long code = 0;
-  if (object.Save(configFileName_, SCA_FileTypeServiceUser, SCA_ConfigFormatVersion, &code) != 0) {
+  if (Serialize(&object) == 0) return SCA_Result(SCA_ErrorInvalidData).Store(error);
+  if (object.Save(configFileName_, SCA_FileTypeServiceUser, SCA_ConfigFormatVersion, error) != 0) {
     return 1;
   }
-  SCA_GetReportFunction(kSource, __LINE__)(
-      SCA_LevelError,
-      "SCA_TikaConfigUser::SaveConfig: cannot save user configuration file (ERR:%lu) - %s", code,
+  return SCA_Complain(
+      kSource, __LINE__, SCA_LevelError,
+      "SCA_TikaConfigUser::SaveConfig: cannot save user configuration file (ERR:%lu) - %s", *error,
       configFileName_);
-  return SCA_Fail(code, error);
 }
 
 int SCA_TikaConfigUser::Serialize(SCA_ConfigObj* object) const {
@@ -161,16 +153,14 @@ int SCA_TikaConfigUser::ReadFields(const SCA_ConfigObj& object) {
 int SCA_TikaConfigUser::Deserialize(const SCA_ConfigObj* object) {
   unsigned long fileType = 0;
   if (object == nullptr || object->GetField("FileType", &fileType) == 0) {
-    SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelError, "SCA_TikaConfigUser::Deserialize: cannot get the config file type");
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelError,
+                        "SCA_TikaConfigUser::Deserialize: cannot get the config file type");
   }
   if (fileType != SCA_FileTypeServiceUser) {
-    SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelError,
+    return SCA_Complain(
+        kSource, __LINE__, SCA_LevelError,
         "SCA_TikaConfigUser::Deserialize: the config file type mismatch, expected %lu, actual %lu",
         SCA_FileTypeServiceUser, fileType);
-    return 0;
   }
   if (ReadFields(*object) == 0) return 0;
   if (std::strcmp(version_, SCA_ProductVersion) != 0) modified_ = 1;
@@ -186,13 +176,13 @@ int SCA_TikaConfigUser::SetConfig(const SCA_TikaConfigUser* source) {
 SCA_TikaConfigUser* SCA_TikaConfigUser::Clone() const {
   SCA_Owned<SCA_TikaConfigUser> copy(new (std::nothrow) SCA_TikaConfigUser(config_, params_));
   if (copy == nullptr || copy->IsValid() == 0) {
-    SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelError, "SCA_TikaConfigUser::Clone: Cannot create SCA_TikaConfigUser");
+    SCA_Complain(kSource, __LINE__, SCA_LevelError,
+                 "SCA_TikaConfigUser::Clone: Cannot create SCA_TikaConfigUser");
     return nullptr;
   }
   if (copy->SetConfig(this) != 0) return copy.release();
-  SCA_GetReportFunction(kSource, __LINE__)(
-      SCA_LevelError, "SCA_TikaConfigUser::Clone: Cannot copy product configuration");
+  SCA_Complain(kSource, __LINE__, SCA_LevelError,
+               "SCA_TikaConfigUser::Clone: Cannot copy product configuration");
   return nullptr;
 }
 

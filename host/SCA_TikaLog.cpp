@@ -11,6 +11,7 @@
 #include "host/SCA_TikaServer.h"
 #include "platform/SCA_File.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 #include "platform/SCA_Text.h"
 #include "platform/SCA_Time.h"
 
@@ -244,8 +245,7 @@ int SCA_TikaLog::Push(const char* name, unsigned long level, const char* format,
     const QueueGuard queue(QueueLock());
     if (!queue.IsReady()) {
       std::free(record);
-      SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "Debug log is not ready");
-      return 0;
+      return SCA_Complain(kSource, __LINE__, SCA_LevelError, "Debug log is not ready");
     }
     const SCA_LockGuard guard(lock_);
     Stamp(record);
@@ -255,10 +255,9 @@ int SCA_TikaLog::Push(const char* name, unsigned long level, const char* format,
   }
   if (isPushed != 0) return 1;
   std::free(record);
-  SCA_GetReportFunction(kSource, __LINE__)(
-      SCA_LevelError, "SCA_TikaLog::PushMessage: Cannot alloc %lu bytes of memory for debug log",
-      kRecordSize);
-  return 0;
+  return SCA_Complain(kSource, __LINE__, SCA_LevelError,
+                      "SCA_TikaLog::PushMessage: Cannot alloc %lu bytes of memory for debug log",
+                      kRecordSize);
 }
 
 int SCA_TikaLog::PushMessage(unsigned long level, const char* format, ...) {
@@ -271,9 +270,8 @@ int SCA_TikaLog::PushMessage(unsigned long level, const char* format, ...) {
 
 int SCA_TikaLog::PushMessage(const char* name, unsigned long level, const char* format, ...) {
   if (name == nullptr || *name == '\0') {
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
-                                             "SCA_TikaLog::PushMessage: invalid message name");
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelError,
+                        "SCA_TikaLog::PushMessage: invalid message name");
   }
   va_list values;
   va_start(values, format);
@@ -285,9 +283,8 @@ int SCA_TikaLog::PushMessage(const char* name, unsigned long level, const char* 
 int SCA_TikaLog::PopMessage(tagSCA_ERROR_DESCR** record) {
   const QueueGuard queue(QueueLock());
   if (!queue.IsReady()) {
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
-                                             "SCA_TikaLog::PopMessage: Debug log is not ready");
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelError,
+                        "SCA_TikaLog::PopMessage: Debug log is not ready");
   }
   const SCA_LockGuard guard(lock_);
   return messages_.GetHeadItem(record) != 0 ? messages_.DeleteHeadItem() : 0;
@@ -411,8 +408,7 @@ int SCA_TikaLog::FillBuffer(char* buffer, unsigned long size) const {
       return 1;
     }
   }
-  SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "Not enough space to copy debug log");
-  return 0;
+  return SCA_Complain(kSource, __LINE__, SCA_LevelError, "Not enough space to copy debug log");
 }
 
 // Copied under the lock and written without: a terminal or a disk may take its time.
@@ -441,15 +437,13 @@ int SCA_TikaLog::SaveTextReport(const char* fileName) const try {
   SCA_ReplacementFile file;
   unsigned long error = 0;
   if (file.Open(fileName, SCA_FileAccess::Private, &error) == 0) {
-    SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelError, "SCA_TikaLog::SaveTextReport: Cannot create debug log file - %s", fileName);
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelError,
+                        "SCA_TikaLog::SaveTextReport: Cannot create debug log file - %s", fileName);
   }
   if (file.Write(lines.data(), lines.size(), &error) == 0 ||
       file.Commit(SCA_FileCommit::Fast, &error) == 0) {
-    SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelError, "SCA_TikaLog::SaveTextReport: Cannot save debug log file - %s", fileName);
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelError,
+                        "SCA_TikaLog::SaveTextReport: Cannot save debug log file - %s", fileName);
   }
   return 1;
 } catch (const std::exception&) {
@@ -475,9 +469,8 @@ int SCA_TikaLog::SaveTikaLog(const SCA_TikaServer* server, const tagSCA_ERROR_DE
   int day = 0;
   SCA_GetCurrentDate(&year, &month, &day);
   const auto complain = [&path](const char* what) {
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "SCA_TikaLog::SaveTikaLog: %s - %s",
-                                             what, path);
-    return 0;
+    return SCA_Complain(kSource, __LINE__, SCA_LevelError, "SCA_TikaLog::SaveTikaLog: %s - %s",
+                        what, path);
   };
   SCA_File file;
   unsigned long error = 0;

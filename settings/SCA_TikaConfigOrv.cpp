@@ -3,13 +3,15 @@
 #include <new>
 
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 #include "platform/SCA_Text.h"
 
 namespace {
 
-int Fail(int line, const char* text) {
-  SCA_GetReportFunction("SCA_TikaConfigOrv", line)(SCA_LevelError, "SCA_TikaConfigOrv::%s", text);
-  return 0;
+constexpr char kSource[] = "SCA_TikaConfigOrv";
+
+int Complain(int line, const char* text) {
+  return SCA_Complain(kSource, line, SCA_LevelError, "SCA_TikaConfigOrv::%s", text);
 }
 
 template <class T>
@@ -55,19 +57,19 @@ int SCA_TikaConfigOrv::MatchExtension(const char* ext) const {
 }
 
 int SCA_TikaConfigOrv::Serialize(SCA_ConfigObj* obj) const {
-  if (obj == nullptr) return Fail(__LINE__, "Serialize: config object is not set");
+  if (obj == nullptr) return Complain(__LINE__, "Serialize: config object is not set");
   const bool isAdded = obj->AddField("Mode", mode_.Get(), 0) != 0 &&
                        obj->AddField("NetworkTimeout", networkTimeout_.Get(), 0) != 0 &&
                        obj->AddField("MaxPendingRequests", maxPendingRequests_.Get(), 0) != 0 &&
                        obj->AddField("JavaOptions", javaOptions_, 0) != 0 &&
                        obj->AddField("FileExtensions", fileExtensions_, 0) != 0 &&
                        obj->AddField("ShowParseErrors", showParseErrors_.Get(), 0) != 0;
-  if (!isAdded) return Fail(__LINE__, "Serialize: cannot add a field");
+  if (!isAdded) return Complain(__LINE__, "Serialize: cannot add a field");
   return services_.Serialize(obj->AddConfigObj("Services"), 0);
 }
 
 int SCA_TikaConfigOrv::Deserialize(SCA_ConfigObj* obj) {
-  if (obj == nullptr) return Fail(__LINE__, "Deserialize: config object is not set");
+  if (obj == nullptr) return Complain(__LINE__, "Deserialize: config object is not set");
   ClearAll();
   ReadField(*obj, "Mode", &mode_);
   ReadField(*obj, "NetworkTimeout", &networkTimeout_);
@@ -78,7 +80,7 @@ int SCA_TikaConfigOrv::Deserialize(SCA_ConfigObj* obj) {
   if (obj->IsFieldExists("Services") == 0) return 1;
   // A plain field of that name gives null, which the list refuses.
   if (services_.Deserialize(obj->GetConfigObj("Services"), 0) != 0) return 1;
-  return Fail(__LINE__, "Deserialize: cannot deserialize the service list");
+  return Complain(__LINE__, "Deserialize: cannot deserialize the service list");
 }
 
 int SCA_TikaConfigOrv::SetConfig(const SCA_TikaConfigOrv* from) {
@@ -89,11 +91,11 @@ int SCA_TikaConfigOrv::SetConfig(const SCA_TikaConfigOrv* from) {
 SCA_TikaConfigOrv* SCA_TikaConfigOrv::Clone() const {
   SCA_Owned<SCA_TikaConfigOrv> copy(new (std::nothrow) SCA_TikaConfigOrv);
   if (copy == nullptr || copy->IsValid() == 0) {
-    Fail(__LINE__, "Clone: Cannot create SCA_TikaConfigOrv");
+    Complain(__LINE__, "Clone: Cannot create SCA_TikaConfigOrv");
     return nullptr;
   }
   if (copy->SetConfig(this) == 0) {
-    Fail(__LINE__, "Clone: Cannot copy Tika configuration");
+    Complain(__LINE__, "Clone: Cannot copy Tika configuration");
     return nullptr;
   }
   return copy.release();

@@ -5,22 +5,21 @@
 
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 #include "platform/SCA_Text.h"
 
 namespace {
 
 constexpr char kSource[] = "SCA_TikaServiceList";
 
-int Fail(int line, const char* text) {
-  SCA_GetReportFunction(kSource, line)(SCA_LevelError, "SCA_TikaServiceList::%s", text);
-  return 0;
+int Complain(int line, const char* text) {
+  return SCA_Complain(kSource, line, SCA_LevelError, "SCA_TikaServiceList::%s", text);
 }
 
-int FailAsDuplicate(int line, const char* hostName) {
-  SCA_GetReportFunction(kSource, line)(
-      SCA_LevelError, "SCA_TikaServiceList::AddService: duplicate service host name - %s",
-      hostName);
-  return 0;
+int ComplainOfDuplicate(int line, const char* hostName) {
+  return SCA_Complain(kSource, line, SCA_LevelError,
+                      "SCA_TikaServiceList::AddService: duplicate service host name - %s",
+                      hostName);
 }
 
 SCA_Owned<SCA_TikaService> NewService() {
@@ -50,13 +49,13 @@ int SCA_TikaServiceList::Append(SCA_TikaService* service) {
 
 int SCA_TikaServiceList::AddService(const char* hostName, SCA_TikaService** service) {
   SCA_Owned<SCA_TikaService> added = NewService();
-  if (added == nullptr) return Fail(__LINE__, "AddService: cannot create server object");
+  if (added == nullptr) return Complain(__LINE__, "AddService: cannot create server object");
   added->SetHostName(hostName);
   // The names in the list are cut as this one is.
   if (GetListItem(added->GetHostName()) != nullptr) {
-    return FailAsDuplicate(__LINE__, added->GetHostName());
+    return ComplainOfDuplicate(__LINE__, added->GetHostName());
   }
-  if (Append(added.get()) == 0) return Fail(__LINE__, "AddService: Cannot add server object");
+  if (Append(added.get()) == 0) return Complain(__LINE__, "AddService: Cannot add server object");
   *service = added.release();
   return 1;
 }
@@ -64,11 +63,11 @@ int SCA_TikaServiceList::AddService(const char* hostName, SCA_TikaService** serv
 int SCA_TikaServiceList::AddService(SCA_TikaService* service, unsigned long* serviceId,
                                     unsigned long* error) {
   if (service != nullptr && IsServiceExists(service->GetHostName()) != 0) {
-    return FailAsDuplicate(__LINE__, service->GetHostName());
+    return ComplainOfDuplicate(__LINE__, service->GetHostName());
   }
   if (service == nullptr || Append(service) == 0) {
     *error = SCA_ErrorCannotCreate;
-    return Fail(__LINE__, "AddService: Cannot add Tika service");
+    return Complain(__LINE__, "AddService: Cannot add Tika service");
   }
   *serviceId = service->GetServiceId();
   return 1;
@@ -123,12 +122,12 @@ unsigned long SCA_TikaServiceList::GetErrorServers() const {
 }
 
 int SCA_TikaServiceList::Serialize(SCA_ConfigObj* obj, int withStatus) const {
-  if (obj == nullptr) return Fail(__LINE__, "Serialize: no config object");
+  if (obj == nullptr) return Complain(__LINE__, "Serialize: no config object");
   SCA_ConfigObj* services = obj->AddField("ServicesStatusId", servicesStatusId_, 0) != 0
                                 ? obj->AddConfigObj("Services")
                                 : nullptr;
   if (services == nullptr) {
-    return Fail(__LINE__, "Serialize: cannot create service list config object");
+    return Complain(__LINE__, "Serialize: cannot create service list config object");
   }
   for (const Node* node = GetHead(); node != nullptr; node = node->GetNext()) {
     const SCA_TikaService& service = *node->GetItem();
@@ -136,14 +135,13 @@ int SCA_TikaServiceList::Serialize(SCA_ConfigObj* obj, int withStatus) const {
     std::snprintf(name, sizeof name, "%lu", service.GetServiceId());
     SCA_ConfigObj* child = services->AddConfigObj(name);
     if (child == nullptr) {
-      return Fail(__LINE__, "Serialize: cannot create service config object");
+      return Complain(__LINE__, "Serialize: cannot create service config object");
     }
     if (service.Serialize(child, withStatus) == 0) {
-      SCA_GetReportFunction(kSource, __LINE__)(
-          SCA_LevelError, "SCA_TikaServiceList::Serialize: cannot serialize service - %lu",
-          service.GetServiceId());
       services->GetFields().DeleteListItem(child);
-      return 0;
+      return SCA_Complain(kSource, __LINE__, SCA_LevelError,
+                          "SCA_TikaServiceList::Serialize: cannot serialize service - %lu",
+                          service.GetServiceId());
     }
   }
   return 1;
@@ -151,25 +149,25 @@ int SCA_TikaServiceList::Serialize(SCA_ConfigObj* obj, int withStatus) const {
 
 int SCA_TikaServiceList::Deserialize(SCA_ConfigObj* obj, int withStatus) {
   ClearAll();
-  if (obj == nullptr) return Fail(__LINE__, "Deserialize: no config object");
+  if (obj == nullptr) return Complain(__LINE__, "Deserialize: no config object");
   obj->GetField("ServicesStatusId", &servicesStatusId_);
   if (obj->IsFieldExists("Services") == 0) return 1;
   const SCA_ConfigObj* services = obj->GetConfigObj("Services");
   // What comes from outside may hold a plain field where an object belongs.
   if (services == nullptr) {
-    return Fail(__LINE__, "Deserialize: Cannot deserialize service object");
+    return Complain(__LINE__, "Deserialize: Cannot deserialize service object");
   }
   for (SCA_Field* field = services->GetFields().GetHead(); field != nullptr;
        field = field->GetNext()) {
     SCA_Owned<SCA_TikaService> service = NewService();
-    if (service == nullptr) return Fail(__LINE__, "Deserialize: Cannot create service object");
+    if (service == nullptr) return Complain(__LINE__, "Deserialize: Cannot create service object");
     if (field->GetType() != SCA_FieldTypeObject ||
         service->Deserialize(static_cast<SCA_ConfigObj*>(field), withStatus) == 0) {
-      return Fail(__LINE__, "Deserialize: Cannot deserialize service object");
+      return Complain(__LINE__, "Deserialize: Cannot deserialize service object");
     }
     const unsigned long id = service->GetServiceId();
     if (AddItemToTail(service.get(), service->GetHostName(), id) == 0) {
-      return Fail(__LINE__, "Deserialize: Cannot create service object");
+      return Complain(__LINE__, "Deserialize: Cannot create service object");
     }
     static_cast<void>(service.release());
     // The id that means none is nobody's predecessor: behind it the ids would begin anew.
