@@ -131,6 +131,10 @@ bool Documents::IsOutputDir(const fs::path& path) const {
   return !options_.outputDir.empty() && fs::equivalent(path, options_.outputDir, ignored);
 }
 
+std::string OutputPath(const Options& options, const Document& document) {
+  return (fs::path(options.outputDir) / document.output).string();
+}
+
 std::string FindNameClash(const Options& options) {
   std::map<std::string, std::string> outputs;
   for (const std::string& file : options.files) {

@@ -44,6 +44,9 @@ class Documents {
   std::string walkOutput_;
 };
 
+/// @return Where the text of a document goes under -o.
+std::string OutputPath(const Options& options, const Document& document);
+
 /// Two documents of one name would write one file, and one text would be lost.
 /// @return A complaint, or nothing.
 std::string FindNameClash(const Options& options);

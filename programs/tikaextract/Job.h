@@ -18,4 +18,11 @@ struct Job {
   TextStore* store = nullptr;                 ///< the request's
 };
 
+/// What a job came to, as it is told.
+struct Result {
+  SCA_TikaOutcome outcome = SCA_TikaOutcome::FileFailed;
+  std::string complaint;
+  bool IsExtracted() const { return outcome == SCA_TikaOutcome::Extracted; }
+};
+
 #endif  // SCA_PROGRAMS_TIKAEXTRACT_JOB_H

@@ -1,19 +1,18 @@
-/// What becomes of the documents of a run: which of them are extracted at all, and what is printed
-/// and written down of each that has ended.
+/// What becomes of the documents of a run: which of them are extracted at all, where their texts
+/// are kept, and what is written down and told of each that has ended.
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_OUTPUT_H
 #define SCA_PROGRAMS_TIKAEXTRACT_OUTPUT_H
 
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "programs/tikaextract/Job.h"
-#include "programs/tikaextract/Journal.h"
-#include "programs/tikaextract/Killers.h"
+#include "programs/tikaextract/Ledger.h"
 #include "programs/tikaextract/Options.h"
+#include "programs/tikaextract/Printer.h"
 #include "programs/tikaextract/Progress.h"
 
 /// Threads: one.
@@ -24,7 +23,11 @@ class Output {
   /// @param whyNoServer  Tells all that is known of why a document found no server, out of what its
   ///                     request tells.
   Output(const Options& options, Progress* progress, WhyNoServer whyNoServer)
-      : options_(options), progress_(*progress), whyNoServer_(std::move(whyNoServer)) {}
+      : options_(options),
+        progress_(*progress),
+        whyNoServer_(std::move(whyNoServer)),
+        ledger_(options),
+        printer_(options) {}
 
   /// Begins. @return A complaint, or nothing.
   std::string Open();
@@ -32,6 +35,7 @@ class Output {
   /// @return Null for a document that is skipped; else its job, which has a complaint when there is
   ///         nothing to extract.
   std::unique_ptr<Job> Admit(const Document& document);
+  /// @return Where the text of a document is kept; null when there is nothing to extract.
   std::unique_ptr<TextStore> MakeStore(const Job& job);
 
   /// Takes over a job that has ended. Under -o some are gathered, until their texts are on the
@@ -50,38 +54,21 @@ class Output {
  private:
   using Clock = std::chrono::steady_clock;
 
-  // What a job came to, as it is printed.
-  struct Result {
-    SCA_TikaOutcome outcome = SCA_TikaOutcome::FileFailed;
-    std::string complaint;
-    bool IsExtracted() const { return outcome == SCA_TikaOutcome::Extracted; }
-  };
-
-  void Describe(Job* job) const;
-  std::string RealOutput(const Document& document) const;
-  bool IsToBeTried(Job* job);
   void Flush();
   void Conclude(const Job& job);
   Result Judge(const Job& job) const;
   std::string Complain(const Job& job) const;
-  bool Print(const Job& job, const Result& result);
-  bool PrintText(const Job& job);
-  bool PrintRecord(const Job& job, const Result& result);
-  void Note(const Job& job, const Result& result);
-  void CheckStandardOutput();
+  Result Print(const Job& job, const Result& result);
   void Fail(const std::string& complaint);
-  std::string OutputPath(const Document& document) const;
 
   const Options& options_;
   Progress& progress_;
   const WhyNoServer whyNoServer_;
-  Journal journal_;
-  Killers killers_;
+  Ledger ledger_;
+  Printer printer_;
   TextFolder folder_;
-  std::filesystem::path realDir_;  // the output directory without links
   std::vector<std::unique_ptr<Job>> gathered_;
   Clock::time_point gatheredSince_;
-  unsigned long long refusedBefore_ = 0;
   bool hasFailed_ = false;
   int status_ = kAllExtracted;
 };

@@ -1,0 +1,26 @@
+/// What standard output gets of a document: its text, or a JSON record.
+#ifndef SCA_PROGRAMS_TIKAEXTRACT_PRINTER_H
+#define SCA_PROGRAMS_TIKAEXTRACT_PRINTER_H
+
+#include "programs/tikaextract/Job.h"
+#include "programs/tikaextract/Options.h"
+
+/// Threads: one.
+class Printer {
+ public:
+  explicit Printer(const Options& options) : options_(options) {}
+
+  /// Prints what the options ask for: nothing under -o alone.
+  /// @return False when the text could not be read back. What is out of a record then is a line
+  ///         that nobody takes for one.
+  bool Print(const Job& job, const Result& result);
+  /// @return 0, or why standard output cannot be written any more.
+  static unsigned long Flush();
+
+ private:
+  bool PrintRecord(const Job& job, const Result& result);
+
+  const Options& options_;
+};
+
+#endif  // SCA_PROGRAMS_TIKAEXTRACT_PRINTER_H
