@@ -49,10 +49,9 @@ Document MakeDocument(const std::string& path, const std::string& output) {
 
 }  // namespace
 
-Documents::Documents(const Options& options,
-                     std::function<bool(const std::string& extension)> isTaken, SCA_Event* cancel)
+Documents::Documents(const Options& options, const Setup& setup, SCA_Event* cancel)
     : options_(options),
-      isTaken_(std::move(isTaken)),
+      setup_(setup),
       list_(options.filesFrom, options.zeroSeparated ? '\0' : '\n', cancel) {}
 
 // What is read from a pipe can be read once.
@@ -121,7 +120,7 @@ bool Documents::NextInDirectory(Document* document) {
     if (!isFile) continue;
     *document = MakeDocument(path.string(),
                              (fs::path(walkOutput_) / path.lexically_relative(walkRoot_)).string());
-    if (isTaken_(document->extension)) return true;
+    if (setup_.IsTaken(document->extension)) return true;
   }
   return false;
 }

@@ -3,11 +3,11 @@
 #define SCA_PROGRAMS_TIKAEXTRACT_DOCUMENTS_H
 
 #include <filesystem>
-#include <functional>
 #include <string>
 
 #include "programs/tikaextract/DocumentList.h"
 #include "programs/tikaextract/Options.h"
+#include "programs/tikaextract/Setup.h"
 
 struct Document {
   std::string path;
@@ -18,10 +18,9 @@ struct Document {
 
 class Documents {
  public:
-  /// @param isTaken  Whether documents of an extension are taken from directories.
-  /// @param cancel   Ends the wait for further entries of a list; not owned.
-  Documents(const Options& options, std::function<bool(const std::string& extension)> isTaken,
-            SCA_Event* cancel);
+  /// @param setup   Tells which extensions are taken from directories; outlives this object.
+  /// @param cancel  Ends the wait for further entries of a list; not owned.
+  Documents(const Options& options, const Setup& setup, SCA_Event* cancel);
 
   /// Finds the next document. @return False behind the last one.
   bool Next(Document* document);
@@ -36,7 +35,7 @@ class Documents {
   bool IsOutputDir(const std::filesystem::path& path) const;
 
   const Options& options_;
-  const std::function<bool(const std::string& extension)> isTaken_;
+  const Setup& setup_;
   std::size_t named_ = 0;  // of the files of the command line
   DocumentList list_;
   Walk walk_;  // the directory that is walked now; at its end when there is none

@@ -31,6 +31,10 @@ class Setup {
 
   SCA_TikaConfigOrv& Settings() { return settings_; }
   const SCA_TikaConfigOrv& Settings() const { return settings_; }
+  /// @return Whether documents with this extension are taken from directories.
+  bool IsTaken(const std::string& extension) const {
+    return settings_.MatchExtension(extension.c_str()) != 0;
+  }
   /// The servers that are used directly.
   const std::vector<ServerOfService>& Servers() const { return servers_; }
   /// The service hosts that are used by their control ports, one for each address; the settings
