@@ -10,11 +10,13 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <new>
 #include <string>
 #include <system_error>
 
 #include "programs/common/Escape.h"
+#include "programs/common/HelpFormatter.h"
 
 namespace {
 
@@ -74,6 +76,20 @@ int FlushOutput() {
   return errno != 0 ? errno : EIO;
 }
 
+void FormatHelp(CLI::App* app) {
+  const auto formatter = std::make_shared<HelpFormatter>();
+  formatter->label("Positionals", "Arguments");
+  formatter->label("SUBCOMMAND", "COMMAND");
+  app->formatter(formatter);
+  app->get_help_ptr()->description("Print this help and exit");
+  app->get_version_ptr()->description("Print the version and exit");
+  for (CLI::App* const command : app->get_subcommands({})) {
+    command->formatter(formatter);
+    command->group("Commands");
+    command->get_help_ptr()->description("Print this help and exit");
+  }
+}
+
 }  // namespace
 
 int RunProgram(const char* name, int failed, const std::function<int()>& body) {
@@ -98,6 +114,7 @@ int RunProgram(const char* name, int failed, const std::function<int()>& body) {
 }
 
 std::optional<int> ParseCommandLine(CLI::App* app, int argc, char** argv) {
+  FormatHelp(app);
   app->failure_message([](const CLI::App* parsed, const CLI::Error& error) {
     return parsed->get_name() + ": " + Printable(error.what()) +
            "\nRun with --help for more information.\n";

@@ -15,13 +15,21 @@
 namespace {
 
 constexpr char kDescription[] =
-    "Shows configuration files and reports (.trv) as indented text or JSON, and says what is "
-    "wrong\n"
-    "with a damaged one, and where.";
+    "Shows configuration files and reports (.trv) as indented text or JSON. Says what is wrong "
+    "with "
+    "a damaged file, and where.";
 constexpr char kFooter[] =
-    "Exit status: 0 all files are sound, 1 a file cannot be read, 2 wrong use, 3 not one of these\n"
-    "files, 4 damaged, 5 written by a newer version; the highest of several files.\n"
-    "Example: scaconf --check ~/.config/*/*.trv";
+    "Exit status:\n"
+    "  0  all files are sound\n"
+    "  1  a file cannot be read\n"
+    "  2  the command line is wrong\n"
+    "  3  not a file of this kind\n"
+    "  4  damaged\n"
+    "  5  written by a newer version\n"
+    "With several files, the highest status counts.\n"
+    "\n"
+    "Examples:\n"
+    "  $ scaconf --check ~/.config/*/*.trv";
 
 enum Status { kSound = 0, kUnreadable = 1, kForeign = 3, kDamaged = 4, kNewer = 5 };
 
@@ -99,8 +107,8 @@ int Run(int argc, char** argv) {
   app.footer(kFooter);
   app.set_version_flag("--version", "scaconf " SCA_VERSION);
   app.add_option("FILE", options.files, "Files to show")->required();
-  app.add_flag("--json", options.json, "One line of JSON for each file");
-  app.add_flag("--check", options.check, "Only say whether the files are sound");
+  app.add_flag("--json", options.json, "Print one line of JSON per file");
+  app.add_flag("--check", options.check, "Only check whether the files are sound");
   if (const auto status = ParseCommandLine(&app, argc, argv)) return *status;
   Status status = kSound;
   for (const std::string& file : options.files) status = std::max(status, Show(options, file));

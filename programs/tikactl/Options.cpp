@@ -12,37 +12,47 @@
 namespace {
 
 constexpr char kDescription[] =
-    "Shows and controls the service hosts (tikasvc) that run Apache Tika servers. 'tikactl "
-    "COMMAND\n"
-    "--help' shows the options of a command; those below go with every command.";
+    "Shows and controls service hosts (tikasvc), which run Apache Tika servers. 'tikactl COMMAND "
+    "--help' shows the options of a command; the options below work with every command.\n"
+    "\n"
+    "The host of this machine, 'local', needs no key. Its socket is looked for in the user's data "
+    "directory, in /run/tikasvc, and in the data directory of the installed service. Other hosts "
+    "need their key. Several hosts are asked at the same time and shown in the given order.";
 constexpr char kFooter[] =
-    "The host of this machine, 'local', needs no key: its socket is looked for in the account's "
-    "own\n"
-    "data directory, in /run/tikasvc, and in the installed service's. Others need their key.\n"
-    "Several hosts are asked at the same time and shown in the order given.\n"
-    "Exit status, the highest of several hosts: 0 done, 1 a host refused or something failed, 2\n"
-    "wrong use, 3 no connection, 4 login refused or no key, 130 interrupted.\n"
-    "Environment: NO_COLOR turns colours off.\n"
-    "Examples: tikactl status\n"
-    "          tikactl add --jar /opt/tika/tika-server.jar --port 9998 --start --wait 60\n"
-    "          tikactl -H tika1 -H tika2:9501 --json servers | jq .servers";
+    "Exit status:\n"
+    "  0    done\n"
+    "  1    a host refused, or something failed\n"
+    "  2    the command line is wrong\n"
+    "  3    no connection\n"
+    "  4    login refused, or no key\n"
+    "  130  interrupted\n"
+    "With several hosts, the highest status counts.\n"
+    "\n"
+    "Environment:\n"
+    "  NO_COLOR  Turns colours off\n"
+    "\n"
+    "Examples:\n"
+    "  $ tikactl status\n"
+    "  $ tikactl add --jar /opt/tika-server.jar --port 9998 --start --wait 60\n"
+    "  $ tikactl -H tika1 -H tika2:9501 --json servers | jq .servers";
+constexpr char kCommandFooter[] = "'tikactl --help' shows the options of every command.";
 
 // The longest reply that the control client waits for.
 constexpr unsigned long kMaxTimeoutSeconds = SCA_MaxReplyTimeoutMs / 1000;
 
 void DefineCommon(CLI::App* app, Options* options, std::vector<std::string>* hosts,
                   unsigned long* timeoutSeconds) {
-  app->add_option(
-         "-H,--host", *hosts,
-         "Service host, or the path of its socket; may be given again (local, which is this "
-         "machine's)")
+  app->add_option("-H,--host", *hosts, "Service host, or the path of its socket")
+      ->default_str("local, this machine's")
       ->type_name("HOST[:PORT]")
       ->allow_extra_args(false);
-  app->add_option("--key", options->keyFile, "File with the control key of the hosts")
+  app->add_option("--key", options->keyFile, "Key file of the control ports")
+      ->default_str("the user's key")
       ->type_name("FILE");
-  app->add_flag("--json", options->json, "One line of JSON for each host");
-  app->add_option("--timeout", *timeoutSeconds, "Limit of a connect, and of each answer (15)")
+  app->add_flag("--json", options->json, "Print one line of JSON per host");
+  app->add_option("--timeout", *timeoutSeconds, "Time limit for connecting and for each answer")
       ->check(CLI::Range(1UL, kMaxTimeoutSeconds))
+      ->default_str("15")
       ->type_name("SECONDS");
 }
 
@@ -55,13 +65,13 @@ std::string AddHost(const std::string& text, Options* options) {
 
 std::string CheckText(const char* name, const std::string& text) {
   const bool fits = text.size() < SCA_ServiceTextSize;
-  return fits ? "" : std::string(name) + " is longer than 259 bytes, which no host takes";
+  return fits ? "" : std::string(name) + " is longer than 259 bytes, the limit of a host";
 }
 
 std::string Check(const Options& options) {
   if (!options.logDir.empty() && options.logSwitch != "on") return "save-log off takes no DIR";
   if (!options.logDir.empty() && SCA_IsAbsolutePath(options.logDir.c_str()) == 0) {
-    return "DIR is a directory on the host: give it from the root on, as /var/log/tika";
+    return "DIR is a directory on the host: give an absolute path, such as /var/log/tika";
   }
   std::string complaint = CheckText("the jar's name", options.jar);
   if (complaint.empty()) complaint = CheckText("--java-options", options.javaOptions);
@@ -82,6 +92,7 @@ std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
   DefineCommon(&app, options, &hosts, &timeoutSeconds);
   for (const Command& command : Commands()) {
     CLI::App* const subcommand = app.add_subcommand(command.name, command.help);
+    subcommand->footer(kCommandFooter);
     command.define(subcommand, options);
     subcommand->callback([options, &command] { options->command = &command; });
   }

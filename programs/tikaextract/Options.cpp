@@ -14,21 +14,31 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kDescription[] =
-    "Prints the plain text of documents (PDF, DOC, DOCX, XLS, XLSX and whatever else Apache Tika\n"
-    "reads). Without --server and --service a private Tika server is started for the run and\n"
-    "stopped at its end.";
+    "Prints the plain text of documents: PDF, DOC, DOCX, XLS, XLSX and every other format that "
+    "Apache Tika reads. Without --server or --service it starts a private Tika server for the run "
+    "and stops it at the end.";
 constexpr char kFooter[] =
-    "A directory's documents are those with the extensions of --ext or of the settings; under -o\n"
-    "they lie as in the directory, below its name when more than one FILE is given. A list's\n"
-    "documents lie under -o by their paths.\n"
-    "A service's servers are used as they are, unless --service-servers or --service-jar ask for\n"
-    "some: these are added where they are missing, and deleted at the end if nobody else uses "
-    "them.\n"
-    "Exit status: 0 all extracted, 1 some failed, 2 wrong use, 3 no server, 130 interrupted.\n"
-    "Environment: TIKA_SERVER_JAR names the runnable Tika server jar of the private server.\n"
-    "Examples: tikaextract -o texts report.pdf minutes.docx\n"
-    "          tikaextract -r archive -o texts --server tika1:9998 --server tika2:9998 -j 8\n"
-    "          tikaextract -r archive -o texts --service tika1 --service tika2";
+    "From a directory it takes the files with the extensions of --ext or of the settings. Under -o "
+    "their texts keep the directory's layout, in a folder of the directory's name when more than "
+    "one FILE is given. The documents of a list keep their paths under -o.\n"
+    "\n"
+    "The servers of a service host are used as they are. With --service-servers or --service-jar, "
+    "missing servers are added for the run and deleted at its end if nobody else uses them.\n"
+    "\n"
+    "Exit status:\n"
+    "  0    all documents were extracted\n"
+    "  1    some documents failed\n"
+    "  2    the command line is wrong\n"
+    "  3    no server could be used\n"
+    "  130  interrupted\n"
+    "\n"
+    "Environment:\n"
+    "  TIKA_SERVER_JAR  The runnable Tika server jar of the private server\n"
+    "\n"
+    "Examples:\n"
+    "  $ tikaextract -o texts report.pdf minutes.docx\n"
+    "  $ tikaextract -r archive -o texts --server tika1:9998 --server tika2:9998\n"
+    "  $ tikaextract -r archive -o texts --service tika1 --service tika2";
 
 constexpr unsigned long kMaxTimeoutSeconds = 1000000;
 constexpr unsigned long kMaxTextMb = 1UL << 30;
@@ -101,12 +111,11 @@ std::string Check(const Options& options) {
     return "FILE is required: name documents, or a list of them with --files-from";
   }
   if (options.resume && options.outputDir.empty()) {
-    return "--resume needs -o: a former run is known by what it wrote there";
+    return "--resume needs -o, the directory of the earlier run";
   }
   if (options.zeroSeparated && options.filesFrom.empty()) return "-0 needs --files-from";
   if (options.serviceServers != 0 && options.services.empty()) {
-    return "--service-jar, --service-servers and the like need --service: they say what it is to "
-           "run";
+    return "--service-jar, --service-servers and the other --service options need --service";
   }
   if (options.serviceFirstPort + options.serviceServers > kMaxPort + 1) {
     return "--service-first-port leaves no room for --service-servers: ports end at 65535";
@@ -119,13 +128,15 @@ std::string Check(const Options& options) {
 }
 
 void DefineInput(CLI::App* app, Options* options, std::vector<std::string>* extensions) {
-  app->add_option("FILE", options->files, "Documents, and directories with -r");
+  app->add_option("FILE", options->files, "Documents; with -r also directories");
   app->add_flag("-r,--recursive", options->recursive, "Extract the documents in directories");
   app->add_option("--files-from", options->filesFrom,
-                  "Extract the documents listed in a file, one a line; - is standard input")
+                  "Read the names of documents from a file, one per line; - is standard input")
       ->type_name("FILE");
-  app->add_flag("-0,--null", options->zeroSeparated, "The list's entries end in zero bytes");
-  app->add_option("--ext", *extensions, "Extensions to take from directories, such as pdf,docx")
+  app->add_flag("-0,--null", options->zeroSeparated,
+                "Names in the list end with a zero byte, not a line feed");
+  app->add_option("--ext", *extensions,
+                  "Extensions of the files to take from directories, such as pdf,docx")
       ->type_name("LIST")
       ->allow_extra_args(false);
 }
@@ -134,47 +145,48 @@ void DefineOutput(CLI::App* app, Options* options) {
   app->add_option("-o,--output", options->outputDir,
                   "Write the text of each document NAME to DIR/NAME.txt")
       ->type_name("DIR");
-  app->add_flag("--jsonl", options->jsonl, "Print one JSON record for each document");
-  app->add_flag("--unordered", options->unordered, "Print as the texts come, in any order");
-  app->add_flag("--resume", options->resume, "Skip what a former run with the same -o has done");
+  app->add_flag("--jsonl", options->jsonl, "Print one JSON record per document");
+  app->add_flag("--unordered", options->unordered,
+                "Print each text as soon as it is complete, in any order");
+  app->add_flag("--resume", options->resume,
+                "Skip documents that an earlier run with the same -o has finished");
   app->add_flag("--retry-refused", options->retryRefused,
-                "Send also what was refused, or what servers died of");
-  app->add_flag("-v,--verbose", options->verbose, "Say on standard error what happens");
+                "Retry documents that were refused or that killed servers");
+  app->add_flag("-v,--verbose", options->verbose, "Report progress on standard error");
 }
 
 void DefineServers(CLI::App* app, Options* options, Words* words) {
-  app->add_option("--server", words->servers,
-                  "Tika server to use, as host:port; may be given again")
+  app->add_option("--server", words->servers, "Tika server to use")
       ->type_name("HOST:PORT")
       ->allow_extra_args(false);
-  app->add_option("-j,--jobs", options->jobs, "Extractions at once (default: one for each server)")
+  app->add_option("-j,--jobs", options->jobs, "Extractions at the same time")
+      ->default_str("one per server")
       ->check(CLI::Range(1UL, kMaxJobs))
       ->type_name("N");
   app->add_option("--settings", options->settingsFile,
-                  "Take servers, extensions and time-out from saved settings")
+                  "Read servers, extensions and timeout from saved settings")
       ->type_name("FILE");
   app->add_option("--save-settings", options->saveSettingsFile, "Save the settings of this run")
       ->type_name("FILE");
   app->add_option("--variant", options->variant,
-                  "Reply decoder: 1, 2 or 3; the second may report a "
-                  "text that was cut as a success")
+                  "Reply decoder; decoder 2 may report truncated text as success")
       ->check(CLI::Range(1UL, 3UL))
       ->type_name("N")
       ->capture_default_str();
   app->add_option("--timeout", words->timeoutSeconds,
-                  "Give up when the server is silent for so long (60)")
+                  "Give up on a server that sends nothing for this long")
       ->check(CLI::Range(1UL, kMaxTimeoutSeconds))
+      ->default_str("60")
       ->type_name("SECONDS");
-  app->add_option("--time-limit", words->limitSeconds,
-                  "Give a document up after this time; 0 is no limit (310 + 1 a MB)")
+  app->add_option("--time-limit", words->limitSeconds, "Time limit per document; 0 means none")
+      ->default_str("310, plus 1 per MB")
       ->check(CLI::Range(0UL, kMaxTimeoutSeconds))
       ->type_name("SECONDS");
-  app->add_option("--text-limit", options->textLimitMb,
-                  "Give a document up when its text becomes longer; 0 is no limit")
+  app->add_option("--text-limit", options->textLimitMb, "Size limit per text; 0 means none")
       ->check(CLI::Range(0UL, kMaxTextMb))
       ->type_name("MB")
       ->capture_default_str();
-  app->add_option("--java-heap", options->javaHeapMb, "Heap limit of the private server")
+  app->add_option("--java-heap", options->javaHeapMb, "Java heap of the private server")
       ->check(CLI::Range(64UL, 1048576UL))
       ->type_name("MB")
       ->capture_default_str();
@@ -184,30 +196,31 @@ void DefineServers(CLI::App* app, Options* options, Words* words) {
 
 void DefineServices(CLI::App* app, Options* options, Words* words) {
   app->add_option("--service", words->services,
-                  "Service host whose servers to use, by its control port or the path of its "
-                  "socket; 'local' is this machine's, which needs no key; may be given again")
+                  "Service host whose servers to use: its control port or the path of its "
+                  "socket; 'local' is this machine's host and needs no key")
       ->type_name("HOST[:PORT]")
       ->allow_extra_args(false);
-  app->add_option("--key", options->keyFile, "Key of the control ports (default: the user's)")
+  app->add_option("--key", options->keyFile, "Key file of the control ports")
+      ->default_str("the user's key")
       ->type_name("FILE");
   app->add_option("--service-servers", options->serviceServers,
-                  "Servers that each service is to run for this run")
+                  "Servers that each service host shall run for this run")
       ->check(CLI::Range(1UL, kMaxServers))
       ->type_name("N");
   app->add_option("--service-jar", options->serviceJar,
-                  "Runnable Tika server jar of those servers, a path on the service's machine")
+                  "Tika server jar for these servers, a path on the service host")
       ->type_name("FILE");
   app->add_option("--service-first-port", options->serviceFirstPort,
-                  "Port of the first of them; the others have those behind it")
+                  "Port of the first of these servers; the others use the next ports")
       ->check(CLI::Range(1UL, kMaxPort))
       ->type_name("PORT")
       ->capture_default_str();
-  app->add_option("--service-heap", options->serviceHeapMb, "Heap limit of each of them")
+  app->add_option("--service-heap", options->serviceHeapMb, "Java heap of each of these servers")
       ->check(CLI::Range(64UL, 1048576UL))
       ->type_name("MB")
       ->capture_default_str();
   app->add_option("--service-java-options", options->serviceJavaOptions,
-                  "Further Java options of theirs")
+                  "Additional Java options of these servers")
       ->type_name("OPTIONS");
 }
 

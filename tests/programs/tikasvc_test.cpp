@@ -575,11 +575,11 @@ TEST_F(TikaSvc, SaysWhyItDoesNotStart) {
   };
   const Row rows[] = {
       {{"--servers", "2"}, 2, "--servers needs --jar"},
-      {{"--jar", "x", "--first-port", "65535", "--servers", "2"}, 2, "beyond port 65535"},
+      {{"--jar", "x", "--first-port", "65535", "--servers", "2"}, 2, "exceed port 65535"},
       {{"--metrics", "nowhere"}, 2, "is not host:port"},
-      {{"--tika-bind", "127.0.0.1 "}, 2, "is no address"},
+      {{"--tika-bind", "127.0.0.1 "}, 2, "is not an address"},
       {{"--no-such-option"}, 2, "--no-such-option"},
-      {{"--no-login"}, 2, "there is no --no-login any more"},
+      {{"--no-login"}, 2, "--no-login was removed"},
       {{"--check-config"}, 0, ""},
       {{}, 5, "another service host (process "},
   };
