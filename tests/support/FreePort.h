@@ -40,18 +40,27 @@ inline int ConnectToLoopback(unsigned short port) {
   return -1;
 }
 
-/// @return A port that was free a moment ago, below those that the system gives to connections: it
-///         stays free until somebody draws the same.
-inline unsigned short FreePort() {
+inline bool IsFreeOnLoopback(int port) {
+  const int fd = ListenOnLoopback(static_cast<unsigned short>(port));
+  if (fd >= 0) ::close(fd);
+  return fd >= 0;
+}
+
+/// @return The first of some ports in a row that were free a moment ago, below those that the
+///         system gives to connections: they stay free until somebody draws the same.
+inline unsigned short FreePorts(int count) {
   std::random_device random;
   std::uniform_int_distribution<int> range(10000, 32000);
   for (;;) {
-    const auto port = static_cast<unsigned short>(range(random));
-    const int fd = ListenOnLoopback(port);
-    if (fd < 0) continue;
-    ::close(fd);
-    return port;
+    const int first = range(random);
+    int found = 0;
+    while (found < count && IsFreeOnLoopback(first + found)) ++found;
+    if (found == count) return static_cast<unsigned short>(first);
   }
+}
+
+inline unsigned short FreePort() {
+  return FreePorts(1);
 }
 
 #endif  // SCA_TESTS_SUPPORT_FREEPORT_H
