@@ -86,7 +86,7 @@ class SCA_API SCA_TikaClient : public SCA_Object {
   /// @param fileName    A regular file of any size. A file that has no fixed size, as in /proc, and
   ///                    one that grows meanwhile fail with `SCA_ErrorFileGrew`, one that shrinks
   ///                    with `SCA_ErrorFileShrank`.
-  /// @param secondName  Not read.
+  /// @param secondName  Not read. @note Inherited.
   /// @param callback    Receives the text; never called for a document without text.
   /// @param context     Handed to the callback.
   /// @param cancel      Ends the extraction soon after it is set, with `SCA_ErrorCancelled`; may be
@@ -127,7 +127,9 @@ class SCA_API SCA_TikaClient : public SCA_Object {
   int GetDoDelete() const { return doDelete_.Get(); }
   void SetDoDelete(int doDelete) { doDelete_.Set(doDelete); }
 
-  /// Failed extractions; cancelled ones do not count, but for a third variant's upload.
+  /// Failed extractions. Cancelled ones do not count, except during the upload of the third
+  /// variant.
+  /// @note Inherited.
   unsigned long GetTotalErrors() const { return totalErrors_.Get(); }
   /// Files that were opened and whose size was read.
   unsigned long GetTotalFiles() const { return totalFiles_.Get(); }

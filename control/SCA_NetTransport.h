@@ -9,7 +9,7 @@
 #include "control/SCA_NetMessage.h"
 #include "platform/SCA_TcpSock.h"
 
-struct SCA_NetLink;  // reserved
+struct SCA_NetLink;  ///< Reserved. @note Inherited.
 class SCA_NetChannel;
 
 /// Sends requests and waits for their replies, one after the other. int results are 1 for success,

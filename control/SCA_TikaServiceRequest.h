@@ -8,7 +8,7 @@
 
 class SCA_TikaClient;
 
-/// For hosting programs; the library itself makes none.
+/// For hosting programs; the library itself makes none. @note Inherited.
 /// Threads: one at a time.
 class SCA_API SCA_TikaServiceRequest : public SCA_Object {
  public:

@@ -16,7 +16,7 @@ constexpr unsigned long SCA_ServiceTextSize = 260;
 /// share; a client is used by one thread at a time.
 class SCA_API SCA_TikaServiceVirtual : public SCA_Object {
  public:
-  /// Reserved; nothing calls it. @return 0.
+  /// Reserved; nothing calls it. @return 0. @note Inherited.
   virtual int Reserved() { return 0; }
 
   virtual int GetVersionInfo(char* versionInfo) = 0;
@@ -27,6 +27,7 @@ class SCA_API SCA_TikaServiceVirtual : public SCA_Object {
   virtual int ClearDebugLog() = 0;
   virtual int GetStatus(unsigned long* status) = 0;
   virtual int GetStatusObj(SCA_ConfigObj** status) = 0;
+  /// Of the service host. @note Inherited.
   virtual int GetServerInfo(char* serverVersion, char* serverHostName) = 0;
   /// @param memoryUsage  Bytes.
   /// @param upTime       Milliseconds.
@@ -34,6 +35,7 @@ class SCA_API SCA_TikaServiceVirtual : public SCA_Object {
                                unsigned long* activeServers, unsigned long long* memoryUsage,
                                unsigned long long* upTime, SCA_ConfigObj** serversStatus) = 0;
   virtual int GetServiceStatusEx(SCA_ConfigObj** serviceStatus, SCA_ConfigObj** serversStatus) = 0;
+  /// Stops the service host. @note Inherited.
   virtual int StopServer() = 0;
   virtual int Suspend() = 0;
   /// @param serverList  A server list.

@@ -89,6 +89,7 @@ class SCA_API SCA_ConfigObj : public SCA_Field {
   int GetField(const char* name, SCA_ConfigObj** out) const;
   /// @return The first member of that name when it is an object, else null.
   SCA_ConfigObj* GetConfigObj(const char* name) const;
+  /// @return 1 when there is such a member. @note Inherited.
   int IsFieldExists(const char* name) const;
   /// Looks up the member that is named by the decimal text of an id.
   int GetFieldById(unsigned long id, SCA_Field** out) const;

@@ -42,6 +42,7 @@ class SCA_API SCA_FieldList : public SCA_Object {
   SCA_Field* GetHead() const { return head_; }
   SCA_Field* GetTail() const { return tail_; }
   int GetHeadItem(SCA_Field** item) const;
+  /// @return 1 when there is such a member. @note Inherited.
   int IsItemValid(const char* name) const;
   /// @}
 

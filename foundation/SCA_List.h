@@ -27,7 +27,7 @@ template <class T>
 class SCA_List;
 
 /// A node of a list: one item, not owned, with an optional id and an optional name. The validity
-/// flag is 1 when the node has a name, else 0, which is no failure.
+/// flag is 1 when the node has a name; a node without one is no failure. @note Inherited.
 template <class T>
 class SCA_API SCA_ListItem : public SCA_Object {
  public:
@@ -96,7 +96,7 @@ class SCA_API SCA_List : public SCA_Object {
 
   /// May be read by any thread while another one changes the list.
   unsigned long Count() const { return count_.Get(); }
-  /// @return The id that the next insertion with a counted id takes.
+  /// @return The id that the next insertion with a counted id takes. @note Inherited.
   unsigned long GetNextItemId() const { return nextItemId_; }
   void SetNextItemId(unsigned long id) { nextItemId_ = Narrow(id); }
   /// Deletes the nodes; the next item id is the first one again. @return 1.
@@ -212,7 +212,7 @@ class SCA_API SCA_List : public SCA_Object {
     }
     return SCA_NoItemId;
   }
-  /// @return The id of the node behind (before) the one with the given id, or 0xFFFFFFFF.
+  /// @return The id of the node after (before) the one with the given id, or 0xFFFFFFFF.
   unsigned long GetNextItemId(unsigned long id) const {
     const Node* node = GetListItem(id);
     return node != nullptr && node->next_ != nullptr ? node->next_->id_ : SCA_NoItemId;
@@ -227,7 +227,7 @@ class SCA_API SCA_List : public SCA_Object {
   const char* GetItemNameByPos(unsigned long position) const {
     return NameOf(GetListItemByPos(position));
   }
-  /// @return 1 when a node has this name; 0 for a null or empty one.
+  /// @return 1 when a node has this name; 0 for a null or empty one. @note Inherited.
   int IsItemValid(const char* name) const {
     return name != nullptr && *name != '\0' && GetListItem(name) != nullptr ? 1 : 0;
   }
@@ -270,6 +270,7 @@ class SCA_API SCA_List : public SCA_Object {
   int ChangeItemName(const char* oldName, const char* newName) {
     return Rename(GetListItem(oldName), newName);
   }
+  /// The same as `ChangeItemName`. @note Inherited.
   int RenameItem(const char* oldName, const char* newName) {
     return ChangeItemName(oldName, newName);
   }

@@ -49,7 +49,7 @@ class SCA_API SCA_TikaConfig : public SCA_Object {
   void SetControlPort(unsigned short port) { controlPort_ = port; }
   /// The version that wrote the file that was read; cut to 259 bytes.
   const char* GetSavedProductVersion() const { return savedProductVersion_; }
-  /// Sets it, in spite of the name.
+  /// Sets it, despite the name. @note Inherited.
   void GetSavedProductVersion(const char* version);
 
  private:

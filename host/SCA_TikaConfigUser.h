@@ -40,13 +40,14 @@ class SCA_API SCA_TikaConfigUser : public SCA_Object {
   /// a value that is too long are refused with a report. Where the object is marked as modified,
   /// by `Init` or by fields of another version, it saves itself, and gives 0 when it cannot: one
   /// without a file name gives 0 although it has read all fields. The mark is never taken back.
+  /// @note Inherited.
   int Deserialize(const SCA_ConfigObj* object);
 
-  /// Takes over the fields that are saved; saves itself as `Deserialize` does.
+  /// Takes over the fields that are saved; saves itself as `Deserialize` does. @note Inherited.
   int SetConfig(const SCA_TikaConfigUser* source);
   /// @return A copy without a file name, which the caller ends by `Destroy()`; null on failure.
   SCA_TikaConfigUser* Clone() const;
-  /// Does nothing. @return 1.
+  /// Does nothing. @return 1. @note Inherited.
   int ClearAll() { return 1; }
 
   SCA_TikaConfig* GetConfig() const { return config_; }

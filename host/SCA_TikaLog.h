@@ -17,7 +17,9 @@
 
 class SCA_TikaServer;
 
-/// One message. Allocated with `malloc`: whoever pops one frees it with `free`.
+/// One message of any level. Allocated with `malloc`; the caller that pops one frees it with
+/// `free`.
+/// @note Inherited: the name says error.
 struct tagSCA_ERROR_DESCR {
   std::uint32_t level;  ///< 2 debug, 3 information, 4 warning, 5 error
   char date[12];        ///< "YYYY-MM-DD", local

@@ -11,6 +11,7 @@
 class SCA_Result;
 
 /// Open flags: an existing regular file, for reading from its start to its end.
+/// @note Inherited: neither number has a meaning of its own.
 constexpr unsigned long SCA_FileOpenRead = 0x60A;
 /// Open flags: a regular file, for writing at its end; made for its owner alone when there is none.
 constexpr unsigned long SCA_FileAppend = 0x60B;

@@ -11,7 +11,7 @@
 constexpr unsigned long SCA_HttpMaxHeaderLines = 128;
 constexpr unsigned long SCA_HttpMaxHeaderLength = 65536;
 
-/// What the decoders need to know of a reply header.
+/// What the decoders need to know of a reply header. @note Inherited: the name says request.
 struct tagSCA_HTTP_REQUEST {
   unsigned long replyCode = 0;      ///< 100 to 999
   char transferEncoding[260] = "";  ///< Value as sent; several fields are joined by ", ".
@@ -20,7 +20,7 @@ struct tagSCA_HTTP_REQUEST {
   int isContentEncoded = 0;         ///< 1 for a Content-Encoding other than "identity"
 };
 
-/// A request or reply with its content, held in memory.
+/// A request or a reply with its content, in memory. @note Inherited: the name says request.
 class SCA_API SCA_HttpClientRequest : public SCA_Object {
  public:
   SCA_HttpClientRequest();

@@ -6,8 +6,8 @@
 
 #include "platform/SCA_Object.h"
 
-/// Start options: what `Start` is documented to be called with. Standard output and standard error
-/// go into one pipe; the rest of the behaviour is fixed.
+/// The option with which `Start` is called. Standard output and standard error go into one pipe;
+/// the rest of the behaviour is fixed. @note Inherited: the number has no meaning of its own.
 constexpr unsigned long SCA_ProcessReadOutput = 8;
 
 /// How a child ended.
@@ -51,7 +51,7 @@ class SCA_API SCA_Process : public SCA_Object {
   /// Starts a command without a shell. The line is split at blanks; double quotes group and are
   /// dropped. A program without a slash is looked up in the directories that PATH names, or in the
   /// system's own when it is not set: never in the current one, unless PATH names it.
-  /// @param flags    0.
+  /// @param flags    0. @note Inherited.
   /// @param options  `SCA_ProcessReadOutput`.
   /// @param error    `ENOENT` and the like when the program cannot be executed, `ENOMEM`,
   ///                 `SCA_ErrorCommandLine` for a line that is empty or has an open quote, `EBUSY`
@@ -62,7 +62,7 @@ class SCA_API SCA_Process : public SCA_Object {
 
   /// Waits until output can be read. Returns early, with 0, when the child has ended and all it
   /// printed has been read; where the output alone has ended it waits for the child.
-  /// @param reserved  0.
+  /// @param reserved  0. @note Inherited.
   /// @return 1 when `ReadOutputLine` will give a line or a part of one, else 0.
   virtual int WaitForOutput(unsigned long timeoutMs, int reserved) = 0;
 

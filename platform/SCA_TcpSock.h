@@ -8,6 +8,7 @@
 #include "platform/SCA_Sync.h"
 
 /// `SetOption` number: send small packets at once (TCP_NODELAY); the value is 1 or 0.
+/// @note Inherited: the number has no meaning of its own.
 constexpr int SCA_SockOptionNoDelay = 3;
 /// `SetOption` number: another send follows the next one at once, so that both may travel in one
 /// packet (MSG_MORE); holds for one send. The value is 1 or 0.

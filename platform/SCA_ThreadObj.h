@@ -16,7 +16,7 @@ class SCA_Result;
 /// worker may use them until then.
 class SCA_API SCA_ThreadObj : public SCA_Object {
  public:
-  /// @param reserved  0.
+  /// @param reserved  0. @note Inherited.
   explicit SCA_ThreadObj(int reserved = 0);
   ~SCA_ThreadObj() override;
   SCA_ThreadObj(const SCA_ThreadObj&) = delete;

@@ -20,7 +20,7 @@ class SCA_API SCA_TikaServiceStatus : public SCA_Object {
   SCA_TikaServiceStatus(const SCA_TikaServiceStatus&) = delete;
   SCA_TikaServiceStatus& operator=(const SCA_TikaServiceStatus&) = delete;
 
-  /// The same as `UpdateService`.
+  /// The same as `UpdateService`. @note Inherited.
   int Init(SCA_TikaService* service);
   /// Copies the service's configuration, not its status, into the copy here. A failure is reported.
   int UpdateService(SCA_TikaService* service);
@@ -30,7 +30,7 @@ class SCA_API SCA_TikaServiceStatus : public SCA_Object {
   ///               `SCA_TikaServiceClient::Connect` has it.
   int DoConnect(unsigned long* error);
   /// Asks the service to delete all its servers, gives it a few seconds for that, and closes the
-  /// connection. @return 1.
+  /// connection. @return 1. @note Inherited.
   int DoDisconnect();
   int IsConnected() const { return interface_ != nullptr ? 1 : 0; }
 
@@ -42,11 +42,11 @@ class SCA_API SCA_TikaServiceStatus : public SCA_Object {
   SCA_List<SCA_TikaClient*>* GetClients() { return &clients_; }
 
   /// Appends a client under its client id. It stays the caller's.
-  /// @param id  Not written. @return 1, or 0 without memory.
+  /// @param id  Not written. @return 1, or 0 without memory. @note Inherited.
   int AddClient(SCA_TikaClient* client, unsigned long* id);
   /// @param client  Receives the first client of a server's port; untouched when there is none.
   int GetClientByPort(unsigned short port, SCA_TikaClient** client) const;
-  /// Does nothing. @return 1.
+  /// Does nothing. @return 1. @note Inherited.
   int ClearAll() { return 1; }
 
   /// Milliseconds for connecting to the control port.

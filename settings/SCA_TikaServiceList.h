@@ -40,7 +40,7 @@ class SCA_API SCA_TikaServiceList : public SCA_List<SCA_TikaService*> {
   int GetService(const char* hostName, SCA_TikaService** service) const {
     return GetItem(hostName, service);
   }
-  /// By the records' host names, in any case of letters.
+  /// By the records' host names, in any case of letters. @note Inherited.
   int IsServiceExists(const char* hostName) const;
   /// @}
 
