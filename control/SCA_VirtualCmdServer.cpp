@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "control/SCA_LoginGuard.h"
-#include "control/SCA_NetChannel.h"
+#include "control/SCA_NetConnection.h"
 #include "control/SCA_NetLogin.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Fail.h"
@@ -24,12 +24,44 @@ constexpr unsigned long kAcceptPauseMs = 100;
 
 }  // namespace
 
+class SCA_VirtualCmdServer::Gate final : public SCA_CommandGate {
+ public:
+  explicit Gate(SCA_VirtualCmdServer* server) : server_(*server) {}
+
+  const SCA_ControlKey* Key() const override { return server_.key_.get(); }
+  SCA_NetGreeting Greeting(const SCA_ControlKey* key) const override {
+    SCA_NetGreeting greeting;
+    greeting.loginMode = key != nullptr ? SCA_LoginKey : SCA_LoginNone;
+    SCA_CopyText(greeting.version, server_.version_, SCA_TextFit::Cut);
+    SCA_CopyText(greeting.hostName, server_.hostName_, SCA_TextFit::Cut);
+    greeting.startTime = server_.startTime_;
+    greeting.connectTime = SCA_GetAbsTime();
+    return greeting;
+  }
+  void NoteRefusal(const SCA_AcceptedPeer& peer, unsigned long error) override {
+    server_.guard_->NoteRefusal(peer, error);
+  }
+  unsigned long NextAgentId() override { return server_.nextAgentId_.fetch_add(1); }
+  // The accepting thread joins ended agents, so that their threads do not pile up.
+  void NoteEnd() override { server_.listener_->Wake(); }
+
+  void Connected(SCA_NetServerAgent* agent) override { server_.ConnectEvent(agent); }
+  void Disconnected(SCA_NetServerAgent* agent) override { server_.DisconnectEvent(agent); }
+  bool Execute(SCA_NetServerAgent* agent, SCA_NetMessage* request, SCA_NetMessage* reply) override {
+    return server_.DoCommand(agent, request, reply) != 0;
+  }
+
+ private:
+  SCA_VirtualCmdServer& server_;
+};
+
 SCA_VirtualCmdServer::SCA_VirtualCmdServer(const char* version, unsigned short port,
                                            unsigned long* error)
     : port_(port),
       startTime_(SCA_GetAbsTime()),
       listener_(new (std::nothrow) SCA_Listener()),
-      guard_(new (std::nothrow) SCA_LoginGuard()) {
+      guard_(new (std::nothrow) SCA_LoginGuard()),
+      gate_(new (std::nothrow) Gate(this)) {
   SCA_CopyText(version_, version, SCA_TextFit::Cut);
   SCA_GetHostName(hostName_, sizeof hostName_);
   SetValid(IsWhole() ? 1 : 0);
@@ -41,7 +73,7 @@ SCA_VirtualCmdServer::~SCA_VirtualCmdServer() {
 }
 
 bool SCA_VirtualCmdServer::IsWhole() const {
-  return listener_ != nullptr && listener_->IsValid() != 0 && guard_ != nullptr;
+  return listener_ != nullptr && listener_->IsValid() != 0 && guard_ != nullptr && gate_ != nullptr;
 }
 
 int SCA_VirtualCmdServer::Lock(const char* caller, unsigned long* error) {
@@ -82,28 +114,13 @@ unsigned long long SCA_VirtualCmdServer::GetRefusedLogins() const {
   return guard_ != nullptr ? guard_->RefusedLogins() : 0;
 }
 
-SCA_NetGreeting SCA_VirtualCmdServer::MakeGreeting(const SCA_ControlKey* key) const {
-  SCA_NetGreeting greeting;
-  greeting.loginMode = key != nullptr ? SCA_LoginKey : SCA_LoginNone;
-  SCA_CopyText(greeting.version, version_, SCA_TextFit::Cut);
-  SCA_CopyText(greeting.hostName, hostName_, SCA_TextFit::Cut);
-  greeting.startTime = startTime_;
-  greeting.connectTime = SCA_GetAbsTime();
-  return greeting;
-}
-
-// The accepting thread joins ended agents, so that their threads do not pile up.
-void SCA_VirtualCmdServer::AgentEnded() {
-  listener_->Wake();
-}
-
 // @return One that has ended, or null. One by one: there may be no memory for a list of them.
-SCA_Owned<SCA_NetServerAgent> SCA_VirtualCmdServer::TakeEnded() {
+SCA_Owned<SCA_NetConnection> SCA_VirtualCmdServer::TakeEnded() {
   const SCA_LockGuard guard(agentsLock_);
   const auto ended = std::find_if(agents_.begin(), agents_.end(),
                                   [](const auto& agent) { return agent->HasEnded(); });
   if (ended == agents_.end()) return nullptr;
-  SCA_Owned<SCA_NetServerAgent> taken = std::move(*ended);
+  SCA_Owned<SCA_NetConnection> taken = std::move(*ended);
   agents_.erase(ended);
   return taken;
 }
@@ -124,9 +141,8 @@ unsigned long SCA_VirtualCmdServer::GetConnectionCount() {
 bool SCA_VirtualCmdServer::MakeRoom() {
   const SCA_LockGuard guard(agentsLock_);
   if (agents_.size() < maxConnections_.Get()) return true;
-  const auto stranger = std::find_if(agents_.begin(), agents_.end(), [](const auto& agent) {
-    return agent->isKnown_.Get() == 0 && agent->isStopping_.Get() == 0;
-  });
+  const auto stranger = std::find_if(agents_.begin(), agents_.end(),
+                                     [](const auto& agent) { return agent->IsStranger(); });
   if (stranger == agents_.end() || agents_.size() >= 2 * maxConnections_.Get()) return false;
   (*stranger)->Stop();
   return true;
@@ -135,7 +151,7 @@ bool SCA_VirtualCmdServer::MakeRoom() {
 void SCA_VirtualCmdServer::AddConnection(const SCA_AcceptedPeer& peer) try {
   const bool isAdmitted = peer.isLocal || guard_->Admits(peer.network);
   const bool hasRoom = isAdmitted && MakeRoom();
-  SCA_Owned<SCA_NetServerAgent> agent(new (std::nothrow) SCA_NetServerAgent(this, peer));
+  SCA_Owned<SCA_NetConnection> agent(new (std::nothrow) SCA_NetConnection(gate_.get(), peer));
   if (agent == nullptr || agent->IsValid() == 0) {
     // An agent would have taken the descriptor over; a socket of its own closes it.
     if (agent == nullptr) SCA_Owned<SCA_VirtualTcpSock>(SCA_CreateTcpSock(peer.handle));
@@ -153,7 +169,7 @@ void SCA_VirtualCmdServer::AddConnection(const SCA_AcceptedPeer& peer) try {
       return;
     }
   }
-  agent->channel_->SendCode(SCA_FrameKind::Refused, 0, error, 1);
+  agent->Refuse(error);
 } catch (const std::bad_alloc&) {
   // Nothing was started; the peer sees its connection close.
 }
@@ -193,8 +209,7 @@ int SCA_VirtualCmdServer::StopAll() {
   if (listener_ != nullptr) listener_->Wake();
   StopAgents();
   // An agent must not wait for itself, nor for another that waits for it.
-  const SCA_NetServerAgent* caller = SCA_NetServerAgent::Current();
-  if (caller != nullptr && &caller->server_ == this) return 1;
+  if (gate_ != nullptr && SCA_NetConnection::IsCaller(gate_.get())) return 1;
   Unlock(kSource);
   // What was accepted in between.
   StopAgents();

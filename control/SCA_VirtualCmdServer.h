@@ -12,11 +12,12 @@
 
 #include "control/SCA_ControlKey.h"
 #include "control/SCA_NetServerAgent.h"
+#include "platform/SCA_Lock.h"
 
 class SCA_Listener;
 class SCA_LoginGuard;
+class SCA_NetConnection;
 struct SCA_AcceptedPeer;
-struct SCA_NetGreeting;
 
 /// Connections that a server serves at a time, unless it is told otherwise.
 constexpr unsigned long SCA_DefaultMaxConnections = 256;
@@ -88,21 +89,14 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   unsigned long ThreadFunc() override;
 
  private:
-  friend class SCA_NetServerAgent;
-  using Agents = std::vector<SCA_Owned<SCA_NetServerAgent>>;
-
-  // For the agents, on their threads.
-  const SCA_ControlKey* GetKey() const { return key_.get(); }
-  SCA_NetGreeting MakeGreeting(const SCA_ControlKey* key) const;
-  SCA_LoginGuard& Guard() { return *guard_; }
-  unsigned long NextAgentId() { return nextAgentId_.fetch_add(1); }
-  void AgentEnded();
+  using Agents = std::vector<SCA_Owned<SCA_NetConnection>>;
+  class Gate;  // what the agents see of this server
 
   bool IsWhole() const;
   int BindPort(unsigned long* error);
   void AddConnection(const SCA_AcceptedPeer& peer) SCA_EXCLUDES(agentsLock_);
   bool MakeRoom() SCA_EXCLUDES(agentsLock_);
-  SCA_Owned<SCA_NetServerAgent> TakeEnded() SCA_EXCLUDES(agentsLock_);
+  SCA_Owned<SCA_NetConnection> TakeEnded() SCA_EXCLUDES(agentsLock_);
   Agents TakeAll() SCA_EXCLUDES(agentsLock_);
   void StopAgents() SCA_EXCLUDES(agentsLock_);
 
@@ -114,6 +108,7 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   std::unique_ptr<SCA_ControlKey> key_;  // null in mode 0
   std::unique_ptr<SCA_Listener> listener_;
   std::unique_ptr<SCA_LoginGuard> guard_;
+  std::unique_ptr<Gate> gate_;
   SCA_AtomicValue<unsigned long> maxConnections_{SCA_DefaultMaxConnections};
   std::atomic<std::uint32_t> nextAgentId_{0};
   SCA_AtomicValue<int> isStopping_{0};
