@@ -121,7 +121,9 @@ void Enter(Contest* contest, const char* name, const Peers<Peer>& peers, int cal
 void Measure(const Kind& kind, unsigned long mode, std::size_t clients, int calls,
              const BenchOptions& options, Results* results) {
   Host host(mode);
-  host.service.objectFields = kEntries;
+  host.service.fill = [](SCA_ConfigObj* object) {
+    for (std::size_t i = 0; i < kEntries; ++i) object->AddField("Mark", i, 0);
+  };
   const RedisServer redisServer;
   const GrpcHost grpcHost(kEntries);
   const std::size_t proof = mode * SCA_DigestSize;

@@ -1,15 +1,73 @@
-/// The commands of the control port, one row each: name, operation and the names of its fields, in
-/// the order of the operation's parameters. What else the two ends need to know of a field (whether
-/// it is asked or answered, and its type) they take from the operation. Internal to the library.
+/// The commands of the control port, one row each. The client's operations, the server's handlers
+/// and their registration are made from these rows; docs/control-protocol.md lists them too, and a
+/// test compares.
 #ifndef SCA_CONTROL_SCA_SERVICECOMMANDS_H
 #define SCA_CONTROL_SCA_SERVICECOMMANDS_H
 
 #include <array>
+#include <cstddef>
 
 #include "control/SCA_TikaServiceVirtual.h"
 
-/// Values are fields of the request, pointers are filled from fields of the reply; but a const
-/// char* is a text of the request.
+/// The rows, in the order in which the commands are registered. `COMMAND` is a macro that takes:
+///
+/// - the name of the command, of the operation and of the server's handler,
+/// - the parameters of the operation, and their names alone,
+/// - the fields of request and reply, one for each parameter: a value or a `const char*` is a field
+///   of the request, any other pointer is filled from a field of the reply. The field's type is
+///   that of the parameter.
+// clang-format off
+#define SCA_SERVICE_COMMANDS(COMMAND)                                                              \
+  COMMAND(GetVersionInfo, (char* versionInfo), (versionInfo), ("VersionInfo"))                     \
+  COMMAND(GetDebugLog,                                                                             \
+          (unsigned long lastMessageId, unsigned long count, SCA_ConfigObj** debugLog),            \
+          (lastMessageId, count, debugLog), ("LastMessageId", "Count", "DebugLogObj"))             \
+  COMMAND(ClearDebugLog, (), (), ())                                                               \
+  COMMAND(GetStatus, (unsigned long* status), (status), ("Status"))                                \
+  COMMAND(GetStatusObj, (SCA_ConfigObj** status), (status), ("StatusObj"))                         \
+  COMMAND(GetServerInfo, (char* serverVersion, char* serverHostName),                              \
+          (serverVersion, serverHostName), ("ServerVersion", "ServerHostName"))                    \
+  COMMAND(GetServiceStatus,                                                                        \
+          (unsigned long* serviceStatus, unsigned long* errorServers,                              \
+           unsigned long* activeServers, unsigned long long* memoryUsage,                          \
+           unsigned long long* upTime, SCA_ConfigObj** serversStatus),                             \
+          (serviceStatus, errorServers, activeServers, memoryUsage, upTime, serversStatus),        \
+          ("ServiceStatus", "ErrorServers", "ActiveServers", "MemoryUsage", "UpTime",              \
+           "ServersStatusObj"))                                                                    \
+  COMMAND(GetServiceStatusEx, (SCA_ConfigObj** serviceStatus, SCA_ConfigObj** serversStatus),      \
+          (serviceStatus, serversStatus), ("ServiceStatusObj", "ServersStatusObj"))                \
+  COMMAND(StopServer, (), (), ())                                                                  \
+  COMMAND(Suspend, (), (), ())                                                                     \
+  COMMAND(GetServerList, (SCA_ConfigObj** serverList), (serverList), ("ServerListObj"))            \
+  COMMAND(GetServer, (unsigned long serverId, SCA_ConfigObj** server), (serverId, server),         \
+          ("ServerId", "ServerObj"))                                                               \
+  COMMAND(GetServerStatusEx, (unsigned long serverId, SCA_ConfigObj** status), (serverId, status), \
+          ("ServerId", "StatusObj"))                                                               \
+  COMMAND(SaveTikaLog, (unsigned long status, const char* logDir, unsigned long* statusCode),      \
+          (status, logDir, statusCode), ("Status", "LogDir", "StatusCode"))                        \
+  COMMAND(GetServerLog,                                                                            \
+          (unsigned long serverId, unsigned long lastMessageId, unsigned long count,               \
+           SCA_ConfigObj** log),                                                                   \
+          (serverId, lastMessageId, count, log), ("ServerId", "LastMessageId", "Count", "LogObj")) \
+  COMMAND(ClearServerLog, (unsigned long serverId), (serverId), ("ServerId"))                      \
+  COMMAND(AddServer,                                                                               \
+          (const char* fileName, unsigned short portNumber, unsigned long heapSize,                \
+           const char* javaOptions, unsigned long* serverId, unsigned long* serverStatus,          \
+           unsigned long* statusCode),                                                             \
+          (fileName, portNumber, heapSize, javaOptions, serverId, serverStatus, statusCode),       \
+          ("FileName", "PortNumber", "HeapSize", "JavaOptions", "ServerId", "ServerStatus",        \
+           "StatusCode"))                                                                          \
+  COMMAND(StartServer,                                                                             \
+          (unsigned long serverId, unsigned long* serverStatus, unsigned long* statusCode),        \
+          (serverId, serverStatus, statusCode), ("ServerId", "ServerStatus", "StatusCode"))        \
+  COMMAND(DeleteServer, (unsigned long serverId), (serverId), ("ServerId"))                        \
+  COMMAND(DeleteAllServers, (), (), ())
+// clang-format on
+
+/// Declares a member function that implements the operation of a row.
+#define SCA_DECLARE_OPERATION(name, parameters, arguments, fields) int name parameters override;
+
+/// A row as a value: what the two ends need to know of a field they take from `Args`.
 template <class... Args>
 struct SCA_ServiceCommand {
   using Operation = int (SCA_TikaServiceVirtual::*)(Args...);
@@ -19,53 +77,25 @@ struct SCA_ServiceCommand {
   std::array<const char*, sizeof...(Args)> fields;
 };
 
-template <class... Args, class... Names>
-constexpr SCA_ServiceCommand<Args...> SCA_MakeCommand(
-    const char* name, int (SCA_TikaServiceVirtual::*operation)(Args...), Names... fields) {
-  static_assert(sizeof...(Args) == sizeof...(Names), "one name for each parameter");
-  return {name, operation, {fields...}};
+template <class... Names>
+constexpr std::array<const char*, sizeof...(Names)> SCA_FieldNames(Names... names) {
+  return {names...};
 }
 
+template <class... Args>
+constexpr SCA_ServiceCommand<Args...> SCA_MakeCommand(
+    const char* name, int (SCA_TikaServiceVirtual::*operation)(Args...),
+    const std::array<const char*, sizeof...(Args)>& fields) {
+  return {name, operation, fields};
+}
+
+/// The rows by their names: `SCA_Commands::AddServer`.
 namespace SCA_Commands {
-
-using Service = SCA_TikaServiceVirtual;
-
-constexpr auto GetVersionInfo =
-    SCA_MakeCommand("GetVersionInfo", &Service::GetVersionInfo, "VersionInfo");
-constexpr auto GetDebugLog =
-    SCA_MakeCommand("GetDebugLog", &Service::GetDebugLog, "LastMessageId", "Count", "DebugLogObj");
-constexpr auto ClearDebugLog = SCA_MakeCommand("ClearDebugLog", &Service::ClearDebugLog);
-constexpr auto GetStatus = SCA_MakeCommand("GetStatus", &Service::GetStatus, "Status");
-constexpr auto GetStatusObj = SCA_MakeCommand("GetStatusObj", &Service::GetStatusObj, "StatusObj");
-constexpr auto GetServerInfo =
-    SCA_MakeCommand("GetServerInfo", &Service::GetServerInfo, "ServerVersion", "ServerHostName");
-constexpr auto GetServiceStatus =
-    SCA_MakeCommand("GetServiceStatus", &Service::GetServiceStatus, "ServiceStatus", "ErrorServers",
-                    "ActiveServers", "MemoryUsage", "UpTime", "ServersStatusObj");
-constexpr auto GetServiceStatusEx = SCA_MakeCommand(
-    "GetServiceStatusEx", &Service::GetServiceStatusEx, "ServiceStatusObj", "ServersStatusObj");
-constexpr auto StopServer = SCA_MakeCommand("StopServer", &Service::StopServer);
-constexpr auto Suspend = SCA_MakeCommand("Suspend", &Service::Suspend);
-constexpr auto GetServerList =
-    SCA_MakeCommand("GetServerList", &Service::GetServerList, "ServerListObj");
-constexpr auto GetServer =
-    SCA_MakeCommand("GetServer", &Service::GetServer, "ServerId", "ServerObj");
-constexpr auto GetServerStatusEx =
-    SCA_MakeCommand("GetServerStatusEx", &Service::GetServerStatusEx, "ServerId", "StatusObj");
-constexpr auto SaveTikaLog =
-    SCA_MakeCommand("SaveTikaLog", &Service::SaveTikaLog, "Status", "LogDir", "StatusCode");
-constexpr auto GetServerLog = SCA_MakeCommand("GetServerLog", &Service::GetServerLog, "ServerId",
-                                              "LastMessageId", "Count", "LogObj");
-constexpr auto ClearServerLog =
-    SCA_MakeCommand("ClearServerLog", &Service::ClearServerLog, "ServerId");
-constexpr auto AddServer =
-    SCA_MakeCommand("AddServer", &Service::AddServer, "FileName", "PortNumber", "HeapSize",
-                    "JavaOptions", "ServerId", "ServerStatus", "StatusCode");
-constexpr auto StartServer =
-    SCA_MakeCommand("StartServer", &Service::StartServer, "ServerId", "ServerStatus", "StatusCode");
-constexpr auto DeleteServer = SCA_MakeCommand("DeleteServer", &Service::DeleteServer, "ServerId");
-constexpr auto DeleteAllServers = SCA_MakeCommand("DeleteAllServers", &Service::DeleteAllServers);
-
+#define SCA_DEFINE_COMMAND(name, parameters, arguments, fields) \
+  constexpr auto name =                                         \
+      SCA_MakeCommand(#name, &SCA_TikaServiceVirtual::name, SCA_FieldNames fields);
+SCA_SERVICE_COMMANDS(SCA_DEFINE_COMMAND)
+#undef SCA_DEFINE_COMMAND
 }  // namespace SCA_Commands
 
 #endif  // SCA_CONTROL_SCA_SERVICECOMMANDS_H

@@ -5,10 +5,7 @@
 #include <cstdint>
 
 #include "control/SCA_NetTransport.h"
-#include "control/SCA_TikaServiceVirtual.h"
-
-template <class... Args>
-struct SCA_ServiceCommand;
+#include "control/SCA_ServiceCommands.h"
 
 /// The longest wait for a reply, in milliseconds.
 constexpr unsigned long SCA_MaxReplyTimeoutMs = 60000;
@@ -45,37 +42,14 @@ class SCA_API SCA_TikaServiceClient : public SCA_TikaServiceVirtual {
   unsigned long GetReplyTimeout() const { return replyTimeout_; }
   void SetReplyTimeout(unsigned long timeoutMs);
 
-  int GetVersionInfo(char* versionInfo) override;
-  int GetDebugLog(unsigned long lastMessageId, unsigned long count,
-                  SCA_ConfigObj** debugLog) override;
-  int ClearDebugLog() override;
-  int GetStatus(unsigned long* status) override;
-  int GetStatusObj(SCA_ConfigObj** status) override;
-  int GetServerInfo(char* serverVersion, char* serverHostName) override;
-  int GetServiceStatus(unsigned long* serviceStatus, unsigned long* errorServers,
-                       unsigned long* activeServers, unsigned long long* memoryUsage,
-                       unsigned long long* upTime, SCA_ConfigObj** serversStatus) override;
-  int GetServiceStatusEx(SCA_ConfigObj** serviceStatus, SCA_ConfigObj** serversStatus) override;
-  int StopServer() override;
-  int Suspend() override;
-  int GetServerList(SCA_ConfigObj** serverList) override;
-  int GetServer(unsigned long serverId, SCA_ConfigObj** server) override;
-  int GetServerStatusEx(unsigned long serverId, SCA_ConfigObj** status) override;
-  int SaveTikaLog(unsigned long status, const char* logDir, unsigned long* statusCode) override;
-  int GetServerLog(unsigned long serverId, unsigned long lastMessageId, unsigned long count,
-                   SCA_ConfigObj** log) override;
-  int ClearServerLog(unsigned long serverId) override;
-  int AddServer(const char* fileName, unsigned short portNumber, unsigned long heapSize,
-                const char* javaOptions, unsigned long* serverId, unsigned long* serverStatus,
-                unsigned long* statusCode) override;
-  int StartServer(unsigned long serverId, unsigned long* serverStatus,
-                  unsigned long* statusCode) override;
-  int DeleteServer(unsigned long serverId) override;
-  int DeleteAllServers() override;
+  /// @name The operations of a service host, as `SCA_TikaServiceVirtual` describes them
+  /// @{
+  SCA_SERVICE_COMMANDS(SCA_DECLARE_OPERATION)
+  /// @}
 
  private:
-  template <class... Args, class... Given>
-  int Call(const SCA_ServiceCommand<Args...>& command, Given... arguments);
+  template <class... Args>
+  auto Call(const SCA_ServiceCommand<Args...>& command);
 
   std::uint32_t replyTimeout_ = SCA_MaxReplyTimeoutMs;
   SCA_NetTransport transport_;

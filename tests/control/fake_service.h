@@ -11,14 +11,15 @@
 #include <vector>
 
 #include "control/SCA_NetServerAgent.h"
-#include "control/SCA_TikaServiceVirtual.h"
-#include "platform/SCA_Text.h"
+#include "control/SCA_ServiceCommands.h"
 
+/// Each operation records its call, "NAME VALUE VALUE", and marks what it gives: the n-th number is
+/// n below the largest of its type, the n-th text "text n of NAME", the n-th object has the field
+/// "Mark" with n.
 class FakeService : public SCA_TikaServiceVirtual {
  public:
   bool fails = false;                        ///< every operation gives 0, after filling its outputs
-  std::function<void(SCA_ConfigObj*)> fill;  ///< what fills each object that is handed out, or ...
-  std::size_t objectFields = 1;              ///< in each object that is handed out
+  std::function<void(SCA_ConfigObj*)> fill;  ///< fills each object that is handed out, instead
   std::function<void()> onGetStatus;
 
   std::vector<std::string> Calls() const {
@@ -26,87 +27,51 @@ class FakeService : public SCA_TikaServiceVirtual {
     return calls_;
   }
 
-  int GetVersionInfo(char* text) override { return Record("GetVersionInfo", {}, {}, {text}); }
-  int GetDebugLog(unsigned long last, unsigned long count, SCA_ConfigObj** log) override {
-    return Record("GetDebugLog", {last, count}, {log});
-  }
-  int ClearDebugLog() override { return Record("ClearDebugLog"); }
-  int GetStatus(unsigned long* status) override {
-    *status = 11;
-    if (onGetStatus) onGetStatus();
-    return Record("GetStatus");
-  }
-  int GetStatusObj(SCA_ConfigObj** status) override { return Record("GetStatusObj", {}, {status}); }
-  int GetServerInfo(char* version, char* host) override {
-    return Record("GetServerInfo", {}, {}, {version, host});
-  }
-  int GetServiceStatus(unsigned long* status, unsigned long* errors, unsigned long* active,
-                       unsigned long long* memory, unsigned long long* upTime,
-                       SCA_ConfigObj** servers) override {
-    *status = 1;
-    *errors = 2;
-    *active = 0xFFFFFFFF;
-    *memory = (1ULL << 32) + 1;
-    *upTime = ~0ULL;
-    return Record("GetServiceStatus", {}, {servers});
-  }
-  int GetServiceStatusEx(SCA_ConfigObj** service, SCA_ConfigObj** servers) override {
-    return Record("GetServiceStatusEx", {}, {service, servers});
-  }
-  int StopServer() override { return Record("StopServer"); }
-  int Suspend() override { return Record("Suspend"); }
-  int GetServerList(SCA_ConfigObj** list) override { return Record("GetServerList", {}, {list}); }
-  int GetServer(unsigned long id, SCA_ConfigObj** server) override {
-    return Record("GetServer", {id}, {server});
-  }
-  int GetServerStatusEx(unsigned long id, SCA_ConfigObj** status) override {
-    return Record("GetServerStatusEx", {id}, {status});
-  }
-  int SaveTikaLog(unsigned long status, const char* dir, unsigned long* code) override {
-    *code = 13;
-    return Record("SaveTikaLog " + std::string(dir), {status});
-  }
-  int GetServerLog(unsigned long id, unsigned long last, unsigned long count,
-                   SCA_ConfigObj** log) override {
-    return Record("GetServerLog", {id, last, count}, {log});
-  }
-  int ClearServerLog(unsigned long id) override { return Record("ClearServerLog", {id}); }
-  int AddServer(const char* file, unsigned short port, unsigned long heap, const char* options,
-                unsigned long* id, unsigned long* status, unsigned long* code) override {
-    *id = 21;
-    *status = 22;
-    *code = 23;
-    return Record("AddServer " + std::string(file) + "|" + options, {port, heap});
-  }
-  int StartServer(unsigned long id, unsigned long* status, unsigned long* code) override {
-    *status = 31;
-    *code = 32;
-    return Record("StartServer", {id});
-  }
-  int DeleteServer(unsigned long id) override { return Record("DeleteServer", {id}); }
-  int DeleteAllServers() override { return Record("DeleteAllServers"); }
-
  protected:
-  int Record(std::string call, const std::vector<unsigned long>& numbers = {},
-             const std::vector<SCA_ConfigObj**>& objects = {},
-             const std::vector<char*>& texts = {}) {
+  int Record(std::string call, const std::vector<unsigned long>& numbers = {}) {
     for (const unsigned long number : numbers) call += " " + std::to_string(number);
-    int mark = 0;
-    for (SCA_ConfigObj** object : objects) {
-      *object = new SCA_ConfigObj("Another name", nullptr);
-      if (fill) {
-        fill(*object);
-        continue;
-      }
-      for (std::size_t i = 0; i < objectFields; ++i) (*object)->AddField("Mark", ++mark, 0);
-    }
-    for (char* text : texts) {
-      std::snprintf(text, SCA_ServiceTextSize, "text %d of %s", ++mark, call.c_str());
-    }
     const std::lock_guard<std::mutex> guard(mutex_);
     calls_.push_back(call);
     return fails ? 0 : 1;
   }
+
+ private:
+  struct Marker {
+    const std::string name;
+    std::string call;
+    unsigned mark;
+    FakeService* service;
+
+    void Take(const char* text) { call += std::string(" ") + text; }
+    void Take(unsigned long number) { call += " " + std::to_string(number); }
+    void Take(unsigned long* number) { *number = 0xFFFFFFFF - ++mark; }
+    void Take(unsigned long long* number) { *number = ~0ULL - ++mark; }
+    void Take(char* text) {
+      std::snprintf(text, SCA_ServiceTextSize, "text %u of %s", ++mark, name.c_str());
+    }
+    void Take(SCA_ConfigObj** object) {
+      *object = new SCA_ConfigObj("Another name", nullptr);
+      ++mark;
+      if (service->fill) return service->fill(*object);
+      (*object)->AddField("Mark", mark, 0);
+    }
+  };
+  auto Answer(const char* name) {
+    return [this, name](auto... arguments) {
+      if (onGetStatus && std::string("GetStatus") == name) onGetStatus();
+      Marker marker{name, name, 0, this};
+      (marker.Take(arguments), ...);
+      return Record(marker.call);
+    };
+  }
+
+ public:
+#define SCA_FAKE(name, parameters, arguments, fields) \
+  int name parameters override {                      \
+    return Answer(#name) arguments;                   \
+  }
+  SCA_SERVICE_COMMANDS(SCA_FAKE)
+#undef SCA_FAKE
 
  private:
   mutable std::mutex mutex_;

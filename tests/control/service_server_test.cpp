@@ -6,10 +6,10 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
-#include <map>
+#include <iterator>
 #include <thread>
 
-#include "control/SCA_NetChannel.h"
+#include "control/SCA_ControlKey.h"
 #include "control/SCA_NetTransport.h"
 #include "control/SCA_TikaServiceClient.h"
 #include "platform/SCA_Error.h"
@@ -26,12 +26,32 @@ void Connect(SCA_TikaServiceClient* client, const Host& host) {
   ASSERT_EQ(client->Connect("127.0.0.1", host.Port(), 5000, &error), 1) << SCA_ErrorText(error);
 }
 
-// Sends a request as it is and gives the reply's name and the names of its fields.
+using Fields = std::vector<std::pair<const char*, std::string>>;
+
+// "OK" or "ERR", and the fields of the reply: "OK ServerId=7 StatusObj{Mark=1}".
+std::string Text(const SCA_ConfigObj& object) {
+  std::string text;
+  for (auto* field = object.GetFields().GetHead(); field != nullptr; field = field->GetNext()) {
+    const SCA_ConfigObj* child = SCA_ToConfigObj(field);
+    text += text.empty() ? "" : " ";
+    text += field->GetName() +
+            (child != nullptr ? "{" + Text(*child) + "}" : std::string("=") + field->GetValue());
+  }
+  return text;
+}
+
+// Sends requests as they are, and gives the replies as texts.
 class RawClient {
  public:
   explicit RawClient(const Host& host) : transport_(nullptr) {
     unsigned long error = 0;
     EXPECT_EQ(transport_.Connect("127.0.0.1", host.Port(), 5000, &error), 1);
+  }
+  std::string Ask(const char* command, const Fields& fields = {}) {
+    SCA_NetMessage request;
+    EXPECT_EQ(request.Init(command), 1);
+    for (const auto& [name, value] : fields) request.GetData()->AddField(name, value.c_str(), 0);
+    return Ask(&request);
   }
   std::string Ask(SCA_NetMessage* request) {
     SCA_NetMessage reply;
@@ -40,92 +60,77 @@ class RawClient {
         transport_.WaitForMessage(10000, &reply, &error) == 0) {
       return SCA_ErrorText(error);
     }
-    std::string text = reply.GetCommandName();
-    for (const SCA_Field* field = reply.GetData()->GetFields().GetHead(); field != nullptr;
-         field = field->GetNext()) {
-      text += std::string(" ") + field->GetName();
-    }
-    return text;
+    const std::string fields = Text(*reply.GetData());
+    return reply.GetCommandName() + (fields.empty() ? "" : " " + fields);
   }
-  std::string Ask(const char* command) {
-    SCA_NetMessage request;
-    EXPECT_EQ(request.Init(command), 1);
-    return Ask(&request);
-  }
-  SCA_NetTransport& Transport() { return transport_; }
 
  private:
   SCA_NetTransport transport_;
 };
 
-constexpr char kText[] = "text";
-using Fields = std::vector<std::pair<const char*, const char*>>;
+// What a row promises: the fields of a request, the call that it makes, and the reply.
+struct Exchange {
+  std::string command;
+  Fields asked;
+  std::string call;
+  std::string reply = "OK";
+  unsigned mark = 0;
 
-void AddAll(SCA_NetMessage* request, const Fields& fields, std::size_t without) {
-  for (std::size_t i = 0; i < fields.size(); ++i) {
-    if (i != without) request->GetData()->AddField(fields[i].first, fields[i].second, 0);
+  template <class T>
+  void Add(const char* field) {
+    std::string value;
+    if constexpr (std::is_same_v<T, const char*>) {
+      value = std::string(SCA_ServiceTextSize - 1, 'f');
+    } else if constexpr (std::is_same_v<T, char*>) {
+      value = "=text " + std::to_string(++mark) + " of " + command;
+    } else if constexpr (std::is_same_v<T, SCA_ConfigObj**>) {
+      value = "{Mark=" + std::to_string(++mark) + "}";
+    } else if constexpr (std::is_same_v<T, unsigned long long*>) {
+      value = "=" + std::to_string(~0ULL - ++mark);
+    } else if constexpr (std::is_pointer_v<T>) {
+      value = "=" + std::to_string(0xFFFFFFFF - ++mark);
+    } else {
+      value = std::to_string((sizeof(T) == 2 ? 0xFFFF : 0xFFFFFFFF) - asked.size());
+    }
+    if (std::is_pointer_v<T> && !std::is_same_v<T, const char*>) {
+      reply += std::string(" ") + field + value;
+    } else {
+      asked.emplace_back(field, value);
+      call += " " + value;
+    }
   }
-}
-
-const std::vector<std::tuple<const char*, Fields, const char*, const char*>> kCommands = {
-    {"GetVersionInfo", {}, "GetVersionInfo", "OK VersionInfo"},
-    {"GetDebugLog", {{"LastMessageId", "1"}, {"Count", "2"}}, "GetDebugLog 1 2", "OK DebugLogObj"},
-    {"ClearDebugLog", {}, "ClearDebugLog", "OK"},
-    {"GetStatus", {}, "GetStatus", "OK Status"},
-    {"GetStatusObj", {}, "GetStatusObj", "OK StatusObj"},
-    {"GetServerInfo", {}, "GetServerInfo", "OK ServerVersion ServerHostName"},
-    {"GetServiceStatus",
-     {},
-     "GetServiceStatus",
-     "OK ServiceStatus ErrorServers ActiveServers MemoryUsage UpTime ServersStatusObj"},
-    {"GetServiceStatusEx", {}, "GetServiceStatusEx", "OK ServiceStatusObj ServersStatusObj"},
-    {"StopServer", {}, "StopServer", "OK"},
-    {"Suspend", {}, "Suspend", "OK"},
-    {"GetServerList", {}, "GetServerList", "OK ServerListObj"},
-    {"GetServer", {{"ServerId", "7"}}, "GetServer 7", "OK ServerObj"},
-    {"GetServerStatusEx", {{"ServerId", "7"}}, "GetServerStatusEx 7", "OK StatusObj"},
-    {"SaveTikaLog", {{"Status", "1"}, {"LogDir", ""}}, "SaveTikaLog  1", "OK StatusCode"},
-    {"GetServerLog",
-     {{"ServerId", "1"}, {"LastMessageId", "4294967295"}, {"Count", "3"}},
-     "GetServerLog 1 4294967295 3",
-     "OK LogObj"},
-    {"ClearServerLog", {{"ServerId", "7"}}, "ClearServerLog 7", "OK"},
-    {"AddServer",
-     {{"FileName", "/a b.jar"},
-      {"PortNumber", "65535"},
-      {"HeapSize", "512"},
-      {"JavaOptions", kText}},
-     "AddServer /a b.jar|text 65535 512",
-     "OK ServerId ServerStatus StatusCode"},
-    {"StartServer", {{"ServerId", "7"}}, "StartServer 7", "OK ServerStatus StatusCode"},
-    {"DeleteServer", {{"ServerId", "7"}}, "DeleteServer 7", "OK"},
-    {"DeleteAllServers", {}, "DeleteAllServers", "OK"},
 };
+
+template <class... Args>
+Exchange ExchangeOf(const SCA_ServiceCommand<Args...>& row) {
+  Exchange exchange;
+  exchange.command = exchange.call = row.name;
+  [[maybe_unused]] auto field = row.fields.begin();
+  (exchange.Add<Args>(*field++), ...);
+  return exchange;
+}
 
 TEST(ServiceServer, EveryCommandTakesAndGivesItsFieldsInOrder) {
   Host host;
   RawClient client(host);
-  EXPECT_EQ(kCommands.size(), 20U);
+#define SCA_EXCHANGE(name, parameters, arguments, fields) ExchangeOf(SCA_Commands::name),
+  const Exchange exchanges[] = {SCA_SERVICE_COMMANDS(SCA_EXCHANGE)};
+  EXPECT_EQ(std::size(exchanges), 20U);
   EXPECT_EQ(host.server->GetCommands().GetBucketsInUse(), 19U);
-  for (const auto& [name, fields, call, reply] : kCommands) {
-    SCOPED_TRACE(name);
-    for (std::size_t without = 0; without <= fields.size(); ++without) {
-      const bool isWhole = without == fields.size();
-      const std::size_t calls = host.service.Calls().size();
-      SCA_NetMessage request;
-      request.Init(name);
-      AddAll(&request, fields, without);
-      EXPECT_EQ(client.Ask(&request), isWhole ? reply : "ERR");
-      ASSERT_EQ(host.service.Calls().size(), calls + (isWhole ? 1 : 0));
-      if (isWhole) {
-        EXPECT_EQ(host.service.Calls().back(), call);
-      }
+  for (const Exchange& exchange : exchanges) {
+    SCOPED_TRACE(exchange.call);
+    const char* command = exchange.command.c_str();
+    EXPECT_EQ(client.Ask(command, exchange.asked), exchange.reply);
+    const std::vector<std::string> calls = host.service.Calls();
+    EXPECT_EQ(calls.back(), exchange.call);
+    for (std::size_t i = 0; i < exchange.asked.size(); ++i) {
+      Fields fields = exchange.asked;
+      fields.erase(fields.begin() + static_cast<std::ptrdiff_t>(i));
+      EXPECT_EQ(client.Ask(command, fields), "ERR") << "without " << exchange.asked[i].first;
     }
+    EXPECT_EQ(host.service.Calls(), calls) << "called without a field";
     host.service.fails = true;
-    SCA_NetMessage request;
-    request.Init(name);
-    AddAll(&request, fields, fields.size());
-    EXPECT_EQ(client.Ask(&request), "ERR") << "and what the operation had handed out is ended";
+    EXPECT_EQ(client.Ask(command, exchange.asked), "ERR");
     host.service.fails = false;
   }
 }
@@ -140,20 +145,16 @@ TEST(ServiceServer, UnknownCommandsAndWrongFieldsLeaveTheConnectionServing) {
     EXPECT_EQ(reports.All(), (std::vector<CapturedReport>{
                                  {5, "SCA_NetServer", std::string("Invalid command - ") + name}}));
   }
-  const std::string fits(SCA_ServiceTextSize - 1, 'f');
-  const std::string tooLong = fits + "f";
-  const std::vector<std::tuple<const char*, const char*, const char*>> rows = {
-      {fits.c_str(), "1", "OK ServerId ServerStatus StatusCode"},
-      {tooLong.c_str(), "1", "ERR"},
-      {"f", "65536", "ERR"},
-      {"f", "-1", "ERR"},
-      {"f", " 1", "ERR"}};
-  for (const auto& [file, port, reply] : rows) {
-    SCA_NetMessage request;
-    request.Init("AddServer");
-    AddAll(&request,
-           {{"FileName", file}, {"PortNumber", port}, {"HeapSize", "1"}, {"JavaOptions", ""}}, 9);
-    EXPECT_EQ(client.Ask(&request), reply) << port;
+  const std::string tooLong(SCA_ServiceTextSize, 'f');
+  for (const auto& [file, port] :
+       {std::pair(tooLong, "1"), std::pair(std::string("f"), "65536"),
+        std::pair(std::string("f"), "-1"), std::pair(std::string("f"), " 1")}) {
+    EXPECT_EQ(
+        client.Ask(
+            "AddServer",
+            {{"FileName", file}, {"PortNumber", port}, {"HeapSize", "1"}, {"JavaOptions", ""}}),
+        "ERR")
+        << port;
   }
   SCA_NetMessage request;
   request.Init("GetServer");
@@ -166,66 +167,49 @@ TEST(ServiceServer, UnknownCommandsAndWrongFieldsLeaveTheConnectionServing) {
     host.service.onGetStatus = nullptr;
     EXPECT_EQ(reports.All().size(), 1U);
   }
-  EXPECT_EQ(client.Ask("GetStatus"), "OK Status");
+  EXPECT_EQ(client.Ask("GetStatus"), "OK Status=4294967294");
   EXPECT_EQ(request.Init((longest + "c").c_str()), 0) << "a cut name would be another command";
 }
 
 TEST(ServiceServer, RegistersNamesOnceAndNoNullHandlers) {
-  class Owner : public SCA_NetServer<Owner> {
-   public:
-    explicit Owner(unsigned long* error) : SCA_NetServer(this, "1", 0, error) {
-      ReportCapture reports;
-      EXPECT_EQ(RegisterCommand("c", nullptr), 0);
-      EXPECT_EQ(
-          reports.All(),
-          (std::vector<CapturedReport>{{5, "SCA_NetServer", "Invalid callback function !!!"}}));
-      EXPECT_EQ(RegisterCommand(nullptr, &Owner::First), 1);
-      EXPECT_EQ(RegisterCommand("c", &Owner::First) + RegisterCommand("c", &Owner::Second), 2);
-    }
-    ~Owner() override { StopAll(); }
-    int First(SCA_NetServerAgent*, SCA_NetMessage*, SCA_NetMessage*) { return 41; }
-    int Second(SCA_NetServerAgent*, SCA_NetMessage*, SCA_NetMessage*) { return 42; }
-    int ConnectEvent(SCA_NetServerAgent*) override { return 1; }
-    int DisconnectEvent(SCA_NetServerAgent*) override { return 1; }
-    unsigned long GetLoginMode() { return 7; }
-  };
-  unsigned long error = 0;
-  Owner owner(&error);
-  EXPECT_EQ(owner.IsValid(), 1);
-  SCA_NetMessage request;
-  request.Init("c");
-  EXPECT_EQ(owner.DoCommand(nullptr, &request, nullptr), 41);
-  EXPECT_EQ(owner.OpenGate(&error), 0) << "there is no login mode 7";
-  EXPECT_EQ(error, static_cast<unsigned long>(EINVAL));
-  EXPECT_EQ(owner.IsValid(), 0);
+  Host host;
+  ReportCapture reports;
+  EXPECT_EQ(host.server->RegisterCommand("c", nullptr), 0);
+  EXPECT_EQ(reports.All(),
+            (std::vector<CapturedReport>{{5, "SCA_NetServer", "Invalid callback function !!!"}}));
+  EXPECT_EQ(host.server->RegisterCommand(nullptr, &SCA_TikaServiceServer::Suspend), 1);
+  EXPECT_EQ(host.server->RegisterCommand("StopServer", &SCA_TikaServiceServer::Suspend), 1);
+  RawClient(host).Ask("StopServer");
+  EXPECT_EQ(host.service.Calls().back(), "StopServer");
 }
 
-TEST(ServiceServer, ATakenPortAndAMissingKeyMakeItInvalid) {
+TEST(ServiceServer, WhatKeepsItFromOpeningMakesItInvalid) {
   Host host;
-  FakeFactory factory(&host.service);
-  unsigned long error = 0;
-  const SCA_TikaServiceServer second(&factory, host.Port(), &error);
-  EXPECT_EQ(second.IsValid(), 0);
-  EXPECT_EQ(error, static_cast<unsigned long>(EADDRINUSE));
-
   SCA_SetControlKeyProvider(
       [](void*, const char*, unsigned short, SCA_ControlKey*, unsigned long* code) {
         *code = SCA_ErrorKeyExposed;
         return 0;
       },
       nullptr);
-  FakeFactory withLogin(&host.service, 1);
-  const SCA_TikaServiceServer third(&withLogin, 0, &error);
-  EXPECT_EQ(third.IsValid(), 0);
-  EXPECT_EQ(error, SCA_ErrorKeyExposed);
+  const struct {
+    unsigned long mode;
+    unsigned short port;
+    unsigned long error;
+  } rows[] = {{0, host.Port(), EADDRINUSE}, {1, 0, SCA_ErrorKeyExposed}, {7, 0, EINVAL}};
+  for (const auto& row : rows) {
+    FakeFactory factory(&host.service, row.mode);
+    unsigned long error = 0;
+    const SCA_TikaServiceServer server(&factory, row.port, &error);
+    EXPECT_EQ(server.IsValid(), 0);
+    EXPECT_EQ(error, row.error);
+  }
   SCA_SetControlKeyProvider(nullptr, nullptr);
 }
 
-TEST(ServiceClient, CarriesEveryOperation) {
+TEST(ServiceClient, CarriesEveryKindOfField) {
   Host host;
   SCA_TikaServiceClient client;
   EXPECT_EQ(client.GetPort(), 0xFFFF);
-  EXPECT_STREQ(client.GetFullName(), "");
   unsigned long number[3] = {};
   EXPECT_EQ(client.GetStatus(number), 0) << "not connected";
   EXPECT_EQ(client.GetLastStatusCode(), static_cast<unsigned long>(ENOTCONN));
@@ -233,51 +217,32 @@ TEST(ServiceClient, CarriesEveryOperation) {
   EXPECT_EQ(client.GetFullName(), "127.0.0.1:" + std::to_string(host.Port()));
   EXPECT_STREQ(client.GetName(), "127.0.0.1");
 
+  EXPECT_EQ(client.AddServer("/a b", 65535, 2, "", &number[0], &number[1], &number[2]), 1);
+  EXPECT_EQ(host.service.Calls().back(), "AddServer /a b 65535 2 ");
+  for (unsigned long i = 0; i < 3; ++i) EXPECT_EQ(number[i], 0xFFFFFFFE - i);
+  EXPECT_EQ(client.AddServer(nullptr, 1, 2, "", &number[0], &number[1], &number[2]), 0);
+  EXPECT_EQ(client.GetLastStatusCode(), static_cast<unsigned long>(EINVAL));
   char text[2][SCA_ServiceTextSize];
-  EXPECT_EQ(client.GetVersionInfo(text[0]) + client.GetServerInfo(text[0], text[1]), 2);
+  EXPECT_EQ(client.GetServerInfo(text[0], text[1]), 1);
   EXPECT_STREQ(text[0], "text 1 of GetServerInfo");
   EXPECT_STREQ(text[1], "text 2 of GetServerInfo");
-  EXPECT_EQ(client.AddServer("a", 65535, 2, "", &number[0], &number[1], &number[2]), 1);
-  EXPECT_EQ(number[0] * 10000 + number[1] * 100 + number[2], 212223U);
-  EXPECT_EQ(client.StartServer(1, &number[0], &number[1]) + client.SaveTikaLog(1, "", &number[2]),
-            2);
-  EXPECT_EQ(number[0] * 10000 + number[1] * 100 + number[2], 313213U);
-  EXPECT_EQ(client.AddServer(nullptr, 1, 2, "", &number[0], &number[1], &number[2]), 0);
-
   unsigned long long wide[2] = {};
-  SCA_ConfigObj* objects[9] = {};
+  SCA_ConfigObj* objects[3] = {};
   EXPECT_EQ(
       client.GetServiceStatus(&number[0], &number[1], &number[2], &wide[0], &wide[1], &objects[0]),
       1);
-  EXPECT_EQ(number[2], 0xFFFFFFFF);
-  EXPECT_EQ(wide[0], (1ULL << 32) + 1);
-  EXPECT_EQ(wide[1], ~0ULL);
-  EXPECT_EQ(client.GetServiceStatusEx(&objects[1], &objects[2]) +
-                client.GetDebugLog(1, 2, &objects[3]) + client.GetStatusObj(&objects[4]) +
-                client.GetServerList(&objects[5]) + client.GetServer(1, &objects[6]) +
-                client.GetServerStatusEx(1, &objects[7]) +
-                client.GetServerLog(1, 2, 3, &objects[8]),
-            7);
-  const std::map<int, const char*> names = {{1, "ServiceStatusObj"}, {2, "ServersStatusObj"}};
-  for (int i = 0; i < 9; ++i) {
-    int mark = 0;
-    EXPECT_EQ(objects[i]->GetField("Mark", &mark), 1);
-    EXPECT_EQ(mark, i == 2 ? 2 : 1);
-    if (names.count(i) != 0) {
-      EXPECT_STREQ(objects[i]->GetName(), names.at(i));
-    }
+  EXPECT_TRUE(wide[0] == ~0ULL - 4 && wide[1] == ~0ULL - 5);
+  EXPECT_EQ(client.GetServiceStatusEx(&objects[1], &objects[2]), 1);
+  EXPECT_STREQ(objects[1]->GetName(), "ServiceStatusObj");
+  const char* marks[] = {"Mark=6", "Mark=1", "Mark=2"};
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(Text(*objects[i]), marks[i]);
     EXPECT_EQ(objects[i]->GetParent(), nullptr);
     objects[i]->Destroy();
   }
-  EXPECT_EQ(client.ClearDebugLog() + client.StopServer() + client.Suspend() +
-                client.ClearServerLog(1) + client.DeleteServer(1) + client.DeleteAllServers(),
-            6);
-  EXPECT_EQ(host.service.Calls().size(), 19U);
-  EXPECT_EQ(client.Reserved(), 0);
-
   host.service.fails = true;
   SCA_ConfigObj* untouched = nullptr;
-  EXPECT_EQ(client.GetServer(1, &untouched) + client.StopServer(), 0);
+  EXPECT_EQ(client.GetServer(1, &untouched) + client.StopServer() + client.Reserved(), 0);
   EXPECT_EQ(untouched, nullptr);
 }
 
@@ -285,32 +250,26 @@ TEST(ServiceClient, AReplyBeyondTheFrameLimitFailsOnBothEndsAndTheConnectionGoes
   Host host;
   SCA_TikaServiceClient client;
   Connect(&client, host);
-  SCA_ConfigObj* object = nullptr;
-  host.service.objectFields = 90000;
-  EXPECT_EQ(client.GetServerList(&object), 1) << "a reply of many blocks";
-  EXPECT_EQ(object->GetFieldCount(), 90000U);
-  object->Destroy();
-  object = nullptr;
   const std::string value(20000, 'v');
-  const std::pair<std::function<void(SCA_ConfigObj*)>, unsigned long> rows[] = {
-      {[](SCA_ConfigObj* log) {
-         for (int i = 0; i < 110000; ++i) log->AddField("n", i, 0);
-       },
-       SCA_ErrorDataTooLarge},
-      {[&](SCA_ConfigObj* log) {
-         for (int i = 0; i < 900; ++i) log->AddField("n", value.c_str(), 0);
-       },
-       SCA_ErrorFrameTooLarge}};
-  for (const auto& [fill, code] : rows) {
-    host.service.fill = fill;
+  const struct {
+    std::size_t fields;
+    const char* value;
+    unsigned long code;
+  } rows[] = {{90000, "1", 0},  // a reply of many blocks
+              {110000, "1", SCA_ErrorDataTooLarge},
+              {900, value.c_str(), SCA_ErrorFrameTooLarge}};
+  for (const auto& row : rows) {
+    host.service.fill = [&](SCA_ConfigObj* object) {
+      for (std::size_t i = 0; i < row.fields; ++i) object->AddField("n", row.value, 0);
+    };
     ReportCapture reports;
-    EXPECT_EQ(client.GetServerList(&object), 0);
-    EXPECT_EQ(client.GetLastStatusCode(), code);
-    EXPECT_EQ(object, nullptr);
-    ASSERT_EQ(reports.All().size(), 1U);
-    EXPECT_EQ(reports.All()[0].level, 5U);
+    SCA_ConfigObj* object = nullptr;
+    EXPECT_EQ(client.GetServerList(&object), row.code == 0 ? 1 : 0);
+    EXPECT_EQ(client.GetLastStatusCode(), row.code);
+    EXPECT_EQ(reports.All().size(), row.code == 0 ? 0U : 1U);
+    EXPECT_EQ(object != nullptr ? object->GetFieldCount() : 0, row.code == 0 ? row.fields : 0);
+    SCA_Destroyer()(object);
     EXPECT_EQ(client.StopServer(), 1);
-    EXPECT_EQ(client.GetLastStatusCode(), 0U);
   }
 }
 
@@ -325,8 +284,7 @@ TEST(ServiceClient, ALateReplyIsNotTakenForTheNextOne) {
   EXPECT_EQ(client.GetStatus(&status), 0);
   EXPECT_EQ(client.GetLastStatusCode(), static_cast<unsigned long>(ETIMEDOUT));
   go.Set();
-  client.SetReplyTimeout(0xFFFFFFFF);
-  EXPECT_EQ(client.GetReplyTimeout(), 60000U);
+  client.SetReplyTimeout(SCA_MaxReplyTimeoutMs);
   char version[SCA_ServiceTextSize];
   EXPECT_EQ(client.GetVersionInfo(version), 1);
   EXPECT_STREQ(version, "text 1 of GetVersionInfo");
@@ -366,7 +324,7 @@ TEST(ServiceServer, ACommandMayStopTheServerAndItsReplyGoesOut) {
   Connect(&other, host);
   unsigned long status = 0;
   EXPECT_EQ(client.GetStatus(&status), 1);
-  EXPECT_EQ(status, 11U);
+  EXPECT_EQ(status, 0xFFFFFFFE);
   EXPECT_EQ(client.StopServer() + other.StopServer(), 0);
   // The port is free, before the server's end.
   EXPECT_TRUE(Eventually([&] {
