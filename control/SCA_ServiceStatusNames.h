@@ -1,6 +1,6 @@
 /// What a service host and whoever watches it agree on beyond the commands themselves: the fields
 /// of the status objects, and what the operations mean that the protocol only carries. tikasvc
-/// fills the objects and tikactl reads them by these names.
+/// fills the objects and tikactl reads them by these rows.
 ///
 /// A reader passes over fields that it does not know and does without those that are missing, so
 /// that either end may be the newer one.
@@ -54,100 +54,145 @@ constexpr unsigned long SCA_MaxHostedServers = 1000;
 constexpr unsigned long SCA_MaxDeaths = 100;
 constexpr unsigned long SCA_MaxDeathLines = 50;
 
-/// Fields of the service. Times are absolute (100 ns since 1601, UTC), lengths of time
-/// milliseconds, sizes bytes, switches 0 or 1; texts have at most 259 bytes unless said otherwise.
-/// "u32" and "u64" are unsigned numbers.
+/// How a field of a status object is to be read. Numbers are decimal text.
+enum class SCA_FieldType {
+  U32,     ///< unsigned number of 32 bits
+  U64,     ///< unsigned number of 64 bits
+  Switch,  ///< 0 or 1
+  Time,    ///< 64 bits: absolute time, 100 ns since 1601, UTC; 0 for never
+  Ms,      ///< 64 bits: milliseconds
+  Bytes,   ///< 64 bits: a size
+  Int,     ///< signed number
+  Text,    ///< at most 259 bytes
+  Path,    ///< text of at most 4095 bytes
+  Object   ///< a configuration object
+};
+
+/// A field of a status object.
+struct SCA_StatusField {
+  const char* name;
+  SCA_FieldType type;
+  const char* meaning;
+};
+
+/// @name The fields, one row each
+/// `FIELD` is a macro that takes the field's identifier, name, type and meaning. From these rows
+/// come the names (`SCA_ServerFields::Port`), the arrays of rows, and, as a test sees to, the
+/// tables in docs/control-protocol.md.
+/// @{
+
+/// The whole service.
+#define SCA_SERVICE_FIELDS(FIELD)                                                          \
+  FIELD(Status, "Status", U32, "process status of the whole service")                      \
+  FIELD(StatusText, "Status Text", Text, "the same in a word: \"active\"")                 \
+  FIELD(Version, "Version", Text, "of the product")                                        \
+  FIELD(HostName, "Host Name", Text, "of the machine")                                     \
+  FIELD(ProcessId, "Process Id", U32, "of the service host")                               \
+  FIELD(StartTime, "Start Time", Time, "of the service host")                              \
+  FIELD(UpTime, "Up Time", Ms, "of the service host")                                      \
+  FIELD(ControlPort, "Control Port", U32, "TCP port of this protocol")                     \
+  FIELD(LoginMode, "Login Mode", U32, "0 loopback alone, 1 login with the key")            \
+  FIELD(RefusedLogins, "Refused Logins", U64, "since the start of the host")               \
+  FIELD(ControlSocket, "Control Socket", Path, "Unix socket; empty for none")              \
+  FIELD(DataDirectory, "Data Directory", Path, "of the service host")                      \
+  FIELD(SaveTikaLog, "Save Tika Log", Switch, "daily files are written")                   \
+  FIELD(TikaLogDir, "Tika Log Directory", Path, "where they are written")                  \
+  FIELD(Connections, "Connections", U32, "control connections now")                        \
+  FIELD(Requests, "Requests", U64, "control requests that reached an operation")           \
+  FIELD(FailedRequests, "Failed Requests", U64, "of these answered with \"ERR\"")          \
+  FIELD(Servers, "Servers", U32, "in the list")                                            \
+  FIELD(ActiveServers, "Active Servers", U32, "started, and not given up")                 \
+  FIELD(ReadyServers, "Ready Servers", U32, "that answer")                                 \
+  FIELD(ErrorServers, "Error Servers", U32, "given up")                                    \
+  FIELD(MemoryUsage, "Memory Usage", Bytes, "of all servers together")                     \
+  FIELD(HostMemory, "Host Memory", Bytes, "of the service host itself")                    \
+  FIELD(HostThreads, "Host Threads", U32, "of the service host itself")                    \
+  FIELD(HostDescriptors, "Host Descriptors", U32, "open files of the service host itself") \
+  FIELD(Deaths, "Deaths", U64, "of servers, unexpected, since the start of the host")      \
+  FIELD(WorkerDeaths, "Worker Deaths", U64, "of workers whose servers ran on")             \
+  FIELD(ServersStatusId, "Servers Status Id", U32, "changes with the list of servers")     \
+  FIELD(DebugLogSession, "Debug Log Session", U32, "changes when the log is cleared")      \
+  FIELD(History, "History", Object, "of deaths, oldest first, named by their numbers")
+
+/// One server.
+#define SCA_SERVER_FIELDS(FIELD)                                                               \
+  FIELD(ServerId, "Server Id", U32, "number in the list")                                      \
+  FIELD(FileName, "File Name", Path, "the jar")                                                \
+  FIELD(Port, "Port", U32, "of its HTTP interface")                                            \
+  FIELD(HeapSize, "Heap Size", U32, "megabytes")                                               \
+  FIELD(JavaOptions, "Java Options", Text, "further options of java")                          \
+  FIELD(Status, "Status", U32, "process status")                                               \
+  FIELD(StatusText, "Status Text", Text, "in words: \"ready\", \"starting\", \"silent\", ...") \
+  FIELD(Ready, "Ready", Switch, "it answered when asked last")                                 \
+  FIELD(TikaVersion, "Tika Version", Text, "as it answered; empty before")                     \
+  FIELD(AnswerTime, "Answer Time", Ms, "that its last answer took")                            \
+  FIELD(Silence, "Silence", Ms, "since its last answer, or its start")                         \
+  FIELD(StatusCode, "Status Code", U32, "why its last start failed, or 0")                     \
+  FIELD(StatusCodeText, "Status Code Text", Text, "the same in words, or empty")               \
+  FIELD(ProcessId, "Process Id", U32, "0 when none runs")                                      \
+  FIELD(Restarts, "Restarts", U32, "since the server was started")                             \
+  FIELD(WorkerDeaths, "Worker Deaths", U32, "since the server was started")                    \
+  FIELD(StartTime, "Start Time", Time, "of the running process")                               \
+  FIELD(UpTime, "Up Time", Ms, "of the running process")                                       \
+  FIELD(MemoryUsage, "Memory Usage", Bytes, "with all its processes")                          \
+  FIELD(ReadIops, "Read Operations", U64, "of its processes")                                  \
+  FIELD(WriteIops, "Write Operations", U64, "of its processes")                                \
+  FIELD(ReadData, "Read Data", Bytes, "by its processes")                                      \
+  FIELD(WriteData, "Write Data", Bytes, "by its processes")                                    \
+  FIELD(LogSession, "Log Session", U32, "changes when the log is cleared")                     \
+  FIELD(LogLastId, "Log Last Id", U32, "0xFFFFFFFF when the log is empty")                     \
+  FIELD(LogErrors, "Log Errors", U32, "messages of level error")                               \
+  FIELD(LastDeath, "Last Death", Text, "the cause; empty when it never died")                  \
+  FIELD(LastDeathTime, "Last Death Time", Time, "0 when it never died")                        \
+  FIELD(Owner, "Owner", Text, "\"host\", or \"connection 12\"")                                \
+  FIELD(History, "History", Object, "as of the service, of servers on this port alone")
+
+/// How a run of a server's process ended, or one of its worker processes, which answer and parse
+/// from Tika 2 on and which the server replaces.
+#define SCA_DEATH_FIELDS(FIELD)                                                                  \
+  FIELD(Number, "Number", U64,                                                                   \
+        "counts up over all runs of the host, never given twice; some may be left out")          \
+  FIELD(Time, "Time", Time, "of the end")                                                        \
+  FIELD(ServerId, "Server Id", U32, "as it was then")                                            \
+  FIELD(Port, "Port", U32, "of the server")                                                      \
+  FIELD(FileName, "File Name", Path, "the jar")                                                  \
+  FIELD(ProcessId, "Process Id", U32, "of the process that ended")                               \
+  FIELD(Worker, "Worker", Switch, "a worker process, whose server ran on")                       \
+  FIELD(Kind, "Kind", Text, "one of the kinds below")                                            \
+  FIELD(Cause, "Cause", Text, "a sentence")                                                      \
+  FIELD(ExitCode, "Exit Code", Int,                                                              \
+        "unless a signal ended it; missing when unknown; of a worker as its server says, from "  \
+        "129 on 128 and a signal")                                                               \
+  FIELD(Signal, "Signal", U32, "or 0; missing when unknown")                                     \
+  FIELD(RunTime, "Run Time", Ms, "from start to end")                                            \
+  FIELD(Restart, "Restart", U32, "restarts before this run")                                     \
+  FIELD(MemoryUsage, "Memory Usage", Bytes, "as seen last; 0 when never seen")                   \
+  FIELD(Lines, "Lines", Object, "of what it printed last, oldest first: \"0\", \"1\", ...")      \
+  FIELD(Memory, "Memory", Object,                                                                \
+        "of u64: memory use over the last minutes, each named by how many ms before the end it " \
+        "was, oldest first")
+
+/// @}
+
+#define SCA_FIELD_NAME(identifier, name, type, meaning) constexpr char identifier[] = name;
+#define SCA_FIELD_ROW(identifier, name, type, meaning) {name, SCA_FieldType::type, meaning},
+
 namespace SCA_ServiceFields {
-constexpr char Status[] = "Status";                  ///< u32, as `GetStatus`
-constexpr char StatusText[] = "Status Text";         ///< the same in a word, "active"
-constexpr char Version[] = "Version";                ///< text, of the product
-constexpr char HostName[] = "Host Name";             ///< text
-constexpr char ProcessId[] = "Process Id";           ///< u32
-constexpr char StartTime[] = "Start Time";           ///< u64, time
-constexpr char UpTime[] = "Up Time";                 ///< u64, ms
-constexpr char ControlPort[] = "Control Port";       ///< u32
-constexpr char LoginMode[] = "Login Mode";           ///< u32: 0 loopback alone, 1 with the key
-constexpr char RefusedLogins[] = "Refused Logins";   ///< u64, since the host's start
-constexpr char ControlSocket[] = "Control Socket";   ///< text of at most 4095 bytes
-constexpr char DataDirectory[] = "Data Directory";   ///< text of at most 4095 bytes
-constexpr char SaveTikaLog[] = "Save Tika Log";      ///< u32, switch of the daily files
-constexpr char TikaLogDir[] = "Tika Log Directory";  ///< text of at most 4095 bytes
-constexpr char Connections[] = "Connections";        ///< u32, control connections now
-constexpr char Requests[] = "Requests";  ///< u64, control requests that reached an operation
-constexpr char FailedRequests[] = "Failed Requests";    ///< u64, those answered with "ERR"
-constexpr char Servers[] = "Servers";                   ///< u32
-constexpr char ActiveServers[] = "Active Servers";      ///< u32, whose workers run
-constexpr char ReadyServers[] = "Ready Servers";        ///< u32, which answer
-constexpr char ErrorServers[] = "Error Servers";        ///< u32, given up
-constexpr char MemoryUsage[] = "Memory Usage";          ///< u64, of all servers together
-constexpr char HostMemory[] = "Host Memory";            ///< u64, of the service host itself
-constexpr char HostThreads[] = "Host Threads";          ///< u32
-constexpr char HostDescriptors[] = "Host Descriptors";  ///< u32, open files
-constexpr char Deaths[] = "Deaths";                     ///< u64, unexpected, since the host's start
-constexpr char WorkerDeaths[] = "Worker Deaths";        ///< u64, of workers whose servers ran on
-constexpr char ServersStatusId[] = "Servers Status Id";  ///< u32, changes with the list of servers
-constexpr char DebugLogSession[] = "Debug Log Session";  ///< u32, changes when the log is cleared
-constexpr char History[] = "History";  ///< object of deaths, oldest first, named by their numbers
-}  // namespace SCA_ServiceFields
-
-/// Fields of a server.
+SCA_SERVICE_FIELDS(SCA_FIELD_NAME)
+}
 namespace SCA_ServerFields {
-constexpr char ServerId[] = "Server Id";        ///< u32
-constexpr char FileName[] = "File Name";        ///< text of at most 4095 bytes, the jar
-constexpr char Port[] = "Port";                 ///< u32
-constexpr char HeapSize[] = "Heap Size";        ///< u32, megabytes
-constexpr char JavaOptions[] = "Java Options";  ///< text
-constexpr char Status[] = "Status";             ///< u32, process status
-constexpr char StatusText[] = "Status Text";    ///< in words: "ready", "starting", "silent", ...
-constexpr char Ready[] = "Ready";               ///< u32, switch: it answered when asked last
-constexpr char TikaVersion[] = "Tika Version";  ///< text, as it answered; empty before
-constexpr char AnswerTime[] = "Answer Time";    ///< u64, ms that its last answer took
-constexpr char Silence[] = "Silence";           ///< u64, ms since its last answer, or its start
-constexpr char StatusCode[] = "Status Code";    ///< u32, why its last start failed, or 0
-constexpr char StatusCodeText[] = "Status Code Text";  ///< the same in words, or empty
-constexpr char ProcessId[] = "Process Id";             ///< u32, 0 when none runs
-constexpr char Restarts[] = "Restarts";                ///< u32, since the server was started
-constexpr char WorkerDeaths[] = "Worker Deaths";       ///< u32, since the server was started
-constexpr char StartTime[] = "Start Time";             ///< u64, time; of the running process
-constexpr char UpTime[] = "Up Time";                   ///< u64, ms; of the running process
-constexpr char MemoryUsage[] = "Memory Usage";         ///< u64, with all its processes
-constexpr char ReadIops[] = "Read Operations";         ///< u64
-constexpr char WriteIops[] = "Write Operations";       ///< u64
-constexpr char ReadData[] = "Read Data";               ///< u64
-constexpr char WriteData[] = "Write Data";             ///< u64
-constexpr char LogSession[] = "Log Session";           ///< u32, changes when the log is cleared
-constexpr char LogLastId[] = "Log Last Id";            ///< u32, 0xFFFFFFFF when the log is empty
-constexpr char LogErrors[] = "Log Errors";             ///< u32
-constexpr char LastDeath[] = "Last Death";           ///< text, the cause; empty when it never died
-constexpr char LastDeathTime[] = "Last Death Time";  ///< u64, time; 0 when it never died
-constexpr char Owner[] = "Owner";                    ///< text: "host", or "connection 12"
-constexpr char History[] = "History";  ///< as of the service, of servers on this port alone
-}  // namespace SCA_ServerFields
-
-/// Fields of a death: how a run of a server's process ended, or one of its worker processes, which
-/// answer and parse from Tika 2 on and which the server replaces.
+SCA_SERVER_FIELDS(SCA_FIELD_NAME)
+}
 namespace SCA_DeathFields {
-constexpr char Number[] = "Number";             ///< u64, counts up over all lives of the host and
-                                                ///< is never given twice; some may be left out
-constexpr char Time[] = "Time";                 ///< u64, time
-constexpr char ServerId[] = "Server Id";        ///< u32, as it was then
-constexpr char Port[] = "Port";                 ///< u32
-constexpr char FileName[] = "File Name";        ///< text of at most 4095 bytes
-constexpr char ProcessId[] = "Process Id";      ///< u32
-constexpr char Worker[] = "Worker";             ///< u32, switch: a worker's, whose server ran on
-constexpr char Kind[] = "Kind";                 ///< text, one of `SCA_DeathKindTexts`
-constexpr char Cause[] = "Cause";               ///< text, a sentence
-constexpr char ExitCode[] = "Exit Code";        ///< int; of a process that no signal ended. Missing
-                                                ///< where it is not known; a worker's is what the
-                                                ///< server has said, from 129 on 128 and a signal
-constexpr char Signal[] = "Signal";             ///< u32, or 0; missing where it is not known
-constexpr char RunTime[] = "Run Time";          ///< u64, ms
-constexpr char Restart[] = "Restart";           ///< u32, how often it had been restarted before
-constexpr char MemoryUsage[] = "Memory Usage";  ///< u64, as seen last; 0 when never seen
-constexpr char Lines[] = "Lines";  ///< object of what it printed last, oldest first, "0", "1", ...
-constexpr char Memory[] = "Memory";  ///< object of u64: its memory use over its last minutes, each
-                                     ///< named by how many ms before the end it was, oldest first
-}  // namespace SCA_DeathFields
+SCA_DEATH_FIELDS(SCA_FIELD_NAME)
+}
+
+inline constexpr SCA_StatusField SCA_ServiceFieldRows[] = {SCA_SERVICE_FIELDS(SCA_FIELD_ROW)};
+inline constexpr SCA_StatusField SCA_ServerFieldRows[] = {SCA_SERVER_FIELDS(SCA_FIELD_ROW)};
+inline constexpr SCA_StatusField SCA_DeathFieldRows[] = {SCA_DEATH_FIELDS(SCA_FIELD_ROW)};
+
+#undef SCA_FIELD_NAME
+#undef SCA_FIELD_ROW
 
 /// Kinds of deaths, for counting and filtering. In the fields and in metrics they are texts.
 enum class SCA_DeathKind {

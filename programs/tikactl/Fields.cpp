@@ -1,6 +1,5 @@
 #include "programs/tikactl/Fields.h"
 
-#include <algorithm>
 #include <charconv>
 #include <map>
 
@@ -12,24 +11,21 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Fields that are texts even when they look like numbers.
-constexpr const char* kTexts[] = {
-    SCA_ServiceFields::StatusText,    SCA_ServiceFields::Version,
-    SCA_ServiceFields::HostName,      SCA_ServiceFields::DataDirectory,
-    SCA_ServiceFields::TikaLogDir,    SCA_ServerFields::FileName,
-    SCA_ServerFields::JavaOptions,    SCA_ServerFields::TikaVersion,
-    SCA_ServerFields::StatusCodeText, SCA_ServerFields::LastDeath,
-    SCA_ServerFields::Owner,          SCA_DeathFields::Kind,
-    SCA_DeathFields::Cause,
-};
+// A field has the same type in whatever object it is; texts may look like numbers.
+std::optional<SCA_FieldType> TypeOf(const std::string& name) {
+  static const std::map<std::string, SCA_FieldType> types = [] {
+    std::map<std::string, SCA_FieldType> all;
+    for (const auto& row : SCA_ServiceFieldRows) all.emplace(row.name, row.type);
+    for (const auto& row : SCA_ServerFieldRows) all.emplace(row.name, row.type);
+    for (const auto& row : SCA_DeathFieldRows) all.emplace(row.name, row.type);
+    return all;
+  }();
+  const auto found = types.find(name);
+  return found != types.end() ? std::optional(found->second) : std::nullopt;
+}
 
-constexpr const char* kTimes[] = {SCA_ServiceFields::StartTime, SCA_ServerFields::LastDeathTime,
-                                  SCA_DeathFields::Time};
-
-template <std::size_t count>
-bool IsOneOf(const char* const (&names)[count], const std::string& name) {
-  return std::any_of(std::begin(names), std::end(names),
-                     [&name](const char* known) { return name == known; });
+bool IsText(std::optional<SCA_FieldType> type) {
+  return type == SCA_FieldType::Text || type == SCA_FieldType::Path;
 }
 
 template <class Number>
@@ -117,8 +113,9 @@ Json Convert(const SCA_ConfigObj& object, bool areTexts) {
     const std::string key = keys.Next(json, name);
     const SCA_ConfigObj* child = SCA_ToConfigObj(member);
     if (child == nullptr) {
-      SetValue(&json, key, *member, areTexts || IsOneOf(kTexts, name));
-      if (IsOneOf(kTimes, name)) SetReadableTime(&json, key);
+      const auto type = TypeOf(name);
+      SetValue(&json, key, *member, areTexts || IsText(type));
+      if (type == SCA_FieldType::Time) SetReadableTime(&json, key);
       continue;
     }
     const bool areLines = name == SCA_DeathFields::Lines;

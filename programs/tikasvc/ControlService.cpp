@@ -54,46 +54,43 @@ RequestCounts::Count RequestCounts::Total() const {
   return total;
 }
 
-// One connection. Its operations run on its thread; what it works on has locks of its own.
-class ControlService::Connection : public SCA_TikaServiceVirtual {
+// What the commands of one connection do. They run on its thread; what they work on has locks of
+// its own.
+class ControlService::Operations : public SCA_TikaServiceVirtual {
  public:
-  Connection(ControlService* service, unsigned long agent)
+  Operations(ControlService* service, unsigned long agent)
       : service_(*service), host_(service->parts_), agent_(agent) {}
 
   int GetVersionInfo(char* versionInfo) override {
     SCA_CopyText(versionInfo, SCA_ServiceTextSize, "tikasvc " SCA_VERSION, SCA_TextFit::Cut);
-    return Done("GetVersionInfo", 1);
+    return 1;
   }
 
   int GetDebugLog(unsigned long lastMessageId, unsigned long count, SCA_ConfigObj** log) override {
-    return Done("GetDebugLog", HandOut("Log", log, [&](SCA_ConfigObj* object) {
-                  return SerializeMessages(*host_.log->GetLog(), lastMessageId, count, object);
-                }));
+    return HandOut("Log", log, [&](SCA_ConfigObj* object) {
+      return SerializeMessages(*host_.log->GetLog(), lastMessageId, count, object);
+    });
   }
 
-  int ClearDebugLog() override { return Done("ClearDebugLog", host_.log->GetLog()->Clear()); }
+  int ClearDebugLog() override { return host_.log->GetLog()->Clear(); }
 
   int GetStatus(unsigned long* status) override {
     *status = host_.servers->Summarize().Status();
-    return Done("GetStatus", 1);
+    return 1;
   }
 
   int GetStatusObj(SCA_ConfigObj** status) override {
-    return Done("GetStatusObj", HandOut("Status", status, [&](SCA_ConfigObj* object) {
-                  SCA_ConfigObj* history = nullptr;
-                  return service_.FillServiceFields(object) != 0 &&
-                                 (history = object->AddConfigObj(SCA_ServiceFields::History)) !=
-                                     nullptr &&
-                                 host_.blackBox->CopyTo(history, std::nullopt) != 0
-                             ? 1
-                             : 0;
-                }));
+    return HandOut("Status", status, [&](SCA_ConfigObj* object) {
+      if (AddFields(service_.GetStatus(), object) == 0) return 0;
+      SCA_ConfigObj* history = object->AddConfigObj(SCA_ServiceFields::History);
+      return history != nullptr ? host_.blackBox->CopyTo(history, std::nullopt) : 0;
+    });
   }
 
   int GetServerInfo(char* serverVersion, char* serverHostName) override {
     SCA_CopyText(serverVersion, SCA_ServiceTextSize, SCA_VERSION, SCA_TextFit::Cut);
     SCA_CopyText(serverHostName, SCA_ServiceTextSize, HostName().c_str(), SCA_TextFit::Cut);
-    return Done("GetServerInfo", 1);
+    return 1;
   }
 
   int GetServiceStatus(unsigned long* serviceStatus, unsigned long* errorServers,
@@ -105,86 +102,77 @@ class ControlService::Connection : public SCA_TikaServiceVirtual {
     *activeServers = summary.active;
     *memoryUsage = summary.memoryUsage;
     *upTime = host_.UpTimeMs();
-    return Done("GetServiceStatus", HandOutServers(serversStatus));
+    return HandOutServers(serversStatus);
   }
 
   int GetServiceStatusEx(SCA_ConfigObj** serviceStatus, SCA_ConfigObj** serversStatus) override {
     SCA_ConfigObj* service = nullptr;
     const int isFilled = HandOut("Status", &service, [&](SCA_ConfigObj* object) {
-      return service_.FillServiceFields(object);
+      return AddFields(service_.GetStatus(), object);
     });
     SCA_Owned<SCA_ConfigObj> owned(service);
-    if (isFilled == 0 || HandOutServers(serversStatus) == 0) return Done("GetServiceStatusEx", 0);
+    if (isFilled == 0 || HandOutServers(serversStatus) == 0) return 0;
     *serviceStatus = owned.release();
-    return Done("GetServiceStatusEx", 1);
+    return 1;
   }
 
   int StopServer() override {
     Say(SCA_LevelInfo, "connection %lu asks for the end", agent_);
     host_.stop->Set();
-    return Done("StopServer", 1);
+    return 1;
   }
 
-  int Suspend() override { return Done("Suspend", host_.servers->Suspend()); }
+  int Suspend() override { return host_.servers->Suspend(); }
 
   int GetServerList(SCA_ConfigObj** serverList) override {
-    return Done("GetServerList", HandOut("Servers", serverList, [&](SCA_ConfigObj* object) {
-                  return host_.servers->SerializeList(object);
-                }));
+    return HandOut("Servers", serverList,
+                   [&](SCA_ConfigObj* object) { return host_.servers->SerializeList(object); });
   }
 
   int GetServer(unsigned long serverId, SCA_ConfigObj** server) override {
-    return Done("GetServer", HandOut("Server", server, [&](SCA_ConfigObj* object) {
-                  return host_.servers->Serialize(serverId, object);
-                }));
+    return HandOut("Server", server, [&](SCA_ConfigObj* object) {
+      return host_.servers->Serialize(serverId, object);
+    });
   }
 
   int GetServerStatusEx(unsigned long serverId, SCA_ConfigObj** status) override {
-    return Done("GetServerStatusEx", HandOut("Status", status, [&](SCA_ConfigObj* object) {
-                  return host_.servers->FillStatus(serverId, object);
-                }));
+    return HandOut("Status", status, [&](SCA_ConfigObj* object) {
+      return host_.servers->FillStatus(serverId, object);
+    });
   }
 
   int SaveTikaLog(unsigned long status, const char* logDir, unsigned long* statusCode) override {
     const bool isKnown = status == SCA_TikaLogOff || status == SCA_TikaLogOn;
     if (isKnown) host_.installation->SaveTikaLog(status == SCA_TikaLogOn, logDir, statusCode);
-    return Done("SaveTikaLog", isKnown ? 1 : 0);
+    return isKnown ? 1 : 0;
   }
 
   int GetServerLog(unsigned long serverId, unsigned long lastMessageId, unsigned long count,
                    SCA_ConfigObj** log) override {
-    return Done("GetServerLog", HandOut("Log", log, [&](SCA_ConfigObj* object) {
-                  return host_.servers->SerializeLog(serverId, lastMessageId, count, object);
-                }));
+    return HandOut("Log", log, [&](SCA_ConfigObj* object) {
+      return host_.servers->SerializeLog(serverId, lastMessageId, count, object);
+    });
   }
 
-  int ClearServerLog(unsigned long serverId) override {
-    return Done("ClearServerLog", host_.servers->ClearLog(serverId));
-  }
+  int ClearServerLog(unsigned long serverId) override { return host_.servers->ClearLog(serverId); }
 
   int AddServer(const char* fileName, unsigned short portNumber, unsigned long heapSize,
                 const char* javaOptions, unsigned long* serverId, unsigned long* serverStatus,
                 unsigned long* statusCode) override {
-    return Done("AddServer", host_.servers->Add(agent_, fileName, portNumber, heapSize, javaOptions,
-                                                serverId, serverStatus, statusCode));
+    return host_.servers->Add(agent_, fileName, portNumber, heapSize, javaOptions, serverId,
+                              serverStatus, statusCode);
   }
 
   int StartServer(unsigned long serverId, unsigned long* serverStatus,
                   unsigned long* statusCode) override {
-    return Done("StartServer", host_.servers->Start(serverId, serverStatus, statusCode));
+    return host_.servers->Start(serverId, serverStatus, statusCode);
   }
 
-  int DeleteServer(unsigned long serverId) override {
-    return Done("DeleteServer", host_.servers->Delete(serverId));
-  }
+  int DeleteServer(unsigned long serverId) override { return host_.servers->Delete(serverId); }
 
-  int DeleteAllServers() override {
-    return Done("DeleteAllServers", host_.servers->DeleteAllOf(agent_));
-  }
+  int DeleteAllServers() override { return host_.servers->DeleteAllOf(agent_); }
 
  private:
-  int Done(const char* command, int result) { return service_.counts_.Add(command, result); }
-
   int HandOutServers(SCA_ConfigObj** servers) {
     return HandOut("Servers", servers,
                    [&](SCA_ConfigObj* object) { return host_.servers->AddStatuses(object); });
@@ -193,6 +181,24 @@ class ControlService::Connection : public SCA_TikaServiceVirtual {
   ControlService& service_;
   const HostParts& host_;
   const unsigned long agent_;
+};
+
+// A connection's service object: counts each operation under the name of its command.
+class ControlService::Connection : public SCA_TikaServiceVirtual {
+ public:
+  Connection(ControlService* service, unsigned long agent)
+      : counts_(service->counts_), operations_(service, agent) {}
+
+#define SCA_COUNT(name, parameters, arguments, fields)     \
+  int name parameters override {                           \
+    return counts_.Add(#name, operations_.name arguments); \
+  }
+  SCA_SERVICE_COMMANDS(SCA_COUNT)
+#undef SCA_COUNT
+
+ private:
+  RequestCounts& counts_;
+  Operations operations_;
 };
 
 ControlService::ControlService(const HostParts& parts) : parts_(parts) {
@@ -227,46 +233,41 @@ unsigned long ControlService::ConnectionCount() const {
   return connections_.size();
 }
 
-unsigned long long ControlService::RefusedLogins() const {
-  const SCA_TikaServiceServer* server = server_.load();
-  return server != nullptr ? server->GetRefusedLogins() : 0;
-}
-
-int ControlService::FillServiceFields(SCA_ConfigObj* status) const {
-  namespace Fields = SCA_ServiceFields;
-  const ServersSummary summary = parts_.servers->Summarize();
+ServiceStatus ControlService::GetStatus() const {
+  const ServersSummary servers = parts_.servers->Summarize();
   const Installation::LogSwitches logs = parts_.installation->GetLogSwitches();
   const RequestCounts::Count requests = counts_.Total();
   const SelfFigures self = GetSelfFigures();
   const SCA_TikaServiceServer* server = server_.load();
-  const auto number = [status](const char* name, auto value) {
-    return status->AddField(name, value, 0) != 0;
-  };
-  const auto text = [status](const char* name, const std::string& value) {
-    return status->AddField(name, value.c_str(), 0) != 0;
-  };
-  const bool isWhole =
-      number(Fields::Status, summary.Status()) &&
-      text(Fields::StatusText, SCA_FindProcessStatus(summary.Status()).serviceWord) &&
-      text(Fields::Version, SCA_VERSION) && text(Fields::HostName, HostName()) &&
-      number(Fields::ProcessId, static_cast<unsigned long>(::getpid())) &&
-      number(Fields::StartTime, parts_.startTime) && number(Fields::UpTime, parts_.UpTimeMs()) &&
-      number(Fields::ControlPort, server != nullptr ? server->GetPort() : 0U) &&
-      number(Fields::LoginMode, 1U) && number(Fields::RefusedLogins, RefusedLogins()) &&
-      text(Fields::ControlSocket, parts_.installation->ControlSocket()) &&
-      text(Fields::DataDirectory, parts_.installation->DataDirectory()) &&
-      number(Fields::SaveTikaLog, logs.saveTikaLog ? 1U : 0U) &&
-      text(Fields::TikaLogDir, logs.tikaLogDir) && number(Fields::Connections, ConnectionCount()) &&
-      number(Fields::Requests, requests.requests) &&
-      number(Fields::FailedRequests, requests.failed) && number(Fields::Servers, summary.servers) &&
-      number(Fields::ActiveServers, summary.active) &&
-      number(Fields::ReadyServers, summary.ready) && number(Fields::ErrorServers, summary.error) &&
-      number(Fields::MemoryUsage, summary.memoryUsage) && number(Fields::HostMemory, self.memory) &&
-      number(Fields::HostThreads, self.threads) &&
-      number(Fields::HostDescriptors, self.descriptors) &&
-      number(Fields::Deaths, parts_.blackBox->Count(BlackBox::Mortal::Server)) &&
-      number(Fields::WorkerDeaths, parts_.blackBox->Count(BlackBox::Mortal::Worker)) &&
-      number(Fields::ServersStatusId, summary.statusId) &&
-      number(Fields::DebugLogSession, parts_.log->GetLog()->GetSessionId());
-  return isWhole ? 1 : 0;
+  ServiceStatus status;
+  status.Status = servers.Status();
+  status.StatusText = SCA_FindProcessStatus(servers.Status()).serviceWord;
+  status.Version = SCA_VERSION;
+  status.HostName = HostName();
+  status.ProcessId = static_cast<unsigned long>(::getpid());
+  status.StartTime = parts_.startTime;
+  status.UpTime = parts_.UpTimeMs();
+  status.ControlPort = server != nullptr ? server->GetPort() : 0;
+  status.LoginMode = kLoginMode;
+  status.RefusedLogins = server != nullptr ? server->GetRefusedLogins() : 0;
+  status.ControlSocket = parts_.installation->ControlSocket();
+  status.DataDirectory = parts_.installation->DataDirectory();
+  status.SaveTikaLog = logs.saveTikaLog ? 1 : 0;
+  status.TikaLogDir = logs.tikaLogDir;
+  status.Connections = ConnectionCount();
+  status.Requests = requests.requests;
+  status.FailedRequests = requests.failed;
+  status.Servers = servers.servers;
+  status.ActiveServers = servers.active;
+  status.ReadyServers = servers.ready;
+  status.ErrorServers = servers.error;
+  status.MemoryUsage = servers.memoryUsage;
+  status.HostMemory = self.memory;
+  status.HostThreads = self.threads;
+  status.HostDescriptors = self.descriptors;
+  status.Deaths = parts_.blackBox->Count(BlackBox::Mortal::Server);
+  status.WorkerDeaths = parts_.blackBox->Count(BlackBox::Mortal::Worker);
+  status.ServersStatusId = servers.statusId;
+  status.DebugLogSession = parts_.log->GetLog()->GetSessionId();
+  return status;
 }

@@ -59,19 +59,19 @@ class ControlService : public SCA_TikaServiceVirtualFactory {
   SCA_TikaServiceVirtual* GetServiceObject(unsigned long agentId) override SCA_EXCLUDES(lock_);
   int OnDisconnect(unsigned long agentId) override SCA_EXCLUDES(lock_);
   /// TCP is open to whoever has the key, and to nobody else.
-  unsigned long GetLoginMode() override { return 1; }
+  unsigned long GetLoginMode() override { return kLoginMode; }
 
   /// Once the port is open; not owned, and there as long as connections are.
   void SetServer(const SCA_TikaServiceServer* server) { server_.store(server); }
-  unsigned long long RefusedLogins() const;
+  ServiceStatus GetStatus() const;
 
   const RequestCounts& Counts() const { return counts_; }
   unsigned long ConnectionCount() const SCA_EXCLUDES(lock_);
 
  private:
+  static constexpr unsigned long kLoginMode = 1;
+  class Operations;
   class Connection;
-
-  int FillServiceFields(SCA_ConfigObj* status) const;
 
   const HostParts parts_;
   RequestCounts counts_;

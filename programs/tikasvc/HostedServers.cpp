@@ -380,57 +380,48 @@ ServersSummary HostedServers::Summarize() const {
   return summary;
 }
 
-std::vector<ServerState> HostedServers::GetStates() const {
-  std::vector<ServerState> states;
+std::vector<ServerStatus> HostedServers::GetStatuses() const {
+  std::vector<ServerStatus> statuses;
   const SCA_LockGuard guard(lock_);
   for (const auto& [id, hosted] : hosted_) {
-    const SCA_TikaServer& server = *hosted.server;
-    const ServerHealth health = hosted.watch->GetHealth();
-    ServerState state;
-    state.id = id;
-    state.port = server.GetPortNumber();
-    state.processStatus = server.GetProcessStatus();
-    state.processId = health.processId;
-    state.restarts = health.restarts;
-    state.workerDeaths = health.workerDeaths;
-    state.memoryUsage = server.GetMemoryUsage();
-    state.readOperations = server.GetReadIOPS();
-    state.writeOperations = server.GetWriteIOPS();
-    state.readData = server.GetReadData();
-    state.writeData = server.GetWriteData();
-    state.isReady = server.IsActive() != 0 && health.isReady;
-    states.push_back(state);
+    ServerStatus status;
+    if (GetStatus(hosted, hosted.watch->GetHealth(), &status) != 0) {
+      statuses.push_back(std::move(status));
+    }
   }
-  return states;
+  return statuses;
 }
 
 int HostedServers::AddStatuses(SCA_ConfigObj* servers) const {
   const SCA_LockGuard guard(lock_);
   for (const auto& [id, hosted] : hosted_) {
-    SCA_ConfigObj* status = servers->AddConfigObj(std::to_string(id).c_str());
-    if (status == nullptr || FillFields(hosted, hosted.watch->GetHealth(), status) == 0) {
+    ServerStatus status;
+    SCA_ConfigObj* object = servers->AddConfigObj(std::to_string(id).c_str());
+    if (object == nullptr || GetStatus(hosted, hosted.watch->GetHealth(), &status) == 0 ||
+        AddFields(status, object) == 0) {
       return 0;
     }
   }
   return 1;
 }
 
-int HostedServers::FillStatus(unsigned long id, SCA_ConfigObj* status) const {
+int HostedServers::FillStatus(unsigned long id, SCA_ConfigObj* object) const {
   const SCA_LockGuard guard(lock_);
   const Hosted* hosted = Find(id);
   SCA_Owned<SCA_ConfigObj> history(new SCA_ConfigObj(SCA_ServerFields::History, nullptr));
   ServerHealth health;
+  ServerStatus status;
   if (hosted == nullptr || hosted->watch->GetHealth(&health, history.get()) == 0 ||
-      FillFields(*hosted, health, status) == 0 || status->AddField(history.get()) == 0) {
+      GetStatus(*hosted, health, &status) == 0 || AddFields(status, object) == 0 ||
+      object->AddField(history.get()) == 0) {
     return 0;
   }
   static_cast<void>(history.release());
   return 1;
 }
 
-int HostedServers::FillFields(const Hosted& hosted, const ServerHealth& health,
-                              SCA_ConfigObj* status) const {
-  namespace Fields = SCA_ServerFields;
+int HostedServers::GetStatus(const Hosted& hosted, const ServerHealth& health,
+                             ServerStatus* status) {
   SCA_TikaServer& server = *hosted.server;
   const unsigned long code = server.GetStatusCode();
   const bool runs = health.processId != 0;
@@ -442,37 +433,34 @@ int HostedServers::FillFields(const Hosted& hosted, const ServerHealth& health,
     return 0;
   }
   copy.GetField("JavaOptions", javaOptions, sizeof javaOptions);
-  const auto number = [status](const char* name, auto value) {
-    return status->AddField(name, value, 0) != 0;
-  };
-  const auto text = [status](const char* name, const char* value) {
-    return status->AddField(name, value, 0) != 0;
-  };
-  const bool isWhole =
-      number(Fields::ServerId, server.GetServerId()) && text(Fields::FileName, fileName) &&
-      number(Fields::Port, server.GetPortNumber()) &&
-      number(Fields::HeapSize, server.GetHeapSize()) && text(Fields::JavaOptions, javaOptions) &&
-      number(Fields::Status, server.GetProcessStatus()) &&
-      text(Fields::StatusText, StatusText(server, health)) &&
-      number(Fields::Ready, health.isReady ? 1U : 0U) &&
-      text(Fields::TikaVersion, health.version.c_str()) &&
-      number(Fields::AnswerTime, health.answerMs) && number(Fields::Silence, health.silenceMs) &&
-      number(Fields::StatusCode, code) &&
-      text(Fields::StatusCodeText, code != 0 ? StartErrorText(code) : "") &&
-      number(Fields::ProcessId, health.processId) && number(Fields::Restarts, health.restarts) &&
-      number(Fields::WorkerDeaths, health.workerDeaths) &&
-      number(Fields::StartTime, server.GetStartTime()) &&
-      number(Fields::UpTime, runs ? server.GetUpTime() : 0ULL) &&
-      number(Fields::MemoryUsage, runs ? server.GetMemoryUsage() : 0ULL) &&
-      number(Fields::ReadIops, server.GetReadIOPS()) &&
-      number(Fields::WriteIops, server.GetWriteIOPS()) &&
-      number(Fields::ReadData, server.GetReadData()) &&
-      number(Fields::WriteData, server.GetWriteData()) &&
-      number(Fields::LogSession, server.GetLog()->GetSessionId()) &&
-      number(Fields::LogLastId, server.GetLog()->GetLastMessageId()) &&
-      number(Fields::LogErrors, server.GetLog()->GetErrorCount()) &&
-      text(Fields::LastDeath, health.lastDeath.c_str()) &&
-      number(Fields::LastDeathTime, health.lastDeathTime) &&
-      text(Fields::Owner, OwnerText(hosted.owner).c_str());
-  return isWhole ? 1 : 0;
+  status->ServerId = server.GetServerId();
+  status->FileName = fileName;
+  status->Port = server.GetPortNumber();
+  status->HeapSize = server.GetHeapSize();
+  status->JavaOptions = javaOptions;
+  status->Status = server.GetProcessStatus();
+  status->StatusText = StatusText(server, health);
+  status->Ready = server.IsActive() != 0 && health.isReady ? 1 : 0;
+  status->TikaVersion = health.version;
+  status->AnswerTime = health.answerMs;
+  status->Silence = health.silenceMs;
+  status->StatusCode = code;
+  status->StatusCodeText = code != 0 ? StartErrorText(code) : "";
+  status->ProcessId = health.processId;
+  status->Restarts = health.restarts;
+  status->WorkerDeaths = health.workerDeaths;
+  status->StartTime = server.GetStartTime();
+  status->UpTime = runs ? server.GetUpTime() : 0;
+  status->MemoryUsage = runs ? server.GetMemoryUsage() : 0;
+  status->ReadIops = server.GetReadIOPS();
+  status->WriteIops = server.GetWriteIOPS();
+  status->ReadData = server.GetReadData();
+  status->WriteData = server.GetWriteData();
+  status->LogSession = server.GetLog()->GetSessionId();
+  status->LogLastId = server.GetLog()->GetLastMessageId();
+  status->LogErrors = server.GetLog()->GetErrorCount();
+  status->LastDeath = health.lastDeath;
+  status->LastDeathTime = health.lastDeathTime;
+  status->Owner = OwnerText(hosted.owner);
+  return 1;
 }

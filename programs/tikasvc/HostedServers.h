@@ -10,6 +10,7 @@
 
 #include "host/SCA_TikaServerList.h"
 #include "programs/tikasvc/ServerWatch.h"
+#include "programs/tikasvc/StatusRecords.h"
 
 /// How the servers are, summed up.
 struct ServersSummary {
@@ -23,22 +24,6 @@ struct ServersSummary {
 
   /// The process status of the whole service; see `control/SCA_ServiceStatusNames.h`.
   unsigned long Status() const;
-};
-
-/// What a server is, at one moment, beyond what its `Serialize` tells.
-struct ServerState {
-  unsigned long id = 0;
-  unsigned short port = 0;
-  unsigned long processStatus = 0;
-  unsigned long processId = 0;
-  unsigned long restarts = 0;
-  unsigned long workerDeaths = 0;
-  unsigned long long memoryUsage = 0;
-  unsigned long long readOperations = 0;
-  unsigned long long writeOperations = 0;
-  unsigned long long readData = 0;
-  unsigned long long writeData = 0;
-  bool isReady = false;
 };
 
 /// Operations are those of the control port; int results are 1 for success and 0 for failure. Who
@@ -89,7 +74,7 @@ class HostedServers {
   int ClearLog(unsigned long id) SCA_EXCLUDES(lock_);
 
   ServersSummary Summarize() const SCA_EXCLUDES(lock_);
-  std::vector<ServerState> GetStates() const SCA_EXCLUDES(lock_);
+  std::vector<ServerStatus> GetStatuses() const SCA_EXCLUDES(lock_);
   /// Adds an object with the fields of `SCA_ServerFields` for each server.
   int AddStatuses(SCA_ConfigObj* servers) const SCA_EXCLUDES(lock_);
   /// Adds these fields of one server, with its history.
@@ -119,8 +104,8 @@ class HostedServers {
   static void Claim(Hosted* hosted, unsigned long agent);
   Leaving Take(unsigned long id) SCA_REQUIRES(lock_);
   static void End(std::vector<Leaving> leaving);
-  int FillFields(const Hosted& hosted, const ServerHealth& health, SCA_ConfigObj* status) const
-      SCA_REQUIRES(lock_);
+  // Both of one moment. @return 0 when a text could not be copied.
+  static int GetStatus(const Hosted& hosted, const ServerHealth& health, ServerStatus* status);
 
   SCA_TikaConfigUser* const config_;
   const std::string bind_;

@@ -8,9 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "control/SCA_ServiceStatusNames.h"
 #include "platform/SCA_Time.h"
-#include "programs/tikasvc/SelfFigures.h"
 
 namespace {
 
@@ -38,61 +36,76 @@ void AddValue(MetricFamily* family, Number number, Labels labels = {}) {
   family->metric.push_back(std::move(metric));
 }
 
-// One family for each figure of the servers, with a value for each server.
-struct ServerFigure {
+// Fields of a status that are metrics: a row each, and a family with a value for each server.
+template <class Status>
+struct Figure {
+  unsigned long long Status::*field;
   const char* name;
   const char* help;
   MetricType type;
-  unsigned long long (*get)(const ServerState&);
 };
 
-constexpr ServerFigure kServerFigures[] = {
-    {"tikasvc_server_ready", "1 when the server answered when it was asked last.",
-     MetricType::Gauge, [](const ServerState& server) { return server.isReady ? 1ULL : 0ULL; }},
-    {"tikasvc_server_memory_bytes", "Memory that the server's processes hold.", MetricType::Gauge,
-     [](const ServerState& server) { return server.processId != 0 ? server.memoryUsage : 0; }},
-    {"tikasvc_server_restarts_total", "Restarts since the server was started.", MetricType::Counter,
-     [](const ServerState& server) { return static_cast<unsigned long long>(server.restarts); }},
-    {"tikasvc_server_worker_deaths_total",
+constexpr Figure<ServerStatus> kServerFigures[] = {
+    {&ServerStatus::Ready, "tikasvc_server_ready",
+     "1 when the server answered when it was asked last.", MetricType::Gauge},
+    {&ServerStatus::MemoryUsage, "tikasvc_server_memory_bytes",
+     "Memory that the server's processes hold.", MetricType::Gauge},
+    {&ServerStatus::Restarts, "tikasvc_server_restarts_total",
+     "Restarts since the server was started.", MetricType::Counter},
+    {&ServerStatus::WorkerDeaths, "tikasvc_server_worker_deaths_total",
      "Worker processes that ended while the server ran on, since it was started.",
-     MetricType::Counter,
-     [](const ServerState& server) {
-       return static_cast<unsigned long long>(server.workerDeaths);
-     }},
-    {"tikasvc_server_read_bytes_total", "Bytes that the server's processes have read.",
-     MetricType::Counter, [](const ServerState& server) { return server.readData; }},
-    {"tikasvc_server_written_bytes_total", "Bytes that the server's processes have written.",
-     MetricType::Counter, [](const ServerState& server) { return server.writeData; }},
-    {"tikasvc_server_read_operations_total", "Read operations of the server's processes.",
-     MetricType::Counter, [](const ServerState& server) { return server.readOperations; }},
-    {"tikasvc_server_write_operations_total", "Write operations of the server's processes.",
-     MetricType::Counter, [](const ServerState& server) { return server.writeOperations; }},
+     MetricType::Counter},
+    {&ServerStatus::ReadData, "tikasvc_server_read_bytes_total",
+     "Bytes that the server's processes have read.", MetricType::Counter},
+    {&ServerStatus::WriteData, "tikasvc_server_written_bytes_total",
+     "Bytes that the server's processes have written.", MetricType::Counter},
+    {&ServerStatus::ReadIops, "tikasvc_server_read_operations_total",
+     "Read operations of the server's processes.", MetricType::Counter},
+    {&ServerStatus::WriteIops, "tikasvc_server_write_operations_total",
+     "Write operations of the server's processes.", MetricType::Counter},
 };
 
-Labels LabelsOf(const ServerState& server) {
-  return {{"server", std::to_string(server.id)}, {"port", std::to_string(server.port)}};
-}
+constexpr Figure<ServiceStatus> kServiceFigures[] = {
+    {&ServiceStatus::RefusedLogins, "tikasvc_control_refused_logins_total",
+     "Wrong logins on the control port, and connections turned away for them.",
+     MetricType::Counter},
+    {&ServiceStatus::Connections, "tikasvc_control_connections", "Connections to the control port.",
+     MetricType::Gauge},
+    {&ServiceStatus::HostMemory, "process_resident_memory_bytes",
+     "Memory of the service host itself.", MetricType::Gauge},
+    {&ServiceStatus::HostDescriptors, "process_open_fds", "Its open files.", MetricType::Gauge},
+    {&ServiceStatus::HostThreads, "process_threads", "Its threads.", MetricType::Gauge},
+};
 
-void CollectServers(const std::vector<ServerState>& servers, Families* families) {
-  for (const ServerFigure& figure : kServerFigures) {
+void CollectServers(const std::vector<ServerStatus>& servers, Families* families) {
+  for (const auto& figure : kServerFigures) {
     MetricFamily* family = Family(families, figure.name, figure.help, figure.type);
-    for (const ServerState& server : servers) {
-      AddValue(family, figure.get(server), LabelsOf(server));
+    for (const ServerStatus& server : servers) {
+      AddValue(
+          family, server.*figure.field,
+          {{"server", std::to_string(server.ServerId)}, {"port", std::to_string(server.Port)}});
     }
   }
 }
 
-void CollectStates(const ServersSummary& summary, Families* families) {
+void CollectService(const ServiceStatus& service, Families* families) {
+  for (const auto& figure : kServiceFigures) {
+    AddValue(Family(families, figure.name, figure.help, figure.type), service.*figure.field);
+  }
+  constexpr unsigned long long kUnixEpoch = 116444736000000000ULL;  // of 1970, in 100 ns since 1601
+  AddValue(Family(families, "process_start_time_seconds", "When it was started, as Unix time.",
+                  MetricType::Gauge),
+           (service.StartTime - kUnixEpoch) / SCA_AbsTimePerSecond);
   MetricFamily* states =
       Family(families, "tikasvc_servers", "Servers by state.", MetricType::Gauge);
-  const unsigned long others = summary.servers - summary.active - summary.error;
-  AddValue(states, summary.ready, {{"state", "ready"}});
-  AddValue(states, summary.active - summary.ready, {{"state", "not_ready"}});
-  AddValue(states, summary.error, {{"state", "error"}});
-  AddValue(states, others, {{"state", "stopped"}});
+  AddValue(states, service.ReadyServers, {{"state", "ready"}});
+  AddValue(states, service.ActiveServers - service.ReadyServers, {{"state", "not_ready"}});
+  AddValue(states, service.ErrorServers, {{"state", "error"}});
+  AddValue(states, service.Servers - service.ActiveServers - service.ErrorServers,
+           {{"state", "stopped"}});
   AddValue(
       Family(families, "tikasvc_suspended", "1 while the service is suspended.", MetricType::Gauge),
-      summary.isSuspended ? 1 : 0);
+      service.Status == SCA_ServerInactive ? 1 : 0);
 }
 
 void CollectDeaths(const BlackBox& blackBox, BlackBox::Mortal mortal, const char* name,
@@ -113,27 +126,6 @@ void CollectRequests(const ControlService& control, Families* families) {
     AddValue(requests, count.requests - count.failed, {{"command", command}, {"result", "ok"}});
     AddValue(requests, count.failed, {{"command", command}, {"result", "failed"}});
   }
-  AddValue(Family(families, "tikasvc_control_refused_logins_total",
-                  "Wrong logins on the control port, and connections turned away for them.",
-                  MetricType::Counter),
-           control.RefusedLogins());
-  AddValue(Family(families, "tikasvc_control_connections", "Connections to the control port.",
-                  MetricType::Gauge),
-           control.ConnectionCount());
-}
-
-void CollectSelf(const HostParts& parts, Families* families) {
-  const SelfFigures self = GetSelfFigures();
-  constexpr unsigned long long kUnixEpoch = 116444736000000000ULL;  // of 1970, in 100 ns since 1601
-  AddValue(Family(families, "process_resident_memory_bytes", "Memory of the service host itself.",
-                  MetricType::Gauge),
-           self.memory);
-  AddValue(Family(families, "process_open_fds", "Its open files.", MetricType::Gauge),
-           self.descriptors);
-  AddValue(Family(families, "process_threads", "Its threads.", MetricType::Gauge), self.threads);
-  AddValue(Family(families, "process_start_time_seconds", "When it was started, as Unix time.",
-                  MetricType::Gauge),
-           (parts.startTime - kUnixEpoch) / SCA_AbsTimePerSecond);
 }
 
 }  // namespace
@@ -146,8 +138,8 @@ struct Metrics::Server {
 
     Families Collect() const override {
       Families families;
-      CollectStates(parts_.servers->Summarize(), &families);
-      CollectServers(parts_.servers->GetStates(), &families);
+      CollectService(control_.GetStatus(), &families);
+      CollectServers(parts_.servers->GetStatuses(), &families);
       CollectDeaths(*parts_.blackBox, BlackBox::Mortal::Server, "tikasvc_server_deaths_total",
                     "Unexpected ends of servers' processes by cause; each but the last of a server "
                     "that was given up is followed by a restart.",
@@ -156,7 +148,6 @@ struct Metrics::Server {
                     "Ends of servers' worker processes by cause, which the servers replace.",
                     &families);
       CollectRequests(control_, &families);
-      CollectSelf(parts_, &families);
       return families;
     }
 
