@@ -58,5 +58,5 @@ SCA_TikaExtractRequest::SCA_TikaExtractRequest(const char* path, const char* fil
 
 SCA_TikaExtractRequest::~SCA_TikaExtractRequest() {
   // A request that the queue deletes, because its requester has marked it as abandoned.
-  if (dispatch_ != nullptr) dispatch_->Forget(this);
+  if (SCA_TikaTicket* ticket = ticket_.Get()) ticket->dispatch->Forget(ticket);
 }

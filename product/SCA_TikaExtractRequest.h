@@ -3,14 +3,12 @@
 #ifndef SCA_PRODUCT_SCA_TIKAEXTRACTREQUEST_H
 #define SCA_PRODUCT_SCA_TIKAEXTRACTREQUEST_H
 
-#include <chrono>
 #include <memory>
-#include <optional>
 
 #include "product/SCA_TikaClientRequest.h"
 
-class SCA_TikaDispatch;
 class SCA_TikaExtractRequest;
+struct SCA_TikaTicket;
 
 /// How a request ended; each ends in exactly one of these.
 enum class SCA_TikaOutcome {
@@ -90,12 +88,7 @@ class SCA_API SCA_TikaExtractRequest : public SCA_TikaClientRequest {
   /// @}
 
  private:
-  friend class SCA_TikaDispatch;
-  friend class SCA_TikaWorker;
-  using Clock = std::chrono::steady_clock;
-  using Node = SCA_ListItem<SCA_TikaExtractRequest*>;
-
-  static constexpr unsigned long kNoServer = 0xFFFFFFFF;
+  friend struct SCA_TikaTicket;
 
   std::unique_ptr<char[]> path_;
   SCA_Owned<SCA_TikaTextSink> sink_;
@@ -110,28 +103,8 @@ class SCA_API SCA_TikaExtractRequest : public SCA_TikaClientRequest {
   unsigned long long durationMs_ = 0;
   unsigned long tries_ = 0;
 
-  // Where a submitted request is.
-  enum class Stage {
-    Queued,   // in the queue; counts against the limit of pending requests
-    Waiting,  // outside of the queue, for a further try
-    Served,   // with a worker, from its taking to the end of the try
-    Ending    // with the thread that ends it or puts it back
-  };
-
-  bool IsSuspect() const { return tries_ > 0; }
-
-  // The dispatcher's, under its lock.
-  SCA_TikaDispatch* dispatch_ = nullptr;  // that knows the request, from submission to the outcome
-  Node* node_ = nullptr;                  // among its requests
-  Stage stage_ = Stage::Ending;
-  bool isOverdue_ = false;  // the time limit has cancelled it
-  Clock::time_point waitsSince_;
-  std::optional<Clock::time_point> beganAt_;       // the first try
-  Clock::time_point triedAt_;                      // the last one
-  std::optional<Clock::time_point> unreadySince_;  // the first answer of a server not ready for it
-  unsigned long unready_ = 0;                      // how many such answers there were
-  unsigned long server_ = kNoServer;               // that serves it, or that a suspect has claimed
-  unsigned long failedServer_ = kNoServer;         // on which it broke last
+  // The dispatcher's, from submission to the outcome.
+  SCA_AtomicValue<SCA_TikaTicket*> ticket_{nullptr};
 };
 
 #endif  // SCA_PRODUCT_SCA_TIKAEXTRACTREQUEST_H

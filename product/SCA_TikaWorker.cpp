@@ -1,10 +1,11 @@
+#include "product/SCA_TikaWorker.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <new>
 
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Text.h"
-#include "product/SCA_TikaDispatch.h"
 
 namespace {
 
@@ -34,6 +35,7 @@ bool IsAnswer(unsigned long code) {
 
 SCA_TikaTryEnd Classify(const SCA_TikaVerdict& verdict, unsigned long refusalCode) {
   if (verdict.outcome == SCA_TikaOutcome::ConnectionBroken) return SCA_TikaTryEnd::Broken;
+  if (verdict.outcome == SCA_TikaOutcome::Cancelled) return SCA_TikaTryEnd::Cancelled;
   return IsComingUp(verdict.code) || IsComingUp(refusalCode) ? SCA_TikaTryEnd::NotReady
                                                              : SCA_TikaTryEnd::Final;
 }
@@ -57,17 +59,18 @@ struct SCA_TikaWorker::Delivery {
   unsigned long long limit;       // bytes; 0 for none
   unsigned long long length = 0;  // bytes delivered
   bool isTooLong = false;
-  bool isRefused = false;  // by the sink
+  bool isRefused = false;         // by the sink
+  unsigned long refusalCode = 0;  // of the server, before it had read the file
 };
 
-SCA_TikaWorker::SCA_TikaWorker(SCA_TikaDispatch* dispatch, const char* hostName,
+SCA_TikaWorker::SCA_TikaWorker(SCA_TikaWorkplace* workplace, const char* hostName,
                                unsigned short port, unsigned long serviceId)
-    : dispatch_(dispatch),
+    : workplace_(workplace),
       hostName_(hostName),
       port_(port),
       serviceId_(serviceId),
       name_(NameOf(hostName, port)),
-      delayMs_(dispatch->Limits().firstDelayMs),
+      delayMs_(workplace->Terms().limits.firstDelayMs),
       random_(std::random_device()()) {}
 
 void SCA_TikaWorker::Start() {
@@ -76,6 +79,11 @@ void SCA_TikaWorker::Start() {
 
 void SCA_TikaWorker::Join() {
   if (thread_.joinable()) thread_.join();
+}
+
+void SCA_TikaWorker::RequestStop() {
+  stop_.Set();
+  Wake();
 }
 
 bool SCA_TikaWorker::IsServer(const char* hostName, unsigned short port) const {
@@ -88,34 +96,18 @@ void SCA_TikaWorker::Run() {
       WaitBeforeNextTry();
       continue;
     }
-    const unsigned long seen = dispatch_->Work();
-    if (SCA_TikaExtractRequest* request = dispatch_->Take(this)) {
-      if (!Serve(request)) WaitBeforeNextTry();
+    if (SCA_TikaTicket* ticket = workplace_->Take(this)) {
+      if (!Serve(ticket)) WaitBeforeNextTry();
     } else {
-      Park(seen);
+      workplace_->Rest(this);
     }
   }
-  dispatch_->HasEnded(this);
-}
-
-// Waits in the pool for work.
-void SCA_TikaWorker::Park(unsigned long seen) {
-  SCA_TikaClientList& pool = dispatch_->Pool();
-  if (clientId_) {
-    pool.AddClient(client_.get(), *clientId_);
-  } else if (unsigned long id = 0; pool.AddClient(client_.get(), &id) != 0) {
-    clientId_ = id;
-  }
-  if (dispatch_->BeginIdle(this, seen)) {
-    wake_.Wait(SCA_Infinite);
-    dispatch_->EndIdle(this);
-  }
-  if (clientId_) pool.RemoveClient(*clientId_);
+  workplace_->HasEnded(this);
 }
 
 bool SCA_TikaWorker::IsReady() const {
   return client_ != nullptr && client_->IsValid() != 0 && client_->IsConnected() != 0 &&
-         Clock::now() - usedAt_ < std::chrono::milliseconds(dispatch_->Limits().idleMs) &&
+         Clock::now() - usedAt_ < std::chrono::milliseconds(workplace_->Terms().limits.idleMs) &&
          client_->IsUsable() != 0;
 }
 
@@ -126,31 +118,36 @@ bool SCA_TikaWorker::MakeReady(Proof proof) {
   unsigned long error = SCA_ErrorCannotCreate;
   if (RenewClient(&error)) {
     client_->Disconnect();
-    if (dispatch_->Prepare(client_.get(), &stop_, &error) != 0 &&
-        (proof == Proof::None || Answers(&error)) && Connect(&error)) {
-      dispatch_->ServerIsUp(this);
+    if (Prepare(&error) && (proof == Proof::None || Answers(&error)) && Connect(&error)) {
+      workplace_->ServerIsUp(this);
       usedAt_ = Clock::now();
       proof_ = Proof::None;
       return true;
     }
   }
-  dispatch_->ServerIsDown(this, error);
+  workplace_->ServerIsDown(this, error);
   return false;
 }
 
+bool SCA_TikaWorker::Prepare(unsigned long* error) {
+  const SCA_TikaWorkTerms& terms = workplace_->Terms();
+  return terms.prepare == nullptr ||
+         terms.prepare(client_.get(), &stop_, terms.prepareContext, error) != 0;
+}
+
 bool SCA_TikaWorker::Connect(unsigned long* error) {
-  return client_->Connect(dispatch_->Limits().connectMs, error) != 0;
+  return client_->Connect(workplace_->Terms().limits.connectMs, error) != 0;
 }
 
 bool SCA_TikaWorker::Answers(unsigned long* error) {
   if (!Connect(error)) return false;
   char version[101];
-  dispatch_->BeginAsk(this, &askEnds_);
+  workplace_->BeginAsk(this, &askEnds_);
   client_->SetCancelEvent(&askEnds_);
   const bool answers = client_->GetVersion(version, sizeof version, error) != 0 ||
                        (IsAnswer(*error) && !IsComingUp(*error));
   client_->SetCancelEvent(&stop_);
-  dispatch_->EndAsk(this);
+  workplace_->EndAsk(this);
   if (!answers && *error == SCA_ErrorCancelled) *error = ETIMEDOUT;
   client_->Disconnect();
   return answers;
@@ -159,14 +156,14 @@ bool SCA_TikaWorker::Answers(unsigned long* error) {
 // Replaces the client when there is none that can be trusted.
 bool SCA_TikaWorker::RenewClient(unsigned long* error) {
   if (client_ != nullptr && client_->IsValid() != 0) return true;
-  client_.reset(new (std::nothrow) SCA_TikaClient(dispatch_->Settings(), hostName_.c_str(), port_));
+  client_.reset(new (std::nothrow)
+                    SCA_TikaClient(workplace_->Terms().settings, hostName_.c_str(), port_));
   if (client_ == nullptr || client_->IsValid() == 0 || client_->InitDataBuffer() == 0) {
     client_.reset();
     *error = ENOMEM;
     return false;
   }
   client_->SetServiceId(serviceId_);
-  if (clientId_) client_->SetClientId(*clientId_);
   client_->SetCancelEvent(&stop_);
   return true;
 }
@@ -177,7 +174,7 @@ void SCA_TikaWorker::WaitBeforeNextTry() {
   const unsigned long delayMs = std::max(delayMs_, kLeastDelayMs);
   std::uniform_int_distribution<unsigned long> around(delayMs / 2, delayMs + delayMs / 2);
   stop_.Wait(around(random_));
-  delayMs_ = std::min(delayMs * 2, dispatch_->Limits().lastDelayMs);
+  delayMs_ = std::min(delayMs * 2, workplace_->Terms().limits.lastDelayMs);
 }
 
 int SCA_TikaWorker::Deliver(const char* text, unsigned long length, unsigned long offset,
@@ -191,89 +188,84 @@ int SCA_TikaWorker::Deliver(const char* text, unsigned long length, unsigned lon
 }
 
 // @return False when the server was of no use, and is to be left alone for a while.
-bool SCA_TikaWorker::Serve(SCA_TikaExtractRequest* request) {
-  if (request->IsSuspect() && !MakeReady(Proof::Answer)) {
+bool SCA_TikaWorker::Serve(SCA_TikaTicket* ticket) {
+  if (ticket->IsSuspect() && !MakeReady(Proof::Answer)) {
     // A connection alone must not make the server count as up again.
     proof_ = Proof::Answer;
-    dispatch_->EndTry(request, SCA_TikaTryEnd::NotBegun);
-    dispatch_->Retry(request);
+    workplace_->EndTry(ticket, SCA_TikaTryEnd::NotBegun);
+    workplace_->TryAgain(ticket);
     return false;
   }
-  Delivery delivery{request->GetSink(), dispatch_->Limits().textBytes};
-  SCA_TikaVerdict verdict = Extract(request, &delivery);
-  const SCA_TikaTryEnd end = Classify(verdict, request->refusalCode_);
-  if (end == SCA_TikaTryEnd::Final) delayMs_ = dispatch_->Limits().firstDelayMs;
+  Delivery delivery{ticket->request->GetSink(), workplace_->Terms().limits.textBytes};
+  SCA_TikaVerdict verdict = Extract(ticket, &delivery);
+  const SCA_TikaTryEnd end = Classify(verdict, delivery.refusalCode);
+  if (end == SCA_TikaTryEnd::Final) delayMs_ = workplace_->Terms().limits.firstDelayMs;
   if (end == SCA_TikaTryEnd::Broken) proof_ = Proof::Answer;
-  bool isAgain = dispatch_->EndTry(request, end);
-  if (isAgain && delivery.length > 0 && request->GetSink()->Restart() == 0) {
+  SCA_TikaNextStep next = workplace_->EndTry(ticket, end);
+  if (next == SCA_TikaNextStep::TryAgain && delivery.length > 0 && delivery.sink->Restart() == 0) {
     verdict = RefusedBySink();
-    isAgain = false;
-  } else if (end == SCA_TikaTryEnd::Broken) {
-    verdict = SCA_TikaVerdict::Make(SCA_TikaOutcome::ServersDied, SCA_ErrorServersDied,
-                                    name_.c_str(), SCA_ErrorText(SCA_ErrorServersDied));
+    next = SCA_TikaNextStep::End;
   }
-  if (isAgain) {
-    dispatch_->Retry(request);
-  } else {
-    dispatch_->Finish(request, verdict);
+  switch (next) {
+    case SCA_TikaNextStep::TryAgain:
+      workplace_->TryAgain(ticket);
+      return end != SCA_TikaTryEnd::NotReady;
+    case SCA_TikaNextStep::EndOverdue:
+      verdict =
+          SCA_TikaVerdict::Make(SCA_TikaOutcome::TimeLimit, SCA_ErrorTimeLimit, name_.c_str());
+      break;
+    case SCA_TikaNextStep::EndAsKiller:
+      verdict =
+          SCA_TikaVerdict::Make(SCA_TikaOutcome::ServersDied, SCA_ErrorServersDied, name_.c_str());
+      break;
+    case SCA_TikaNextStep::End:
+      break;
   }
+  workplace_->Finish(ticket, verdict);
   return end != SCA_TikaTryEnd::NotReady;
 }
 
 // One try, and how the request ends if it is the last.
-SCA_TikaVerdict SCA_TikaWorker::Extract(SCA_TikaExtractRequest* request, Delivery* delivery) {
-  SCA_CopyText(request->serverName_, name_.c_str(), SCA_TextFit::Cut);
-  dispatch_->BeginTry(request, client_.get());
-  if (request->GetCancel()->Wait(0) != 0) return Judge(*request, *delivery, SCA_ErrorCancelled);
+SCA_TikaVerdict SCA_TikaWorker::Extract(SCA_TikaTicket* ticket, Delivery* delivery) {
+  SCA_TikaExtractRequest* const request = ticket->request;
+  ticket->NoteServer(name_.c_str());
+  workplace_->BeginTry(ticket, client_.get());
+  if (ticket->IsCancelled()) return Judge(*delivery, SCA_ErrorCancelled);
   unsigned long length = 0;
   unsigned long error = 0;
   const bool isExtracted =
-      client_->GetFileText(dispatch_->Limits().variant, request->GetPath(), nullptr, &Deliver,
-                           delivery, request->GetCancel(), &length, &error) != 0;
-  request->fileSize_ = client_->GetLastFileSize();
-  request->refusalCode_ = client_->GetRefusalCode();
+      client_->GetFileText(workplace_->Terms().limits.variant, request->GetPath(), nullptr,
+                           &Deliver, delivery, request->GetCancel(), &length, &error) != 0;
+  delivery->refusalCode = client_->GetRefusalCode();
+  ticket->NoteReply(client_->GetLastFileSize(), delivery->refusalCode,
+                    isExtracted ? delivery->length : 0);
   usedAt_ = Clock::now();
-  if (isExtracted) {
-    request->textLength_ = delivery->length;
-    return SCA_TikaVerdict::Make(SCA_TikaOutcome::Extracted, 0, nullptr, "");
-  }
+  if (isExtracted) return SCA_TikaVerdict::Make(SCA_TikaOutcome::Extracted, 0, nullptr, "");
   // The connection may hold half an exchange; the next file gets a new one.
   client_->Disconnect();
-  return Judge(*request, *delivery, error);
+  return Judge(*delivery, error);
 }
 
-SCA_TikaVerdict SCA_TikaWorker::Judge(const SCA_TikaExtractRequest& request,
-                                      const Delivery& delivery, unsigned long error) {
+SCA_TikaVerdict SCA_TikaWorker::Judge(const Delivery& delivery, unsigned long error) const {
   using Outcome = SCA_TikaOutcome;
-  const char* const server = name_.c_str();
-  const char* const text = SCA_ErrorText(error);
   if (delivery.isRefused) return RefusedBySink();
   if (delivery.isTooLong) {
-    return SCA_TikaVerdict::Make(Outcome::ServerFailed, SCA_ErrorTextTooLong, server,
-                                 SCA_ErrorText(SCA_ErrorTextTooLong));
+    return SCA_TikaVerdict::Make(Outcome::ServerFailed, SCA_ErrorTextTooLong, name_.c_str());
   }
   if (error == SCA_ErrorCancelled) {
-    if (!dispatch_->IsOverdue(request)) {
-      return SCA_TikaVerdict::Make(Outcome::Cancelled, error, nullptr, text);
-    }
-    return SCA_TikaVerdict::Make(Outcome::TimeLimit, SCA_ErrorTimeLimit, server,
-                                 SCA_ErrorText(SCA_ErrorTimeLimit));
+    return SCA_TikaVerdict::Make(Outcome::Cancelled, error, nullptr);
   }
-  if (request.refusalCode_ >= kFirstRefusal) {
-    const bool isRefusal = IsRefusal(request.refusalCode_);
+  if (delivery.refusalCode >= kFirstRefusal) {
+    const bool isRefusal = IsRefusal(delivery.refusalCode);
     return SCA_TikaVerdict::Make(isRefusal ? Outcome::Refused : Outcome::ServerFailed, error,
-                                 server, SCA_ErrorText(request.refusalCode_))
+                                 name_.c_str(), SCA_ErrorText(delivery.refusalCode))
         .Tell(" before it had read the file");
   }
   if (error == SCA_ErrorTika422)
-    return SCA_TikaVerdict::Make(Outcome::Refused, error, server, text);
+    return SCA_TikaVerdict::Make(Outcome::Refused, error, name_.c_str());
   // A failure that left the client valid came from the file.
-  if (client_->IsValid() != 0) {
-    return SCA_TikaVerdict::Make(Outcome::FileFailed, error, nullptr, text);
-  }
-  if (error == ETIMEDOUT) return SCA_TikaVerdict::Make(Outcome::TimedOut, error, server, text);
-  if (IsAnswer(error)) {
-    return SCA_TikaVerdict::Make(Outcome::ServerFailed, error, server, text);
-  }
-  return SCA_TikaVerdict::Make(Outcome::ConnectionBroken, error, server, text);
+  if (client_->IsValid() != 0) return SCA_TikaVerdict::Make(Outcome::FileFailed, error, nullptr);
+  if (error == ETIMEDOUT) return SCA_TikaVerdict::Make(Outcome::TimedOut, error, name_.c_str());
+  if (IsAnswer(error)) return SCA_TikaVerdict::Make(Outcome::ServerFailed, error, name_.c_str());
+  return SCA_TikaVerdict::Make(Outcome::ConnectionBroken, error, name_.c_str());
 }
