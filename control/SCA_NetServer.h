@@ -6,8 +6,7 @@
 #include "control/SCA_VirtualCmdServer.h"
 #include "platform/SCA_Report.h"
 
-/// @tparam T  The owner's class: has `ConnectEvent`, `DisconnectEvent` and `GetLoginMode()`, and
-/// the
+/// @tparam T  The owner's class: has `ConnectEvent`, `DisconnectEvent`, `GetLoginMode()` and the
 ///            handlers. It may derive from this server and own itself; then its constructor
 ///            registers the commands and ends with `OpenGate`, and its destructor begins with
 ///            `StopAll`.

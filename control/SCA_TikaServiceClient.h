@@ -33,8 +33,7 @@ class SCA_API SCA_TikaServiceClient : public SCA_TikaServiceVirtual {
   /// @return 0xFFFF before `Connect`.
   unsigned short GetPort() const { return port_; }
   /// @return Why the connection failed the last call: the transport's code, `EINVAL` for a text
-  /// that
-  ///         cannot be sent; 0 when the service host itself answered, with "ERR" too.
+  ///         that cannot be sent; 0 when the service host itself answered, even with "ERR".
   unsigned long GetLastStatusCode() const { return lastStatusCode_; }
   void SetLastStatusCode(unsigned long code) { lastStatusCode_ = static_cast<std::uint32_t>(code); }
   SCA_NetTransport* GetNetTransport() { return &transport_; }

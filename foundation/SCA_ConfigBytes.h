@@ -4,8 +4,8 @@
 ///     object:       '2' 0x01 name 0x01 member ... member '0' 0x01
 ///
 /// Names and values hold any bytes but 0x00 and 0x01. A field without a value reads back as one
-/// with an empty value. docs/file-format.md has it in full. Threads: free functions without shared
-/// state; one thread at a time per tree.
+/// with an empty value. docs/file-format.md describes it in full. Threads: free functions without
+/// shared state; one thread at a time per tree.
 #ifndef SCA_FOUNDATION_SCA_CONFIGBYTES_H
 #define SCA_FOUNDATION_SCA_CONFIGBYTES_H
 
@@ -38,9 +38,8 @@ SCA_API int SCA_WriteConfigBytes(const SCA_ConfigObj& object, char* buffer, unsi
 /// @param object  Receives name and members in place of its own; without members after a failure.
 /// @param length  Of the bytes; all of them must belong to the object.
 /// @param fault   May be null.
-/// @param error   `SCA_ErrorInvalidData` for bytes that are no object, `SCA_ErrorDataTooLarge`
-/// beyond
-///                the limits, `ENOMEM`.
+/// @param error   `SCA_ErrorInvalidData` for bytes that are not an object,
+///                `SCA_ErrorDataTooLarge` beyond the limits, `ENOMEM`.
 SCA_API int SCA_ReadConfigBytes(const char* bytes, unsigned long length, SCA_ConfigObj* object,
                                 SCA_ConfigFault* fault, unsigned long* error);
 

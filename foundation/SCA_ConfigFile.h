@@ -1,4 +1,4 @@
-/// Configuration files: one object, behind a header line that names the format and holds a
+/// Configuration files: one object after a header line that names the format and holds a
 /// checksum. docs/file-format.md describes the layout. Threads: free functions without shared
 /// state; any number of threads and processes may save and load the same file, and each load sees
 /// one save, whole.
@@ -10,7 +10,7 @@
 /// File types.
 constexpr unsigned long SCA_FileTypeServiceRoot = 9000;  ///< root configuration of the service host
 constexpr unsigned long SCA_FileTypeServiceUser = 9001;  ///< user configuration of the service host
-constexpr unsigned long SCA_FileTypeHistory = 9003;      ///< deaths that a service host remembers
+constexpr unsigned long SCA_FileTypeHistory = 9003;      ///< history of deaths of a service host
 constexpr unsigned long SCA_FileTypeReport = 1011;       ///< text-extraction report
 
 /// The newest layout and format version that this library reads and writes.
@@ -31,20 +31,20 @@ struct SCA_ConfigFileInfo {
 ///                after a failure.
 /// @param info    May be null. The numbers are those of the header, as far as it could be read.
 /// @param error   `ENOENT`, `EACCES` and the like; `SCA_ErrorNotRegularFile`;
-///                `SCA_ErrorFileForeign` when the file does not begin as ours do;
-///                `SCA_ErrorFileNewer` when a later version has written it;
+///                `SCA_ErrorFileForeign` when the file is of another kind;
+///                `SCA_ErrorFileNewer` when a newer version wrote it;
 ///                `SCA_ErrorFileDamaged` when it is cut or changed;
 ///                `SCA_ErrorDataTooLarge` beyond the limits; `ENOMEM`.
 SCA_API int SCA_LoadConfigFile(const char* fileName, SCA_ConfigObj* object,
                                SCA_ConfigFileInfo* info, unsigned long* error);
 
-/// Writes an object into a file, readable by its owner alone. The file is made aside, brought to
-/// the disk and put in the old one's place, so that after a crash at any point the old or the new
-/// one is there, whole. A link is replaced, not followed.
+/// Writes an object into a file that only its owner can read. A temporary file is synced to the
+/// disk and then replaces the old one, so that after a crash at any point the old or the new one is
+/// there, complete. A link is replaced, not followed.
 /// @param fileType       At most 32 bits.
-/// @param formatVersion  At most `SCA_ConfigFormatVersion`, or nobody could load the file.
+/// @param formatVersion  At most `SCA_ConfigFormatVersion`, or no reader could load the file.
 /// @param error          `EINVAL` for a number that does not fit; `SCA_ErrorDataTooLarge` and
-///                       `SCA_ErrorInvalidData` as `SCA_WriteConfigBytes` has them; `EACCES`,
+///                       `SCA_ErrorInvalidData` as in `SCA_WriteConfigBytes`; `EACCES`,
 ///                       `ENOSPC` and the like. On failure the old file is untouched.
 SCA_API int SCA_SaveConfigFile(const SCA_ConfigObj& object, const char* fileName,
                                unsigned long fileType, unsigned long formatVersion,

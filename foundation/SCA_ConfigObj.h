@@ -8,18 +8,18 @@
 
 /// A named object that owns an ordered list of members: plain fields and further objects. Names are
 /// compared byte by byte and need not be unique; lookups give the first match from the head and
-/// take linear time. Whoever visits all members walks `GetFields()`.
+/// take linear time. To visit all members, walk `GetFields()`.
 ///
 /// Numbers are stored as decimal text. They are read back only when the whole text is a number of
-/// the type: no blanks, no plus sign, nothing behind it. `unsigned long` and `unsigned int` hold 32
+/// the type: no blanks, no plus sign, nothing after it. `unsigned long` and `unsigned int` hold 32
 /// bits here, `unsigned long long` 64.
 ///
-/// int results are 1 for success and 0 for failure; a failed operation changes nothing, but for an
-/// out-parameter that is said to become null. What is refused is reported at level 2.
+/// int results are 1 for success and 0 for failure; a failed operation changes nothing, except an
+/// out-parameter that is documented to become null. What is refused is reported at level 2.
 ///
-/// Trees of any depth can be built and cleared; what visits a whole tree recurses, and is meant for
-/// trees that can be saved, which are at most `SCA_MaxConfigDepth` deep.
-/// Threads: one at a time per tree.
+/// Trees of any depth can be built and cleared. Operations on a whole tree recurse; they are meant
+/// for trees that can be saved, which are at most `SCA_MaxConfigDepth` deep. Threads: one at a time
+/// per tree.
 class SCA_API SCA_ConfigObj : public SCA_Field {
  public:
   /// An empty object.
@@ -38,7 +38,7 @@ class SCA_API SCA_ConfigObj : public SCA_Field {
   const SCA_FieldList& GetFields() const { return fields_; }
 
   /// @name New members, at the tail
-  /// With a check that is not 0, a member of that name that is there already makes them fail.
+  /// With a check that is not 0, an existing member of that name makes them fail.
   /// @{
   /// @return The new object, which this one owns; null on failure.
   SCA_ConfigObj* AddConfigObj(const char* name);
@@ -129,9 +129,9 @@ class SCA_API SCA_ConfigObj : public SCA_Field {
 
   /// Reads a file that `Save` has written; name and members become the file's. For the number of
   /// the file's type and for what is wrong with it see `SCA_LoadConfigFile`.
-  /// @param error  As `SCA_LoadConfigFile` has them. On failure the object has no members.
+  /// @param error  As in `SCA_LoadConfigFile`. On failure the object has no members.
   int Load(const char* fileName, unsigned long* error);
-  /// Writes the object into a file, which is replaced whole; see `SCA_SaveConfigFile`.
+  /// Writes the object into a file, which is replaced as a whole; see `SCA_SaveConfigFile`.
   int Save(const char* fileName, unsigned long fileType, unsigned long formatVersion,
            unsigned long* error) const;
 

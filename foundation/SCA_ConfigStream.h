@@ -67,7 +67,7 @@ class SCA_ConfigReader {
   const char* block_ = nullptr;
   const char* end_ = nullptr;
   bool isLast_ = false;
-  unsigned long long taken_ = 0;  // by former blocks
+  unsigned long long taken_ = 0;  // by earlier blocks
 
   SCA_Result result_;
   SCA_ConfigFault fault_;

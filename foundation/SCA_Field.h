@@ -78,7 +78,7 @@ class SCA_API SCA_Field : public SCA_Object {
   /// unchanged.
   virtual int CopyFrom(const SCA_Field* source);
 
-  /// Writes the record and moves the position behind it.
+  /// Writes the record and moves the position past it.
   /// @param buffer    Holds at least `GetDataSize()` bytes from the position on.
   /// @param size      Not consulted by a plain field.
   /// @param position  In and out.
@@ -86,14 +86,13 @@ class SCA_API SCA_Field : public SCA_Object {
   /// Reads a record that this library has written, kind byte and all its separators, and that is
   /// followed by a byte other than 0x01;
   /// bytes from outside go through `SCA_ReadConfigBytes`, which knows where they end.
-  /// @param position  In and out; left behind the record and every 0x01 after it. Unchanged by a
-  ///                  failure, which leaves the field partly replaced: discard it.
+  /// @param position  In and out; left after the record and every 0x01 that follows it. Unchanged
+  ///                  by a failure, which leaves the field partly replaced: discard it.
   /// @param parent    Becomes the parent.
   virtual int ReadData(const char* buffer, unsigned long* position, SCA_ConfigObj* parent);
 
-  /// @return 1 when kind, name and value are equal, lengths included; else 0, with a report at
-  /// level
-  ///         2 of the first difference.
+  /// @return 1 when kind, name and value are equal, lengths included; else 0, with a report of the
+  ///         first difference at level 2.
   virtual int Compare(const SCA_Field* other) const;
 
   /// @return A copy without parent, owned by the caller, to be ended with `Destroy()`; null without
@@ -128,8 +127,8 @@ class SCA_API SCA_Field : public SCA_Object {
   std::string value_;
 };
 
-/// @return The member as an object, or null when it is null or a plain field. Whoever takes an
-///         object from a file or a peer asks this first: a plain field may stand in its place.
+/// @return The member as an object, or null when it is null or a plain field. Ask this before using
+///         an object from a file or a peer: a plain field may be in its place.
 SCA_API SCA_ConfigObj* SCA_ToConfigObj(SCA_Field* member);
 SCA_API const SCA_ConfigObj* SCA_ToConfigObj(const SCA_Field* member);
 

@@ -10,9 +10,9 @@
 /// members. A member is in at most one list. Names are compared byte by byte; lookups give the
 /// first match from the head and take linear time.
 ///
-/// int results are 1 for success and 0 for failure; a failed operation changes nothing, but that a
-/// `SCA_Field**` receives null. Members and places that are given belong to this list.
-/// Threads: one at a time.
+/// int results are 1 for success and 0 for failure; a failed operation changes nothing, except that
+/// a `SCA_Field**` receives null. Members and places that are given belong to this list. Threads:
+/// one at a time.
 class SCA_API SCA_FieldList : public SCA_Object {
  public:
   SCA_FieldList();
@@ -71,7 +71,7 @@ class SCA_API SCA_FieldList : public SCA_Object {
   int MoveItemDown(const char* name);
   /// @}
 
-  /// Takes all members of another list over, behind those that are here.
+  /// Takes over all members of another list, after those that are here.
   /// @param other   Not this list.
   /// @param parent  Becomes the parent of each.
   void TakeAll(SCA_FieldList* other, SCA_ConfigObj* parent);

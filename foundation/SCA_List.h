@@ -108,8 +108,8 @@ class SCA_API SCA_List : public SCA_Object {
 
   /// @name Insertion
   /// With `unsigned long*` the node takes its id from the counter, reported through the pointer;
-  /// with `unsigned long` the given one; else it has none. A name is copied; null gives an unnamed
-  /// node, as does a name for which there is no memory.
+  /// with `unsigned long` the given one; otherwise it has none. A name is copied; null gives an
+  /// unnamed node, as does a name for which there is no memory.
   /// @return 0 when the node cannot be allocated.
   /// @{
   int AddItemToHead(T item) { return Insert(item, nullptr, head_, {}); }

@@ -7,7 +7,7 @@ constexpr unsigned long SCA_ServerError = 0;     ///< a start failed, or the wor
 constexpr unsigned long SCA_ServerInactive = 1;  ///< stopped on request
 constexpr unsigned long SCA_ServerIdle = 10;     ///< never started
 constexpr unsigned long SCA_ServerActive = 11;   ///< from the start until the worker ends
-constexpr unsigned long SCA_ServerPending = 14;  ///< set by others alone
+constexpr unsigned long SCA_ServerPending = 14;  ///< set only from outside
 
 struct SCA_ProcessStatus {
   unsigned long value;

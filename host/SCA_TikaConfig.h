@@ -23,11 +23,11 @@ class SCA_API SCA_TikaConfig : public SCA_Object {
 
   /// Reads the file.
   /// @param error  `SCA_ErrorRootConfig` for contents that are refused, else as
-  ///               `SCA_LoadConfigFile` has it. What has been read by then stays.
+  ///               in `SCA_LoadConfigFile`. What has been read by then stays.
   int LoadConfig(unsigned long* error);
   /// Replaces the file whole.
   /// @param error  `SCA_ErrorCannotCreate` for a value that no file can hold, else as
-  ///               `SCA_SaveConfigFile` has it.
+  ///               in `SCA_SaveConfigFile`.
   int SaveConfig(unsigned long* error) const { return SaveAs(configFileName_, error); }
   /// Saves under another name; the object keeps its own.
   int SaveAs(const char* fileName, unsigned long* error) const;

@@ -1,5 +1,5 @@
 /// The user configuration of the service host: one file in a directory of the account's own.
-/// Threads: one at a time, but for the switch of the daily logs and their directory, which the
+/// Threads: one at a time, except for the switch of the daily logs and their directory, which the
 /// servers' workers read: these any thread may read and set, the directory by `CopyTikaLogDir`.
 #ifndef SCA_HOST_SCA_TIKACONFIGUSER_H
 #define SCA_HOST_SCA_TIKACONFIGUSER_H
@@ -27,11 +27,11 @@ class SCA_API SCA_TikaConfigUser : public SCA_Object {
 
   /// Reads the file. One of another version is written back at once.
   /// @param error  `SCA_ErrorInvalidData` without a file name and for contents that are refused,
-  ///               else as `SCA_LoadConfigFile` has it. What has been read by then stays.
+  ///               else as in `SCA_LoadConfigFile`. What has been read by then stays.
   int LoadConfig(unsigned long* error);
   /// Replaces the file whole; a failure is reported.
   /// @param error  `SCA_ErrorInvalidData` without a file name and for a value that no file can
-  ///               hold, else as `SCA_SaveConfigFile` has it.
+  ///               hold, else as in `SCA_SaveConfigFile`.
   int SaveConfig(unsigned long* error);
 
   /// Adds the fields to an object, with the version of this library.
@@ -68,7 +68,7 @@ class SCA_API SCA_TikaConfigUser : public SCA_Object {
   /// Not 0 when every message of a server is added to a daily file.
   int GetSaveTikaLog() const { return saveTikaLog_.Get(); }
   void SetSaveTikaLog(int save) { saveTikaLog_.Set(save); }
-  /// Of the daily files. The pointer is to the field itself: only while nobody sets it.
+  /// Of the daily files. The pointer is to the field itself; use it only while no thread sets it.
   const char* GetTikaLogDir() const SCA_NO_THREAD_SAFETY_ANALYSIS { return tikaLogDir_; }
   int SetTikaLogDir(const char* directory) SCA_EXCLUDES(lock_);
   /// @param directory  Receives a copy.

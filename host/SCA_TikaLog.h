@@ -1,6 +1,6 @@
 /// The message log: the newest messages of a server, numbered, with their levels.
 /// Threads: any thread may call any operation. What is handed out by pointer and not owned by the
-/// caller is valid until the next addition or removal; beside a thread that adds, use `Serialize`.
+/// caller is valid until the next addition or removal; while another thread adds, use `Serialize`.
 #ifndef SCA_HOST_SCA_TIKALOG_H
 #define SCA_HOST_SCA_TIKALOG_H
 
@@ -52,8 +52,8 @@ class SCA_API SCA_TikaLog : public SCA_Object {
   /// @{
   int AddMessage(unsigned long level, const char* format, ...)
       __attribute__((format(printf, 3, 4)));
-  /// Also adds a line to the server's file of the day when the configuration asks for it; that this
-  /// fails is reported, and no failure of the addition.
+  /// Also adds a line to the server's file of the day when the configuration asks for it; a failure
+  /// to do so is reported and does not fail the addition.
   /// @param server  Whose message it is; may be null.
   int AddMessage(SCA_TikaServer* server, unsigned long level, const char* format, ...)
       __attribute__((format(printf, 4, 5)));
@@ -83,7 +83,7 @@ class SCA_API SCA_TikaLog : public SCA_Object {
   /// @param position  0 is the oldest.
   int GetMessageByPos(unsigned long position, tagSCA_ERROR_DESCR** record);
   unsigned long GetMessageCount() const;
-  /// The list itself, for an owner that adds nothing meanwhile.
+  /// The list itself, for an owner that adds nothing while it is used.
   SCA_List<tagSCA_ERROR_DESCR*>* GetMessageList() SCA_NO_THREAD_SAFETY_ANALYSIS {
     return &messages_;
   }
@@ -100,8 +100,8 @@ class SCA_API SCA_TikaLog : public SCA_Object {
   /// @param afterId  Else, when not 0xFFFFFFFF: those with a greater id. Else all.
   int Serialize(SCA_ConfigObj* object, unsigned long back, unsigned long afterId) const;
   /// Clears the log and fills it from such fields, with the sender's ids; blanks and tabs before a
-  /// text are lost, and messages without text are passed over. Its own counter begins at 0: nobody
-  /// adds to such a copy.
+  /// text are lost, and messages without text are skipped. Its own counter begins at 0, because
+  /// nothing is added to such a copy.
   /// @return 0 at the first field that is no message; what came before it stays.
   int Deserialize(const SCA_ConfigObj* object);
 
@@ -135,8 +135,8 @@ class SCA_API SCA_TikaLog : public SCA_Object {
   void SetSyslogInfoMsgs(int syslogInfo) { syslogInfoMsgs_.Set(syslogInfo); }
 
  protected:
-  /// Adds a line to the server's file of the day; failures are reported, but for a directory that
-  /// is empty or missing.
+  /// Adds a line to the server's file of the day; failures are reported, except for a directory
+  /// that is empty or missing.
   int SaveTikaLog(const SCA_TikaServer* server, const tagSCA_ERROR_DESCR* record) const;
 
  private:

@@ -1,6 +1,6 @@
-/// A Tika server: one Java process that is started, watched, restarted when it dies, and heard.
+/// A Tika server: one Java process that is started and watched, restarted when it dies, and logged.
 /// Threads: any thread may call any operation, with these exceptions: the pointers to texts are
-/// for a thread that knows nobody sets them, `SetObserver` is called before the start, and the
+/// valid only while no thread sets them, `SetObserver` is called before the start, and the
 /// object is destroyed by one thread when no other uses it.
 #ifndef SCA_HOST_SCA_TIKASERVER_H
 #define SCA_HOST_SCA_TIKASERVER_H
@@ -29,18 +29,18 @@ struct SCA_TikaObituary {
   const char* text = "";   ///< the line in the log; valid for the call
 };
 
-/// Is told of each start and end of the Java process, on the server's worker thread and under no
+/// Receives each start and end of the Java process, on the server's worker thread and under no
 /// lock. May read the server and its log, to which nothing is added meanwhile, and ask it to stop
-/// (`RequestStop`); must not start, change, wait for or destroy it, nor throw.
+/// (`RequestStop`). Must not start, change, wait for or destroy it, and must not throw.
 class SCA_API SCA_TikaServerObserver {
  public:
   virtual ~SCA_TikaServerObserver();
   virtual void OnStart(unsigned long processId) = 0;
-  /// Comes once for each `OnStart`, when the process and all that it has started are gone and its
-  /// last lines are in the log.
+  /// Called once for each `OnStart`, when the process and all its descendants are gone and its last
+  /// lines are in the log.
   virtual void OnEnd(const SCA_TikaObituary& obituary) = 0;
-  /// A worker process has ended, a second or two ago, and the Java process runs on. From Tika 2 on
-  /// the Java process forks a worker, which answers and parses, and replaces one that has died.
+  /// A worker process ended a second or two ago, and the Java process runs on. From Tika 2 on the
+  /// Java process forks a worker, which answers and parses, and replaces it when it dies.
   /// @param obituary  The worker's; how it ended is not known.
   virtual void OnWorkerEnd(const SCA_TikaObituary& obituary);
 };
@@ -65,14 +65,14 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
                   const char* javaOptions) const;
   /// Stores the four; takes effect with the next start of the process.
   /// @param fileName     The jar, as long as 4095 bytes; without double quotes and control bytes,
-  ///                     for which a command line has no form.
+  ///                     which a command line cannot hold.
   /// @param heapSize     Megabytes; 32 bits.
   /// @param javaOptions  At most 259 bytes, without control bytes but the tab; null is empty.
-  /// @param error        `ENAMETOOLONG` for the path, `SCA_ErrorInvalidData` for what else is
-  ///                     refused. Nothing is stored then.
+  /// @param error        `ENAMETOOLONG` for the path, `SCA_ErrorInvalidData` for anything else
+  ///                     that is refused. Nothing is stored then.
   int SetConfig(const char* fileName, unsigned short port, unsigned long heapSize,
                 const char* javaOptions, unsigned long* error);
-  /// Names the address on which the process listens, 0.0.0.0 unless set. One of IPv6 may do without
+  /// Names the address on which the process listens, 0.0.0.0 unless set. An IPv6 address needs no
   /// brackets.
   /// @return 0, with the old one kept, for an empty or over-long one and one with blanks.
   int SetBindAddress(const char* address);
@@ -88,8 +88,8 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   /// unless the system hangs; then reports it as deactivated. Does nothing for an offline copy and
   /// for a server that has ended otherwise. @return 1.
   int StopAll();
-  /// Asks the worker to stop and comes back at once; `StopAll` or the destructor waits for it.
-  /// Whoever stops many servers asks all of them first.
+  /// Asks the worker to stop and returns at once; `StopAll` or the destructor waits for it. To stop
+  /// many servers, ask all of them first.
   void RequestStop();
   /// Ends the process, which counts as an unexpected end; it is started again.
   /// @param cause      For the log; cut at 127 bytes.

@@ -1,6 +1,6 @@
 /// The Tika servers of one service host.
 /// Threads: one at a time; an owner whose threads share the list locks it, and uses a server's
-/// pointer under that lock alone.
+/// pointer only under that lock.
 #ifndef SCA_HOST_SCA_TIKASERVERLIST_H
 #define SCA_HOST_SCA_TIKASERVERLIST_H
 

@@ -13,7 +13,7 @@ class SCA_Result;
 /// Open flags: an existing regular file, for reading from its start to its end.
 /// @note Inherited: neither number has a meaning of its own.
 constexpr unsigned long SCA_FileOpenRead = 0x60A;
-/// Open flags: a regular file, for writing at its end; made for its owner alone when there is none.
+/// Open flags: a regular file, for writing at its end; created for its owner only if missing.
 constexpr unsigned long SCA_FileAppend = 0x60B;
 
 /// An open file. Every operation gives 1, or 0 with the code in `*error`.
@@ -33,13 +33,13 @@ class SCA_API SCA_File : public SCA_Object {
   /// @param size  Receives the size in bytes.
   int GetSize(unsigned long long* size, unsigned long* error);
 
-  /// @return 1 when nobody but its owner may read or write the file, and the owner is this account
+  /// @return 1 when only its owner may read or write the file, and the owner is this account
   ///         or root; else 0.
   int IsPrivate() const;
 
   /// Reads on from where the last read ended.
   /// @param count  Bytes wanted, at most 0x7FFFF000.
-  /// @param read   Receives the bytes read: `count`, fewer at the end of the file, 0 behind it.
+  /// @param read   Receives the bytes read: `count`, fewer at the end of the file, 0 after it.
   int Read(char* buffer, unsigned long count, unsigned long* read, unsigned long* error);
 
   /// Moves the place of the next read. A write goes to the end wherever that place is.
@@ -53,17 +53,17 @@ class SCA_API SCA_File : public SCA_Object {
   int fd_ = -1;
 };
 
-/// Permissions of a new file: for its owner alone (configuration, logs), or as the process's umask
-/// has it (results that a user asked for).
+/// Permissions of a new file: for its owner only (configuration, logs), or by the process's umask
+/// (results that a user asked for).
 enum class SCA_FileAccess { Private, Default };
 
 /// Whether a commit waits until the file is on the disk (settings, which exist once), or leaves
 /// that to the system (results, which can be made again).
 enum class SCA_FileCommit { Durable, Fast };
 
-/// A file written aside, in the directory of its target, that takes the target's place when it is
-/// committed. Destroyed without that, it leaves nothing behind. A reader sees the old file or the
-/// new one, whole; with a durable commit this holds after a crash at any point too.
+/// A temporary file in the directory of its target that replaces the target when it is committed.
+/// Destroyed without a commit, it leaves nothing behind. A reader sees the old file or the new one,
+/// complete; with a durable commit also after a crash at any point.
 class SCA_API SCA_ReplacementFile : public SCA_Object {
  public:
   SCA_ReplacementFile();
@@ -71,7 +71,7 @@ class SCA_API SCA_ReplacementFile : public SCA_Object {
   SCA_ReplacementFile(const SCA_ReplacementFile&) = delete;
   SCA_ReplacementFile& operator=(const SCA_ReplacementFile&) = delete;
 
-  /// Creates the file aside, dropping one that was not committed.
+  /// Creates the temporary file, dropping one that was not committed.
   /// @param mode  The permissions that default access gives at most.
   int Open(const char* targetName, SCA_FileAccess access, unsigned long* error,
            unsigned long mode = 0666);
@@ -84,9 +84,8 @@ class SCA_API SCA_ReplacementFile : public SCA_Object {
   int CommitNew(SCA_FileCommit commit, unsigned long* error);
 
   /// @param name  Without its directory.
-  /// @return 1 for a name that files have until they are committed. Where no process writes any
-  /// more
-  ///         such a file is what a killed one has left.
+  /// @return 1 for the name of a file that is not committed yet. When no process writes any more,
+  ///         such a file was left by one that was killed.
   static int IsAsideName(const char* name);
 
  private:

@@ -10,7 +10,7 @@ void SCA_ToHex(const unsigned char* bytes, std::size_t length, char* text);
 
 /// @param text   `length` digits in any case, an even number.
 /// @param bytes  Receives half as many bytes; anything after a failure.
-/// @return 1, or 0 when there is something else than digits.
+/// @return 1, or 0 when there is anything but digits.
 int SCA_FromHex(const char* text, std::size_t length, unsigned char* bytes);
 
 #endif  // SCA_PLATFORM_SCA_HEX_H

@@ -49,7 +49,7 @@ class SCA_API SCA_HttpClientRequest : public SCA_Object {
 
 /// Reads reply headers. Lines end in CR LF; field names match in any case; blanks around values
 /// are trimmed. Empty lines before the status line are skipped and belong to the header: a reader
-/// of chunked replies leaves the CR LF behind the last chunk to the next reply.
+/// of chunked replies leaves the CR LF after the last chunk to the next reply.
 class SCA_API SCA_HttpParser {
  public:
   /// @param text          The bytes received so far; a zero byte ends them early.
@@ -60,9 +60,9 @@ class SCA_API SCA_HttpParser {
   static int IsHeaderReady(const char* text, unsigned long length, unsigned long* headerLength);
 
   /// Fills a record from a complete header.
-  /// @return 1; or 0 when the text is no HTTP/1 reply header, exceeds a limit, or carries a
-  ///         Content-Length that is no number, above 32 bits or contradicted by another. The record
-  ///         is then unchanged.
+  /// @return 1; or 0 when the text is not an HTTP/1 reply header, exceeds a limit, or carries a
+  ///         Content-Length that is not a number, above 32 bits or contradicted by another. The
+  ///         record is then unchanged.
   static int ParseHttpHeader(const char* text, unsigned long headerLength,
                              tagSCA_HTTP_REQUEST* record);
   /// The same for a record with content: sets the reply code and the content length (0 when the

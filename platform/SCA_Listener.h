@@ -41,7 +41,7 @@ class SCA_Listener : public SCA_Object {
 
   /// Makes a Unix socket and listens on it too. Only root, this account and the members of the
   /// group are welcome, and only their accounts can open the file. A socket of this account on
-  /// which nobody listens any more is replaced.
+  /// which nothing listens any more is replaced.
   /// @param path   Absolute, of any length up to `SCA_MaxPath`; its last name up to 80 bytes.
   /// @param group  Name or number; null or empty for none.
   /// @return `SCA_ErrorSocketPath`, `SCA_ErrorSocketTaken`, `SCA_ErrorNoGroup`; `EADDRINUSE` while

@@ -22,7 +22,7 @@
 #define SCA_EXCLUDES(...) SCA_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define SCA_NO_THREAD_SAFETY_ANALYSIS SCA_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 
-/// The standard mutex with annotations (the standard library's own carries none).
+/// The standard mutex with annotations (the standard library's has none).
 class SCA_CAPABILITY("mutex") SCA_Lock {
  public:
   void lock() SCA_ACQUIRE() { mutex_.lock(); }
@@ -33,7 +33,7 @@ class SCA_CAPABILITY("mutex") SCA_Lock {
   std::mutex mutex_;
 };
 
-/// Holds a lock for a scope. A condition may wait on it.
+/// Holds a lock for a scope. A condition can wait on it.
 class SCA_SCOPED_CAPABILITY SCA_LockGuard {
  public:
   explicit SCA_LockGuard(SCA_Lock& lock) SCA_ACQUIRE(lock) : lock_(lock.mutex_) {}

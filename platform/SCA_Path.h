@@ -28,12 +28,11 @@ SCA_API int SCA_FormatPath(char* path, unsigned long size, const char* format, .
 /// @return 1 for a path that begins with a slash or a backslash, or with a drive and a colon.
 SCA_API int SCA_IsAbsolutePath(const char* path);
 
-/// @return 1 when there is something of that name that is no directory.
+/// @return 1 when there is something of that name that is not a directory.
 SCA_API int SCA_FileExists(const char* path);
 SCA_API int SCA_DirectoryExists(const char* path);
 
-/// Makes a directory for its owner alone, with the parents that it lacks. One that exists is a
-/// success.
+/// Creates a directory for its owner only, with missing parents. An existing one is a success.
 SCA_API int SCA_CreateDirectory(const char* path, unsigned long* error);
 
 /// The name of the account: the environment's LOGNAME, else the password database's, else its

@@ -1,6 +1,6 @@
 /// A child process whose output is read line by line, and that leaves nothing behind.
-/// Threads: one thread at a time, but for `Wake`; the thread that starts the child must outlive it,
-/// see `Start`.
+/// Threads: one thread at a time, except for `Wake`; the thread that starts the child must outlive
+/// it, see `Start`.
 #ifndef SCA_PLATFORM_SCA_PROCESS_H
 #define SCA_PLATFORM_SCA_PROCESS_H
 
@@ -35,7 +35,7 @@ struct SCA_ProcessWorker {
 };
 
 /// One child process with its descendants, which share a process group of their own. The child gets
-/// no descriptor but its output pipe and an empty standard input, default signal handling, and
+/// no descriptor except its output pipe and an empty standard input, default signal handling, and
 /// SIGKILL when the thread that started it ends. When this process ends, by a SIGKILL too, a small
 /// guardian process (`sh`) kills the whole group.
 class SCA_API SCA_Process : public SCA_Object {
@@ -61,7 +61,7 @@ class SCA_API SCA_Process : public SCA_Object {
                     unsigned long* error) = 0;
 
   /// Waits until output can be read. Returns early, with 0, when the child has ended and all it
-  /// printed has been read; where the output alone has ended it waits for the child.
+  /// printed has been read; when only the output has ended, it waits for the child.
   /// @param reserved  0. @note Inherited.
   /// @return 1 when `ReadOutputLine` will give a line or a part of one, else 0.
   virtual int WaitForOutput(unsigned long timeoutMs, int reserved) = 0;
@@ -89,8 +89,8 @@ class SCA_API SCA_Process : public SCA_Object {
   virtual int GetFigures(SCA_ProcessFigures* figures) = 0;
 
   /// Hands out a worker that has ended while the child runs on. `GetFigures` looks for them, at
-  /// most once a second, and it takes a second or two until an end is told: by then the child has
-  /// ended too where both were meant. How a worker ended only the child knows.
+  /// most once a second. An end is reported a second or two late: if the whole group was ended, the
+  /// child has ended by then too. How a worker ended only the child knows.
   /// @return 1, or 0 when there is none.
   virtual int TakeEndedWorker(SCA_ProcessWorker* worker) = 0;
 

@@ -20,10 +20,9 @@ SCA_API const char* SCA_LevelText(unsigned long level);
 /// @param level    One of the levels above.
 /// @param source   Name of the implementation unit, such as "SCA_TikaClientV1"; static storage.
 /// @param line     Source line of the report.
-/// @param text     The formatted message, zero-terminated, without a line end (control bytes but
-/// the
-///                 tab have become blanks); at most
-///                 `SCA_MaxReportText` - 1 bytes, longer ones are cut; valid during the call only.
+/// @param text     The formatted message, zero-terminated, without a line end. Control bytes except
+///                 the tab have become blanks. At most `SCA_MaxReportText` - 1 bytes, longer ones
+///                 are cut. Valid during the call only.
 /// Called on the reporting thread, from several threads at once, under no lock of the library. It
 /// may report and may change the sink; it must not throw.
 using SCA_ReportSink = void (*)(void* context, unsigned long level, const char* source, int line,
@@ -53,7 +52,7 @@ SCA_API SCA_ReportFunction SCA_GetReportFunction(const char* source, int line);
 /// Replaces the sink of the whole process.
 /// @param sink     Null restores the default, which prints level 4 and above to standard error.
 /// @param context  Handed to each call of the sink; a report that is under way may still use the
-///                 former pair after this returns.
+///                 previous pair after this returns.
 SCA_API void SCA_SetReportSink(SCA_ReportSink sink, void* context);
 
 #endif  // SCA_PLATFORM_SCA_REPORT_H

@@ -39,7 +39,7 @@ class SCA_API SCA_TikaConfigOrv : public SCA_Object {
     networkTimeout_.Set(static_cast<std::uint32_t>(timeoutMs));
   }
 
-  /// Limit of pending extraction requests; whoever queues requests applies it.
+  /// Limit of pending extraction requests; the queue's owner applies it.
   unsigned long GetMaxPendingRequests() const { return maxPendingRequests_.Get(); }
   void SetMaxPendingRequests(unsigned long count) {
     maxPendingRequests_.Set(static_cast<std::uint32_t>(count));

@@ -28,12 +28,12 @@ class SCA_API SCA_TikaService : public SCA_Object {
   /// Host of the control port, and the record's name in its list.
   const char* GetHostName() const { return hostName_; }
   void SetHostName(const char* hostName);
-  /// The archive that the service's Tika servers run.
+  /// The jar that the service's Tika servers run.
   const char* GetFileName() const { return fileName_; }
   void SetFileName(const char* fileName);
   unsigned short GetControlPort() const { return controlPort_; }
   void SetControlPort(unsigned short port) { controlPort_ = port; }
-  /// HTTP port of the first server; the others take the ports behind it.
+  /// HTTP port of the first server; the others use the next ports.
   unsigned short GetDataPort() const { return dataPort_; }
   void SetDataPort(unsigned short port) { dataPort_ = port; }
   unsigned long GetNumOfServers() const { return numOfServers_; }

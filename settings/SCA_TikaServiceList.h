@@ -28,7 +28,7 @@ class SCA_API SCA_TikaServiceList : public SCA_List<SCA_TikaService*> {
   int AddService(SCA_TikaService* service, unsigned long* serviceId, unsigned long* error);
   /// Deletes the record of an id. @return 0 when there is none.
   int DeleteService(unsigned long serviceId);
-  /// Deletes every record; ids and the change counter begin anew. @return 1.
+  /// Deletes every record; ids and the change counter restart. @return 1.
   int ClearAll();
 
   /// @name Lookup; 0 when there is no such record

@@ -19,7 +19,7 @@ class SCA_ProcessGroup {
  public:
   explicit SCA_ProcessGroup(pid_t group) : group_(group) {}
 
-  /// As `SCA_Process` has them.
+  /// As in `SCA_Process`.
   int GetFigures(SCA_ProcessFigures* figures);
   int TakeEndedWorker(SCA_ProcessWorker* worker);
 
