@@ -29,9 +29,9 @@ constexpr Advice kDocument[] = {
     {ELOOP, "it is a link where none may be: remove it"},
     {EEXIST, "something else, or another document's text, is in the way: use another directory"},
     {SCA_ErrorNotRegularFile, "copy its content into a file first"},
-    {SCA_ErrorFileShrank, "try again when nobody writes to it"},
-    {SCA_ErrorFileGrew, "copy it first, when nobody writes to it"},
-    {SCA_ErrorContentEncoding, "turn off compression in the proxy before the Tika server"},
+    {SCA_ErrorFileShrank, "try again while no program writes to it"},
+    {SCA_ErrorFileGrew, "copy it first, while no program writes to it"},
+    {SCA_ErrorContentEncoding, "turn off compression in the proxy in front of the Tika server"},
     {SCA_ErrorInvalidData, "check that the server is a Tika server of version 1.x to 3.x"},
     {SCA_ErrorServersDied, "it may need more memory than they have: raise their heaps"},
     {SCA_ErrorTimeLimit, "raise --time-limit"},
@@ -57,11 +57,11 @@ constexpr Advice kServiceHost[] = {
     {SCA_ErrorLoginRefused, kCopyKey},
     {SCA_ErrorLoginMissing, "it may be an impostor"},
     {SCA_ErrorTooManyLogins,
-     "wait some seconds, and look who fails to log in: the host's debug log names them"},
-    {SCA_ErrorKeyExposed, "make the key file readable for its owner alone"},
+     "wait a few seconds, and find the client that fails to log in: the host's debug log names it"},
+    {SCA_ErrorKeyExposed, "make the key file readable only by its owner"},
     {SCA_ErrorKeyInvalid, "copy the host's control.key again"},
     {SCA_ErrorFrame, "check the port: something else answers there"},
-    {SCA_ErrorConnectionLimit, "try again when others have left"},
+    {SCA_ErrorConnectionLimit, "try again when other clients have disconnected"},
 };
 constexpr char kOtherHost[] = "check the address, and that tikasvc runs there";
 

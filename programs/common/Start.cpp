@@ -51,7 +51,7 @@ void ComplainOf(const std::exception_ptr& thrown) {
   } catch (const std::exception& error) {
     Complain(error.what());
   } catch (...) {
-    Complain("ended by an error that has no text");
+    Complain("ended by an error without a message");
   }
 }
 
@@ -62,7 +62,7 @@ void ComplainOf(const std::exception_ptr& thrown) {
   if (const std::exception_ptr thrown = std::current_exception(); thrown != nullptr) {
     ComplainOf(thrown);
   } else {
-    std::fprintf(stderr, "%s: ended by an error that has no text\n", programName);
+    std::fprintf(stderr, "%s: ended by an error without a message\n", programName);
   }
   std::_Exit(failedStatus);
 }

@@ -96,7 +96,7 @@ Failure Host::ExplainConnect(unsigned long code) const {
     case SCA_ErrorNoKey:
       return {kLoginRefused, code,
               text + "; copy the host's control.key to " + Printable(KeyFile()) +
-                  ", readable by you alone, or name it with --key"};
+                  ", readable only by you, or name it with --key"};
     case SCA_ErrorLoginRefused:
       return {kLoginRefused, code,
               text + "; compare " + Printable(KeyFile()) + " with the host's control.key"};

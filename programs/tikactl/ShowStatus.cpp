@@ -77,7 +77,7 @@ Table ServerTable(const SCA_ConfigObj& servers) {
 std::string LoginText(const Fields& service) {
   const auto mode = service.Number(Service::LoginMode);
   if (!mode) return "";
-  return *mode == 0 ? ", loopback alone, no login" : ", login with the control key";
+  return *mode == 0 ? ", loopback only, no login" : ", login with the control key";
 }
 
 std::string RefusedLoginsText(const Fields& service) {

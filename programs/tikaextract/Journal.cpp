@@ -162,7 +162,7 @@ std::string Journal::CheckHeader() {
   if (std::string_view(kHeader).substr(0, length) == header) return {};
   if (header != kFormerHeader) return Quoted(Name()) + " is no journal";
   return Quoted(Name()) +
-         " is of an earlier version, which does not tell all that is needed: choose another "
+         " is of an earlier version, which lacks needed data: choose another "
          "directory, or delete it to have everything extracted again";
 }
 

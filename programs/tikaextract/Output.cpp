@@ -72,7 +72,7 @@ void Output::Finish() {
   if (ledger_.RefusedBefore() == 0) return;
   status_ = kSomeFailed;
   progress_.PrintLine("tikaextract: " + std::to_string(ledger_.RefusedBefore()) +
-                      " of the skipped documents were refused by a former run; --retry-refused "
+                      " of the skipped documents were refused by an earlier run; --retry-refused "
                       "tries them again");
 }
 

@@ -301,7 +301,7 @@ void ServiceHost::WatchRunning(const SCA_TikaServer& listed, Server* server) {
   const bool hasDied = server->isUsable && ends != server->ends;
   if (hasDied) {
     board_->TellDetail(serviceId_, "port " + std::to_string(listed.GetPortNumber()) +
-                                       ": died and is started anew; " + HostsWords(server->id));
+                                       ": died and restarts; " + HostsWords(server->id));
   }
   if (hasDied || server->isDown) {
     server->isDown = false;

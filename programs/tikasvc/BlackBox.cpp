@@ -42,7 +42,7 @@ void BlackBox::Load() {
   const SCA_LockGuard guard(lock_);
   if (SCA_LoadConfigFile(fileName_.c_str(), &deaths_, &info, &error) == 0) {
     if (error == ENOENT) return;
-    Say(SCA_LevelWarning, "cannot read the history of deaths %s: %s; a new one is begun",
+    Say(SCA_LevelWarning, "cannot read the history of deaths %s: %s; starting a new one",
         fileName_.c_str(), SCA_ErrorText(error));
     const bool isHopeless = error == SCA_ErrorFileForeign || error == SCA_ErrorFileDamaged ||
                             error == SCA_ErrorFileNewer || error == SCA_ErrorDataTooLarge;
@@ -50,7 +50,7 @@ void BlackBox::Load() {
     return BeginAnew();
   }
   if (info.fileType != SCA_FileTypeHistory) {
-    Say(SCA_LevelWarning, "%s is no history of deaths; a new one is begun", fileName_.c_str());
+    Say(SCA_LevelWarning, "%s is not a history of deaths; starting a new one", fileName_.c_str());
     KeepAside();
     return BeginAnew();
   }
@@ -80,7 +80,7 @@ void BlackBox::BeginAnew() {
 void BlackBox::KeepAside() {
   const std::string aside = fileName_ + ".unreadable";
   if (std::rename(fileName_.c_str(), aside.c_str()) == 0) {
-    Say(SCA_LevelInfo, "the former one is kept as %s", aside.c_str());
+    Say(SCA_LevelInfo, "the old one is kept as %s", aside.c_str());
   }
 }
 
@@ -93,7 +93,7 @@ void BlackBox::Add(SCA_Owned<SCA_ConfigObj> death, Mortal mortal, SCA_DeathKind 
     std::snprintf(name, sizeof name, "%llu", nextNumber_);
     if (death->AddField(SCA_DeathFields::Number, nextNumber_, 0) == 0 ||
         deaths_.AddField(name, static_cast<SCA_Field*>(death.get()), 0) == 0) {
-      Say(SCA_LevelError, "no memory to remember a death");
+      Say(SCA_LevelError, "not enough memory to record a death");
       return;
     }
     ++nextNumber_;
@@ -142,7 +142,9 @@ void BlackBox::SaveUntilEnd() {
   isChanged_.store(true);      // what was reserved and not used is given back
   while (isChanged_.load()) {  // a death may come while the file is written
     if (Save(0)) continue;
-    Say(SCA_LevelError, "the history of deaths %s stays as it was saved last", fileName_.c_str());
+    Say(SCA_LevelError,
+        "the history of deaths %s was not saved; the file keeps its last saved state",
+        fileName_.c_str());
     return;
   }
 }
@@ -158,8 +160,8 @@ bool BlackBox::Save(unsigned long long reserved) {
   }
   isChanged_.store(true);
   if (!hasFailed_) {
-    Say(SCA_LevelWarning, "cannot save the history of deaths %s: %s; it is tried again",
-        fileName_.c_str(), SCA_ErrorText(error));
+    Say(SCA_LevelWarning, "cannot save the history of deaths %s: %s; retrying", fileName_.c_str(),
+        SCA_ErrorText(error));
   }
   hasFailed_ = true;
   return false;

@@ -117,7 +117,7 @@ class ControlService::Operations : public SCA_TikaServiceVirtual {
   }
 
   int StopServer() override {
-    Say(SCA_LevelInfo, "connection %lu asks for the end", agent_);
+    Say(SCA_LevelInfo, "connection %lu told the host to stop", agent_);
     host_.stop->Set();
     return 1;
   }

@@ -31,7 +31,7 @@ constexpr Sign kSigns[] = {
      "java does not know one of its options"},
     {"Invalid maximum heap size", SCA_DeathKind::OptionsRefused, "java refused the heap limit"},
     {"Could not reserve enough space", SCA_DeathKind::OptionsRefused,
-     "the machine has not as much memory as the heap limit asks for"},
+     "the machine has less memory than the heap limit"},
     {"Could not create the Java Virtual Machine", SCA_DeathKind::OptionsRefused,
      "java refused its options"},
     {"insufficient memory for the Java Runtime", SCA_DeathKind::HeapExhausted,
@@ -52,7 +52,7 @@ const Sign* FindSign(const std::vector<std::string>& lines, const std::string** 
 DeathCause Killed(int signal) {
   std::string text = "signal " + std::to_string(signal) + " (" + ::strsignal(signal) + ") ended it";
   if (signal == SIGKILL) {
-    text += "; when nobody sent it, the machine ran out of memory: see the kernel's log";
+    text += "; if nobody sent it, the machine ran out of memory: see the kernel's log";
   }
   return {SCA_DeathKind::Killed, text};
 }
@@ -86,7 +86,7 @@ DeathCause FindOfWorker(const std::vector<std::string>& lines, SCA_TikaObituary*
   }
   return {SCA_DeathKind::Exited, obituary->isExitKnown != 0
                                      ? told + "; its last lines may say why"
-                                     : "its worker process ended, how is not known; its last lines "
+                                     : "its worker process ended in an unknown way; its last lines "
                                        "may say why"};
 }
 

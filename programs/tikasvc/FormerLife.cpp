@@ -54,7 +54,7 @@ unsigned long KillLeftovers(const std::string& directory) {
   std::error_code error;
   fs::directory_iterator entry("/proc", error);
   if (error) {
-    Say(SCA_LevelWarning, "cannot look for what a former service host has left: /proc: %s",
+    Say(SCA_LevelWarning, "cannot look for processes of an earlier service host: /proc: %s",
         error.message().c_str());
   }
   for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {

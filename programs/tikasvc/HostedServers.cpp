@@ -152,7 +152,7 @@ int HostedServers::Add(unsigned long agent, const char* fileName, unsigned short
   } else if (isAnother) {
     Say(SCA_LevelWarning,
         "%s asked for %s on port %u with heap %lu MB and got server %lu, which has that port and "
-        "is another",
+        "other settings",
         OwnerText(agent).c_str(), fileName, port, heapSize, *id);
   }
   return 1;
@@ -213,7 +213,7 @@ void HostedServers::Revive() {
     }
   }
   for (const auto& [id, code] : failed) {
-    Say(SCA_LevelWarning, "server %lu had failed for good (%s) and is started anew", id,
+    Say(SCA_LevelWarning, "gave up on server %lu (%s); trying again", id,
         code != 0 ? StartErrorText(code) : "it had died too often");
   }
 }

@@ -33,7 +33,7 @@ std::string Installation::Load() {
   dataDirectory_ = user_.GetDataDirectory();
   if (dataDirectory_.empty() || SCA_DirectoryExists(dataDirectory_.c_str()) == 0) {
     return std::string("the data directory '") + dataDirectory_ + "' of " +
-           user_.GetConfigFileName() + " does not exist; make it, or correct the configuration";
+           user_.GetConfigFileName() + " does not exist; create it, or correct the configuration";
   }
   // The account's own configuration is the nearer one, where it says more than the default.
   const bool hasOwnPort = user_.GetControlPort() != SCA_DefaultControlPort;
@@ -67,7 +67,7 @@ std::string Installation::FindConfigDirectory() const {
 std::string Installation::LoadRoot() {
   const bool isNamed = !options_.configFile.empty();
   if (isNamed ? root_.SetConfigFileName(options_.configFile.c_str()) == 0 : root_.Init() == 0) {
-    return "the path of the root configuration is not known or too long; name it with --config";
+    return "the path of the root configuration is unknown or too long; name it with --config";
   }
   const char* fileName = root_.GetConfigFileName();
   unsigned long error = 0;
@@ -88,7 +88,7 @@ std::string Installation::LoadUser() {
   const SCA_LockGuard guard(lock_);
   unsigned long error = 0;
   if (user_.Init() == 0) {
-    return "the user configuration cannot be made; the messages above say why; XDG_CONFIG_HOME "
+    return "the user configuration cannot be created; the messages above say why; XDG_CONFIG_HOME "
            "names another directory";
   }
   return ReadUser(&error) ? "" : Unreadable("user", user_.GetConfigFileName(), error);
@@ -115,7 +115,7 @@ std::string Installation::PrepareKey() const {
   unsigned long error = 0;
   SCA_ControlKey key;
   if (SCA_CreateControlKey(fileName, &error) == 0) {
-    return Complaint(std::string("cannot make the control key ") + fileName, error);
+    return Complaint(std::string("cannot create the control key ") + fileName, error);
   }
   if (SCA_LoadControlKey(fileName, &key, &error) == 0) {
     return Complaint(std::string("cannot use the control key ") + fileName, error);
@@ -128,11 +128,11 @@ void Installation::Reload() {
   const unsigned short port = user_.GetControlPort();
   unsigned long error = 0;
   if (!ReadUser(&error)) {
-    Say(SCA_LevelError, "cannot read %s again: %s; the former values stay",
-        user_.GetConfigFileName(), SCA_ErrorText(error));
+    Say(SCA_LevelError, "cannot reread %s: %s; the previous values stay", user_.GetConfigFileName(),
+        SCA_ErrorText(error));
     return;
   }
-  Say(SCA_LevelInfo, "read %s again", user_.GetConfigFileName());
+  Say(SCA_LevelInfo, "reread %s", user_.GetConfigFileName());
   if (user_.GetControlPort() != port || user_.GetDataDirectory() != dataDirectory_) {
     Say(SCA_LevelWarning, "another control port or data directory takes effect at the next start");
   }
@@ -162,9 +162,9 @@ void Installation::SaveTikaLog(bool save, const char* directory, unsigned long* 
   user_.SetSaveTikaLog(save ? 1 : 0);
   const bool isSaved = user_.SaveConfig(code) != 0;
   if (isSaved) *code = 0;
-  Say(isSaved ? SCA_LevelInfo : SCA_LevelWarning, "daily files of the servers' logs: %s%s%s",
+  Say(isSaved ? SCA_LevelInfo : SCA_LevelWarning, "daily log files of the servers: %s%s%s",
       save ? "on, in " : "off", save ? wanted.c_str() : "",
-      isSaved ? "" : ", until the host ends: that could not be saved");
+      isSaved ? "" : ", until the host stops: the setting could not be saved");
 }
 
 Installation::LogSwitches Installation::GetLogSwitches() const {

@@ -34,7 +34,7 @@ std::string TextOf(const SCA_Field& field) {
 }
 
 void SayForgotten(const SCA_TikaObituary& obituary) {
-  Say(SCA_LevelError, "no memory to write up the death of process %lu of server %lu",
+  Say(SCA_LevelError, "not enough memory to record the death of process %lu of server %lu",
       obituary.processId, obituary.serverId);
 }
 
@@ -225,8 +225,8 @@ void ServerWatch::OnEnd(const SCA_TikaObituary& obituary) {
   try {
     RecordEnd(obituary);
   } catch (const std::exception&) {
-    Say(SCA_LevelError, "no memory to write up the death of server %lu: %s", obituary.serverId,
-        obituary.text);
+    Say(SCA_LevelError, "not enough memory to record the death of server %lu: %s",
+        obituary.serverId, obituary.text);
   }
   const SCA_LockGuard guard(lock_);
   run_.isOver = true;
@@ -261,7 +261,7 @@ void ServerWatch::OnWorkerEnd(const SCA_TikaObituary& obituary) {
   try {
     RecordWorkerEnd(obituary);
   } catch (const std::exception&) {
-    Say(SCA_LevelError, "no memory to write up the death of a worker of server %lu: %s",
+    Say(SCA_LevelError, "not enough memory to record the death of a worker of server %lu: %s",
         obituary.serverId, obituary.text);
   }
   beforeWorker_ = server_->GetLog()->GetLastMessageId();

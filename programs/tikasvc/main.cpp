@@ -114,7 +114,7 @@ class Host {
       const fs::perms open = fs::perms::group_exec | fs::perms::others_exec;
       if ((fs::status(place, error).permissions() & open) != fs::perms::none) continue;
       Say(SCA_LevelWarning,
-          "%s lets its owner alone in: the group %s cannot reach the control socket; choose "
+          "only the owner may enter %s: the group %s cannot reach the control socket; choose "
           "another "
           "place with --control-socket",
           place.c_str(), options_.controlGroup.c_str());
@@ -183,13 +183,13 @@ int RunHost(const Options& options, Installation* installation, HostLog* log) {
   const Signals signals(&stop, &reload);
   const unsigned long leftovers = KillLeftovers(directory);
   if (leftovers > 0) {
-    Say(SCA_LevelWarning, "killed %lu process%s that a former service host had left", leftovers,
+    Say(SCA_LevelWarning, "killed %lu process%s left by an earlier service host", leftovers,
         leftovers == 1 ? "" : "es");
   }
   if (options.tikaBind == "0.0.0.0" || options.tikaBind == "::") {
     Say(SCA_LevelWarning,
-        "Tika servers listen on all addresses and answer whoever reaches their ports: firewall "
-        "them, or use --tika-bind");
+        "Tika servers listen on all addresses and answer every client: protect their ports with a "
+        "firewall, or use --tika-bind");
   }
   const int status = Host(options, installation, log, &stop, &reload).Run();
   Say(SCA_LevelInfo, "stopped");
@@ -205,7 +205,7 @@ int Run(int argc, char** argv) {
   if (complaint.empty()) complaint = installation.PrepareKey();
   if (!complaint.empty()) return Refuse(kUnfit, complaint);
   if (options.checkConfig) {
-    std::printf("the configurations are sound; data directory %s, control port %u\n",
+    std::printf("the configurations are valid; data directory %s, control port %u\n",
                 Printable(installation.DataDirectory()).c_str(), installation.ControlPort());
     return kStopped;
   }

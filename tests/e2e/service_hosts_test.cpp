@@ -221,7 +221,7 @@ TEST_F(ServiceHosts, WantedServersAreAddedWatchedAndGivenBack) {
               {"XDG_CONFIG_HOME=" + home_.File("client")});
   ASSERT_TRUE(run.WaitForError("has 2 servers")) << run.Error() << programs_[0]->Error();
   KillOneJava(0);
-  ASSERT_TRUE(run.WaitForError("died and is started anew")) << run.Error();
+  ASSERT_TRUE(run.WaitForError("died and restarts")) << run.Error();
   gate.Kill();
   EXPECT_EQ(run.Wait(), 1) << run.Error();
   std::size_t texts = 0;

@@ -698,7 +698,7 @@ TEST_F(TikaSvc, TalksToTheServiceManagerAndReloads) {
   EXPECT_TRUE(hears("WATCHDOG=1"));
   host_->Signal(SIGUSR1);  // from a stranger
   host_->Signal(SIGHUP);
-  EXPECT_TRUE(host_->WaitForError("tika_service.trv again"));
+  EXPECT_TRUE(host_->WaitForError("reread "));
   host_->Signal(SIGTERM);
   EXPECT_TRUE(hears("STOPPING=1"));
   EXPECT_EQ(host_->Wait(), 0);
