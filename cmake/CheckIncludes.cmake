@@ -1,5 +1,6 @@
 # Fails when a source file includes a header of a folder that its own may not know: each names those
-# below it. Usage: cmake -D ROOT=<source tree> -P CheckIncludes.cmake
+# below it. Programs and examples use the library as its users do, by its installed headers.
+# Usage: cmake -D ROOT=<source tree> -D INSTALLED=<headers with commas> -P CheckIncludes.cmake
 cmake_minimum_required(VERSION 3.25)
 set(below_platform "")
 set(below_foundation platform)
@@ -13,6 +14,10 @@ set(below_faultlab platform)
 set(below_programs faultlab product ${below_product})
 set(below_examples product ${below_product})
 set(folders platform foundation settings client host supervision control product faultlab programs examples)
+string(REPLACE "," ";" installed "${INSTALLED}")
+set(outside programs examples)
+# Not installed, and used by programs all the same: they come with the library they are built with.
+set(lent platform/SCA_Sha256.h)
 
 set(faults "")
 foreach(folder IN LISTS folders)
@@ -26,11 +31,14 @@ foreach(folder IN LISTS folders)
         list(APPEND faults "${file}: includes \"${target}\", which names no folder of the tree")
       elseif(NOT other STREQUAL folder AND NOT other IN_LIST below_${folder})
         list(APPEND faults "${file}: includes \"${target}\", which ${folder}/ may not know")
+      elseif(folder IN_LIST outside AND other IN_LIST below_examples
+             AND NOT target IN_LIST installed AND NOT target IN_LIST lent)
+        list(APPEND faults "${file}: includes \"${target}\", which is not installed")
       endif()
     endforeach()
   endforeach()
 endforeach()
 if(faults)
   list(JOIN faults "\n  " text)
-  message(FATAL_ERROR "Includes must point down only:\n  ${text}")
+  message(FATAL_ERROR "Includes must point down only, and those of programs to what is installed:\n  ${text}")
 endif()
