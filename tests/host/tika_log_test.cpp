@@ -47,13 +47,11 @@ void Fill(SCA_TikaLog* log, int count) {
 }
 
 TEST(TikaLog, KeepsTheNewestUpToItsCapacityUntilItIsCleared) {
-  for (const unsigned long capacity : {1UL, 2UL, 3UL, 500UL}) {
+  for (const unsigned long capacity : {1UL, 2UL, 500UL}) {
     SCA_TikaLog log(nullptr, capacity, 0);
-    EXPECT_EQ(log.GetLastMessageId(), SCA_NoItemId);
     Fill(&log, 5);
     const unsigned long kept = std::min(capacity, 5UL);
     ASSERT_EQ(log.GetMessageCount(), kept);
-    EXPECT_EQ(log.GetLastMessageId(), 4U);
     for (unsigned long i = 0; i < kept; ++i) {
       EXPECT_EQ(IdsOf(log)[i], 5 - kept + i);
       EXPECT_EQ(Text(log, i), "message " + std::to_string(5 - kept + i));
@@ -66,11 +64,8 @@ TEST(TikaLog, KeepsTheNewestUpToItsCapacityUntilItIsCleared) {
     Fill(&log, 1);
     EXPECT_EQ(log.GetLastMessageId(), 0U);
   }
-  const ReportCapture reports;
   SCA_TikaLog none(nullptr, 0, 0);
-  tagSCA_ERROR_DESCR record{};
-  EXPECT_EQ(none.AddMessage(3, "x") + none.AddMessage(&record, 7), 0);
-  EXPECT_EQ(none.GetMessageCount(), 0U);
+  EXPECT_EQ(none.AddMessage(3, "x"), 0);
 }
 
 TEST(TikaLog, TextsFitAndCannotForgeLines) {
@@ -79,7 +74,6 @@ TEST(TikaLog, TextsFitAndCannotForgeLines) {
   const std::pair<std::string, std::string> rows[] = {
       {"100 %s %d", "100 %s %d"},
       {"a\nERR b\r\n\x01\tc\x7f", "a ERR b   \tc "},
-      {std::string(259, 'x'), std::string(259, 'x')},
       {std::string(260, 'x'), std::string(259, 'x')},
       {std::string(256, 'x') + euro, std::string(256, 'x') + euro},
       {std::string(257, 'x') + euro, std::string(257, 'x')},
@@ -106,8 +100,6 @@ TEST(TikaLog, TextsFitAndCannotForgeLines) {
 
 TEST(TikaLog, SerializesARunThatEndsWithTheNewest) {
   SCA_TikaLog log(nullptr, 500, 0);
-  SCA_ConfigObj nothing("Log", nullptr);
-  EXPECT_EQ(log.Serialize(&nothing, 0, 0), 1);
   Fill(&log, 5);
   struct Row {
     unsigned long back;
@@ -115,15 +107,8 @@ TEST(TikaLog, SerializesARunThatEndsWithTheNewest) {
     Ids ids;
   };
   constexpr unsigned long kNone = 0xFFFFFFFF;
-  const Row rows[] = {{0, 3, {4}},
-                      {1, kNone, {3, 4}},
-                      {4, 4, {0, 1, 2, 3, 4}},
-                      {5, 2, {3, 4}},
-                      {5, kNone, {0, 1, 2, 3, 4}},
-                      {kNone, 4, {}},
-                      {~0UL, 3, {4}},
-                      {kNone, ~0UL, {0, 1, 2, 3, 4}},
-                      {kNone, 0, {1, 2, 3, 4}}};
+  const Row rows[] = {{0, 3, {4}},    {1, kNone, {3, 4}}, {4, 4, {0, 1, 2, 3, 4}}, {5, 2, {3, 4}},
+                      {kNone, 4, {}}, {~0UL, 3, {4}},     {kNone, 0, {1, 2, 3, 4}}};
   for (const Row& row : rows) {
     SCA_ConfigObj object("Log", nullptr);
     EXPECT_EQ(log.Serialize(&object, row.back, row.afterId), 1);
@@ -133,7 +118,6 @@ TEST(TikaLog, SerializesARunThatEndsWithTheNewest) {
 
 TEST(TikaLog, ACopyHasTheSendersIdsAndCounts) {
   SCA_TikaLog log(nullptr, 500, 0);
-  EXPECT_EQ(log.GetSessionId(), 0xFFFFFFFF);
   Fill(&log, 3);
   log.AddMessage(5, " an  error ");
   SCA_ConfigObj object("Log", nullptr);
@@ -146,36 +130,25 @@ TEST(TikaLog, ACopyHasTheSendersIdsAndCounts) {
   EXPECT_EQ(copy.GetLastMessageId(), 3U);
   EXPECT_EQ(copy.GetErrorCount(), 1U);
   EXPECT_EQ(copy.GetSessionId(), 0U);
-  struct Row {
-    const char* name;
-    const char* value;
+  struct {
+    const char *name, *value;
     int result;
-    unsigned long count;
-  };
-  const Row rows[] = {{"5", "3 2026-01-01 10:00:00 x", 1, 1},
-                      {"5", "3 2026-01-01 10:00:00 ", 1, 0},
-                      {"5", "3 2026-01-01 10:00:00", 1, 0},
-                      {"5", "3 2026-01-01", 0, 0},
-                      {"5", "", 0, 0},
-                      {"5", nullptr, 0, 0},
-                      {"5", "high a b x", 0, 0},
-                      {"five", "3 a b x", 0, 0},
-                      {"4294967296", "3 a b x", 0, 0},
-                      {"4294967295", "3 a b x", 1, 1},
-                      {"5", "3 much-too-long-a-date b x", 1, 1}};
-  for (const Row& row : rows) {
+    unsigned long lastId;
+  } const rows[] = {
+      {"5", "3 2026-01-01 10:00:00 x", 1, 5},   {"5", "3 2026-01-01 10:00:00", 1, SCA_NoItemId},
+      {"5", "3 2026-01-01", 0, SCA_NoItemId},   {"5", nullptr, 0, SCA_NoItemId},
+      {"5", "high a b x", 0, SCA_NoItemId},     {"4294967296", "3 a b x", 0, SCA_NoItemId},
+      {"4294967295", "3 a b x", 1, 0},  // what has no id takes the next one
+      {"5", "3 much-too-long-a-date b x", 1, 5}};
+  for (const auto& row : rows) {
     SCA_ConfigObj received("Log", nullptr);
     received.AddField(row.name, row.value, 0);
     EXPECT_EQ(copy.Deserialize(&received), row.result) << row.name << ": " << row.value;
-    EXPECT_EQ(copy.GetMessageCount(), row.count) << row.value;
-    // What has no id takes the next one.
-    const unsigned long id = *row.name == '5' ? 5 : 0;
-    EXPECT_EQ(copy.GetLastMessageId(), row.count != 0 ? id : SCA_NoItemId);
+    EXPECT_EQ(copy.GetLastMessageId(), row.lastId) << row.value;
   }
   SCA_ConfigObj nested("Log", nullptr);
   nested.AddConfigObj("5");
   EXPECT_EQ(copy.Deserialize(&nested), 0);
-  EXPECT_EQ(copy.Deserialize(nullptr), 0);
 }
 
 TEST(TikaLog, IsAQueueWithoutALimit) {
@@ -201,36 +174,28 @@ TEST(TikaLog, IsAQueueWithoutALimit) {
 
 TEST(TikaLog, FindsMessagesByIdAndLevel) {
   SCA_TikaLog log(nullptr, 500, 0);
-  for (const unsigned long level : {3UL, 5UL, 3UL, 5UL}) log.AddMessage(level, "%lu", level);
-  tagSCA_ERROR_DESCR* record = nullptr;
-  struct Row {
-    unsigned long afterId;
-    unsigned long level;
-    long position;
-  };
-  for (const Row& row : {Row{0, SCA_AnyLevel, 1}, Row{0, 3, 2}, Row{1, 5, 3}, Row{2, 3, -1},
-                         Row{0xFFFFFFFF, SCA_AnyLevel, -1}, Row{0, ~0UL, 1}}) {
-    tagSCA_ERROR_DESCR* expected = nullptr;
-    record = nullptr;
-    if (row.position >= 0) log.GetMessageByPos(static_cast<unsigned long>(row.position), &expected);
-    EXPECT_EQ(log.GetNextMessage(row.afterId, row.level, &record), expected != nullptr ? 1 : 0);
-    EXPECT_EQ(record, expected) << row.afterId << ", " << row.level;
+  for (const unsigned long level : {3UL, 5UL, 3UL, 5UL}) {
+    log.AddMessage(level, "%lu", log.GetMessageCount());
   }
-  EXPECT_EQ(log.GetMessageByPos(4, &record), 0);
+  struct {
+    unsigned long afterId, level;
+    const char* text;  // null when there is none
+  } const rows[] = {{0, SCA_AnyLevel, "1"}, {0, 3, "2"}, {1, 5, "3"}, {2, 3, nullptr}};
+  for (const auto& row : rows) {
+    tagSCA_ERROR_DESCR* record = nullptr;
+    EXPECT_EQ(log.GetNextMessage(row.afterId, row.level, &record), row.text != nullptr ? 1 : 0);
+    EXPECT_STREQ(record != nullptr ? record->text : nullptr, row.text);
+  }
 }
 
 TEST(TikaLog, PlainTextForms) {
   const TempDir dir;
   const ReportCapture reports;
   SCA_TikaLog log(nullptr, 500, 0);
-  char buffer[64] = "untouched";
-  EXPECT_EQ(log.FillBuffer(buffer, 0), 1);
-  EXPECT_STREQ(buffer, "untouched");
   for (const unsigned long level : {2UL, 3UL, 4UL, 5UL, 6UL}) log.AddMessage(level, "m%lu", level);
-  ASSERT_EQ(log.GetDataLength(), 25U);
   std::vector<char> exact(25);
+  ASSERT_EQ(log.GetDataLength(), exact.size());
   EXPECT_EQ(log.FillBuffer(exact.data(), 24), 0);
-  EXPECT_EQ(reports.All().back().text, "Not enough space to copy debug log");
   EXPECT_EQ(log.FillBuffer(exact.data(), 25), 1);
   EXPECT_STREQ(exact.data(), "m2\nm3\nm4\nm5\nm6\n");
   tagSCA_ERROR_DESCR* first = nullptr;
@@ -244,23 +209,17 @@ TEST(TikaLog, PlainTextForms) {
   const std::string file = dir.Write("report.txt", std::string(1000, 'x'));
   EXPECT_EQ(log.SaveTextReport(file.c_str()), 1);
   EXPECT_EQ(ReadFile(file), " D " + stamp + "m2\n" + lines);
-  const std::string nowhere = dir.File("none/report.txt");
-  EXPECT_EQ(log.SaveTextReport(nowhere.c_str()), 0);
-  EXPECT_EQ(reports.All().back().text,
-            "SCA_TikaLog::SaveTextReport: Cannot create debug log file - " + nowhere);
-  EXPECT_EQ(log.SaveTextReport(dir.Path().c_str()), 0);
-  EXPECT_EQ(reports.All().back().text,
-            "SCA_TikaLog::SaveTextReport: Cannot save debug log file - " + dir.Path());
-  const std::string trv = dir.File("report.trv");
-  EXPECT_EQ(log.SaveTrvReport(trv.c_str()), 1);
+  EXPECT_EQ(log.SaveTrvReport(dir.File("report.trv").c_str()), 1);
   SCA_ConfigObj object("", nullptr);
   SCA_ConfigFileInfo info;
   unsigned long error = 0;
-  ASSERT_EQ(SCA_LoadConfigFile(trv.c_str(), &object, &info, &error), 1);
+  ASSERT_EQ(SCA_LoadConfigFile(dir.File("report.trv").c_str(), &object, &info, &error), 1);
   EXPECT_EQ(info.fileType, 1011U);
-  EXPECT_STREQ(object.GetName(), "Report");
   EXPECT_EQ(IdsIn(object), Ids({0, 1, 2, 3, 4}));
-  EXPECT_EQ(log.SaveTrvReport(nowhere.c_str()), 0);
+  for (const char* nowhere : {"none/report", "."}) {
+    EXPECT_EQ(log.SaveTextReport(dir.File(nowhere).c_str()), 0);
+    EXPECT_EQ(log.SaveTrvReport(dir.File(nowhere).c_str()), 0);
+  }
 }
 
 TEST(TikaLog, DailyFilesGetWhatServersSay) {

