@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "foundation/SCA_FieldRows.h"
 #include "platform/SCA_Report.h"
 #include "platform/SCA_Result.h"
 #include "platform/SCA_Text.h"
@@ -12,13 +13,6 @@ constexpr char kSource[] = "SCA_TikaConfigOrv";
 
 int Complain(int line, const char* text) {
   return SCA_Complain(kSource, line, SCA_LevelError, "SCA_TikaConfigOrv::%s", text);
-}
-
-template <class T>
-void ReadField(const SCA_ConfigObj& obj, const char* name, SCA_AtomicValue<T>* member) {
-  T value = member->Get();
-  obj.GetField(name, &value);
-  member->Set(value);
 }
 
 }  // namespace
@@ -56,27 +50,26 @@ int SCA_TikaConfigOrv::MatchExtension(const char* ext) const {
   return SCA_HasToken(fileExtensions_, ext);
 }
 
+template <class Settings, class Row>
+bool SCA_TikaConfigOrv::ForEachField(Settings& settings, const Row& row) {
+  return row("Mode", settings.mode_) && row("NetworkTimeout", settings.networkTimeout_) &&
+         row("MaxPendingRequests", settings.maxPendingRequests_) &&
+         row("JavaOptions", settings.javaOptions_) &&
+         row("FileExtensions", settings.fileExtensions_) &&
+         row("ShowParseErrors", settings.showParseErrors_);
+}
+
 int SCA_TikaConfigOrv::Serialize(SCA_ConfigObj* obj) const {
   if (obj == nullptr) return Complain(__LINE__, "Serialize: config object is not set");
-  const bool isAdded = obj->AddField("Mode", mode_.Get(), 0) != 0 &&
-                       obj->AddField("NetworkTimeout", networkTimeout_.Get(), 0) != 0 &&
-                       obj->AddField("MaxPendingRequests", maxPendingRequests_.Get(), 0) != 0 &&
-                       obj->AddField("JavaOptions", javaOptions_, 0) != 0 &&
-                       obj->AddField("FileExtensions", fileExtensions_, 0) != 0 &&
-                       obj->AddField("ShowParseErrors", showParseErrors_.Get(), 0) != 0;
-  if (!isAdded) return Complain(__LINE__, "Serialize: cannot add a field");
+  if (!ForEachField(*this, SCA_FieldWriter{obj}))
+    return Complain(__LINE__, "Serialize: cannot add a field");
   return services_.Serialize(obj->AddConfigObj("Services"), 0);
 }
 
 int SCA_TikaConfigOrv::Deserialize(SCA_ConfigObj* obj) {
   if (obj == nullptr) return Complain(__LINE__, "Deserialize: config object is not set");
   ClearAll();
-  ReadField(*obj, "Mode", &mode_);
-  ReadField(*obj, "NetworkTimeout", &networkTimeout_);
-  ReadField(*obj, "MaxPendingRequests", &maxPendingRequests_);
-  obj->GetField("JavaOptions", javaOptions_, sizeof javaOptions_);
-  obj->GetField("FileExtensions", fileExtensions_, sizeof fileExtensions_);
-  ReadField(*obj, "ShowParseErrors", &showParseErrors_);
+  ForEachField(*this, SCA_FieldReader{*obj});
   if (obj->IsFieldExists("Services") == 0) return 1;
   // A plain field of that name gives null, which the list refuses.
   if (services_.Deserialize(obj->GetConfigObj("Services"), 0) != 0) return 1;

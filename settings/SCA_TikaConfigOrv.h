@@ -84,6 +84,9 @@ class SCA_API SCA_TikaConfigOrv : public SCA_Object {
   SCA_TikaConfigOrv* Clone() const;
 
  private:
+  template <class Settings, class Row>
+  static bool ForEachField(Settings& settings, const Row& row);
+
   SCA_AtomicValue<std::uint32_t> mode_{SCA_TikaModeDisabled};
   SCA_AtomicValue<std::uint32_t> networkTimeout_{10000};
   SCA_AtomicValue<std::uint32_t> maxPendingRequests_{128};

@@ -1,5 +1,6 @@
 #include "settings/SCA_TikaService.h"
 
+#include "foundation/SCA_FieldRows.h"
 #include "platform/SCA_Text.h"
 
 SCA_TikaService::SCA_TikaService() {
@@ -48,51 +49,29 @@ int SCA_TikaService::MatchExtension(const char* ext) const {
   return processCustomExtensions_ != 0 ? SCA_HasToken(fileExtensions_, ext) : 0;
 }
 
+template <class Service, class Row>
+bool SCA_TikaService::ForEachField(Service& service, int withStatus, const Row& row) {
+  const bool isDone = row("ServiceId", service.serviceId_) && row("Enabled", service.enabled_) &&
+                      row("HostName", service.hostName_) && row("FileName", service.fileName_) &&
+                      row("ControlPort", service.controlPort_) &&
+                      row("DataPort", service.dataPort_) &&
+                      row("NumOfServers", service.numOfServers_) &&
+                      row("HeapSize", service.heapSize_) && row("PoolName", service.poolName_) &&
+                      row("ProcessCustomExtensions", service.processCustomExtensions_) &&
+                      row("FileExtensions", service.fileExtensions_);
+  if (!isDone || withStatus == 0) return isDone;
+  return row("Connected", service.connected_) && row("ErrorServers", service.errorServers_) &&
+         row("ActiveServers", service.activeServers_) &&
+         row("ProcessStatus", service.processStatus_) && row("MemoryUsage", service.memoryUsage_) &&
+         row("UpTime", service.upTime_);
+}
+
 int SCA_TikaService::Serialize(SCA_ConfigObj* obj, int withStatus) const {
-  if (obj == nullptr) return 0;
-  const bool isAdded = obj->AddField("ServiceId", serviceId_, 0) != 0 &&
-                       obj->AddField("Enabled", enabled_, 0) != 0 &&
-                       obj->AddField("HostName", hostName_, 0) != 0 &&
-                       obj->AddField("FileName", fileName_, 0) != 0 &&
-                       obj->AddField("ControlPort", controlPort_, 0) != 0 &&
-                       obj->AddField("DataPort", dataPort_, 0) != 0 &&
-                       obj->AddField("NumOfServers", numOfServers_, 0) != 0 &&
-                       obj->AddField("HeapSize", heapSize_, 0) != 0 &&
-                       obj->AddField("PoolName", poolName_, 0) != 0 &&
-                       obj->AddField("ProcessCustomExtensions", processCustomExtensions_, 0) != 0 &&
-                       obj->AddField("FileExtensions", fileExtensions_, 0) != 0;
-  if (!isAdded || withStatus == 0) return isAdded ? 1 : 0;
-  return obj->AddField("Connected", connected_, 0) != 0 &&
-                 obj->AddField("ErrorServers", errorServers_, 0) != 0 &&
-                 obj->AddField("ActiveServers", activeServers_, 0) != 0 &&
-                 obj->AddField("ProcessStatus", processStatus_, 0) != 0 &&
-                 obj->AddField("MemoryUsage", memoryUsage_, 0) != 0 &&
-                 obj->AddField("UpTime", upTime_, 0) != 0
-             ? 1
-             : 0;
+  return obj != nullptr && ForEachField(*this, withStatus, SCA_FieldWriter{obj}) ? 1 : 0;
 }
 
 int SCA_TikaService::Deserialize(SCA_ConfigObj* obj, int withStatus) {
-  if (obj == nullptr) return 0;
-  obj->GetField("ServiceId", &serviceId_);
-  obj->GetField("Enabled", &enabled_);
-  obj->GetField("HostName", hostName_, sizeof hostName_);
-  obj->GetField("FileName", fileName_, sizeof fileName_);
-  obj->GetField("ControlPort", &controlPort_);
-  obj->GetField("DataPort", &dataPort_);
-  obj->GetField("NumOfServers", &numOfServers_);
-  obj->GetField("HeapSize", &heapSize_);
-  obj->GetField("PoolName", poolName_, sizeof poolName_);
-  obj->GetField("ProcessCustomExtensions", &processCustomExtensions_);
-  obj->GetField("FileExtensions", fileExtensions_, sizeof fileExtensions_);
-  if (withStatus == 0) return 1;
-  obj->GetField("Connected", &connected_);
-  obj->GetField("ErrorServers", &errorServers_);
-  obj->GetField("ActiveServers", &activeServers_);
-  obj->GetField("ProcessStatus", &processStatus_);
-  obj->GetField("MemoryUsage", &memoryUsage_);
-  obj->GetField("UpTime", &upTime_);
-  return 1;
+  return obj != nullptr && ForEachField(*this, withStatus, SCA_FieldReader{*obj}) ? 1 : 0;
 }
 
 int SCA_TikaService::SetContent(const SCA_TikaService* from, int withStatus) {

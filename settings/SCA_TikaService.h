@@ -90,6 +90,9 @@ class SCA_API SCA_TikaService : public SCA_Object {
   int SetContent(const SCA_TikaService* from, int withStatus);
 
  private:
+  template <class Service, class Row>
+  static bool ForEachField(Service& service, int withStatus, const Row& row);
+
   std::uint32_t serviceId_ = 0;
   int enabled_ = 1;
   int connected_ = 0;
