@@ -19,3 +19,16 @@ int SCA_ReadPathField(const SCA_ConfigObj& object, const char* name, char* field
   }
   return SCA_SetPathField(field, size, member->GetValue(), reporter);
 }
+
+int SCA_CheckFileType(const SCA_ConfigObj* object, unsigned long expected,
+                      const SCA_Reporter& reporter) {
+  unsigned long fileType = 0;
+  if (object == nullptr || object->GetField("FileType", &fileType) == 0) {
+    return SCA_Complain(reporter.source, __LINE__, SCA_LevelError,
+                        "%s: cannot get the config file type", reporter.operation);
+  }
+  if (fileType == expected) return 1;
+  return SCA_Complain(reporter.source, __LINE__, SCA_LevelError,
+                      "%s: the config file type mismatch, expected %lu, actual %lu",
+                      reporter.operation, expected, fileType);
+}

@@ -64,21 +64,11 @@ int SCA_TikaConfig::Serialize(SCA_ConfigObj* object) const {
 }
 
 int SCA_TikaConfig::Deserialize(const SCA_ConfigObj* object) {
-  unsigned long fileType = 0;
-  if (object == nullptr || object->GetField("FileType", &fileType) == 0) {
-    return SCA_Complain(kSource, __LINE__, SCA_LevelError,
-                        "SCA_TikaConfig::Deserialize: cannot get the config file type");
-  }
-  if (fileType != SCA_FileTypeServiceRoot) {
-    return SCA_Complain(
-        kSource, __LINE__, SCA_LevelError,
-        "SCA_TikaConfig::Deserialize: the config file type mismatch, expected %lu, actual %lu",
-        SCA_FileTypeServiceRoot, fileType);
-  }
+  const SCA_Reporter reporter{kSource, "SCA_TikaConfig::Deserialize"};
+  if (SCA_CheckFileType(object, SCA_FileTypeServiceRoot, reporter) == 0) return 0;
   object->GetField("Version", savedProductVersion_, sizeof savedProductVersion_);
   object->GetField("ControlPort", &controlPort_);
-  return SCA_ReadPathField(*object, "RootDir", rootDir_, sizeof rootDir_,
-                           {kSource, "SCA_TikaConfig::Deserialize"});
+  return SCA_ReadPathField(*object, "RootDir", rootDir_, sizeof rootDir_, reporter);
 }
 
 int SCA_TikaConfig::SetConfigFileName(const char* fileName) {

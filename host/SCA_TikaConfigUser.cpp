@@ -151,17 +151,8 @@ int SCA_TikaConfigUser::ReadFields(const SCA_ConfigObj& object) {
 }
 
 int SCA_TikaConfigUser::Deserialize(const SCA_ConfigObj* object) {
-  unsigned long fileType = 0;
-  if (object == nullptr || object->GetField("FileType", &fileType) == 0) {
-    return SCA_Complain(kSource, __LINE__, SCA_LevelError,
-                        "SCA_TikaConfigUser::Deserialize: cannot get the config file type");
-  }
-  if (fileType != SCA_FileTypeServiceUser) {
-    return SCA_Complain(
-        kSource, __LINE__, SCA_LevelError,
-        "SCA_TikaConfigUser::Deserialize: the config file type mismatch, expected %lu, actual %lu",
-        SCA_FileTypeServiceUser, fileType);
-  }
+  const SCA_Reporter reporter{kSource, "SCA_TikaConfigUser::Deserialize"};
+  if (SCA_CheckFileType(object, SCA_FileTypeServiceUser, reporter) == 0) return 0;
   if (ReadFields(*object) == 0) return 0;
   if (std::strcmp(version_, SCA_ProductVersion) != 0) modified_ = 1;
   unsigned long error = 0;
