@@ -103,6 +103,9 @@ void DescribeExit(const SCA_ProcessExit& exit, char* text, std::size_t size) {
 
 SCA_TikaServerObserver::~SCA_TikaServerObserver() = default;
 void SCA_TikaServerObserver::OnWorkerEnd(const SCA_TikaObituary& /*obituary*/) {}
+unsigned long SCA_TikaServerObserver::GetRestartDelay() {
+  return 0;
+}
 
 // One life of the Java process.
 struct SCA_TikaServer::Run {
@@ -362,12 +365,23 @@ unsigned long SCA_TikaServer::ThreadFunc() {
       return 1;
     }
     if (code == SCA_ErrorProcessEnded) tikaErrors_.Add(1);
-    if (code == SCA_ErrorNotStarted || GetTikaErrors() > kMaxErrors) {
+    if (!WaitForRestart(code)) {
       SetProcessStatus(SCA_ServerError);
       return 0;
     }
     sessionId_.Add(1);
   }
+}
+
+// False when the server is given up.
+bool SCA_TikaServer::WaitForRestart(unsigned long code) {
+  if (code == SCA_ErrorNotStarted || GetTikaErrors() > kMaxErrors) return false;
+  if (code != SCA_ErrorProcessEnded || observer_ == nullptr) return true;
+  const unsigned long delayMs = observer_->GetRestartDelay();
+  // One that was asked to stop meanwhile is stopped, not given up.
+  if (delayMs == SCA_Infinite) return GetStopEvent()->Wait(0) != 0;
+  GetStopEvent()->Wait(delayMs);
+  return true;
 }
 
 int SCA_TikaServer::DoProcess(unsigned long* error) {

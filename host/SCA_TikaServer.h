@@ -43,14 +43,18 @@ class SCA_API SCA_TikaServerObserver {
   /// Java process forks a worker, which answers and parses, and replaces it when it dies.
   /// @param obituary  The worker's; how it ended is not known.
   virtual void OnWorkerEnd(const SCA_TikaObituary& obituary);
+  /// How long to wait before the process is started again, asked after the `OnEnd` of each
+  /// unexpected end. A stop ends the wait.
+  /// @return Milliseconds, 0 (at once) unless it is overridden; `SCA_Infinite` gives the server up.
+  virtual unsigned long GetRestartDelay();
 };
 
 /// One Tika server. Made with a user configuration it can be started: a worker thread runs
 /// `java OPTIONS -XmxHEAPm -jar "FILE" -h ADDRESS -port PORT`, turns what the process prints into
-/// messages of the log, and starts it again each time it dies, at once and up to 1000 times. The
-/// heap limit and the options also go through JAVA_TOOL_OPTIONS, so that they reach a JVM that the
-/// process forks. Made without one it is an offline copy, which carries fields and is never
-/// started.
+/// messages of the log, and starts it again each time it dies, up to 1000 times: at once, unless
+/// the observer asks for a delay. The heap limit and the options also go through JAVA_TOOL_OPTIONS,
+/// so that they reach a JVM that the process forks. Made without one it is an offline copy, which
+/// carries fields and is never started.
 ///
 /// int results are 1 for success and 0 for failure. Nothing is thrown: without the memory that it
 /// takes to run its process, a server goes into the state Error with the status code `ENOMEM`.
@@ -208,6 +212,7 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   void EndJava(Run* run, bool isRequested);
   void WriteObituary(const Run& run, bool isRequested);
   bool IsRestartRequested(Run* run) SCA_EXCLUDES(texts_);
+  bool WaitForRestart(unsigned long code);
 
   const int offline_;
   SCA_TikaLog log_;
