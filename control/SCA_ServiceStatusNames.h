@@ -7,6 +7,8 @@
 #ifndef SCA_CONTROL_SCA_SERVICESTATUSNAMES_H
 #define SCA_CONTROL_SCA_SERVICESTATUSNAMES_H
 
+#include "supervision/SCA_TikaDeathHistory.h"
+
 /// @name What the operations of a service host mean
 ///
 /// `GetStatus` and the `serviceStatus` of `GetServiceStatus` are a process status
@@ -49,10 +51,6 @@ constexpr unsigned long SCA_NoServerId = 0xFFFFFFFF;
 
 /// Servers of one host, so that the statuses of all fit into one reply.
 constexpr unsigned long SCA_MaxHostedServers = 1000;
-
-/// Deaths that a host remembers, and the lines of output that it keeps of each.
-constexpr unsigned long SCA_MaxDeaths = 100;
-constexpr unsigned long SCA_MaxDeathLines = 50;
 
 /// How a field of a status object is to be read. Numbers are decimal text.
 enum class SCA_FieldType {
@@ -147,31 +145,6 @@ struct SCA_StatusField {
   FIELD(Owner, "Owner", Text, "\"host\", or \"connection 12\"")                                \
   FIELD(History, "History", Object, "as of the service, of servers on this port alone")
 
-/// How a run of a server's process ended, or one of its worker processes, which answer and parse
-/// from Tika 2 on and which the server replaces.
-#define SCA_DEATH_FIELDS(FIELD)                                                                  \
-  FIELD(Number, "Number", U64,                                                                   \
-        "counts up over all runs of the host, never given twice; some may be left out")          \
-  FIELD(Time, "Time", Time, "of the end")                                                        \
-  FIELD(ServerId, "Server Id", U32, "as it was then")                                            \
-  FIELD(Port, "Port", U32, "of the server")                                                      \
-  FIELD(FileName, "File Name", Path, "the jar")                                                  \
-  FIELD(ProcessId, "Process Id", U32, "of the process that ended")                               \
-  FIELD(Worker, "Worker", Switch, "a worker process, whose server ran on")                       \
-  FIELD(Kind, "Kind", Text, "one of the kinds below")                                            \
-  FIELD(Cause, "Cause", Text, "a sentence")                                                      \
-  FIELD(ExitCode, "Exit Code", Int,                                                              \
-        "unless a signal ended it; missing when unknown; of a worker as its server says, from "  \
-        "129 on 128 and a signal")                                                               \
-  FIELD(Signal, "Signal", U32, "or 0; missing when unknown")                                     \
-  FIELD(RunTime, "Run Time", Ms, "from start to end")                                            \
-  FIELD(Restart, "Restart", U32, "restarts before this run")                                     \
-  FIELD(MemoryUsage, "Memory Usage", Bytes, "as seen last; 0 when never seen")                   \
-  FIELD(Lines, "Lines", Object, "of what it printed last, oldest first: \"0\", \"1\", ...")      \
-  FIELD(Memory, "Memory", Object,                                                                \
-        "of u64: memory use over the last minutes, each named by how many ms before the end it " \
-        "was, oldest first")
-
 /// @}
 
 #define SCA_FIELD_NAME(identifier, name, type, meaning) constexpr char identifier[] = name;
@@ -183,9 +156,6 @@ SCA_SERVICE_FIELDS(SCA_FIELD_NAME)
 namespace SCA_ServerFields {
 SCA_SERVER_FIELDS(SCA_FIELD_NAME)
 }
-namespace SCA_DeathFields {
-SCA_DEATH_FIELDS(SCA_FIELD_NAME)
-}
 
 inline constexpr SCA_StatusField SCA_ServiceFieldRows[] = {SCA_SERVICE_FIELDS(SCA_FIELD_ROW)};
 inline constexpr SCA_StatusField SCA_ServerFieldRows[] = {SCA_SERVER_FIELDS(SCA_FIELD_ROW)};
@@ -193,26 +163,5 @@ inline constexpr SCA_StatusField SCA_DeathFieldRows[] = {SCA_DEATH_FIELDS(SCA_FI
 
 #undef SCA_FIELD_NAME
 #undef SCA_FIELD_ROW
-
-/// Kinds of deaths, for counting and filtering. In the fields and in metrics they are texts.
-enum class SCA_DeathKind {
-  Stopped,         ///< on request; not remembered
-  Silent,          ///< restarted, since it had not answered
-  HeapExhausted,   ///< out of Java memory
-  PortTaken,       ///< another program has its port
-  JarRefused,      ///< java could not run the jar
-  OptionsRefused,  ///< java did not take its options
-  Killed,          ///< by a signal from elsewhere
-  Exited           ///< by itself, for a reason not told here
-};
-
-/// Their texts, in the order of the enumerators.
-inline constexpr const char* SCA_DeathKindTexts[] = {"stopped",    "silent",      "heap exhausted",
-                                                     "port taken", "jar refused", "options refused",
-                                                     "killed",     "exited"};
-
-constexpr const char* SCA_DeathKindText(SCA_DeathKind kind) {
-  return SCA_DeathKindTexts[static_cast<int>(kind)];
-}
 
 #endif  // SCA_CONTROL_SCA_SERVICESTATUSNAMES_H

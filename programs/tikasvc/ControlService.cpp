@@ -83,7 +83,7 @@ class ControlService::Operations : public SCA_TikaServiceVirtual {
     return HandOut("Status", status, [&](SCA_ConfigObj* object) {
       if (AddFields(service_.GetStatus(), object) == 0) return 0;
       SCA_ConfigObj* history = object->AddConfigObj(SCA_ServiceFields::History);
-      return history != nullptr ? host_.blackBox->CopyTo(history, std::nullopt) : 0;
+      return history != nullptr ? host_.history->CopyTo(history) : 0;
     });
   }
 
@@ -265,8 +265,8 @@ ServiceStatus ControlService::GetStatus() const {
   status.HostMemory = self.memory;
   status.HostThreads = self.threads;
   status.HostDescriptors = self.descriptors;
-  status.Deaths = parts_.blackBox->Count(BlackBox::Mortal::Server);
-  status.WorkerDeaths = parts_.blackBox->Count(BlackBox::Mortal::Worker);
+  status.Deaths = parts_.history->GetCount(SCA_DeathOf::Server);
+  status.WorkerDeaths = parts_.history->GetCount(SCA_DeathOf::Worker);
   status.ServersStatusId = servers.statusId;
   status.DebugLogSession = parts_.log->GetLog()->GetSessionId();
   return status;

@@ -12,7 +12,6 @@
 #include "platform/SCA_Atomic.h"
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_Sync.h"
-#include "programs/tikasvc/BlackBox.h"
 #include "programs/tikasvc/HostLog.h"
 #include "programs/tikasvc/HostedServers.h"
 #include "programs/tikasvc/Installation.h"
@@ -39,7 +38,7 @@ class RequestCounts {
 struct HostParts {
   Installation* installation = nullptr;
   HostLog* log = nullptr;
-  BlackBox* blackBox = nullptr;
+  SCA_TikaDeathHistory* history = nullptr;
   HostedServers* servers = nullptr;
   SCA_Event* stop = nullptr;         ///< ends the service host
   unsigned long long startTime = 0;  ///< absolute time

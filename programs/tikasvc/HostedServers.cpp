@@ -20,10 +20,10 @@ std::string AskedAddress(const std::string& bind) {
   return bind == "::" ? "::1" : bind;
 }
 
-const char* StatusText(const SCA_TikaServer& server, const ServerHealth& health) {
+const char* StatusText(const SCA_TikaServer& server, const SCA_TikaWatchState& health) {
   const unsigned long status = server.GetProcessStatus();
   const bool isAwaited = status == SCA_ServerActive && !health.isReady;
-  if (isAwaited) return health.hasAnswered ? "silent" : "starting";
+  if (isAwaited) return health.hasAnswered != 0 ? "silent" : "starting";
   return SCA_FindProcessStatus(status).serverWord;
 }
 
@@ -37,7 +37,34 @@ std::string OwnerText(unsigned long owner) {
   return owner == HostedServers::kHost ? "host" : "connection " + std::to_string(owner);
 }
 
+SCA_TikaWatchState StateOf(const SCA_TikaWatch& watch) {
+  SCA_TikaWatchState state;
+  watch.GetState(&state);
+  return state;
+}
+
 }  // namespace
+
+void WatchReports::OnReady(const SCA_TikaServer& server, const char* version) {
+  Say(SCA_LevelInfo, "server %lu on port %u answers: %s", server.GetServerId(),
+      server.GetPortNumber(), version);
+}
+
+void WatchReports::OnDeath(const SCA_TikaServer& server, const SCA_TikaDeath& death,
+                           const char* text) {
+  if (death.kind == SCA_DeathKind::Stopped) {
+    return Say(SCA_LevelInfo, "server %lu on port %u: %s", server.GetServerId(),
+               server.GetPortNumber(), text);
+  }
+  Say(SCA_LevelError, "%sserver %lu on port %u died: %s (%s)",
+      death.who == SCA_DeathOf::Worker ? "a worker of " : "", server.GetServerId(),
+      server.GetPortNumber(), death.cause.c_str(), text);
+}
+
+void WatchReports::OnRevival(const SCA_TikaServer& server, unsigned long code) {
+  Say(SCA_LevelWarning, "gave up on server %lu (%s); trying again",
+      server.GetServerId(), code != 0 ? StartErrorText(code) : "it had died too often");
+}
 
 unsigned long ServersSummary::Status() const {
   if (isSuspended) return SCA_ServerInactive;
@@ -59,11 +86,11 @@ int SerializeMessages(const SCA_TikaLog& log, unsigned long lastMessageId, unsig
 }
 
 HostedServers::HostedServers(SCA_TikaConfigUser* config, const std::string& bind,
-                             unsigned long silenceLimitMs, BlackBox* blackBox)
-    : config_(config),
-      bind_(bind),
-      rules_{AskedAddress(bind), silenceLimitMs},
-      blackBox_(blackBox) {}
+                             unsigned long silenceLimitMs, SCA_TikaDeathHistory* history)
+    : config_(config), bind_(bind), address_(AskedAddress(bind)), history_(history) {
+  rules_.address = address_.c_str();
+  rules_.silenceLimitMs = silenceLimitMs;
+}
 
 HostedServers::~HostedServers() {
   DeleteAll();
@@ -82,18 +109,21 @@ HostedServers::Hosted* HostedServers::Find(unsigned long id) {
 }
 
 bool HostedServers::Adopt(SCA_TikaServer* server, unsigned long agent) {
-  std::unique_ptr<ServerWatch> watch;
+  std::unique_ptr<SCA_TikaWatch> watch;
   // Never on all addresses for want of the one that was asked for.
   bool isMade = server->SetBindAddress(bind_.c_str()) != 0;
   try {
     if (isMade) {
-      watch = std::make_unique<ServerWatch>(server, rules_, blackBox_);
+      watch = std::make_unique<SCA_TikaWatch>(server, rules_, history_, &reports_);
+      isMade = watch->IsValid() != 0;  // there may be no further thread
+    }
+    if (isMade) {
       Hosted& hosted = hosted_[server->GetServerId()];
       hosted.server = server;
       hosted.owner = agent;
       hosted.watch = std::move(watch);
     }
-  } catch (const std::exception&) {  // there is no further thread, or no memory
+  } catch (const std::exception&) {  // there is no memory
     isMade = false;
   }
   if (isMade) return true;
@@ -164,58 +194,17 @@ int HostedServers::Start(unsigned long id, unsigned long* status, unsigned long*
     const SCA_LockGuard guard(lock_);
     Hosted* hosted = Find(id);
     if (hosted == nullptr) return 0;
-    StartHosted(hosted, code);
+    if (isEnding_) {
+      *code = SCA_ErrorStopping;
+    } else if (hosted->watch->Start(code) != 0 || *code != EBUSY) {
+      isSuspended_ = false;  // only one that a suspension is still stopping leaves it as it is
+    }
     *status = hosted->server->GetProcessStatus();
   }
   if (*code != 0 && *code != SCA_ErrorAlreadyActive) {
     Say(SCA_LevelError, "server %lu cannot be started: %s", id, SCA_ErrorText(*code));
   }
   return 1;
-}
-
-void HostedServers::StartHosted(Hosted* hosted, unsigned long* code) {
-  if (isEnding_) {
-    *code = SCA_ErrorStopping;
-    return;
-  }
-  // One that a suspension is stopping still counts as active, and will not be.
-  if (hosted->isStopping && hosted->server->IsActive() != 0) {
-    *code = EBUSY;
-    return;
-  }
-  isSuspended_ = false;
-  if (hosted->server->IsActive() != 0) {
-    *code = SCA_ErrorAlreadyActive;
-    return;
-  }
-  // Before the start: its worker may fail at once, and says so there; or die at once, and is then
-  // to wait for its delay.
-  hosted->server->SetStatusCode(0);
-  hosted->watch->Resume();
-  if (hosted->server->StartProcess(code) == 0) {
-    hosted->server->SetStatusCode(*code);
-    return;
-  }
-  hosted->isStopping = false;
-  hosted->wasStarted = true;
-}
-
-void HostedServers::Revive() {
-  std::vector<std::pair<unsigned long, unsigned long>> failed;  // id and code
-  {
-    const SCA_LockGuard guard(lock_);
-    if (isSuspended_ || isEnding_) return;
-    for (auto& [id, hosted] : hosted_) {
-      if (!hosted.wasStarted || hosted.server->GetProcessStatus() != SCA_ServerError) continue;
-      failed.emplace_back(id, hosted.server->GetStatusCode());
-      unsigned long code = 0;
-      StartHosted(&hosted, &code);
-    }
-  }
-  for (const auto& [id, code] : failed) {
-    Say(SCA_LevelWarning, "gave up on server %lu (%s); trying again", id,
-        code != 0 ? StartErrorText(code) : "it had died too often");
-  }
 }
 
 // Ends
@@ -233,15 +222,11 @@ HostedServers::Leaving HostedServers::Take(unsigned long id) {
 
 // All are asked before any is waited for, so that their ends overlap.
 void HostedServers::End(std::vector<Leaving> leaving) {
-  for (const Leaving& one : leaving) {
-    one.watch->Halt();
-    one.server->RequestStop();
-  }
+  for (const Leaving& one : leaving) one.watch->RequestStop();
   for (Leaving& one : leaving) {
     const unsigned long id = one.server->GetServerId();
-    one.watch->End();
-    one.server.reset();
     one.watch.reset();
+    one.server.reset();
     Say(SCA_LevelInfo, "server %lu deleted", id);
   }
 }
@@ -300,18 +285,13 @@ void HostedServers::Forget(unsigned long agent) {
 }
 
 void HostedServers::StopAll() {
-  for (auto& [id, hosted] : hosted_) {
-    hosted.isStopping = true;
-    hosted.watch->Halt();
-    hosted.server->RequestStop();
-  }
+  for (auto& [id, hosted] : hosted_) hosted.watch->RequestStop();
 }
 
 bool HostedServers::IsStopping() const {
   const SCA_LockGuard guard(lock_);
-  return std::any_of(hosted_.begin(), hosted_.end(), [](const auto& entry) {
-    return entry.second.isStopping && entry.second.server->IsActive() != 0;
-  });
+  return std::any_of(hosted_.begin(), hosted_.end(),
+                     [](const auto& entry) { return entry.second.watch->IsStopping() != 0; });
 }
 
 void HostedServers::BeginEnd() {
@@ -374,7 +354,7 @@ ServersSummary HostedServers::Summarize() const {
     const bool isActive = status == SCA_ServerActive;
     if (isActive) ++summary.active;
     if (status == SCA_ServerError) ++summary.error;
-    if (isActive && hosted.watch->GetHealth().isReady) ++summary.ready;
+    if (isActive && StateOf(*hosted.watch).isReady != 0) ++summary.ready;
     if (hosted.server->GetProcessId() != 0) summary.memoryUsage += hosted.server->GetMemoryUsage();
   }
   return summary;
@@ -385,7 +365,7 @@ std::vector<ServerStatus> HostedServers::GetStatuses() const {
   const SCA_LockGuard guard(lock_);
   for (const auto& [id, hosted] : hosted_) {
     ServerStatus status;
-    if (GetStatus(hosted, hosted.watch->GetHealth(), &status) != 0) {
+    if (GetStatus(hosted, StateOf(*hosted.watch), &status) != 0) {
       statuses.push_back(std::move(status));
     }
   }
@@ -397,7 +377,7 @@ int HostedServers::AddStatuses(SCA_ConfigObj* servers) const {
   for (const auto& [id, hosted] : hosted_) {
     ServerStatus status;
     SCA_ConfigObj* object = servers->AddConfigObj(std::to_string(id).c_str());
-    if (object == nullptr || GetStatus(hosted, hosted.watch->GetHealth(), &status) == 0 ||
+    if (object == nullptr || GetStatus(hosted, StateOf(*hosted.watch), &status) == 0 ||
         AddFields(status, object) == 0) {
       return 0;
     }
@@ -409,9 +389,9 @@ int HostedServers::FillStatus(unsigned long id, SCA_ConfigObj* object) const {
   const SCA_LockGuard guard(lock_);
   const Hosted* hosted = Find(id);
   SCA_Owned<SCA_ConfigObj> history(new SCA_ConfigObj(SCA_ServerFields::History, nullptr));
-  ServerHealth health;
+  SCA_TikaWatchState health;
   ServerStatus status;
-  if (hosted == nullptr || hosted->watch->GetHealth(&health, history.get()) == 0 ||
+  if (hosted == nullptr || hosted->watch->GetState(&health, history.get()) == 0 ||
       GetStatus(*hosted, health, &status) == 0 || AddFields(status, object) == 0 ||
       object->AddField(history.get()) == 0) {
     return 0;
@@ -420,7 +400,7 @@ int HostedServers::FillStatus(unsigned long id, SCA_ConfigObj* object) const {
   return 1;
 }
 
-int HostedServers::GetStatus(const Hosted& hosted, const ServerHealth& health,
+int HostedServers::GetStatus(const Hosted& hosted, const SCA_TikaWatchState& health,
                              ServerStatus* status) {
   SCA_TikaServer& server = *hosted.server;
   const unsigned long code = server.GetStatusCode();
@@ -440,7 +420,7 @@ int HostedServers::GetStatus(const Hosted& hosted, const ServerHealth& health,
   status->JavaOptions = javaOptions;
   status->Status = server.GetProcessStatus();
   status->StatusText = StatusText(server, health);
-  status->Ready = server.IsActive() != 0 && health.isReady ? 1 : 0;
+  status->Ready = server.IsActive() != 0 && health.isReady != 0 ? 1 : 0;
   status->TikaVersion = health.version;
   status->AnswerTime = health.answerMs;
   status->Silence = health.silenceMs;

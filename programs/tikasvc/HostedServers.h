@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "host/SCA_TikaServerList.h"
-#include "programs/tikasvc/ServerWatch.h"
 #include "programs/tikasvc/StatusRecords.h"
+#include "supervision/SCA_TikaWatch.h"
 
 /// How the servers are, summed up.
 struct ServersSummary {
@@ -24,6 +24,14 @@ struct ServersSummary {
 
   /// The process status of the whole service; see `control/SCA_ServiceStatusNames.h`.
   unsigned long Status() const;
+};
+
+/// Says what happens to the servers.
+class WatchReports : public SCA_TikaWatchObserver {
+ public:
+  void OnReady(const SCA_TikaServer& server, const char* version) override;
+  void OnDeath(const SCA_TikaServer& server, const SCA_TikaDeath& death, const char* text) override;
+  void OnRevival(const SCA_TikaServer& server, unsigned long code) override;
 };
 
 /// Operations are those of the control port; int results are 1 for success and 0 for failure. Who
@@ -40,7 +48,7 @@ class HostedServers {
   /// @param config  Not owned, outlives this; says whether daily files are written.
   /// @param bind    Address on which servers listen.
   HostedServers(SCA_TikaConfigUser* config, const std::string& bind, unsigned long silenceLimitMs,
-                BlackBox* blackBox);
+                SCA_TikaDeathHistory* history);
   ~HostedServers();
   HostedServers(const HostedServers&) = delete;
   HostedServers& operator=(const HostedServers&) = delete;
@@ -57,9 +65,6 @@ class HostedServers {
   void DeleteAll() SCA_EXCLUDES(lock_);
   /// Its servers stay, as nobody's.
   void Forget(unsigned long agent) SCA_EXCLUDES(lock_);
-  /// Starts again what was started once and has failed for good since: java may have been missing
-  /// for a moment only, and a thousand deaths may have been spread over a year.
-  void Revive() SCA_EXCLUDES(lock_);
   /// Stops all servers without waiting, and starts none any more.
   void BeginEnd() SCA_EXCLUDES(lock_);
   /// Stops all servers and waits for their ends. One that is not there yet refuses a start with
@@ -83,34 +88,34 @@ class HostedServers {
  private:
   struct Hosted {
     SCA_TikaServer* server = nullptr;  // the list's
-    std::unique_ptr<ServerWatch> watch;
+    std::unique_ptr<SCA_TikaWatch> watch;
     unsigned long owner = kHost;
     std::deque<unsigned long> claims;  // of other connections, the oldest first
-    bool wasStarted = false;
-    bool isStopping = false;  // it was asked to, and not started since
   };
   // A server that has left the list, with its watch.
   struct Leaving {
-    std::unique_ptr<ServerWatch> watch;
-    SCA_Owned<SCA_TikaServer> server;  // goes first: its worker uses the watch
+    SCA_Owned<SCA_TikaServer> server;
+    std::unique_ptr<SCA_TikaWatch> watch;  // goes first, and stops the server
   };
 
   const Hosted* Find(unsigned long id) const SCA_REQUIRES(lock_);
   Hosted* Find(unsigned long id) SCA_REQUIRES(lock_);
   bool Adopt(SCA_TikaServer* server, unsigned long agent) SCA_REQUIRES(lock_);
-  void StartHosted(Hosted* hosted, unsigned long* code) SCA_REQUIRES(lock_);
   void StopAll() SCA_REQUIRES(lock_);
   bool IsStopping() const SCA_EXCLUDES(lock_);
   static void Claim(Hosted* hosted, unsigned long agent);
   Leaving Take(unsigned long id) SCA_REQUIRES(lock_);
   static void End(std::vector<Leaving> leaving);
   // Both of one moment. @return 0 when a text could not be copied.
-  static int GetStatus(const Hosted& hosted, const ServerHealth& health, ServerStatus* status);
+  static int GetStatus(const Hosted& hosted, const SCA_TikaWatchState& health,
+                       ServerStatus* status);
 
   SCA_TikaConfigUser* const config_;
   const std::string bind_;
-  const WatchRules rules_;
-  BlackBox* const blackBox_;
+  const std::string address_;  // at which servers are asked
+  SCA_TikaWatchRules rules_;   // constant after construction
+  SCA_TikaDeathHistory* const history_;
+  WatchReports reports_;
 
   mutable SCA_Lock lock_;
   SCA_TikaServerList list_ SCA_GUARDED_BY(lock_);

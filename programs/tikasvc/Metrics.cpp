@@ -108,14 +108,14 @@ void CollectService(const ServiceStatus& service, Families* families) {
       service.Status == SCA_ServerInactive ? 1 : 0);
 }
 
-void CollectDeaths(const BlackBox& blackBox, BlackBox::Mortal mortal, const char* name,
+void CollectDeaths(const SCA_TikaDeathHistory& history, SCA_DeathOf who, const char* name,
                    const char* help, Families* families) {
   MetricFamily* deaths = Family(families, name, help, MetricType::Counter);
-  const BlackBox::Counts counts = blackBox.CountByKind(mortal);
   // Every cause has its value from the beginning, or its first increase would go unseen.
-  for (std::size_t kind = 0; kind < counts.size(); ++kind) {
-    if (kind == static_cast<std::size_t>(SCA_DeathKind::Stopped)) continue;
-    AddValue(deaths, counts[kind], {{"cause", SCA_DeathKindTexts[kind]}});
+  for (std::size_t i = 0; i < std::size(SCA_DeathKindTexts); ++i) {
+    const auto kind = static_cast<SCA_DeathKind>(i);
+    if (kind == SCA_DeathKind::Stopped) continue;
+    AddValue(deaths, history.GetCount(who, kind), {{"cause", SCA_DeathKindText(kind)}});
   }
 }
 
@@ -140,11 +140,11 @@ struct Metrics::Server {
       Families families;
       CollectService(control_.GetStatus(), &families);
       CollectServers(parts_.servers->GetStatuses(), &families);
-      CollectDeaths(*parts_.blackBox, BlackBox::Mortal::Server, "tikasvc_server_deaths_total",
+      CollectDeaths(*parts_.history, SCA_DeathOf::Server, "tikasvc_server_deaths_total",
                     "Unexpected ends of servers' processes by cause; each but the last of a server "
                     "that was given up is followed by a restart.",
                     &families);
-      CollectDeaths(*parts_.blackBox, BlackBox::Mortal::Worker, "tikasvc_worker_deaths_total",
+      CollectDeaths(*parts_.history, SCA_DeathOf::Worker, "tikasvc_worker_deaths_total",
                     "Ends of servers' worker processes by cause, which the servers replace.",
                     &families);
       CollectRequests(control_, &families);

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <new>
 
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Time.h"
@@ -25,7 +25,6 @@
 namespace {
 
 constexpr unsigned long kTickMs = 1000;
-constexpr std::chrono::seconds kRevivalEvery{60};
 
 int Refuse(int status, const std::string& complaint) {
   Say(SCA_LevelError, "%s", complaint.c_str());
@@ -54,13 +53,14 @@ class Host {
       : options_(options), stop_(*stop), reload_(*reload), installation_(*installation) {
     parts_.installation = installation;
     parts_.log = log;
-    parts_.blackBox = &blackBox_;
+    parts_.history = &history_;
     parts_.servers = &servers_;
     parts_.stop = stop;
     parts_.startTime = SCA_GetAbsTime();
   }
 
   int Run() {
+    if (history_.IsValid() == 0) throw std::bad_alloc();
     ControlService control(parts_);
     unsigned long error = 0;
     SCA_TikaServiceServer server(&control, installation_.ControlPort(), &error);
@@ -143,15 +143,11 @@ class Host {
   void Serve() {
     const unsigned long tickMs = TickMs();
     sd_notify(0, "READY=1");
-    auto lastRevival = std::chrono::steady_clock::now();
     while (stop_.Wait(tickMs) == 0) {
       // Whoever holds the servers' lock for ever keeps this from being said.
       const std::string status = Describe(servers_.Summarize());
       sd_notifyf(0, "WATCHDOG=1\nSTATUS=%s", status.c_str());
       if (reload_.Wait(0) != 0) installation_.Reload();
-      if (std::chrono::steady_clock::now() - lastRevival < kRevivalEvery) continue;
-      lastRevival = std::chrono::steady_clock::now();
-      servers_.Revive();
     }
   }
 
@@ -160,9 +156,9 @@ class Host {
   SCA_Event& reload_;
   Installation& installation_;
   HostParts parts_;
-  BlackBox blackBox_{installation_.DataDirectory() + "/history.trv"};
+  SCA_TikaDeathHistory history_{(installation_.DataDirectory() + "/history.trv").c_str()};
   HostedServers servers_{installation_.User(), options_.tikaBind, options_.silenceLimitMs,
-                         &blackBox_};
+                         &history_};
 };
 
 int RunHost(const Options& options, Installation* installation, HostLog* log) {

@@ -1,4 +1,4 @@
-#include "programs/tikasvc/PortHolder.h"
+#include "platform/SCA_PortHolder.h"
 
 #include <unistd.h>
 
@@ -53,16 +53,16 @@ bool Holds(const fs::path& process, const std::vector<std::string>& sockets, boo
 
 }  // namespace
 
-PortHolder FindPortHolder(unsigned short port, unsigned long group) {
+SCA_PortHolder SCA_FindPortHolder(unsigned short port, unsigned long group) {
   const std::vector<std::string> sockets = ListenersOn(port);
-  if (sockets.empty()) return PortHolder::Unknown;
+  if (sockets.empty()) return SCA_PortHolder::Unknown;
   bool isTold = true;
   std::error_code error;
   fs::directory_iterator entry("/proc", error);
   for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
     const int pid = std::atoi(entry->path().filename().c_str());
     if (pid == 0 || ::getpgid(pid) != static_cast<pid_t>(group)) continue;
-    if (Holds(entry->path(), sockets, &isTold)) return PortHolder::Ours;
+    if (Holds(entry->path(), sockets, &isTold)) return SCA_PortHolder::Ours;
   }
-  return isTold && !error ? PortHolder::Stranger : PortHolder::Unknown;
+  return isTold && !error ? SCA_PortHolder::Stranger : SCA_PortHolder::Unknown;
 }
