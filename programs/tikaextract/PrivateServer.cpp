@@ -1,56 +1,29 @@
 #include "programs/tikaextract/PrivateServer.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdio>
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <random>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_FreePort.h"
 #include "programs/common/Escape.h"
-#include "programs/tikaextract/ServerProbe.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr char kDefaultJar[] = "tika-server-standard-3.3.2.jar";
-constexpr unsigned long kLinesShown = 20;
-constexpr unsigned long kPollMs = 50;    // between two asks whether the server answers
+constexpr std::size_t kLinesShown = 20;
 constexpr unsigned long kPrintMs = 100;  // between two looks at what the server has said
-constexpr std::chrono::seconds kReadyLimit{60};
+constexpr unsigned long kReadyMs = 60000;
 
-// Below the range from which the system takes the ports of outgoing connections: one of those must
-// not get in the way while the server comes up.
-constexpr int kFirstPort = 20000;
-constexpr int kLastPort = 32000;
-
-bool IsFree(unsigned short port) {
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return false;
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const int bound = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  ::close(fd);
-  return bound == 0;
-}
-
-unsigned short FindFreePort() {
-  std::random_device random;
-  std::uniform_int_distribution<int> distribution(kFirstPort, kLastPort);
-  for (int tries = 0; tries < 1000; ++tries) {
-    const auto port = static_cast<unsigned short>(distribution(random));
-    if (IsFree(port)) return port;
-  }
-  return 0;
+SCA_TikaWatchRules Rules() {
+  SCA_TikaWatchRules rules;
+  rules.askMs = SCA_Infinite;  // once it answers, it is asked when it is needed
+  rules.firstAskMs = 50;
+  rules.answerLimitMs = 2000;
+  rules.reviveAfterMs = 0;
+  rules.vainEnd = SCA_TikaVainEnd::GiveUp;  // and the run tells why
+  return rules;
 }
 
 std::string Environment(const char* name) {
@@ -83,62 +56,67 @@ std::string ComplainAboutJar(const std::string& jar) {
          ": name one with --jar or TIKA_SERVER_JAR, or use a running server with --server";
 }
 
-std::string DescribeEnd(const SCA_TikaObituary& obituary) {
-  if (obituary.isExitKnown == 0) return "with an unknown exit status";
-  if (obituary.signal == 0) return "with exit status " + std::to_string(obituary.exitCode);
-  return std::string("by signal ") + ::strsignal(obituary.signal);
+// What the process printed last.
+std::string LastLines(const SCA_TikaDeath& death) {
+  const std::size_t skipped = death.lines.size() - std::min(death.lines.size(), kLinesShown);
+  std::string text = death.lines.empty() ? "" : "; its last lines:";
+  for (std::size_t i = skipped; i < death.lines.size(); ++i) {
+    text += "\n  " + Printable(death.lines[i]);
+  }
+  return text;
 }
 
 }  // namespace
 
 PrivateServer::PrivateServer(const Options& options, SCA_Event* cancel)
-    : options_(options), cancel_(cancel) {
+    : options_(options), cancel_(cancel), watch_(&server_, Rules(), nullptr, this) {
   server_.SetBindAddress("127.0.0.1");
-  server_.SetObserver(this);
 }
 
 PrivateServer::~PrivateServer() {
-  server_.StopAll();
+  watch_.Stop();
   stopPrinting_.Set();
   if (printer_.joinable()) printer_.join();
 }
 
 bool PrivateServer::EnsureReady(std::string* complaint) {
   if (server_.IsActive() == 0 && !Launch(complaint)) return false;
-  const Clock::time_point limit = Clock::now() + kReadyLimit;
-  while (!Answers()) {
-    if (cancel_->Wait(kPollMs) != 0) return false;
-    if (HasFailed(complaint)) {
-      server_.StopAll();
-      return false;
-    }
-    if (Clock::now() > limit) {
-      server_.StopAll();
-      *complaint = "the Tika server did not answer within " + std::to_string(kReadyLimit.count()) +
-                   " s" + LastLines();
-      return false;
-    }
+  unsigned long error = 0;
+  if (watch_.WaitReady(kReadyMs, cancel_, &error) != 0) return true;
+  if (error == SCA_ErrorCancelled) return false;
+  watch_.Stop();
+  *complaint = Explain(error);
+  return false;
+}
+
+std::string PrivateServer::Explain(unsigned long error) const {
+  if (error != SCA_ErrorProcessEnded && error != ETIMEDOUT) {
+    return std::string("cannot start 'java': ") + SCA_ErrorText(error) +
+           "; install a Java runtime (Debian: default-jre-headless)";
   }
-  NoteAnswer();
-  return true;
+  SCA_TikaDeath death;
+  watch_.GetLastDeath(&death);
+  if (error == ETIMEDOUT) {
+    return "the Tika server did not answer within " + std::to_string(kReadyMs / 1000) + " s" +
+           LastLines(death);
+  }
+  char end[60];
+  death.DescribeExit(end, sizeof end);
+  return std::string("the Tika server ended ") + end + LastLines(death);
 }
 
 bool PrivateServer::Launch(std::string* complaint) {
   const std::string jar = JarPath(options_);
   *complaint = ComplainAboutJar(jar);
   if (!complaint->empty()) return false;
-  port_ = FindFreePort();
+  port_ = SCA_FindFreePort();
   if (port_ == 0) {
     *complaint = "no free port was found on 127.0.0.1 for the Tika server";
     return false;
   }
-  {
-    const SCA_LockGuard guard(lock_);
-    failure_.clear();
-  }
   unsigned long error = 0;
   if (server_.SetConfig(jar.c_str(), port_, options_.javaHeapMb, "", &error) == 0 ||
-      server_.StartProcess(&error) == 0) {
+      watch_.Start(&error) == 0) {
     *complaint = "cannot start a Tika server from " + Quoted(jar) + ": " + SCA_ErrorText(error);
     return false;
   }
@@ -154,53 +132,13 @@ bool PrivateServer::Launch(std::string* complaint) {
   return true;
 }
 
-void PrivateServer::OnStart(unsigned long processId) {
-  if (options_.verbose) {
-    PrintErrorLine("tikaextract: started java, process " + std::to_string(processId));
-  }
-  beforeOutput_ = server_.GetLog()->GetLastMessageId();
-  const SCA_LockGuard guard(lock_);
-  hasAnswered_ = false;
+void PrivateServer::OnStart(const SCA_TikaServer& /*server*/, unsigned long processId) {
+  if (!options_.verbose) return;
+  PrintErrorLine("tikaextract: started java, process " + std::to_string(processId));
 }
 
-// A server that has worked is started again by its own rule; one that never comes up would be, a
-// thousand times.
-void PrivateServer::OnEnd(const SCA_TikaObituary& obituary) {
-  const std::string failure = "the Tika server ended " + DescribeEnd(obituary) + LastLines();
-  const SCA_LockGuard guard(lock_);
-  if (hasAnswered_ || obituary.isRequested != 0) return;
-  failure_ = failure;
-  server_.RequestStop();
-}
-
-bool PrivateServer::HasFailed(std::string* complaint) {
-  const bool isActive = server_.IsActive() != 0;
-  const SCA_LockGuard guard(lock_);
-  if (!failure_.empty()) {
-    *complaint = failure_;
-  } else if (!isActive) {
-    *complaint = std::string("cannot start 'java': ") + SCA_ErrorText(server_.GetStatusCode()) +
-                 "; install a Java runtime (Debian: default-jre-headless)";
-  }
-  return !failure_.empty() || !isActive;
-}
-
-void PrivateServer::NoteAnswer() {
-  const SCA_LockGuard guard(lock_);
-  hasAnswered_ = true;
-}
-
-// What the process printed last, between the messages of its start and the one of its end. While
-// the worker runs, for the worker alone.
-std::string PrivateServer::LastLines() {
-  std::string text;
-  const auto* node = server_.GetLog()->GetMessageList()->GetTail();
-  if (node != nullptr) node = node->GetPrev();
-  for (unsigned long i = 0; i < kLinesShown && node != nullptr; ++i, node = node->GetPrev()) {
-    if (beforeOutput_ != SCA_NoItemId && node->GetId() <= beforeOutput_) break;
-    text.insert(0, "\n  " + Printable(node->GetItem()->text));
-  }
-  return text.empty() ? text : "; its last lines:" + text;
+void PrivateServer::OnReady(const SCA_TikaServer& /*server*/, const char* version) {
+  if (options_.verbose) PrintErrorLine("tikaextract: " + Printable(version) + " answers");
 }
 
 // Prints what comes into the log, and what is left there at the end.
@@ -219,12 +157,4 @@ void PrivateServer::PrintLines() {
       printed = std::strtoul(field->GetName(), nullptr, 10);
     }
   }
-}
-
-bool PrivateServer::Answers() {
-  const std::string version = AskTikaVersion("127.0.0.1", port_, cancel_);
-  if (options_.verbose && !version.empty()) {
-    PrintErrorLine("tikaextract: " + Printable(version) + " answers");
-  }
-  return !version.empty();
 }

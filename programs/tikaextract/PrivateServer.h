@@ -5,17 +5,15 @@
 #include <string>
 #include <thread>
 
-#include "host/SCA_TikaServer.h"
-#include "platform/SCA_Lock.h"
-#include "platform/SCA_Sync.h"
 #include "programs/common/Event.h"
 #include "programs/tikaextract/Options.h"
+#include "supervision/SCA_TikaWatch.h"
 
 /// Starts the server, waits until it answers, starts it again when it dies, and stops it with all
 /// its processes, whatever ends the run.
-/// Threads: used by one thread. The server's worker calls the observer's operations; with
-/// `--verbose` a thread of its own prints what the server says.
-class PrivateServer : private SCA_TikaServerObserver {
+/// Threads: used by one thread. The watch calls the observer's operations; with `--verbose` a
+/// thread of its own prints what the server says.
+class PrivateServer : private SCA_TikaWatchObserver {
  public:
   /// @param cancel  Ends the waits; not owned.
   PrivateServer(const Options& options, SCA_Event* cancel);
@@ -32,27 +30,19 @@ class PrivateServer : private SCA_TikaServerObserver {
   unsigned short Port() const { return port_; }
 
  private:
-  void OnStart(unsigned long processId) override SCA_EXCLUDES(lock_);
-  void OnEnd(const SCA_TikaObituary& obituary) override SCA_EXCLUDES(lock_);
+  void OnStart(const SCA_TikaServer& server, unsigned long processId) override;
+  void OnReady(const SCA_TikaServer& server, const char* version) override;
 
-  bool Launch(std::string* complaint) SCA_EXCLUDES(lock_);
-  bool HasFailed(std::string* complaint) SCA_EXCLUDES(lock_);
-  void NoteAnswer() SCA_EXCLUDES(lock_);
-  std::string LastLines();
+  bool Launch(std::string* complaint);
+  std::string Explain(unsigned long error) const;
   void PrintLines();
-  bool Answers();
 
   const Options& options_;
   SCA_Event* const cancel_;
   unsigned short port_ = 0;
-
-  SCA_Lock lock_;
-  bool hasAnswered_ SCA_GUARDED_BY(lock_) = false;  // the process that runs
-  std::string failure_ SCA_GUARDED_BY(lock_);       // of one that ended without an answer
-
-  unsigned long beforeOutput_ = SCA_NoItemId;  // last message before the output; the worker's
   SCA_TikaConfigUser config_{nullptr, nullptr};
   SCA_TikaServer server_{&config_};
+  SCA_TikaWatch watch_;
   ProgramEvent stopPrinting_{1, 0};
   std::thread printer_;
 };
