@@ -172,7 +172,9 @@ void SCA_TikaDeathHistory::SaveUntilEnd() {
   while (isChanged_.load()) {  // a death may come while the file is written
     if (Save(0)) continue;
     SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelError, "the history of deaths %s was not saved; the file keeps its last saved state", fileName_.c_str());
+        SCA_LevelError,
+        "the history of deaths %s was not saved; the file keeps its last saved state",
+        fileName_.c_str());
     return;
   }
 }
@@ -190,9 +192,9 @@ bool SCA_TikaDeathHistory::Save(unsigned long long reserved) {
   }
   isChanged_.store(true);
   if (!hasFailed_) {
-    SCA_GetReportFunction(kSource, __LINE__)(
-        SCA_LevelWarning, "cannot save the history of deaths %s: %s; retrying",
-        fileName_.c_str(), SCA_ErrorText(error));
+    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelWarning,
+                                             "cannot save the history of deaths %s: %s; retrying",
+                                             fileName_.c_str(), SCA_ErrorText(error));
   }
   hasFailed_ = true;
   return false;

@@ -440,9 +440,9 @@ void SCA_TikaWatch::Core::OnEnd(const SCA_TikaObituary& obituary) {
   try {
     RecordEnd(obituary);
   } catch (const std::exception&) {
-    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
-                                             "not enough memory to record the death of server %lu: %s",
-                                             obituary.serverId, obituary.text);
+    SCA_GetReportFunction(kSource, __LINE__)(
+        SCA_LevelError, "not enough memory to record the death of server %lu: %s",
+        obituary.serverId, obituary.text);
     const SCA_LockGuard guard(lock_);
     EndReadiness(SCA_DeathOf::Server);
   }

@@ -62,8 +62,8 @@ void WatchReports::OnDeath(const SCA_TikaServer& server, const SCA_TikaDeath& de
 }
 
 void WatchReports::OnRevival(const SCA_TikaServer& server, unsigned long code) {
-  Say(SCA_LevelWarning, "gave up on server %lu (%s); trying again",
-      server.GetServerId(), code != 0 ? StartErrorText(code) : "it had died too often");
+  Say(SCA_LevelWarning, "gave up on server %lu (%s); trying again", server.GetServerId(),
+      code != 0 ? StartErrorText(code) : "it had died too often");
 }
 
 unsigned long ServersSummary::Status() const {

@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <csignal>
+#include <filesystem>
 
 #include "control/SCA_ServiceStatusNames.h"
 #include "faultlab/FaultServer.h"
 #include "tests/control/fake_host.h"
+#include "tests/support/FreePort.h"
 #include "tests/support/Program.h"
 #include "tests/support/Timing.h"
 
@@ -71,6 +74,27 @@ TEST(Examples, HostIsWatchedUntilItIsLost) {
   host.server.reset();
   EXPECT_EQ(example.Wait(), 0) << example.Error();
   EXPECT_EQ(example.Output(), expected + "a host is lost\n");
+}
+
+TEST(Examples, ServerIsWatchedAndStartedAgain) {
+  const TempDir dir;
+  std::filesystem::create_symlink(std::filesystem::read_symlink("/proc/self/exe"),
+                                  dir.File("java"));
+  const std::string jar = dir.Write("good.jar", "");
+  Program example("example_watched_server", {jar, std::to_string(FreePort())},
+                  {"PATH=" + dir.Path() + ":" + ::getenv("PATH")});
+  std::string expected = "ready: Apache Tika 9.9\n";
+  ASSERT_TRUE(Eventually([&] { return example.Output() == expected; })) << example.Error();
+  for (const std::string& process : example.Family()) {
+    if (process.find(" -jar ") != std::string::npos) ::kill(std::stoi(process), SIGKILL);
+  }
+  expected +=
+      "killed: signal 9 (Killed) ended it; if nobody sent it, the machine ran out of "
+      "memory: see the kernel's log\nready: Apache Tika 9.9\n";
+  EXPECT_TRUE(Eventually([&] { return example.Output() == expected; })) << example.Output();
+  example.Signal(SIGTERM);
+  EXPECT_EQ(example.Wait(), 128 + SIGTERM);
+  EXPECT_TRUE(example.FamilyEndsWithin(10));
 }
 
 // Who copies the program out of the README copies the one that is built and tested here.
