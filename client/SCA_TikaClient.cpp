@@ -7,6 +7,7 @@
 #include <new>
 
 #include "client/SCA_TikaExtraction.h"
+#include "client/SCA_TikaLink.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Fail.h"
 #include "platform/SCA_Report.h"
@@ -23,14 +24,27 @@ constexpr unsigned long kPieceSize = 4096;    // of a body sent or received by H
 constexpr unsigned long kMaxGetBody = 65535;  // bytes
 constexpr unsigned long kMaxPutReplyBody = 0x3D090000;
 constexpr unsigned long kMaxVersionLength = 100;
-constexpr int kMaxInterimReplies = 32;
-constexpr unsigned long kFirstFinalCode = 200;
-constexpr unsigned long kSwitchingProtocols = 101;
 
 // The data buffer begins at a page's start, as what is read into it from a file does. A few bytes
 // behind it, where large blocks of the heap begin, some processors copy at a twentieth of the
 // speed.
 constexpr std::align_val_t kPageSize{4096};
+
+// Sends the head of a request by HTTP/1.0.
+// @param link  Null without a connection.
+int SendHead(SCA_TikaLink* link, const char* method, const char* path, const char* serverName,
+             unsigned long* error) {
+  if (link == nullptr) return SCA_Fail(ENOTCONN, error);
+  char request[kHeaderBufferSize];
+  const int length =
+      std::snprintf(request, sizeof request, "%s %s HTTP/1.0\r\nHost: %s\r\nUser-Agent: %s\r\n\r\n",
+                    method, path, SCA_HostLine(serverName).text, kUserAgent);
+  if (length < 0 || static_cast<unsigned long>(length) >= sizeof request) {
+    return SCA_Fail(SCA_ErrorHeaderTooLong, error);
+  }
+  unsigned long sent = 0;
+  return link->Socket().Send(request, static_cast<unsigned long>(length), &sent, error);
+}
 
 }  // namespace
 
@@ -52,53 +66,46 @@ int SCA_TikaClient::SetServerName(const char* serverName) {
   return 0;
 }
 
-SCA_HostLine::SCA_HostLine(const char* serverName) {
-  const bool isAddress = std::strchr(serverName, ':') != nullptr;
-  // The zone of an address is this machine's affair.
-  const auto length =
-      static_cast<int>(isAddress ? std::strcspn(serverName, "%") : std::strlen(serverName));
-  std::snprintf(text, sizeof text, isAddress ? "[%.*s]" : "%.*s", length, serverName);
-}
-
 void SCA_TikaClient::SetCancelEvent(SCA_Event* cancel) {
   cancel_ = cancel;
-  if (socket_ != nullptr) socket_->SetCancelEvent(cancel);
+  if (link_ != nullptr) link_->SetCancelEvent(cancel);
 }
 
 int SCA_TikaClient::Connect(unsigned long timeout, unsigned long* error) {
-  if (socket_ != nullptr) {
+  if (link_ != nullptr) {
     SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
                                              "SCA_TikaClient::Connect: already connected");
     return SCA_Fail(SCA_ErrorCannotCreate, error);
   }
-  socket_.reset(new (std::nothrow) SCA_TcpSock);
-  if (socket_ == nullptr || socket_->IsValid() == 0) {
+  link_.reset(new (std::nothrow) SCA_TikaLink);
+  if (link_ == nullptr || !link_->IsValid()) {
     SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError,
                                              "SCA_TikaClient::Connect: cannot create socket");
     Disconnect();
     return SCA_Fail(SCA_ErrorCannotCreate, error);
   }
-  socket_->SetCancelEvent(cancel_);
-  if (socket_->Connect(serverName_, port_, timeout, error) == 0) {
+  link_->SetCancelEvent(cancel_);
+  if (link_->Socket().Connect(serverName_, port_, timeout, error) == 0) {
     Disconnect();
     return 0;
   }
   // A request's header and its first block are two sends; the second must not wait for the
   // acknowledgement of the first. Without the option the client still works, only slower.
-  socket_->SetOption(SCA_SockOptionNoDelay, 1);
+  link_->Socket().SetOption(SCA_SockOptionNoDelay, 1);
   connectTime_.Set(SCA_GetAbsTime());
   connectCount_.Add(1);
   return 1;
 }
 
 int SCA_TikaClient::Disconnect() {
-  socket_.reset();
+  link_.reset();
   return 1;
 }
 
 int SCA_TikaClient::IsUsable() {
-  unsigned long error = 0;
-  return socket_ != nullptr && socket_->WaitForData(0, &error) == 0 && error == ETIMEDOUT ? 1 : 0;
+  bool isClosed = false;
+  return link_ != nullptr && link_->Look(&isClosed) == SCA_TikaLink::State::Clean && !isClosed ? 1
+                                                                                               : 0;
 }
 
 void SCA_TikaClient::AlignedDelete::operator()(char* memory) const noexcept {
@@ -125,69 +132,12 @@ int SCA_TikaClient::InitDataBuffer() {
   return 1;
 }
 
-int SCA_TikaClient::SendAll(const char* data, unsigned long length, unsigned long* sent,
-                            unsigned long* error) {
-  if (socket_ == nullptr) return SCA_Fail(ENOTCONN, error);
-  return socket_->Send(data, length, sent, error);
-}
-
 int SCA_TikaClient::ReadHttpHeader(char* buffer, unsigned long capacity,
                                    unsigned long* headerLength, unsigned long* received,
                                    unsigned long* error) {
-  *received = 0;
-  return ReceiveHeader(settings_->GetNetworkTimeout(), buffer, capacity, headerLength, received,
-                       error);
-}
-
-// Receives after the bytes held until a complete header is there.
-// @param received  In and out: the bytes held.
-int SCA_TikaClient::ReceiveHeader(unsigned long timeoutMs, char* buffer, unsigned long capacity,
-                                  unsigned long* headerLength, unsigned long* received,
-                                  unsigned long* error) {
-  if (socket_ == nullptr) return SCA_Fail(ENOTCONN, error);
-  for (;;) {
-    buffer[*received] = '\0';
-    if (SCA_HttpParser::IsHeaderReady(buffer, *received + 1, headerLength) != 0) return 1;
-    if (*received == capacity) return SCA_Fail(SCA_ErrorHeaderTooLong, error);
-    unsigned long count = 0;
-    if (socket_->WaitForData(timeoutMs, error) == 0 ||
-        socket_->Receive(buffer + *received, capacity - *received, &count, error) == 0) {
-      return 0;
-    }
-    *received += count;
-  }
-}
-
-// Reads the header of the final reply: interim replies before it (100 Continue, 102 Processing, 103
-// Early Hints) are dropped. After a 101 no final one would come, nor would HTTP.
-// @param error  `SCA_ErrorInvalidData` for a header that was received and is none.
-int SCA_TikaClient::ReadReplyHeader(unsigned long timeoutMs, char* buffer, unsigned long capacity,
-                                    tagSCA_HTTP_REQUEST* reply, unsigned long* headerLength,
-                                    unsigned long* received, unsigned long* error) {
-  *received = 0;
-  for (int interim = 0; interim <= kMaxInterimReplies; ++interim) {
-    if (ReceiveHeader(timeoutMs, buffer, capacity, headerLength, received, error) == 0) return 0;
-    if (SCA_HttpParser::ParseHttpHeader(buffer, *headerLength, reply) == 0) {
-      return SCA_Fail(SCA_ErrorInvalidData, error);
-    }
-    if (reply->replyCode >= kFirstFinalCode) return 1;
-    if (reply->replyCode == kSwitchingProtocols) break;
-    *received -= *headerLength;
-    std::memmove(buffer, buffer + *headerLength, *received);
-  }
-  return SCA_Fail(SCA_ErrorInterimReplies, error);
-}
-
-int SCA_TikaClient::SendRequestLine(const char* method, const char* path, unsigned long* error) {
-  char request[kHeaderBufferSize];
-  const int length =
-      std::snprintf(request, sizeof request, "%s %s HTTP/1.0\r\nHost: %s\r\nUser-Agent: %s\r\n\r\n",
-                    method, path, SCA_HostLine(serverName_).text, kUserAgent);
-  if (length < 0 || static_cast<unsigned long>(length) >= sizeof request) {
-    return SCA_Fail(SCA_ErrorHeaderTooLong, error);
-  }
-  unsigned long sent = 0;
-  return SendAll(request, static_cast<unsigned long>(length), &sent, error);
+  if (link_ == nullptr) return SCA_Fail(ENOTCONN, error);
+  return link_->ReadHeader(settings_->GetNetworkTimeout(), buffer, capacity, headerLength, received)
+      .Store(error);
 }
 
 int SCA_TikaClient::GetRequest(const char* path, SCA_HttpClientRequest* reply,
@@ -196,11 +146,10 @@ int SCA_TikaClient::GetRequest(const char* path, SCA_HttpClientRequest* reply,
   unsigned long headerLength = 0;
   unsigned long received = 0;
   tagSCA_HTTP_REQUEST answer;
-  if (SendRequestLine("GET", path, error) == 0 ||
-      ReadReplyHeader(settings_->GetNetworkTimeout(), header, sizeof header - 1, &answer,
-                      &headerLength, &received, error) == 0) {
-    return 0;
-  }
+  if (SendHead(link_.get(), "GET", path, serverName_, error) == 0) return 0;
+  const SCA_Result read = link_->ReadReplyHeader(
+      settings_->GetNetworkTimeout(), header, sizeof header - 1, &answer, &headerLength, &received);
+  if (read.HasFailed()) return read.Store(error);
   reply->SetReplyCode(answer.replyCode);
   if (answer.replyCode != 200) return SCA_Fail(answer.replyCode, error);
   if (answer.isContentEncoded != 0) return SCA_Fail(SCA_ErrorContentEncoding, error);
@@ -217,15 +166,15 @@ int SCA_TikaClient::GetRequest(const char* path, SCA_HttpClientRequest* reply,
   unsigned long count = 0;
   unsigned long ended = 0;
   while (held <= kMaxGetBody &&
-         socket_->Receive(body + held, std::min(kPieceSize, kMaxGetBody + 1 - held), &count,
-                          &ended) != 0) {
+         link_->Socket().Receive(body + held, std::min(kPieceSize, kMaxGetBody + 1 - held), &count,
+                                 &ended) != 0) {
     held += count;
   }
   if (held > kMaxGetBody) return SCA_Fail(SCA_ErrorInvalidData, error);
   // Another end, or one that comes early, has cut the body. A wait tells a close in good order from
   // a reset.
   const bool isClosed = ended == static_cast<unsigned long>(ECONNRESET) &&
-                        socket_->WaitForData(settings_->GetNetworkTimeout(), &ended) != 0;
+                        link_->Socket().WaitForData(settings_->GetNetworkTimeout(), &ended) != 0;
   const bool isWhole = answer.hasContentLength != 0 ? held >= answer.contentLength : isClosed;
   if (!isWhole || ended == SCA_ErrorCancelled) return SCA_Fail(ended, error);
   body[held] = '\0';
@@ -261,22 +210,22 @@ int SCA_TikaClient::GetVersion(char* version, unsigned long size, unsigned long*
 
 int SCA_TikaClient::PutRequest(const char* path, SCA_HttpClientRequest* request,
                                unsigned long* error) {
-  if (SendRequestLine("PUT", path, error) == 0) return 0;
+  if (SendHead(link_.get(), "PUT", path, serverName_, error) == 0) return 0;
   unsigned long sent = 0;
   for (unsigned long done = 0; done < request->GetContentLength(); done += sent) {
     const unsigned long piece = std::min(kPieceSize, request->GetContentLength() - done);
-    if (SendAll(request->GetContentBuffer() + done, piece, &sent, error) == 0) return 0;
+    if (link_->Socket().Send(request->GetContentBuffer() + done, piece, &sent, error) == 0) {
+      return 0;
+    }
   }
 
   char header[kHeaderBufferSize];
   unsigned long headerLength = 0;
   unsigned long received = 0;
-  unsigned long code = 0;
   tagSCA_HTTP_REQUEST answer;
-  if (ReadReplyHeader(settings_->GetNetworkTimeout(), header, sizeof header - 1, &answer,
-                      &headerLength, &received, &code) == 0) {
-    return code == SCA_ErrorInvalidData ? 0 : SCA_Fail(code, error);
-  }
+  const SCA_Result read = link_->ReadReplyHeader(
+      settings_->GetNetworkTimeout(), header, sizeof header - 1, &answer, &headerLength, &received);
+  if (read.HasFailed()) return read.Code() == SCA_ErrorInvalidData ? 0 : read.Store(error);
   const unsigned long length = answer.contentLength;
   request->SetReplyCode(answer.replyCode);
   request->SetContentLength(length);
@@ -288,13 +237,21 @@ int SCA_TikaClient::PutRequest(const char* path, SCA_HttpClientRequest* request,
   std::memcpy(body, header + headerLength, held);
   while (held < length) {
     unsigned long count = 0;
-    if (socket_->Receive(body + held, std::min(kPieceSize, length - held), &count, error) == 0) {
+    if (link_->Socket().Receive(body + held, std::min(kPieceSize, length - held), &count, error) ==
+        0) {
       return 0;
     }
     held += count;
   }
   body[length] = '\0';
   return 1;
+}
+
+int SCA_TikaClient::SendFile(const char* fileName, SCA_Event* cancel, unsigned long* error) {
+  static constexpr SCA_TikaVariant kPlainUpload = {
+      kSource, "SendFile", kSource, "SendFile", SCA_TikaReply::kMaxNetworkSize,
+      false,   false,      false,   nullptr};
+  return SCA_TikaExtraction(this, kPlainUpload, nullptr, nullptr, cancel).SendFile(fileName, error);
 }
 
 int SCA_TikaClient::GetFileText(unsigned long variant, const char* fileName, const char* secondName,

@@ -10,10 +10,9 @@
 #include "platform/SCA_HttpParser.h"
 #include "platform/SCA_Object.h"
 #include "platform/SCA_Sync.h"
-#include "platform/SCA_TcpSock.h"
 #include "settings/SCA_TikaConfigOrv.h"
 
-class SCA_File;
+class SCA_TikaLink;
 
 /// Receives the text of a document, block by block, on the thread that called `GetFileText`.
 /// @param text     The block: bytes as the server sent them, neither decoded nor converted. A block
@@ -32,7 +31,9 @@ using SCA_TikaTextCallback = int (*)(const char* text, unsigned long length, uns
 /// Order of use: construct, set buffer size and debug level if wanted, `InitDataBuffer`, `Connect`,
 /// then any number of `GetFileText` (or one `GetVersion`, which uses the connection up). After an
 /// extraction that returned 0 the connection may hold half an exchange, whatever the validity flag
-/// says: `Disconnect` and `Connect` before the next file.
+/// says: `Disconnect` and `Connect` before the next file. A connection that holds half an exchange,
+/// or bytes that no request asked for, fails the next extraction with `EPROTO` before anything is
+/// sent.
 ///
 /// Operations that can fail give 1, or 0 with a code for `SCA_ErrorText` in `*error`, which is left
 /// untouched on success and must not be null.
@@ -60,10 +61,10 @@ class SCA_API SCA_TikaClient : public SCA_Object {
   /// Closes the connection, if any. @return 1.
   int Disconnect();
   /// @return 1 while a connection made by `Connect` has not been given up.
-  int IsConnected() const { return socket_ != nullptr ? 1 : 0; }
-  /// Asks, without waiting, whether the connection can take a request, which one that was kept for
-  /// a while may not.
-  /// @return 0 when there is none, the server has closed it, or it holds what nobody asked for.
+  int IsConnected() const { return link_ != nullptr ? 1 : 0; }
+  /// Asks, without waiting, whether the connection can take a request.
+  /// @return 0 when there is none, the server has closed it, it holds bytes that no request asked
+  ///         for, or the end of the last reply has not arrived.
   int IsUsable();
 
   /// Allocates the data buffer of `GetBufferSize()` + 1 bytes, releasing the old one.
@@ -201,59 +202,12 @@ class SCA_API SCA_TikaClient : public SCA_Object {
                     unsigned long* error);
 
  private:
+  friend class SCA_TikaExtraction;  // the inside of GetFileText
+
   // Ends what was allocated at a page's start.
   struct AlignedDelete {
     void operator()(char* memory) const noexcept;
   };
-
-  // The parts of an extraction; client/SCA_TikaExtraction.h has them.
-  struct Outcome;
-  struct Variant;
-  struct Exchange;
-  struct ReceiveTexts;
-
-  int SendAll(const char* data, unsigned long length, unsigned long* sent, unsigned long* error);
-  int ReceiveHeader(unsigned long timeoutMs, char* buffer, unsigned long capacity,
-                    unsigned long* headerLength, unsigned long* received, unsigned long* error);
-  int ReadReplyHeader(unsigned long timeoutMs, char* buffer, unsigned long capacity,
-                      tagSCA_HTTP_REQUEST* reply, unsigned long* headerLength,
-                      unsigned long* received, unsigned long* error);
-  int SendRequestLine(const char* method, const char* path, unsigned long* error);
-
-  // What the variants share: the extraction frame.
-  int ExtractText(Exchange* exchange, const char* fileName, unsigned long* textLength,
-                  unsigned long* error);
-  bool Traces(const Variant& variant) const;
-  Outcome Upload(const Exchange& exchange, const char* fileName);
-  Outcome SendContent(const Exchange& exchange, SCA_File* file);
-  Outcome SendFailed(unsigned long code);
-  Outcome ReadReply(Exchange* exchange);
-  int Conclude(const Outcome& outcome, unsigned long* error);
-
-  // What their decoders share: collecting text and delivering it.
-  unsigned long Room(const Exchange& exchange) const;
-  Outcome Flush(Exchange* exchange);
-  Outcome MakeRoom(Exchange* exchange, unsigned long needed);
-  Outcome ChunkDoesNotFit(const Exchange& exchange, unsigned long long needed);
-  void TakeReceived(Exchange* exchange, unsigned long count);
-  Outcome Receive(const Exchange& exchange, const ReceiveTexts& texts, char* buffer,
-                  unsigned long length, unsigned long* received);
-  Outcome Refill(Exchange* exchange);
-  Outcome ReceiveRest(Exchange* exchange, unsigned long missing);
-  using ReadSizeLine = Outcome (SCA_TikaClient::*)(Exchange* exchange, unsigned long* chunkSize);
-  using FinishChunk = Outcome (SCA_TikaClient::*)(Exchange* exchange);
-  Outcome DecodeByLines(Exchange* exchange, ReadSizeLine readSizeLine, FinishChunk finishChunk);
-
-  // What differs: the decoding steps of each variant.
-  Outcome DecodeV1(Exchange* exchange);
-  static bool ReadSizeLineV1(Exchange* exchange, unsigned long long* chunkSize);
-  Outcome FinishChunkV1(Exchange* exchange);
-  Outcome DecodeV2(Exchange* exchange);
-  Outcome ReadSizeLineV2(Exchange* exchange, unsigned long* chunkSize);
-  Outcome FinishChunkV2(Exchange* exchange);
-  Outcome DecodeV3(Exchange* exchange);
-  Outcome ReadSizeLineV3(Exchange* exchange, unsigned long* chunkSize);
-  Outcome FinishChunkV3(Exchange* exchange);
 
   SCA_TikaConfigOrv* const settings_;
   SCA_AtomicValue<std::uint32_t> clientId_{0};
@@ -277,7 +231,7 @@ class SCA_API SCA_TikaClient : public SCA_Object {
   std::uint32_t bufferSize_ = 0x100000;
   unsigned long dataCapacity_ = 0;  // buffer size that the data buffer was made for
   SCA_Event* cancel_ = nullptr;
-  SCA_Owned<SCA_TcpSock> socket_;
+  std::unique_ptr<SCA_TikaLink> link_;
   SCA_AtomicValue<int> doDelete_{0};
 };
 

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_TcpSock.h"
 #include "platform/SCA_Text.h"
 
 namespace {

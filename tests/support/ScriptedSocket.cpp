@@ -32,7 +32,9 @@ class ScriptedSocket final : public SCA_VirtualTcpSock {
     if (script_.onWait) script_.onWait(number);
     const bool looks = cancel_ != nullptr && !script_.ignoresCancel;
     if (looks && cancel_->Wait(0) != 0) return Fail(SCA_ErrorCancelled, error);
-    return number == script_.failWait ? Fail(script_.failCode, error) : 1;
+    if (number == script_.failWait) return Fail(script_.failCode, error);
+    const bool isThere = taken_ > 0 || piece_ < script_.arrived;
+    return timeoutMs == 0 && !isThere ? Fail(ETIMEDOUT, error) : 1;
   }
 
   int Receive(char* buffer, unsigned long length, unsigned long* received,
@@ -41,15 +43,13 @@ class ScriptedSocket final : public SCA_VirtualTcpSock {
     const int number = receives_++;
     if (script_.onReceive) script_.onReceive(number);
     if (number == script_.failReceive) return Fail(script_.failCode, error);
-    while (piece_ < script_.pieces.size() && taken_ == script_.pieces[piece_].size()) {
-      ++piece_;
-      taken_ = 0;
-    }
+    SkipTaken();
     if (piece_ == script_.pieces.size()) return Fail(ECONNRESET, error);
     const std::string& piece = script_.pieces[piece_];
     const std::size_t count = std::min<std::size_t>(length, piece.size() - taken_);
     std::memcpy(buffer, piece.data() + taken_, count);
     taken_ += count;
+    SkipTaken();
     *received = count;
     return 1;
   }
@@ -74,6 +74,13 @@ class ScriptedSocket final : public SCA_VirtualTcpSock {
   void Shutdown() override {}
 
  private:
+  void SkipTaken() {
+    while (piece_ < script_.pieces.size() && taken_ == script_.pieces[piece_].size()) {
+      ++piece_;
+      taken_ = 0;
+    }
+  }
+
   SocketScript& script_;
   SCA_Event* cancel_ = nullptr;
   std::size_t piece_ = 0;

@@ -14,7 +14,8 @@
 struct SocketScript {
   static constexpr int kNever = -1;
 
-  std::vector<std::string> pieces;  ///< the input; behind it the peer has closed
+  std::vector<std::string> pieces;  ///< the input; after it the peer closes
+  std::size_t arrived = 0;          ///< so many of them are there before anything is waited for
   int failReceive = kNever;         ///< the receive of this number, from 0, fails ...
   int failWait = kNever;            ///< ... and this wait
   int failSend = kNever;            ///< ... and this send, taking `sendTakes` bytes
