@@ -301,6 +301,7 @@ SCA_Result TcpSock::WaitAndRead(char* buffer, std::size_t length, unsigned long 
   for (;;) {
     *count = Read(buffer, length, hasSlice ? 0 : MSG_DONTWAIT);
     if (*count > 0 || Held() > 0 || inputEnd_.HasFailed()) return SCA_Done;
+    if (timeoutMs == 0) return SCA_Result(ETIMEDOUT);  // a question that the read has answered
     if (!hasSlice) {
       if (const SCA_Result poll = Poll(POLLIN, deadline); poll.HasFailed()) return poll;
     }
