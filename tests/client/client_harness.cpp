@@ -8,8 +8,9 @@ const std::string& SmallFile() {
   return path;
 }
 
-ClientHarness::ClientHarness(unsigned long bufferSize) {
+ClientHarness::ClientHarness(std::vector<std::string> pieces, unsigned long bufferSize) {
   unsigned long error = 0;
+  script.pieces = std::move(pieces);
   client.SetBufferSize(bufferSize);
   EXPECT_EQ(client.InitDataBuffer(), 1);
   EXPECT_EQ(client.Connect(1000, &error), 1) << error;

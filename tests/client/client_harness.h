@@ -15,9 +15,7 @@
 /// Opens the client's protected steps to tests.
 class OpenClient : public SCA_TikaClient {
  public:
-  using SCA_TikaClient::GetRequest;
   using SCA_TikaClient::PutRequest;
-  using SCA_TikaClient::ReadHttpHeader;
   using SCA_TikaClient::SCA_TikaClient;
   using SCA_TikaClient::SendFile;
 };
@@ -35,7 +33,7 @@ struct Extracted {
 /// One client, connected to a scripted socket.
 class ClientHarness {
  public:
-  explicit ClientHarness(unsigned long bufferSize = 4096);
+  explicit ClientHarness(std::vector<std::string> pieces = {}, unsigned long bufferSize = 4096);
 
   /// Extracts `file`, by default one of 10 bytes; the script begins anew with each connection.
   Extracted Extract(unsigned long variant, const std::string& file = {});
@@ -54,6 +52,8 @@ class ClientHarness {
 
   Extracted* current_ = nullptr;
 };
+
+constexpr unsigned long kVariants[] = {1, 2, 3};
 
 /// A file of 10 bytes that all tests of a program share.
 const std::string& SmallFile();

@@ -66,19 +66,14 @@ std::vector<std::vector<std::string>> Deliveries(const std::string& reply) {
   }
   for (std::size_t first = 1; first < reply.size(); ++first) {
     deliveries.push_back(CutAt(reply, {first}));
+    // Without its end: a text that is cut must not pass for the whole.
+    if (first < reply.size() - 2) deliveries.push_back({reply.substr(0, first)});
     if (reply.size() > kShort) continue;
     for (std::size_t second = first + 1; second < reply.size(); ++second) {
       deliveries.push_back(CutAt(reply, {first, second}));
     }
   }
   return deliveries;
-}
-
-std::string Describe(const Reply& reply, unsigned long variant,
-                     const std::vector<std::string>& pieces) {
-  std::string text = std::string(reply.name) + ", variant " + std::to_string(variant) + ", pieces";
-  for (const std::string& piece : pieces) text += " " + std::to_string(piece.size());
-  return text;
 }
 
 // Counters, validity flag and lengths after an extraction that ended with a code.
@@ -99,55 +94,88 @@ void ExpectBookkeeping(const ClientHarness& harness, const Extracted& extracted,
 TEST(Decoder, EveryDeliveryEndsAsItsVariantDemands) {
   for (const Reply& reply : Replies()) {
     for (const auto& pieces : Deliveries(reply.Whole())) {
-      for (const unsigned long variant : {1UL, 2UL, 3UL}) {
-        SCOPED_TRACE(Describe(reply, variant, pieces));
+      for (const unsigned long variant : kVariants) {
+        SCOPED_TRACE(::testing::Message()
+                     << reply.name << ", variant " << variant << ", " << pieces.size()
+                     << " pieces, the first of " << pieces[0].size() << " bytes");
         const ModelOutcome expected = PredictOutcome(variant, pieces, reply.HeaderLength());
-        ClientHarness harness;
-        harness.script.pieces = pieces;
+        ClientHarness harness(pieces);
         const Extracted extracted = harness.Extract(variant);
         ExpectBookkeeping(harness, extracted, variant, expected.code, expected.keepsValid);
-        EXPECT_EQ(extracted.text, expected.text.substr(0, extracted.text.size()));
         // A reply in one piece is for all variants, one in any pieces for the third.
-        const bool mustSucceed = variant == 3 || (pieces.size() == 1 && reply.isPlain);
-        const std::string& text = mustSucceed ? reply.text : expected.text;
-        EXPECT_EQ(extracted.text, expected.code == 0 || mustSucceed ? text : extracted.text);
+        const bool isCut = pieces.size() == 1 && pieces[0] != reply.Whole();
+        const bool mustSucceed = !isCut && (variant == 3 || (pieces.size() == 1 && reply.isPlain));
+        EXPECT_TRUE(extracted.result == 1 ? !isCut : !mustSucceed);
+        const std::string& text = isCut || mustSucceed ? reply.text : expected.text;
+        EXPECT_EQ(extracted.text,
+                  extracted.result == 1 ? text : text.substr(0, extracted.text.size()));
         if (HasFailure()) return;
       }
     }
   }
 }
 
-// A reply may end anywhere in the buffers, between its last two bytes too.
+// What may follow a reply on its connection, and what becomes of the next document.
 TEST(Decoder, NothingOfAReplyReachesTheNextOneOnItsConnection) {
-  for (const unsigned long variant : {1UL, 2UL, 3UL}) {
-    for (std::size_t length = 1; length < 2100; ++length) {
-      SCOPED_TRACE(::testing::Message() << "variant " << variant << ", text of " << length);
-      ClientHarness harness;
-      harness.script.pieces = {ChunkedReply(Pattern(length), 4000), ChunkedReply("next", 4)};
-      const Extracted first = harness.Extract(variant);
-      // The first two may fail where the buffer cuts a size line.
-      if (variant != 3 && first.result == 0) continue;
-      EXPECT_EQ(first.text.size(), length);
-      EXPECT_EQ(harness.Extract(variant).text, "next");
+  enum class Next { Usable, Extracted, Fails };
+  struct Row {
+    std::vector<std::string> ends;  // of the first reply; the next one follows the last of them
+    std::size_t arrived;            // of them, when the next document comes
+    Next next;
+  };
+  const std::string lie = ChunkedReply("lie", 3);
+  const Row rows[] = {
+      {{"0\r\n\r\n"}, 1, Next::Usable},
+      {{"0\r\n\r", "\n"}, 2, Next::Usable},
+      {{"0\r\n", "\r\n"}, 2, Next::Usable},
+      {{"0\r\nA: b\r\n", "C: d\r\n\r\n"}, 2, Next::Usable},
+      {{"0\r\n\r\n\r\n"}, 1, Next::Usable},
+      // What has not arrived might be a trailer.
+      {{"0\r\n", "\r\n"}, 1, Next::Extracted},
+      {{"0\r\nA", ": b\r", "\n\r", "\n"}, 1, Next::Extracted},
+      {{"0\r\n", "A: b\r\nC: d\r\n\r\n"}, 1, Next::Extracted},
+      {{"0\r\nA: b\r\n\r", "\n"}, 1, Next::Extracted},
+      // What nobody asked for is no reply.
+      {{"0\r\n\r\n" + lie}, 1, Next::Fails},
+      {{"0\r\n\r\n", lie}, 2, Next::Fails},
+      {{"0\r\n", "\r\n" + lie}, 2, Next::Fails},
+      {{"0\r\n" + lie}, 1, Next::Fails},
+      {{"0\r\n\r\nx"}, 1, Next::Fails},
+      {{"0\r\n" + std::string(300, 'x')}, 1, Next::Fails},
+  };
+  for (const Row& row : rows) {
+    for (const unsigned long variant : kVariants) {
+      SCOPED_TRACE(::testing::Message() << "row " << &row - rows << ", variant " << variant);
+      ClientHarness harness(row.ends);
+      harness.script.pieces.front().insert(0, kHeader + "4\r\ntext\r\n");
+      harness.script.pieces.push_back(ChunkedReply("next", 4));
+      harness.script.arrived = row.arrived;
+      EXPECT_EQ(harness.Extract(variant).text, "text");
+      const std::size_t sent = harness.script.sent.size();
+      EXPECT_EQ(harness.client.IsUsable(), row.next == Next::Usable ? 1 : 0);
+      const Extracted next = harness.Extract(variant);
+      const bool fails = row.next == Next::Fails;
+      EXPECT_EQ(next.error, fails ? static_cast<unsigned long>(EPROTO) : 0UL);
+      EXPECT_EQ(next.text, fails ? "" : "next");
+      EXPECT_EQ(harness.script.sent.size(), fails ? sent : 2 * sent);
+      EXPECT_EQ(harness.client.IsValid(), fails ? 0 : 1);
     }
   }
 }
 
-TEST(Decoder, ReplyCutShortNeverPassesForTheText) {
-  for (const Reply& reply : Replies()) {
-    const std::string whole = reply.Whole();
-    const std::size_t lastSize = whole.rfind("0\r\n\r\n") + 3;
-    for (std::size_t length = 0; length < lastSize; ++length) {
-      for (const unsigned long variant : {1UL, 2UL, 3UL}) {
-        SCOPED_TRACE(Describe(reply, variant, {whole.substr(0, length)}));
-        ClientHarness harness;
-        harness.script.pieces = {whole.substr(0, length)};
-        const Extracted extracted = harness.Extract(variant);
-        EXPECT_EQ(extracted.result, 0);
-        EXPECT_TRUE(extracted.error == ECONNRESET || extracted.error == SCA_ErrorInvalidData);
-        EXPECT_EQ(extracted.text, reply.text.substr(0, extracted.text.size()));
-      }
-    }
+TEST(Decoder, AConnectionThatHoldsHalfAnExchangeCarriesNoOther) {
+  for (const unsigned long variant : kVariants) {
+    ClientHarness harness({ChunkedReply("text", 4), ChunkedReply("next", 4)});
+    harness.onBlock = [](unsigned long) { return 0; };
+    EXPECT_EQ(harness.Extract(variant).error, SCA_ErrorCancelled);
+    EXPECT_EQ(harness.client.IsUsable(), 0);
+    EXPECT_EQ(harness.Extract(variant).error, static_cast<unsigned long>(EPROTO));
+    // A refusal that has come whole leaves nothing.
+    ClientHarness refusing(
+        {"HTTP/1.1 422 No\r\nContent-Length: 2\r\n\r\nNo", ChunkedReply("x", 1)});
+    EXPECT_EQ(refusing.Extract(variant).error, SCA_ErrorTika422);
+    EXPECT_EQ(refusing.client.IsUsable(), 1);
+    EXPECT_EQ(refusing.Extract(variant).text, "x");
   }
 }
 
@@ -156,8 +184,7 @@ enum class Fault { Wait, Receive, CancelledWait };
 // Gives how often the operation happened in an extraction that nothing disturbed.
 std::size_t CountOperations(const std::vector<std::string>& pieces, unsigned long variant,
                             Fault fault) {
-  ClientHarness harness(64);
-  harness.script.pieces = pieces;
+  ClientHarness harness(pieces, 64);
   EXPECT_EQ(harness.Extract(variant).result, 1);
   return fault == Fault::Receive ? harness.script.receiveSizes.size()
                                  : harness.script.waitTimeouts.size();
@@ -166,17 +193,14 @@ std::size_t CountOperations(const std::vector<std::string>& pieces, unsigned lon
 TEST(Decoder, FaultOfTheNthSocketOperationEndsTheExtractionAsItself) {
   // Chunks that the third variant collects whole, in part and in several blocks.
   const std::string text = Pattern(300);
-  for (const unsigned long variant : {1UL, 2UL, 3UL}) {
-    const std::vector<std::string> pieces =
-        variant == 3 ? InPieces(ChunkedReply(text, 50), 7)
-                     : std::vector<std::string>{ChunkedReply(text, 50).substr(0, 80),
-                                                ChunkedReply(text, 50).substr(80)};
+  for (const unsigned long variant : kVariants) {
+    const std::string reply = ChunkedReply(text, 50);
+    const auto pieces = variant == 3 ? InPieces(reply, 7) : CutAt(reply, {80});
     for (const Fault fault : {Fault::Wait, Fault::Receive, Fault::CancelledWait}) {
       const std::size_t count = CountOperations(pieces, variant, fault);
       for (int n = 0; n < static_cast<int>(count); ++n) {
         SCOPED_TRACE(::testing::Message() << "variant " << variant << ", operation " << n);
-        ClientHarness harness(64);
-        harness.script.pieces = pieces;
+        ClientHarness harness(pieces, 64);
         if (fault == Fault::Wait) harness.script.failWait = n;
         if (fault == Fault::Receive) harness.script.failReceive = n;
         if (fault == Fault::CancelledWait) {
@@ -194,34 +218,17 @@ TEST(Decoder, FaultOfTheNthSocketOperationEndsTheExtractionAsItself) {
   }
 }
 
-// A fault of the framing, or a socket that fails, as the variant's report tells it.
-struct Complaint {
-  unsigned long variant;
-  std::vector<std::string> pieces;  // the first one behind the header
-  std::string report;               // behind the name of the operation, if it is the variant's own
-
-  std::string Report() const {
-    const std::string prefix = "SCA_TikaClient::GetFileTextV" + std::to_string(variant) + ": ";
-    return report.rfind("SCA_", 0) == 0 ? report : prefix + report;
-  }
-  void Play(ClientHarness* harness, unsigned long code) const {
-    SCOPED_TRACE(Report());
-    harness->script.pieces = pieces;
-    harness->script.pieces.front() = kHeader + pieces.front();
-    const bool keepsValid = report.rfind("invalid chunk delimiter", 0) == 0;
-    ExpectBookkeeping(*harness, harness->Extract(variant), variant, code, keepsValid);
-    EXPECT_EQ(
-        harness->reports.All(),
-        (std::vector<CapturedReport>{{5, "SCA_TikaClientV" + std::to_string(variant), Report()}}));
-  }
-};
-
 TEST(Decoder, FramingFaultsAreReportedInTheVariantsWords) {
+  struct Row {
+    unsigned long variant;
+    std::vector<std::string> pieces;  // the first one follows the header
+    std::string report;               // after the name of the operation, if it is the variant's own
+  };
   const std::string h = std::to_string(kHeader.size());
   const auto at = [](std::size_t offset) { return std::to_string(kHeader.size() + offset); };
   const std::string noLength = "the chunk length is not set (RP=" + h + ", RL=";
   const std::string more = "SCA_TikaClient::GetMoreData: ";
-  const Complaint invalid[] = {
+  const Row rows[] = {
       {1, {""}, noLength + h + ")"},
       {1, {"5\r", "\nhello\r\n0\r\n\r\n"}, noLength + at(2) + ")"},
       {1, {"\r\nhello"}, noLength + at(7) + ")"},
@@ -246,12 +253,7 @@ TEST(Decoder, FramingFaultsAreReportedInTheVariantsWords) {
       {3, {"1234567\r\n"}, "invalid chunk size (CSL=7)"},
       {3, {"2\r\nabxyz\r\n"}, "invalid chunk size (CSL=3)"},
       {3, {std::string(511, 'a'), "b", "c"}, more + "no CRLF in 512 bytes of data"},
-  };
-  for (const Complaint& fault : invalid) {
-    ClientHarness harness;
-    fault.Play(&harness, SCA_ErrorInvalidData);
-  }
-  const Complaint ended[] = {
+      // The peer closes.
       {1, {"9\r\nab"}, "cannot receive data chunk (ERR:104)"},
       {1, {"2\r\nab"}, "cannot receive the next data chunk (ERR:104)"},
       {2, {"2\r\nab"}, "cannot receive chunk CRLF (ERR:104)"},
@@ -260,12 +262,7 @@ TEST(Decoder, FramingFaultsAreReportedInTheVariantsWords) {
       {3, {"9\r\nab"}, "cannot receive data chunk (ERR:104)"},
       {3, {""}, more + "cannot receive data (RDL=0, ERR=104)"},
       {3, {"1234"}, more + "cannot receive data (RDL=4, ERR:104)"},
-  };
-  for (const Complaint& fault : ended) {
-    ClientHarness harness;
-    fault.Play(&harness, ECONNRESET);
-  }
-  const Complaint late[] = {
+      // The second wait times out.
       {1, {"5\r\nhe"}, "data wait timeout (ERR:110)"},
       {1, {"2\r\nhe"}, "data network timeout (ERR:110)"},
       {2, {"5\r\nhe"}, "data wait timeout (ERR:110)"},
@@ -274,23 +271,35 @@ TEST(Decoder, FramingFaultsAreReportedInTheVariantsWords) {
       {3, {"5\r\nhe"}, "data wait timeout (ERR:110)"},
       {3, {""}, more + "data network timeout (ERR:110)"},
   };
-  for (const Complaint& fault : late) {
-    ClientHarness harness;
+  for (const Row& row : rows) {
+    std::string report = row.report;
+    if (report.rfind("SCA_", 0) != 0) {
+      report = "SCA_TikaClient::GetFileTextV" + std::to_string(row.variant) + ": " + report;
+    }
+    SCOPED_TRACE(report);
+    const bool isLate = report.find(":110)") != std::string::npos;
+    const unsigned long code = isLate                                     ? ETIMEDOUT
+                               : report.find("104)") != std::string::npos ? ECONNRESET
+                                                                          : SCA_ErrorInvalidData;
+    ClientHarness harness(row.pieces);
+    harness.script.pieces.front().insert(0, kHeader);
     harness.settings.SetNetworkTimeout(4321);
-    harness.script.failWait = 1;
+    if (isLate) harness.script.failWait = 1;
     harness.script.failCode = ETIMEDOUT;
-    fault.Play(&harness, ETIMEDOUT);
-    EXPECT_EQ(harness.script.waitTimeouts, (std::vector<unsigned long>{4321, 4321}));
+    const bool keepsValid = row.report.rfind("invalid chunk delimiter", 0) == 0;
+    ExpectBookkeeping(harness, harness.Extract(row.variant), row.variant, code, keepsValid);
+    const std::string source = "SCA_TikaClientV" + std::to_string(row.variant);
+    EXPECT_EQ(harness.reports.All(), (std::vector<CapturedReport>{{5, source, report}}));
+    for (const unsigned long timeout : harness.script.waitTimeouts) EXPECT_EQ(timeout, 4321U);
   }
 }
 
 TEST(Decoder, SizeLines) {
   const auto check = [](const std::string& line, bool isSize) {
-    for (const unsigned long variant : {1UL, 2UL, 3UL}) {
+    for (const unsigned long variant : kVariants) {
       SCOPED_TRACE("'" + line + "', variant " + std::to_string(variant));
-      ClientHarness harness;
       // What follows would be the end of a reply without text, if the line were dropped.
-      harness.script.pieces = {kHeader + line + "\r\nhello\r\n0\r\n\r\n", "0\r\n\r\n"};
+      ClientHarness harness({kHeader + line + "\r\nhello\r\n0\r\n\r\n", "0\r\n\r\n"});
       const bool isTooLong = variant != 1 && line.size() > 6;
       const Extracted extracted = harness.Extract(variant);
       if (isTooLong && variant == 2) {
@@ -319,84 +328,66 @@ TEST(Decoder, SizeLines) {
 TEST(Decoder, BlocksEndWhereTheNextChunkWouldNotFit) {
   struct Row {
     unsigned long variant;
-    unsigned long bufferSize;
     std::vector<std::size_t> chunks;
     bool inOnePiece;
     std::vector<unsigned long> blocks;  // lengths; empty: refused
   };
   const std::vector<Row> rows = {
       // Whole in the network buffer: the first variant flushes before a chunk that just fits.
-      {1, 10, {4, 5}, true, {9}},
-      {1, 10, {4, 6}, true, {4, 6}},
-      {1, 10, {10}, true, {10}},
-      {1, 10, {11}, true, {}},
-      {2, 10, {4, 6}, true, {10}},
-      {2, 10, {4, 7}, true, {4, 7}},
-      {2, 10, {11}, true, {}},
-      {3, 10, {4, 6}, true, {10}},
-      {3, 10, {4, 7}, true, {4, 7}},
-      {3, 10, {11}, true, {}},
+      {1, {4, 5}, true, {9}},
+      {1, {4, 6}, true, {4, 6}},
+      {1, {10}, true, {10}},
+      {1, {11}, true, {}},
+      {2, {4, 6}, true, {10}},
+      {2, {4, 7}, true, {4, 7}},
+      {2, {11}, true, {}},
       // Received straight into the data buffer: the CR LF needs room too.
-      {1, 10, {10}, false, {10}},
-      {2, 10, {8}, false, {8}},
-      {2, 10, {9}, false, {}},
-      {3, 10, {8}, false, {8}},
-      {3, 10, {9}, false, {}},
+      {1, {10}, false, {10}},
+      {2, {8}, false, {8}},
+      {2, {9}, false, {}},
   };
   for (const Row& row : rows) {
-    std::string body;
-    std::size_t total = 0;
-    for (const std::size_t size : row.chunks) {
-      body += Body(std::string(size, 'x'), size).substr(0, size + 5);  // one digit
-      total += size;
+    for (const unsigned long variant : kVariants) {
+      if ((variant == 1) != (row.variant == 1)) continue;  // the last two agree
+      SCOPED_TRACE(::testing::Message() << "row " << &row - rows.data());
+      std::string whole = kHeader;
+      for (const std::size_t size : row.chunks) {
+        whole += Body(std::string(size, 'x'), size).substr(0, size + 5);  // one digit
+      }
+      const std::size_t dataAt = kHeader.size() + 3;
+      const std::size_t dataEnd = whole.size() - (variant == 1 ? 2 : 0);
+      whole += "0\r\n\r\n";
+      ClientHarness harness(
+          row.inOnePiece ? std::vector<std::string>{whole} : CutAt(whole, {dataAt, dataEnd}), 10);
+      const Extracted extracted = harness.Extract(variant);
+      std::vector<unsigned long> lengths;
+      for (const auto& block : extracted.blocks) lengths.push_back(block.second);
+      EXPECT_EQ(lengths, row.blocks);
+      ExpectBookkeeping(harness, extracted, variant, row.blocks.empty() ? SCA_ErrorInvalidData : 0,
+                        !row.blocks.empty());
     }
-    body += "0\r\n\r\n";
-    SCOPED_TRACE(::testing::Message() << "variant " << row.variant << " chunks of " << total
-                                      << " buffer " << row.bufferSize);
-    ClientHarness harness(row.bufferSize);
-    const std::string whole = kHeader + body;
-    const std::size_t dataAt = kHeader.size() + 3;
-    harness.script.pieces =
-        row.inOnePiece ? std::vector<std::string>{whole}
-                       : CutAt(whole, {dataAt, dataAt + total + (row.variant == 1 ? 0 : 2)});
-    const Extracted extracted = harness.Extract(row.variant);
-    std::vector<unsigned long> lengths;
-    for (const auto& block : extracted.blocks) lengths.push_back(block.second);
-    EXPECT_EQ(lengths, row.blocks);
-    ExpectBookkeeping(harness, extracted, row.variant,
-                      row.blocks.empty() ? SCA_ErrorInvalidData : 0, !row.blocks.empty());
   }
 }
 
 TEST(Decoder, StopFromTheCallbackIsNoError) {
-  const std::string text = Pattern(100);
-  for (const unsigned long variant : {1UL, 2UL, 3UL}) {
-    for (const unsigned long stopAt : {0UL, 50UL}) {
-      SCOPED_TRACE(::testing::Message() << "variant " << variant << " stop at " << stopAt);
-      ClientHarness harness(50);
-      harness.script.pieces = {ChunkedReply(text, 25)};
-      unsigned long delivered = 0;
-      harness.onBlock = [&](unsigned long offset) {
-        delivered = offset;
-        return offset >= stopAt ? 0 : 1;
-      };
-      const Extracted extracted = harness.Extract(variant);
-      EXPECT_EQ(extracted.error, SCA_ErrorCancelled);
-      EXPECT_EQ(harness.client.GetTotalErrors(), 0U);
-      EXPECT_EQ(harness.client.IsValid(), 1);
-      // The block that was refused does not count as received.
-      EXPECT_EQ(harness.client.GetRecvData(), delivered);
-      EXPECT_EQ(harness.client.GetLastTextLength(), variant == 3 ? delivered : 0);
-      EXPECT_TRUE(harness.reports.All().empty());
-    }
+  for (const unsigned long variant : kVariants) {
+    SCOPED_TRACE(variant);
+    ClientHarness harness({ChunkedReply(Pattern(100), 25)}, 50);
+    harness.onBlock = [](unsigned long offset) { return offset >= 50 ? 0 : 1; };
+    EXPECT_EQ(harness.Extract(variant).error, SCA_ErrorCancelled);
+    EXPECT_EQ(harness.client.GetTotalErrors(), 0U);
+    EXPECT_EQ(harness.client.IsValid(), 1);
+    // The block that was refused does not count as received.
+    EXPECT_EQ(harness.client.GetRecvData(), 50U);
+    EXPECT_EQ(harness.client.GetLastTextLength(), variant == 3 ? 50U : 0U);
+    EXPECT_TRUE(harness.reports.All().empty());
   }
 }
 
 TEST(Decoder, CancelIsSeenAfterReceivesAndBetweenEmptyLines) {
-  for (const unsigned long variant : {1UL, 2UL, 3UL}) {
+  for (const unsigned long variant : kVariants) {
     SCOPED_TRACE(variant);
-    ClientHarness harness;
-    harness.script.pieces = {kHeader + "64\r\nab", std::string(20, 'c'), std::string(80, 'd')};
+    ClientHarness harness({kHeader + "64\r\nab", std::string(20, 'c'), std::string(80, 'd')});
     harness.script.ignoresCancel = true;
     harness.script.onReceive = [&](int number) {
       if (number == 1) harness.cancel.Set();
@@ -404,8 +395,7 @@ TEST(Decoder, CancelIsSeenAfterReceivesAndBetweenEmptyLines) {
     ExpectBookkeeping(harness, harness.Extract(variant), variant, SCA_ErrorCancelled, true);
     EXPECT_EQ(harness.script.receiveSizes.size(), 2U);
   }
-  ClientHarness harness;
-  harness.script.pieces = {kHeader};
+  ClientHarness harness({kHeader});
   for (int i = 0; i < 1000; ++i) harness.script.pieces.emplace_back("\r\n\r\n");
   harness.script.onWait = [&](int number) {
     if (number == 500) harness.cancel.Set();
@@ -418,62 +408,46 @@ TEST(Decoder, ReplyHeaderDecidesBeforeAnyText) {
     std::string header;
     unsigned long code;
     bool keepsValid;
-    std::string report;  // behind "SCA_TikaClient::GetFileTextVn: "
+    std::string report;  // after "SCA_TikaClient::GetFileTextVn: "
     std::string text = "";
   };
   const std::string ok = "HTTP/1.1 200 OK\r\n";
-  const auto interim = [](int count) {
-    std::string replies;
-    while (count-- > 0) replies += "HTTP/1.1 102 x\r\n\r\n";
-    return replies;
-  };
+  const std::string processing = "HTTP/1.1 102 x\r\n\r\n";
+  std::string most;
+  for (int i = 0; i < 32; ++i) most += processing;
   const std::string chunked = "Transfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n";
   const std::vector<Row> rows = {
       {"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", 0, true, ""},
       {ok + "Content-Length: 0\r\n" + chunked, 0, true, "", "hello"},
       {ok + "Content-Encoding: gzip\r\n" + chunked, SCA_ErrorContentEncoding, false, ""},
-      {ok + "Content-Encoding: identity,br\r\nContent-Length: 0\r\n\r\n", SCA_ErrorContentEncoding,
-       false, ""},
-      {ok + "Content-Encoding: Identity\r\n" + chunked, 0, true, "", "hello"},
-      {interim(32) + ok + chunked, 0, true, "", "hello"},
-      {interim(33) + ok + chunked, SCA_ErrorInterimReplies, false, ""},
-      {interim(1) + "HTTP/1.1 422 No\r\n\r\n", 100191, true, ""},
-      {interim(1), ECONNRESET, false, ""},
+      {most + ok + chunked, 0, true, "", "hello"},
+      {most + processing + ok + chunked, SCA_ErrorInterimReplies, false, ""},
+      {processing + "HTTP/1.1 422 No\r\n\r\n", 100191, true, ""},
+      {processing, ECONNRESET, false, ""},
       {"HTTP/1.1 101 Switching\r\n\r\n" + ok + chunked, SCA_ErrorInterimReplies, false, ""},
-      {"HTTP/1.1 099 No\r\n\r\n", 100138, false, ""},
       {"HTTP/1.1 999 No\r\n\r\n", 999, false, "Unknown Tika server reply code - 999"},
       {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello", 100138, false,
-       "unsupported transfer encoding - "},
-      {"HTTP/1.1 200 OK\r\n\r\nhello", 100138, false, "unsupported transfer encoding - "},
-      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: \r\n\r\n", 100138, false,
        "unsupported transfer encoding - "},
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: Chunked\r\n\r\n", 100138, false,
        "unsupported transfer encoding - Chunked"},
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip\r\n" + chunked, 100138, false,
        "unsupported transfer encoding - gzip, chunked"},
-      {"HTTP/1.1 422 No\r\nContent-Length: 0\r\n\r\n", 100191, true, ""},
       {"HTTP/1.1 500 No\r\nContent-Length: 0\r\n\r\n", 100194, false, ""},
-      {"HTTP/1.1 503 No\r\n" + chunked, 503, false, "Unknown Tika server reply code - 503"},
-      {"HTTP/1.1 204 No\r\n\r\n", 204, false, "Unknown Tika server reply code - 204"},
       {"SSH-2.0-server\r\n\r\n", 100138, false, ""},
       {"HTTP/1.1 200 OK\r\nContent-Length: 4294967296\r\n" + chunked, 100138, false, ""},
-      {"HTTP/1.1 200 OK\r\n", ECONNRESET, false, ""},
       {"HTTP/1.1 200 OK\r\nLong: " + std::string(2100, 'x'), SCA_ErrorHeaderTooLong, false, ""},
   };
   for (const Row& row : rows) {
-    for (const unsigned long variant : {1UL, 2UL, 3UL}) {
+    for (const unsigned long variant : kVariants) {
       SCOPED_TRACE(row.header.substr(0, 60) + ", variant " + std::to_string(variant));
-      ClientHarness harness;
-      harness.script.pieces = {row.header};
+      ClientHarness harness({row.header});
       const Extracted extracted = harness.Extract(variant);
       ExpectBookkeeping(harness, extracted, variant, row.code, row.keepsValid);
       EXPECT_EQ(extracted.text, row.text);
       const std::string name = "V" + std::to_string(variant);
-      std::vector<CapturedReport> reports;
-      if (!row.report.empty()) {
-        reports.push_back(
-            {5, "SCA_TikaClient" + name, "SCA_TikaClient::GetFileText" + name + ": " + row.report});
-      }
+      std::vector<CapturedReport> reports{
+          {5, "SCA_TikaClient" + name, "SCA_TikaClient::GetFileText" + name + ": " + row.report}};
+      if (row.report.empty()) reports.clear();
       EXPECT_EQ(harness.reports.All(), reports);
     }
   }
@@ -489,23 +463,17 @@ TEST(Decoder, FirstVariantTracesFromDebugLevelTwo) {
       "SCA_TikaClient::GetFileTextV1: data chunk 0 - 5 bytes of data, 5 bytes total",
       "SCA_TikaClient::GetFileTextV1: data chunk 1 - 4 bytes of data, 9 bytes total",
   };
-  for (const unsigned long variant : {1UL, 2UL, 3UL, 0UL, 7UL}) {
-    for (const unsigned long level : {0UL, 1UL, 2UL}) {
+  for (const unsigned long variant : {1UL, 3UL, 0UL, 7UL}) {
+    for (const unsigned long level : {1UL, 2UL}) {
       SCOPED_TRACE(::testing::Message() << "variant " << variant << " level " << level);
       // The second chunk does not fit beside the first: its trace counts what is collected now.
-      ClientHarness harness(8);
+      ClientHarness harness({kHeader + "5\r\nhello", "\r\n4\r\nText\r\n0\r\n\r\n"}, 8);
       harness.client.SetDebugLevel(level);
-      harness.script.pieces = {kHeader + "5\r\nhello", "\r\n4\r\nText\r\n0\r\n\r\n"};
-      if (variant == 2) harness.script.pieces = {kHeader + "5\r\nhello\r\n4\r\nText\r\n0\r\n\r\n"};
       EXPECT_EQ(harness.Extract(variant).text, "helloText");
-      std::vector<std::string> texts;
-      for (const CapturedReport& report : harness.reports.All()) {
-        EXPECT_EQ(report.level, 3U);
-        EXPECT_EQ(report.source, "SCA_TikaClientV1");
-        texts.push_back(report.text);
-      }
-      const bool traces = level > 1 && variant != 2 && variant != 3;
-      EXPECT_EQ(texts, traces ? expected : std::vector<std::string>{});
+      std::vector<CapturedReport> reports;
+      for (const std::string& text : expected) reports.push_back({3, "SCA_TikaClientV1", text});
+      if (level == 1 || variant == 3) reports.clear();
+      EXPECT_EQ(harness.reports.All(), reports);
     }
   }
 }
