@@ -18,8 +18,8 @@
 
 namespace {
 
-namespace Server = SCA_ServerFields;
-namespace Service = SCA_ServiceFields;
+namespace ServerField = SCA_ServerFields;
+namespace ServiceField = SCA_ServiceFields;
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned long kAskAgainMs = 200;
@@ -71,7 +71,7 @@ void ForEachId(Call& call, const std::vector<unsigned long>& ids, Work work) {
 
 Failure GaveUp(const Call& call, unsigned long id, const Fields& server) {
   const std::string reason = TroubleOf(server);
-  return {kFailed, static_cast<unsigned long>(server.NumberOr(Server::StatusCode, 0)),
+  return {kFailed, static_cast<unsigned long>(server.NumberOr(ServerField::StatusCode, 0)),
           Named(id) + " was given up" + (reason.empty() ? "" : ": " + reason) + "; see " +
               call.host.Hint("history " + std::to_string(id))};
 }
@@ -99,9 +99,7 @@ bool IsReady(Call& call, unsigned long id, std::string* state) {
 void Start(Call& call, unsigned long id) {
   unsigned long status = 0;
   unsigned long code = 0;
-  call.host.AskServer(id, "start " + Named(id), [&](SCA_TikaServiceClient& client) {
-    return client.StartServer(id, &status, &code);
-  });
+  call.host.AskServer("start " + Named(id), &Service::StartServer, id, &status, &code);
   if (code != 0) {
     throw Failure{kFailed, code,
                   Named(id) + " was not started: " + SCA_ErrorText(code) + "; see " +
@@ -147,8 +145,8 @@ void RefuseOther(const Call& call, const SCA_ConfigObj& before, unsigned long id
   const Fields server(object);
   throw Failure{kFailed, EADDRINUSE,
                 "nothing was added: port " + std::to_string(call.options.port) + " belongs to " +
-                    Named(id) + " (" + server.Text(Server::FileName) + ", " +
-                    std::to_string(server.NumberOr(Server::HeapSize, 0)) +
+                    Named(id) + " (" + server.Text(ServerField::FileName) + ", " +
+                    std::to_string(server.NumberOr(ServerField::HeapSize, 0)) +
                     " MB); delete that one, or take another port"};
 }
 
@@ -162,9 +160,9 @@ bool IsSuspended(Call& call) {
   call.host.GetStatus(&service, &servers);
   bool runs = false;
   ForEachServer(*servers, [&runs](const std::string& /*id*/, const Fields& server) {
-    runs = runs || server.NumberOr(Server::ProcessId, 0) != 0;
+    runs = runs || server.NumberOr(ServerField::ProcessId, 0) != 0;
   });
-  return !runs && Fields(service.get()).Number(Service::Status) == SCA_ServerInactive;
+  return !runs && Fields(service.get()).Number(ServiceField::Status) == SCA_ServerInactive;
 }
 
 // Whether the host that opened its port at that time has gone; another may be there already.
@@ -189,7 +187,8 @@ class HostProcess {
     ConfigObject service;
     ConfigObject servers;
     call.host.GetStatus(&service, &servers);
-    const std::string id = std::to_string(Fields(service.get()).NumberOr(Service::ProcessId, 0));
+    const std::string id =
+        std::to_string(Fields(service.get()).NumberOr(ServiceField::ProcessId, 0));
     // In a container the host may have an id that is another process's here.
     std::string name;
     std::getline(std::ifstream("/proc/" + id + "/comm"), name);
@@ -230,10 +229,8 @@ void AddServer(Call& call) {
   unsigned long id = SCA_NoServerId;
   unsigned long status = 0;
   unsigned long code = 0;
-  call.host.Ask("add the server", [&](SCA_TikaServiceClient& client) {
-    return client.AddServer(jar.c_str(), options.port, options.heapMb, options.javaOptions.c_str(),
-                            &id, &status, &code);
-  });
+  call.host.Ask("add the server", &Service::AddServer, jar.c_str(), options.port, options.heapMb,
+                options.javaOptions.c_str(), &id, &status, &code);
   if (code != 0 || id == SCA_NoServerId) {
     throw Failure{kFailed, code,
                   "no server was added: " + Printable(jar) + ", port " +
@@ -252,10 +249,8 @@ void StartServers(Call& call) {
 
 void DeleteServers(Call& call) {
   ForEachId(call, call.options.ids, [&call](unsigned long id) {
-    Patiently(call, [&] {
-      call.host.AskServer(id, "delete " + Named(id),
-                          [id](SCA_TikaServiceClient& client) { return client.DeleteServer(id); });
-    });
+    Patiently(call,
+              [&] { call.host.AskServer("delete " + Named(id), &Service::DeleteServer, id); });
     Waiting waiting(call);
     if (call.options.waitSeconds && !waiting.Until([&] { return IsGone(call, id); })) {
       throw Failure{kFailed, ETIMEDOUT, Named(id) + " is still there after " + waiting.Limit()};
@@ -266,23 +261,19 @@ void DeleteServers(Call& call) {
 
 void ClearLog(Call& call) {
   if (call.options.ids.empty()) {
-    call.host.Ask("clear its debug log",
-                  [](SCA_TikaServiceClient& client) { return client.ClearDebugLog(); });
+    call.host.Ask("clear its debug log", &Service::ClearDebugLog);
     return call.Succeed("the debug log of the service host itself is cleared; no server's log is");
   }
   const unsigned long id = call.options.ids.front();
-  call.host.AskServer(id, "clear the log of " + Named(id),
-                      [id](SCA_TikaServiceClient& client) { return client.ClearServerLog(id); });
+  call.host.AskServer("clear the log of " + Named(id), &Service::ClearServerLog, id);
   call.Succeed("the log of " + Named(id) + " is cleared; the host's debug log is not", id);
 }
 
 void SaveLog(Call& call) {
   const bool isOn = call.options.logSwitch == "on";
   unsigned long code = 0;
-  call.host.Ask("switch the daily files", [&](SCA_TikaServiceClient& client) {
-    return client.SaveTikaLog(isOn ? SCA_TikaLogOn : SCA_TikaLogOff, call.options.logDir.c_str(),
-                              &code);
-  });
+  call.host.Ask("switch the daily files", &Service::SaveTikaLog,
+                isOn ? SCA_TikaLogOn : SCA_TikaLogOff, call.options.logDir.c_str(), &code);
   const std::string directory = Printable(call.options.logDir);
   if (code != 0) {
     throw Failure{kFailed, code,
@@ -294,9 +285,7 @@ void SaveLog(Call& call) {
 }
 
 void Suspend(Call& call) {
-  Patiently(call, [&call] {
-    call.host.Ask("suspend", [](SCA_TikaServiceClient& client) { return client.Suspend(); });
-  });
+  Patiently(call, [&call] { call.host.Ask("suspend", &Service::Suspend); });
   Waiting waiting(call);
   if (call.options.waitSeconds && !waiting.Until([&call] { return IsSuspended(call); })) {
     throw Failure{kFailed, ETIMEDOUT,
@@ -310,9 +299,7 @@ void Suspend(Call& call) {
 void Shutdown(Call& call) {
   const unsigned long long startTime = call.host.StartTime();
   const HostProcess process(call);
-  Patiently(call, [&call] {
-    call.host.Ask("shut down", [](SCA_TikaServiceClient& client) { return client.StopServer(); });
-  });
+  Patiently(call, [&call] { call.host.Ask("shut down", &Service::StopServer); });
   if (!call.options.waitSeconds) return call.Succeed("the service host shuts down");
   Waiting waiting(call);
   std::string how;

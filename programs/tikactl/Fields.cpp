@@ -1,6 +1,5 @@
 #include "programs/tikactl/Fields.h"
 
-#include <charconv>
 #include <map>
 
 #include "programs/common/Escape.h"
@@ -26,16 +25,6 @@ std::optional<SCA_FieldType> TypeOf(const std::string& name) {
 
 bool IsText(std::optional<SCA_FieldType> type) {
   return type == SCA_FieldType::Text || type == SCA_FieldType::Path;
-}
-
-template <class Number>
-std::optional<Number> ReadNumber(const std::string& text) {
-  Number number = 0;
-  const char* end = text.data() + text.size();
-  const auto [last, failure] = std::from_chars(text.data(), end, number);
-  // Another spelling, such as 007, would be lost.
-  const bool isWhole = failure == std::errc() && last == end && std::to_string(number) == text;
-  return isWhole ? std::optional<Number>(number) : std::nullopt;
 }
 
 std::string SnakeCase(const std::string& name) {

@@ -3,6 +3,7 @@
 #ifndef SCA_PROGRAMS_TIKACTL_FIELDS_H
 #define SCA_PROGRAMS_TIKACTL_FIELDS_H
 
+#include <charconv>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -32,6 +33,18 @@ class Fields {
 /// @return A member's name or value, empty for none.
 std::string NameOf(const SCA_Field& member);
 std::string ValueOf(const SCA_Field& member);
+
+/// @return The number that a text spells out; nothing for another spelling, such as 007, which
+/// would
+///         be lost.
+template <class Number>
+std::optional<Number> ReadNumber(const std::string& text) {
+  Number number = 0;
+  const char* end = text.data() + text.size();
+  const auto [last, failure] = std::from_chars(text.data(), end, number);
+  const bool isWhole = failure == std::errc() && last == end && std::to_string(number) == text;
+  return isWhole ? std::optional<Number>(number) : std::nullopt;
+}
 
 /// Calls `visit(member)` for each member, in order.
 template <class Visit>

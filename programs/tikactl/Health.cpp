@@ -9,8 +9,8 @@
 
 namespace {
 
-namespace Server = SCA_ServerFields;
-namespace Service = SCA_ServiceFields;
+namespace ServerField = SCA_ServerFields;
+namespace ServiceField = SCA_ServiceFields;
 
 constexpr unsigned long long kRecentMs = 3600000;  // a death that is still worth a word
 
@@ -20,7 +20,7 @@ struct Problem {
 };
 
 std::string Named(const std::string& id, const Fields& server) {
-  const auto port = server.Number(Server::Port);
+  const auto port = server.Number(ServerField::Port);
   return "server " + id + (port ? " (port " + std::to_string(*port) + ")" : "");
 }
 
@@ -36,15 +36,15 @@ struct Survey {
 Problem GivenUp(const std::string& id, const Fields& server) {
   const std::string reason = TroubleOf(server);
   const std::string because = reason.empty() ? "" : ": " + reason;
-  if (server.Text(Server::LastDeath).empty()) {
+  if (server.Text(ServerField::LastDeath).empty()) {
     return {Named(id, server) + " could not be started" + because, "debug-log"};
   }
   return {Named(id, server) + " was given up" + because, "history " + id};
 }
 
 Problem NotReady(const std::string& id, const Fields& server) {
-  const std::string word = server.Text(Server::StatusText);
-  const auto silence = server.Number(Server::Silence);
+  const std::string word = server.Text(ServerField::StatusText);
+  const auto silence = server.Number(ServerField::Silence);
   return {Named(id, server) + (word.empty() ? " does not answer" : " is " + word) +
               (silence.value_or(0) >= 1000 ? ", without an answer for " + Duration(*silence) : "") +
               RestartsOf(server),
@@ -80,12 +80,12 @@ void Look(const std::string& id, const Fields& server, Survey* survey) {
 std::string PastTrouble(const Host& host, const Fields& service, const SCA_ConfigObj& servers) {
   unsigned long long last = 0;
   ForEachServer(servers, [&last](const std::string& /*id*/, const Fields& server) {
-    last = std::max(last, server.NumberOr(Server::LastDeathTime, 0));
+    last = std::max(last, server.NumberOr(ServerField::LastDeathTime, 0));
   });
   const unsigned long long now = SCA_GetAbsTime();
   const unsigned long long agoMs = now > last ? (now - last) / SCA_AbsTimePerMs : 0;
   const unsigned long long deaths =
-      service.NumberOr(Service::Deaths, 0) + service.NumberOr(Service::WorkerDeaths, 0);
+      service.NumberOr(ServiceField::Deaths, 0) + service.NumberOr(ServiceField::WorkerDeaths, 0);
   if (deaths == 0 || last == 0 || agoMs > kRecentMs) return {};
   return " A server or its worker died " + Duration(agoMs) + " ago, " + Count(deaths, "death") +
          " since the host's start: see " + host.Hint("history") + ".";
@@ -102,7 +102,7 @@ Health Ill(const Host& host, const std::string& text, const std::string& command
 }  // namespace
 
 ServerState StateOf(const Fields& server) {
-  const auto status = server.Number(Server::Status);
+  const auto status = server.Number(ServerField::Status);
   if (!status) return ServerState::Unknown;
   switch (*status) {
     case SCA_ServerError:
@@ -113,7 +113,8 @@ ServerState StateOf(const Fields& server) {
       return ServerState::NotStarted;
     case SCA_ServerActive:
     case SCA_ServerPending:
-      return server.NumberOr(Server::Ready, 0) != 0 ? ServerState::Ready : ServerState::Waiting;
+      return server.NumberOr(ServerField::Ready, 0) != 0 ? ServerState::Ready
+                                                         : ServerState::Waiting;
     default:
       return ServerState::Unknown;
   }
@@ -124,21 +125,21 @@ Cell StateCell(const Fields& server) {
                                         Colour::Yellow, Colour::Green, Colour::Red};
   const ServerState state = StateOf(server);
   const Colour colour = kColours[static_cast<std::size_t>(state)];
-  const std::string word = server.Text(Server::StatusText);
+  const std::string word = server.Text(ServerField::StatusText);
   if (!word.empty()) return {word, colour};
   if (state == ServerState::Waiting) return {"not answering", colour};
-  const auto status = server.NumberOr(Server::Status, SCA_UnknownProcessStatus.value);
+  const auto status = server.NumberOr(ServerField::Status, SCA_UnknownProcessStatus.value);
   return {SCA_FindProcessStatus(status).serverWord, colour};
 }
 
 std::string TroubleOf(const Fields& server) {
-  const std::string reason = server.Text(Server::StatusCodeText);
-  return reason.empty() ? server.Text(Server::LastDeath) : reason;
+  const std::string reason = server.Text(ServerField::StatusCodeText);
+  return reason.empty() ? server.Text(ServerField::LastDeath) : reason;
 }
 
 std::string RestartsOf(const Fields& server) {
-  const unsigned long long restarts = server.NumberOr(Server::Restarts, 0);
-  const std::string death = server.Text(Server::LastDeath);
+  const unsigned long long restarts = server.NumberOr(ServerField::Restarts, 0);
+  const std::string death = server.Text(ServerField::LastDeath);
   if (restarts == 0) return {};
   return ", after " + Count(restarts, "restart") + (death.empty() ? "" : ": " + death);
 }
@@ -148,7 +149,7 @@ Health Judge(const Host& host, const Fields& service, const SCA_ConfigObj& serve
   ForEachServer(servers, [&survey](const std::string& id, const Fields& server) {
     Look(id, server, &survey);
   });
-  const auto status = service.Number(Service::Status);
+  const auto status = service.Number(ServiceField::Status);
   if (status == SCA_ServerInactive) {
     return {false, "The service is suspended, all its servers are stopped; " +
                        host.Hint(StartCommand(survey)) + " ends that."};
@@ -168,7 +169,7 @@ Health Judge(const Host& host, const Fields& service, const SCA_ConfigObj& serve
     return {false, "No server is started; " + host.Hint(StartCommand(survey)) + " does it."};
   }
   if (status != SCA_ServerActive) {
-    const std::string word = service.Text(Service::StatusText);
+    const std::string word = service.Text(ServiceField::StatusText);
     return Ill(
         host,
         "Not well: the service says that it is " + (word.empty() ? "in an unknown state" : word),

@@ -1,7 +1,6 @@
 // The black box: how servers have ended.
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 
 #include "programs/common/Escape.h"
@@ -23,20 +22,12 @@ struct Sample {
   unsigned long long bytes = 0;
 };
 
-template <class Number>
-bool Read(const std::string& text, Number* number) {
-  const char* end = text.data() + text.size();
-  const auto [last, failure] = std::from_chars(text.data(), end, *number);
-  return failure == std::errc() && last == end;
-}
-
 std::vector<Sample> Samples(const Fields& death) {
   std::vector<Sample> samples;
   ForEachMember(death.Object(Death::Memory), [&samples](const SCA_Field& member) {
-    Sample sample;
-    if (Read(NameOf(member), &sample.beforeEndMs) && Read(ValueOf(member), &sample.bytes)) {
-      samples.push_back(sample);
-    }
+    const auto beforeEndMs = ReadNumber<unsigned long long>(NameOf(member));
+    const auto bytes = ReadNumber<unsigned long long>(ValueOf(member));
+    if (beforeEndMs && bytes) samples.push_back({*beforeEndMs, *bytes});
   });
   // Oldest first, whatever the order they came in.
   std::stable_sort(samples.begin(), samples.end(), [](const Sample& left, const Sample& right) {
@@ -122,10 +113,7 @@ void PrintDeath(const Fields& death, bool wantsAllLines, Output* output) {
 
 ConfigObject StatusWithHistory(Call& call) {
   if (!call.options.ids.empty()) return call.host.GetServerStatus(call.options.ids.front());
-  SCA_ConfigObj* status = nullptr;
-  call.host.Ask("tell its history",
-                [&status](SCA_TikaServiceClient& client) { return client.GetStatusObj(&status); });
-  return ConfigObject(status);
+  return call.host.Get("tell its history", &Service::GetStatusObj);
 }
 
 }  // namespace

@@ -140,29 +140,19 @@ Failure Host::ExplainServer(unsigned long serverId, const std::string& what) {
 
 void Host::GetStatus(ConfigObject* service, ConfigObject* servers) {
   SCA_ConfigObj* objects[2] = {};
-  Ask("tell its status", [&objects](SCA_TikaServiceClient& client) {
-    return client.GetServiceStatusEx(&objects[0], &objects[1]);
-  });
+  Ask("tell its status", &Service::GetServiceStatusEx, &objects[0], &objects[1]);
   service->reset(objects[0]);
   servers->reset(objects[1]);
 }
 
 ConfigObject Host::GetServiceStatus() {
-  unsigned long status = 0;
-  unsigned long counts[2] = {};
+  unsigned long numbers[3] = {};
   unsigned long long figures[2] = {};
-  SCA_ConfigObj* servers = nullptr;
-  Ask("tell its servers' status", [&](SCA_TikaServiceClient& client) {
-    return client.GetServiceStatus(&status, &counts[0], &counts[1], &figures[0], &figures[1],
-                                   &servers);
-  });
-  return ConfigObject(servers);
+  return Get("tell its servers' status", &Service::GetServiceStatus, &numbers[0], &numbers[1],
+             &numbers[2], &figures[0], &figures[1]);
 }
 
 ConfigObject Host::GetServerStatus(unsigned long serverId) {
-  SCA_ConfigObj* status = nullptr;
-  AskServer(
-      serverId, "tell the status of server " + std::to_string(serverId),
-      [&](SCA_TikaServiceClient& client) { return client.GetServerStatusEx(serverId, &status); });
-  return ConfigObject(status);
+  return GetOfServer("tell the status of server " + std::to_string(serverId),
+                     &Service::GetServerStatusEx, serverId);
 }

@@ -9,6 +9,10 @@
 
 using ConfigObject = SCA_Owned<SCA_ConfigObj>;
 
+using Service = SCA_TikaServiceVirtual;
+template <class... Args>
+using Operation = int (Service::*)(Args...);
+
 /// Why a command ended; thrown. The text does not name the host.
 struct Failure {
   Status status = kFailed;
@@ -41,15 +45,30 @@ class Host {
 
   /// Makes one call; throws when it fails.
   /// @param what       What is asked, to follow "refused to ": "suspend".
-  /// @param operation  Calls the client and gives the call's result.
-  template <class Operation>
-  void Ask(const std::string& what, Operation operation) {
-    if (operation(client_) == 0) throw Explain(what);
+  /// @param arguments  Of the operation.
+  template <class... Args, class... Given>
+  void Ask(const std::string& what, Operation<Args...> operation, Given... arguments) {
+    if ((client_.*operation)(arguments...) == 0) throw Explain(what);
   }
-  /// The same about one server, which there may not be.
-  template <class Operation>
-  void AskServer(unsigned long serverId, const std::string& what, Operation operation) {
-    if (operation(client_) == 0) throw ExplainServer(serverId, what);
+  /// The same about one server, which there may not be and whose id is the first argument.
+  template <class... Args, class... Given>
+  void AskServer(const std::string& what, Operation<Args...> operation, unsigned long serverId,
+                 Given... arguments) {
+    if ((client_.*operation)(serverId, arguments...) == 0) throw ExplainServer(serverId, what);
+  }
+  /// The object that an operation hands out last.
+  template <class... Args, class... Given>
+  ConfigObject Get(const std::string& what, Operation<Args...> operation, Given... arguments) {
+    SCA_ConfigObj* object = nullptr;
+    Ask(what, operation, arguments..., &object);
+    return ConfigObject(object);
+  }
+  template <class... Args, class... Given>
+  ConfigObject GetOfServer(const std::string& what, Operation<Args...> operation,
+                           unsigned long serverId, Given... arguments) {
+    SCA_ConfigObj* object = nullptr;
+    AskServer(what, operation, serverId, arguments..., &object);
+    return ConfigObject(object);
   }
 
   /// @name Objects that the host gives; each throws

@@ -1,6 +1,6 @@
 // Showing and following logs.
 
-#include <charconv>
+#include <cstdint>
 #include <functional>
 
 #include "platform/SCA_Report.h"
@@ -30,12 +30,6 @@ struct Source {
   std::function<std::optional<unsigned long long>(Host&)> session;
 };
 
-bool ReadNumber(const std::string& text, unsigned long* number) {
-  const char* end = text.data() + text.size();
-  const auto [last, failure] = std::from_chars(text.data(), end, *number);
-  return failure == std::errc() && last == end && *number < kNoMessage;
-}
-
 std::string TakeWord(std::string* text) {
   const std::size_t end = text->find(' ');
   const std::string word = text->substr(0, end);
@@ -49,10 +43,11 @@ std::vector<Message> Messages(const SCA_ConfigObj& log) {
   ForEachMember(&log, [&messages](const SCA_Field& member) {
     Message message;
     message.text = ValueOf(member);
-    if (!ReadNumber(NameOf(member), &message.id) ||
-        !ReadNumber(TakeWord(&message.text), &message.level)) {
-      return;
-    }
+    const auto id = ReadNumber<std::uint32_t>(NameOf(member));
+    const auto level = ReadNumber<std::uint32_t>(TakeWord(&message.text));
+    if (!id || *id == kNoMessage || !level) return;
+    message.id = *id;
+    message.level = *level;
     message.when = TakeWord(&message.text);
     message.when += " " + TakeWord(&message.text);
     messages.push_back(std::move(message));
@@ -203,11 +198,8 @@ void ShowServerLog(Call& call) {
   const std::string name = "the log of server " + std::to_string(id);
   ShowLog(call, {name,
                  [id, name](Host& host, unsigned long lastId, unsigned long count) {
-                   SCA_ConfigObj* log = nullptr;
-                   host.AskServer(id, "give " + name, [&](SCA_TikaServiceClient& client) {
-                     return client.GetServerLog(id, lastId, count, &log);
-                   });
-                   return ConfigObject(log);
+                   return host.GetOfServer("give " + name, &Service::GetServerLog, id, lastId,
+                                           count);
                  },
                  [id](Host& host) {
                    const ConfigObject status = host.GetServerStatus(id);
@@ -218,18 +210,10 @@ void ShowServerLog(Call& call) {
 void ShowDebugLog(Call& call) {
   ShowLog(call, {"the debug log",
                  [](Host& host, unsigned long lastId, unsigned long count) {
-                   SCA_ConfigObj* log = nullptr;
-                   host.Ask("give its debug log", [&](SCA_TikaServiceClient& client) {
-                     return client.GetDebugLog(lastId, count, &log);
-                   });
-                   return ConfigObject(log);
+                   return host.Get("give its debug log", &Service::GetDebugLog, lastId, count);
                  },
                  [](Host& host) {
-                   SCA_ConfigObj* status = nullptr;
-                   host.Ask("tell its status", [&status](SCA_TikaServiceClient& client) {
-                     return client.GetStatusObj(&status);
-                   });
-                   const ConfigObject object(status);
-                   return Fields(object.get()).Number(SCA_ServiceFields::DebugLogSession);
+                   const ConfigObject status = host.Get("tell its status", &Service::GetStatusObj);
+                   return Fields(status.get()).Number(SCA_ServiceFields::DebugLogSession);
                  }});
 }

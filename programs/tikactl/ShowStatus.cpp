@@ -10,8 +10,8 @@
 
 namespace {
 
-namespace Server = SCA_ServerFields;
-namespace Service = SCA_ServiceFields;
+namespace ServerField = SCA_ServerFields;
+namespace ServiceField = SCA_ServiceFields;
 
 std::string OrDash(const std::string& text) {
   return text.empty() ? "-" : text;
@@ -29,16 +29,16 @@ std::string SizeOrDash(const Fields& fields, const char* name) {
 
 // Why it is not as it should be, else how it last died.
 Cell Trouble(const Fields& server) {
-  const unsigned long long time = server.NumberOr(Server::LastDeathTime, 0);
-  const std::string reason = server.Text(Server::StatusCodeText);
+  const unsigned long long time = server.NumberOr(ServerField::LastDeathTime, 0);
+  const std::string reason = server.Text(ServerField::StatusCodeText);
   if (!reason.empty()) return {reason, Colour::Red};
-  const std::string death = server.Text(Server::LastDeath);
+  const std::string death = server.Text(ServerField::LastDeath);
   return death.empty() ? "-" : When(time) + " " + death;
 }
 
 std::string TikaVersion(const Fields& server) {
   constexpr std::string_view kProduct = "Apache Tika ";
-  const std::string version = server.Text(Server::TikaVersion);
+  const std::string version = server.Text(ServerField::TikaVersion);
   return OrDash(version.rfind(kProduct, 0) == 0 ? version.substr(kProduct.size()) : version);
 }
 
@@ -56,60 +56,63 @@ Table ServerTable(const SCA_ConfigObj& servers) {
                {"OWNER"},
                {"LAST TROUBLE"}});
   ForEachServer(servers, [&table](const std::string& id, const Fields& server) {
-    const bool isRunning = server.NumberOr(Server::ProcessId, 0) != 0;
-    const bool hasAnswered = server.NumberOr(Server::Ready, 0) != 0;
-    const auto heap = server.Number(Server::HeapSize);
+    const bool isRunning = server.NumberOr(ServerField::ProcessId, 0) != 0;
+    const bool hasAnswered = server.NumberOr(ServerField::Ready, 0) != 0;
+    const auto heap = server.Number(ServerField::HeapSize);
     const auto figure = [](bool isKnown, const std::string& text) {
       return isKnown ? text : std::string("-");
     };
-    table.Add({id, NumberOrDash(server, Server::Port), StateCell(server),
-               figure(isRunning, Duration(server.NumberOr(Server::UpTime, 0))),
-               figure(isRunning, SizeOrDash(server, Server::MemoryUsage)),
+    table.Add({id, NumberOrDash(server, ServerField::Port), StateCell(server),
+               figure(isRunning, Duration(server.NumberOr(ServerField::UpTime, 0))),
+               figure(isRunning, SizeOrDash(server, ServerField::MemoryUsage)),
                heap ? std::to_string(*heap) + " MB" : "-",
-               figure(hasAnswered, Duration(server.NumberOr(Server::AnswerTime, 0))),
-               NumberOrDash(server, Server::Restarts), TikaVersion(server),
-               OrDash(BaseName(server.Text(Server::FileName))), OrDash(server.Text(Server::Owner)),
-               Trouble(server)});
+               figure(hasAnswered, Duration(server.NumberOr(ServerField::AnswerTime, 0))),
+               NumberOrDash(server, ServerField::Restarts), TikaVersion(server),
+               OrDash(BaseName(server.Text(ServerField::FileName))),
+               OrDash(server.Text(ServerField::Owner)), Trouble(server)});
   });
   return table;
 }
 
 std::string LoginText(const Fields& service) {
-  const auto mode = service.Number(Service::LoginMode);
+  const auto mode = service.Number(ServiceField::LoginMode);
   if (!mode) return "";
   return *mode == 0 ? ", loopback only, no login" : ", login with the control key";
 }
 
 std::string RefusedLoginsText(const Fields& service) {
-  const unsigned long long refused = service.NumberOr(Service::RefusedLogins, 0);
+  const unsigned long long refused = service.NumberOr(ServiceField::RefusedLogins, 0);
   return refused == 0 ? "" : " (" + std::to_string(refused) + " refused)";
 }
 
 void PrintService(const Fields& service, Output* output) {
   const auto number = [&service](const char* name) { return NumberOrDash(service, name); };
-  const unsigned long long startTime = service.NumberOr(Service::StartTime, 0);
+  const unsigned long long startTime = service.NumberOr(ServiceField::StartTime, 0);
   const std::string rows[][2] = {
-      {"Service", OrDash(service.Text(Service::StatusText)) + " on " +
-                      OrDash(service.Text(Service::HostName)) + ", version " +
-                      OrDash(service.Text(Service::Version)) + ", process " +
-                      number(Service::ProcessId)},
-      {"Up", Duration(service.NumberOr(Service::UpTime, 0)) + ", since " + When(startTime)},
-      {"Control", "port " + number(Service::ControlPort) + LoginText(service) +
-                      RefusedLoginsText(service) + "; connections " + number(Service::Connections) +
-                      ", requests " + number(Service::Requests) + ", failed " +
-                      number(Service::FailedRequests)},
-      {"Servers", number(Service::Servers) + ": active " + number(Service::ActiveServers) +
-                      ", ready " + number(Service::ReadyServers) + ", given up " +
-                      number(Service::ErrorServers) + "; deaths since the start " +
-                      number(Service::Deaths) + ", of workers " + number(Service::WorkerDeaths)},
-      {"Memory", SizeOrDash(service, Service::MemoryUsage) + " in servers; host " +
-                     SizeOrDash(service, Service::HostMemory) + ", threads " +
-                     number(Service::HostThreads) + ", open files " +
-                     number(Service::HostDescriptors)},
-      {"Daily files", std::string(service.NumberOr(Service::SaveTikaLog, 0) != 0 ? "on" : "off") +
-                          ", " + OrDash(service.Text(Service::TikaLogDir))},
-      {"Data", OrDash(service.Text(Service::DataDirectory))},
-      {"Socket", OrDash(service.Text(Service::ControlSocket))},
+      {"Service", OrDash(service.Text(ServiceField::StatusText)) + " on " +
+                      OrDash(service.Text(ServiceField::HostName)) + ", version " +
+                      OrDash(service.Text(ServiceField::Version)) + ", process " +
+                      number(ServiceField::ProcessId)},
+      {"Up", Duration(service.NumberOr(ServiceField::UpTime, 0)) + ", since " + When(startTime)},
+      {"Control", "port " + number(ServiceField::ControlPort) + LoginText(service) +
+                      RefusedLoginsText(service) + "; connections " +
+                      number(ServiceField::Connections) + ", requests " +
+                      number(ServiceField::Requests) + ", failed " +
+                      number(ServiceField::FailedRequests)},
+      {"Servers",
+       number(ServiceField::Servers) + ": active " + number(ServiceField::ActiveServers) +
+           ", ready " + number(ServiceField::ReadyServers) + ", given up " +
+           number(ServiceField::ErrorServers) + "; deaths since the start " +
+           number(ServiceField::Deaths) + ", of workers " + number(ServiceField::WorkerDeaths)},
+      {"Memory", SizeOrDash(service, ServiceField::MemoryUsage) + " in servers; host " +
+                     SizeOrDash(service, ServiceField::HostMemory) + ", threads " +
+                     number(ServiceField::HostThreads) + ", open files " +
+                     number(ServiceField::HostDescriptors)},
+      {"Daily files",
+       std::string(service.NumberOr(ServiceField::SaveTikaLog, 0) != 0 ? "on" : "off") + ", " +
+           OrDash(service.Text(ServiceField::TikaLogDir))},
+      {"Data", OrDash(service.Text(ServiceField::DataDirectory))},
+      {"Socket", OrDash(service.Text(ServiceField::ControlSocket))},
   };
   for (const auto& [title, text] : rows) {
     output->Print(Paint(title + std::string(13 - title.size(), ' '), Colour::Bold) + text);
@@ -159,9 +162,8 @@ void ShowVersion(Call& call) {
   char product[SCA_ServiceTextSize] = "";
   char version[SCA_ServiceTextSize] = "";
   char name[SCA_ServiceTextSize] = "";
-  call.host.Ask("tell its version", [&](SCA_TikaServiceClient& client) {
-    return client.GetVersionInfo(product) != 0 && client.GetServerInfo(version, name) != 0 ? 1 : 0;
-  });
+  call.host.Ask("tell its version", &Service::GetVersionInfo, product);
+  call.host.Ask("tell its version", &Service::GetServerInfo, version, name);
   if (call.options.json) {
     nlohmann::ordered_json record = call.Record();
     SetJsonText(&record, "version_info", product);

@@ -17,14 +17,14 @@
 
 namespace {
 
-namespace Server = SCA_ServerFields;
-namespace Service = SCA_ServiceFields;
+namespace ServerField = SCA_ServerFields;
+namespace ServiceField = SCA_ServiceFields;
 using Clock = std::chrono::steady_clock;
 
 constexpr double kIntervalSeconds = 2;
 constexpr int kLookMs = 50;  // between two looks at the cancel event
-constexpr const char* kCounters[] = {Server::ReadData, Server::WriteData, Server::ReadIops,
-                                     Server::WriteIops};
+constexpr const char* kCounters[] = {ServerField::ReadData, ServerField::WriteData,
+                                     ServerField::ReadIops, ServerField::WriteIops};
 
 // Per second; empty when they are not known.
 using Rates = std::vector<double>;
@@ -37,7 +37,7 @@ struct Counts {
 };
 
 Counts CountsOf(const Fields& server) {
-  Counts counts{server.NumberOr(Server::ProcessId, 0), Clock::now(), {}};
+  Counts counts{server.NumberOr(ServerField::ProcessId, 0), Clock::now(), {}};
   for (const char* name : kCounters) counts.values.push_back(server.NumberOr(name, 0));
   return counts;
 }
@@ -66,7 +66,7 @@ class Sampler {
     const Counts now = CountsOf(server);
     if (now.processId == 0) return {};
     Counts before{now.processId, {}, std::vector<unsigned long long>(now.values.size())};
-    double seconds = static_cast<double>(server.NumberOr(Server::UpTime, 0)) / 1000;
+    double seconds = static_cast<double>(server.NumberOr(ServerField::UpTime, 0)) / 1000;
     const auto known = counts_.find(id);
     if (known != counts_.end() && known->second.processId == now.processId) {
       before = known->second;
@@ -97,10 +97,11 @@ std::string RateText(const Rates& rates, std::size_t which, bool isBytes) {
 std::vector<std::string> Sampler::Lines(const Host& host, std::size_t width) const {
   const Fields service(service_.get());
   const Health health = Judge(host, service, *servers_);
-  const std::string figures = "up " + Duration(service.NumberOr(Service::UpTime, 0)) + ", memory " +
-                              Size(service.NumberOr(Service::MemoryUsage, 0)) + ", requests " +
-                              std::to_string(service.NumberOr(Service::Requests, 0)) + ", deaths " +
-                              std::to_string(service.NumberOr(Service::Deaths, 0));
+  const std::string figures =
+      "up " + Duration(service.NumberOr(ServiceField::UpTime, 0)) + ", memory " +
+      Size(service.NumberOr(ServiceField::MemoryUsage, 0)) + ", requests " +
+      std::to_string(service.NumberOr(ServiceField::Requests, 0)) + ", deaths " +
+      std::to_string(service.NumberOr(ServiceField::Deaths, 0));
   std::vector<std::string> lines{
       Paint(ClipToWidth(health.text, width), health.isWell ? Colour::Green : Colour::Red),
       ClipToWidth(figures, width)};
@@ -121,12 +122,12 @@ std::vector<std::string> Sampler::Lines(const Host& host, std::size_t width) con
     const auto number = [&server](const char* name) {
       return std::to_string(server.NumberOr(name, 0));
     };
-    table.Add({id, number(Server::Port), StateCell(server),
-               Duration(server.NumberOr(Server::UpTime, 0)),
-               Size(server.NumberOr(Server::MemoryUsage, 0)), RateText(rates, 0, true),
+    table.Add({id, number(ServerField::Port), StateCell(server),
+               Duration(server.NumberOr(ServerField::UpTime, 0)),
+               Size(server.NumberOr(ServerField::MemoryUsage, 0)), RateText(rates, 0, true),
                RateText(rates, 1, true), RateText(rates, 2, false), RateText(rates, 3, false),
-               isReady ? Duration(server.NumberOr(Server::AnswerTime, 0)) : "-",
-               number(Server::Restarts)});
+               isReady ? Duration(server.NumberOr(ServerField::AnswerTime, 0)) : "-",
+               number(ServerField::Restarts)});
   });
   if (servers_->GetFieldCount() == 0) return lines;
   for (std::string& line : table.Lines(width)) lines.push_back(std::move(line));
