@@ -6,6 +6,7 @@
 
 #include <memory>
 
+#include "control/SCA_TikaServiceClient.h"
 #include "control/SCA_TikaServiceServer.h"
 #include "platform/SCA_Error.h"
 #include "tests/control/fake_service.h"
@@ -29,6 +30,22 @@ struct FakeHost {
   Service service;
   FakeFactory factory;
   std::unique_ptr<SCA_TikaServiceServer> server;
+};
+
+/// A client of a control port, or of the socket at a path.
+class TestClient : public SCA_TikaServiceClient {
+ public:
+  explicit TestClient(unsigned short port, const std::string& host = "127.0.0.1") {
+    Connect(host.c_str(), port, 5000, &connectError);
+  }
+  /// @return Why it could not connect or was not told the status, or 0.
+  unsigned long Ask() {
+    unsigned long status = 0;
+    if (connectError != 0) return connectError;
+    return GetStatus(&status) != 0 ? 0 : GetLastStatusCode();
+  }
+
+  unsigned long connectError = 0;
 };
 
 #endif  // SCA_TESTS_CONTROL_FAKE_HOST_H

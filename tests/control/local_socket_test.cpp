@@ -12,8 +12,6 @@
 #include <optional>
 #include <thread>
 
-#include "control/SCA_TikaServiceClient.h"
-#include "control/SCA_TikaServiceServer.h"
 #include "platform/SCA_Error.h"
 #include "tests/control/fake_host.h"
 #include "tests/support/ReportCapture.h"
@@ -42,13 +40,7 @@ class LocalSocket : public ::testing::Test {
     unsigned long error = 0;
     return host_->server->OpenLocal(path.c_str(), group, &error) != 0 ? 0 : error;
   }
-  static unsigned long ConnectError(const std::string& path) {
-    SCA_TikaServiceClient client;
-    unsigned long error = 0;
-    unsigned long status = 0;
-    if (client.Connect(path.c_str(), 0, 5000, &error) == 0) return error;
-    return client.GetStatus(&status) != 0 ? 0 : client.GetLastStatusCode();
-  }
+  static unsigned long ConnectError(const std::string& path) { return TestClient(0, path).Ask(); }
   // As another account, which Linux lets a single thread become.
   static unsigned long ConnectErrorAs(uid_t user, std::optional<gid_t> member,
                                       const std::string& path) {
@@ -78,11 +70,8 @@ TEST_F(LocalSocket, NeedsNoKeyAndGoesWithItsServer) {
   ASSERT_EQ(OpenError(path_), 0U);
   EXPECT_EQ(StatusOf(path_).st_mode, mode_t{S_IFSOCK | 0600});
   EXPECT_EQ(ConnectError(path_), 0U);
-  EXPECT_EQ(host_->factory.Authenticated(), 1);
-  SCA_TikaServiceClient byTcp;
-  unsigned long error = 0;
-  EXPECT_EQ(byTcp.Connect("127.0.0.1", host_->Port(), 5000, &error), 0);
-  EXPECT_EQ(error, SCA_ErrorNoKey);
+  EXPECT_EQ(host_->factory.authenticated, 1);
+  EXPECT_EQ(TestClient(host_->Port()).connectError, SCA_ErrorNoKey);
   EXPECT_EQ(OpenError(dir_.File("second")), static_cast<unsigned long>(EALREADY));
   host_->server.reset();
   EXPECT_FALSE(fs::exists(path_));
@@ -120,9 +109,10 @@ TEST_F(LocalSocket, TakesAStaleSocketsPlaceAndNothingElses) {
 }
 
 TEST_F(LocalSocket, PathsAreAsLongAsPathsMayBe) {
-  EXPECT_EQ(OpenError("control.socket"), SCA_ErrorSocketPath);
-  EXPECT_EQ(OpenError(dir_.File(std::string(120, 'n'))), SCA_ErrorSocketPath);
-  EXPECT_EQ(OpenError("/" + std::string(5000, 'n')), SCA_ErrorSocketPath);
+  for (const std::string& path : {std::string("control.socket"), dir_.File(std::string(120, 'n')),
+                                  "/" + std::string(5000, 'n')}) {
+    EXPECT_EQ(OpenError(path), SCA_ErrorSocketPath);
+  }
   EXPECT_EQ(OpenError(dir_.File("no/control.socket")), static_cast<unsigned long>(ENOENT));
   const std::string deep = dir_.File(std::string(200, 'd') + "/" + std::string(200, 'e'));
   fs::create_directories(deep);
@@ -149,7 +139,7 @@ TEST_F(LocalSocket, ServesItsAccountRootAndTheGroup) {
   ASSERT_EQ(::chmod(path_.c_str(), 0666), 0);
   EXPECT_EQ(ConnectErrorAs(54322, std::nullopt, path_), SCA_ErrorPeerAccount);
   EXPECT_EQ(ConnectErrorAs(54322, 54323, path_), SCA_ErrorPeerAccount);
-  EXPECT_EQ(host_->factory.Connects(), 2);
+  EXPECT_EQ(host_->factory.connects, 2);
   ASSERT_FALSE(reports_.All().empty());
   EXPECT_NE(reports_.All()[0].text.find("from account 54322, process "), std::string::npos);
 }

@@ -16,8 +16,6 @@
 #include <vector>
 
 #include "control/SCA_NetLogin.h"
-#include "control/SCA_TikaServiceClient.h"
-#include "control/SCA_TikaServiceServer.h"
 #include "platform/SCA_Error.h"
 #include "platform/posix/SCA_Posix.h"
 #include "tests/control/fake_host.h"
@@ -50,15 +48,7 @@ struct Keys {
 
 class Login : public ::testing::Test {
  protected:
-  unsigned long ConnectError() {
-    SCA_TikaServiceClient client;
-    unsigned long error = 0;
-    unsigned long status = 0;
-    if (client.Connect("127.0.0.1", host_.Port(), 5000, &error) == 0) return error;
-    EXPECT_EQ(client.GetNetTransport()->GetServerLoginMode(), 1U);
-    EXPECT_NE(client.GetNetTransport()->GetServerStartTime(), 0U);
-    return client.GetStatus(&status) != 0 ? 0 : client.GetLastStatusCode();
-  }
+  unsigned long ConnectError() const { return TestClient(host_.Port()).Ask(); }
 
   ReportCapture reports_;  // outlives the server's threads, which report
   Keys keys_;
@@ -68,23 +58,24 @@ class Login : public ::testing::Test {
 // A connection on which a test sends frames of its own making.
 class Peer {
  public:
-  explicit Peer(unsigned short port, SCA_NetSide side = SCA_NetSide::Client)
-      : socket_(SCA_CreateTcpSock(-1)), channel_(socket_.get(), side) {
+  explicit Peer(unsigned short port)
+      : socket_(SCA_CreateTcpSock(-1)), channel_(socket_.get(), SCA_NetSide::Client) {
     unsigned long error = 0;
     EXPECT_EQ(socket_->Connect("127.0.0.1", port, 5000, &error), 1);
   }
-  void ReceiveHello(SCA_NetMessage* message) {
+  SCA_FrameKind Receive(SCA_NetMessage* message) {
     SCA_NetFrame frame;
     unsigned long error = 0;
-    EXPECT_EQ(channel_.Receive(5000, 5000, &frame, &error), 1) << error;
-    EXPECT_EQ(frame.kind, SCA_FrameKind::Hello);
-    EXPECT_EQ(SCA_NetChannel::Decode(frame, message), 1);
+    EXPECT_EQ(channel_.Receive(20000, 20000, &frame, &error), 1) << error;
+    SCA_NetChannel::Decode(frame, message);
+    return frame.kind;
   }
   std::string ReceiveNonce() {
-    SCA_NetMessage message;
+    SCA_NetMessage hello;
     char nonce[80] = "";
-    ReceiveHello(&message);
-    message.GetData()->GetField("Nonce", nonce, sizeof nonce);
+    EXPECT_EQ(Receive(&hello), SCA_FrameKind::Hello);
+    EXPECT_EQ(hello.GetData()->GetFieldCount(), 2U) << "the mode and the challenge";
+    hello.GetData()->GetField("Nonce", nonce, sizeof nonce);
     return nonce;
   }
   void Send(const std::string& bytes) {
@@ -92,7 +83,16 @@ class Peer {
     unsigned long error = 0;
     socket_->Send(bytes.data(), bytes.size(), &sent, &error);
   }
-  // The code with which the server ends the connection.
+  void Send(SCA_FrameKind kind, std::uint32_t sequence, const SCA_NetMessage& message) {
+    unsigned long error = 0;
+    EXPECT_EQ(channel_.Send(kind, sequence, message, 5000, &error), 1) << error;
+  }
+  void LogIn() {
+    SCA_NetGreeting greeting;
+    unsigned long error = 0;
+    ASSERT_EQ(SCA_Login(&channel_, "h", 1, false, &greeting, &error), 1) << error;
+  }
+  // The code with which the server ends the connection, or that of a frame that is not proved.
   unsigned long Refusal() {
     SCA_NetFrame frame;
     unsigned long error = 0;
@@ -109,20 +109,23 @@ class Peer {
 };
 
 TEST_F(Login, NeedsTheSameKeyOnBothEndsAndTellsNothingBefore) {
-  EXPECT_EQ(ConnectError(), 0U);
-  SCA_NetMessage hello;
-  Peer(host_.Port()).ReceiveHello(&hello);
-  EXPECT_EQ(hello.GetData()->GetFieldCount(), 2U) << "the mode and the challenge";
-  EXPECT_EQ(host_.factory.Authenticated(), 1);
-  keys_.client[0] = 'T';
-  EXPECT_EQ(ConnectError(), SCA_ErrorLoginRefused);
-  keys_.client += "longer";
-  EXPECT_EQ(ConnectError(), SCA_ErrorLoginRefused);
-  keys_.client.clear();
-  EXPECT_EQ(ConnectError(), SCA_ErrorNoKey);
+  const std::string& right = keys_.server;
+  const std::pair<std::string, unsigned long> rows[] = {
+      {right, 0},
+      {"T" + right.substr(1), SCA_ErrorLoginRefused},
+      {right + "longer", SCA_ErrorLoginRefused},
+      {std::string(15, 'k'), SCA_ErrorKeyInvalid},
+      {std::string(65, 'k'), SCA_ErrorKeyInvalid},
+      {"", SCA_ErrorKeyExposed}};
   keys_.error = SCA_ErrorKeyExposed;
-  EXPECT_EQ(ConnectError(), SCA_ErrorKeyExposed);
-  EXPECT_EQ(host_.factory.Connects(), 1) << "a refused login has no events";
+  for (const auto& [key, error] : rows) {
+    keys_.client = key;
+    EXPECT_EQ(ConnectError(), error) << key;
+  }
+  keys_.error = ENOENT;
+  EXPECT_EQ(ConnectError(), SCA_ErrorNoKey);
+  EXPECT_EQ(host_.factory.authenticated, 1);
+  EXPECT_EQ(host_.factory.connects, 1) << "a refused login has no events";
   EXPECT_EQ(host_.service.Calls().size(), 1U);
 }
 
@@ -146,17 +149,12 @@ std::string RecordGoodClient(unsigned short port) {
     }
     client.WaitForEnd();
   });
-  SCA_TikaServiceClient client;
-  unsigned long error = 0;
-  unsigned long status = 0;
-  EXPECT_EQ(client.Connect("127.0.0.1", between.Port(), 5000, &error), 1) << SCA_ErrorText(error);
-  EXPECT_EQ(client.GetStatus(&status), 1);
+  EXPECT_EQ(TestClient(between.Port()).Ask(), 0U);
   return recorded;
 }
 
-TEST_F(Login, CannotBeReplayedReflectedOrTampered) {
+TEST_F(Login, CannotBeReplayedReflectedOrLeftOut) {
   const std::string recorded = RecordGoodClient(host_.Port());
-  ASSERT_EQ(host_.factory.Connects(), 1);
   Peer replaying(host_.Port());
   replaying.ReceiveNonce();
   replaying.Send(recorded);
@@ -166,67 +164,50 @@ TEST_F(Login, CannotBeReplayedReflectedOrTampered) {
   Peer reflecting(host_.Port());
   const std::string nonce = reflecting.ReceiveNonce();
   SCA_NetMessage login;
-  unsigned long error = 0;
   login.GetData()->AddField("Nonce", nonce.c_str(), 0);
   login.GetData()->AddField("Proof", nonce.c_str(), 0);
-  EXPECT_EQ(reflecting.Channel().Send(SCA_FrameKind::Login, 0, login, 5000, &error), 1);
+  reflecting.Send(SCA_FrameKind::Login, 0, login);
   EXPECT_EQ(reflecting.Refusal(), SCA_ErrorLoginRefused);
 
   Peer early(host_.Port());
   early.ReceiveNonce();
-  SCA_NetMessage request;
-  request.Init("GetStatus");
-  EXPECT_EQ(early.Channel().Send(SCA_FrameKind::Message, 1, request, 5000, &error), 1);
+  early.Send(SCA_FrameKind::Message, 1, login);
   EXPECT_EQ(early.Refusal(), SCA_ErrorFrame);
-  EXPECT_EQ(host_.factory.Connects(), 1);
+  EXPECT_EQ(host_.factory.connects, 1);
   EXPECT_EQ(host_.service.Calls().size(), 1U);
 }
 
 TEST_F(Login, EveryLaterFrameIsProved) {
-  SCA_NetGreeting greeting;
-  unsigned long error = 0;
   SCA_NetMessage request;
+  SCA_NetMessage reply;
   request.Init("GetStatus");
-  for (const std::string what : {"as it is", "again", "skipping one", "twice the login"}) {
-    SCOPED_TRACE(what);
+  const std::pair<SCA_FrameKind, std::uint32_t> wrong[] = {{SCA_FrameKind::Message, 1},  // again
+                                                           {SCA_FrameKind::Message, 3},
+                                                           {SCA_FrameKind::Login, 2}};
+  for (const auto& [kind, sequence] : wrong) {
     Peer peer(host_.Port());
-    ASSERT_EQ(SCA_Login(&peer.Channel(), "h", 1, false, &greeting, &error), 1);
-    const bool isGood = what == "as it is";
-    const SCA_FrameKind kind =
-        what == "twice the login" ? SCA_FrameKind::Login : SCA_FrameKind::Message;
-    const std::uint32_t sequence = what == "skipping one" ? 2 : 1;
-    EXPECT_EQ(peer.Channel().Send(kind, sequence, request, 5000, &error), 1);
-    SCA_NetFrame frame;
-    if (isGood || what == "again") {
-      EXPECT_EQ(peer.Channel().Receive(5000, 5000, &frame, &error), 1);
-      EXPECT_EQ(frame.kind, SCA_FrameKind::Message);
-      if (isGood) continue;
-      EXPECT_EQ(peer.Channel().Send(kind, sequence, request, 5000, &error), 1);
-    }
-    EXPECT_EQ(peer.Refusal(), SCA_ErrorFrame);
+    peer.LogIn();
+    peer.Send(SCA_FrameKind::Message, 1, request);
+    EXPECT_EQ(peer.Receive(&reply), SCA_FrameKind::Message);
+    peer.Send(kind, sequence, request);
+    EXPECT_EQ(peer.Refusal(), SCA_ErrorFrame) << sequence;
   }
   Peer forging(host_.Port());
-  ASSERT_EQ(SCA_Login(&forging.Channel(), "h", 1, false, &greeting, &error), 1);
+  forging.LogIn();
   forging.Channel().Authenticate(SCA_Digest{});
-  EXPECT_EQ(forging.Channel().Send(SCA_FrameKind::Message, 1, request, 5000, &error), 1);
-  SCA_NetFrame frame;
-  EXPECT_EQ(forging.Channel().Receive(5000, 5000, &frame, &error), 0);
-  EXPECT_EQ(error, SCA_ErrorFrameForged) << "the refusal is proved with the real key";
+  forging.Send(SCA_FrameKind::Message, 1, request);
+  EXPECT_EQ(forging.Refusal(), SCA_ErrorFrameForged) << "the refusal is proved with the real key";
 }
 
 TEST_F(Login, AHostThatAsksForNoneIsRefusedByWhoHasAKey) {
   const FakeHost<> open;
+  EXPECT_EQ(TestClient(open.Port()).connectError, SCA_ErrorLoginMissing);
+  SCA_NetTransport trusting(nullptr);
   unsigned long error = 0;
-  for (const bool hasKey : {true, false}) {
-    if (!hasKey) keys_.client.clear();
-    for (const int isAllowed : {0, 1}) {
-      SCA_NetTransport client(nullptr);
-      client.SetAllowNoLogin(isAllowed);
-      const bool isTaken = isAllowed != 0 || !hasKey;
-      EXPECT_EQ(client.Connect("127.0.0.1", open.Port(), 5000, &error), isTaken ? 1 : 0);
-      EXPECT_TRUE(isTaken || error == SCA_ErrorLoginMissing) << error;
-    }
-  }
+  trusting.SetAllowNoLogin(1);
+  EXPECT_EQ(trusting.Connect("127.0.0.1", open.Port(), 5000, &error), 1);
+  keys_.client.clear();
+  EXPECT_EQ(TestClient(open.Port()).Ask(), 0U);
 }
 
 TEST_F(Login, AnImpostorGetsNothingButTheLogin) {
@@ -248,12 +229,9 @@ TEST_F(Login, AnImpostorGetsNothingButTheLogin) {
       }
       bytesAfter += connection.Receive().size();
     });
-    SCA_TikaServiceClient client;
-    unsigned long error = 0;
+    TestClient client(impostor.Port());
     unsigned long status = 0;
-    EXPECT_EQ(client.Connect("127.0.0.1", impostor.Port(), 5000, &error), 0);
-    EXPECT_EQ(error, mode == 0 ? SCA_ErrorLoginMissing : SCA_ErrorLoginRefused);
-    EXPECT_EQ(client.GetPort(), 0xFFFF);
+    EXPECT_EQ(client.connectError, mode == 0 ? SCA_ErrorLoginMissing : SCA_ErrorLoginRefused);
     EXPECT_EQ(client.GetStatus(&status), 0);
     EXPECT_EQ(bytesAfter.load(), 0U);
   }
@@ -273,16 +251,13 @@ SCA_Fd ConnectFrom(const char* address, unsigned short port) {
 }
 
 TEST_F(Login, WrongOnesAreLimitedCountedAndNamed) {
-  SCA_TikaServiceClient good;
-  unsigned long error = 0;
-  unsigned long status = 0;
-  ASSERT_EQ(good.Connect("127.0.0.1", host_.Port(), 5000, &error), 1);
+  TestClient good(host_.Port());
   const std::string right = keys_.client;
   keys_.client[0] = 'T';
   std::map<unsigned long, unsigned long> errors;
   for (int i = 0; i < 300; ++i) {
     ++errors[ConnectError()];
-    ASSERT_EQ(good.GetStatus(&status), 1);
+    ASSERT_EQ(good.Ask(), 0U);
   }
   // One more each second that this takes.
   EXPECT_GE(errors[SCA_ErrorLoginRefused], 20U);
@@ -294,19 +269,16 @@ TEST_F(Login, WrongOnesAreLimitedCountedAndNamed) {
   SCA_Owned<SCA_VirtualTcpSock> socket(SCA_CreateTcpSock(elsewhere.Release()));
   SCA_NetChannel channel(socket.get(), SCA_NetSide::Client);
   SCA_NetGreeting greeting;
+  unsigned long error = 0;
   EXPECT_EQ(SCA_Login(&channel, "h", 1, false, &greeting, &error), 1) << error;
   EXPECT_STREQ(greeting.version, "17.1.12");
-  EXPECT_EQ(good.GetStatus(&status), 1);
   const auto told = reports_.All();
   EXPECT_LE(told.size(), 4U);
   EXPECT_NE(told.at(0).text.find("from 127.0.0.1 was not accepted"), std::string::npos);
 }
 
 TEST_F(Login, HostilePeersDoNotKeepAGoodClientFromBeingServed) {
-  SCA_TikaServiceClient good;
-  unsigned long error = 0;
-  unsigned long status = 0;
-  ASSERT_EQ(good.Connect("127.0.0.1", host_.Port(), 5000, &error), 1);
+  TestClient good(host_.Port());
   const std::string header = "SCA1";
   const std::string noise[] = {
       "",                                                                          // says nothing
@@ -322,12 +294,12 @@ TEST_F(Login, HostilePeersDoNotKeepAGoodClientFromBeingServed) {
     peer->Send(noise[static_cast<std::size_t>(i) % std::size(noise)]);
     if (i % 3 == 0) silent.push_back(std::move(peer));
     if (i % 50 == 0) {
-      ASSERT_EQ(good.GetStatus(&status), 1) << good.GetLastStatusCode();
+      ASSERT_EQ(good.Ask(), 0U);
     }
   }
   EXPECT_EQ(ConnectError(), 0U) << "newcomers take the place of strangers";
-  EXPECT_EQ(good.GetStatus(&status), 1);
-  EXPECT_EQ(host_.factory.Connects(), 2);
+  EXPECT_EQ(good.Ask(), 0U);
+  EXPECT_EQ(host_.factory.connects, 2);
 }
 
 TEST_F(Login, HasATimeLimitThatBytesDoNotExtend) {
@@ -345,61 +317,48 @@ TEST_F(Login, HasATimeLimitThatBytesDoNotExtend) {
   EXPECT_LT(watch.Ms(), 9000);
 }
 
-TEST_F(Login, AKeyOfAnUnfitLengthIsNone) {
-  for (const std::size_t length : {15U, 65U}) {
-    SCA_ControlKey key;
-    unsigned long error = 0;
-    keys_.client = std::string(length, 'k');
-    EXPECT_EQ(SCA_GetControlKey("h", 1, &key, &error), 0);
-    EXPECT_EQ(error, SCA_ErrorKeyInvalid);
-  }
-}
-
 TEST(ControlKey, IsMadeOnceAndKeptFromOthers) {
   const TempDir dir;
-  const std::string file = dir.File("a/b/control.key");
   unsigned long error = 0;
-  SCA_ControlKey first;
-  SCA_ControlKey second;
-  EXPECT_EQ(SCA_LoadControlKey(file.c_str(), &first, &error), 0);
+  SCA_ControlKey key;
+  EXPECT_EQ(SCA_LoadControlKey(dir.File("none").c_str(), &key, &error), 0);
   EXPECT_EQ(error, static_cast<unsigned long>(ENOENT));
-  EXPECT_EQ(SCA_CreateControlKey(file.c_str(), &error), 1);
-  EXPECT_EQ(SCA_LoadControlKey(file.c_str(), &first, &error), 1);
-  EXPECT_EQ(first.length, SCA_ControlKeySize);
-  EXPECT_EQ(SCA_CreateControlKey(file.c_str(), &error), 1);
-  EXPECT_EQ(SCA_LoadControlKey(file.c_str(), &second, &error), 1);
-  EXPECT_EQ(std::memcmp(first.bytes, second.bytes, sizeof first.bytes), 0);
+  const std::string last = dir.File("a19/b/control.key");
   for (int round = 0; round < 20; ++round) {
-    const std::string contested = dir.File("key" + std::to_string(round));
+    const std::string contested = dir.File("a" + std::to_string(round) + "/b/control.key");
     SCA_ControlKey keys[4];
     std::vector<std::thread> makers;
-    for (SCA_ControlKey& key : keys) {
-      makers.emplace_back([&contested, &key] {
+    for (SCA_ControlKey& made : keys) {
+      makers.emplace_back([&contested, &made] {
         unsigned long code = 0;
         EXPECT_EQ(SCA_CreateControlKey(contested.c_str(), &code), 1) << code;
-        EXPECT_EQ(SCA_LoadControlKey(contested.c_str(), &key, &code), 1) << code;
+        EXPECT_EQ(SCA_LoadControlKey(contested.c_str(), &made, &code), 1) << code;
       });
     }
     for (std::thread& maker : makers) maker.join();
-    for (const SCA_ControlKey& key : keys) {
-      EXPECT_EQ(std::memcmp(keys[0].bytes, key.bytes, sizeof key.bytes), 0) << "one for all";
+    for (const SCA_ControlKey& made : keys) {
+      EXPECT_EQ(std::memcmp(keys[0].bytes, made.bytes, SCA_ControlKeySize), 0) << "one for all";
     }
   }
   for (const mode_t mode : {0640, 0604, 0620}) {
-    ASSERT_EQ(::chmod(file.c_str(), mode), 0);
-    EXPECT_EQ(SCA_LoadControlKey(file.c_str(), &second, &error), 0);
+    ASSERT_EQ(::chmod(last.c_str(), mode), 0);
+    EXPECT_EQ(SCA_LoadControlKey(last.c_str(), &key, &error), 0);
     EXPECT_EQ(error, SCA_ErrorKeyExposed);
   }
 }
 
 TEST(ControlKey, TakesHexadecimalDigitsAlone) {
   const TempDir dir;
-  const std::pair<std::string, unsigned long> rows[] = {
-      {std::string(32, 'a'), 16},  {std::string(128, 'F') + " \r\n", 64},
-      {std::string(31, 'a'), 0},   {std::string(30, 'a'), 0},
-      {std::string(130, 'a'), 0},  {std::string(33, 'a'), 0},
-      {std::string(32, 'g'), 0},   {"0x" + std::string(32, 'a'), 0},
-      {std::string(5000, 'a'), 0}, {"", 0}};
+  const std::string digits(128, 'F');
+  const std::pair<std::string, unsigned long> rows[] = {{digits.substr(96), 16},
+                                                        {digits + " \r\n", 64},
+                                                        {digits.substr(98), 0},
+                                                        {digits + "FF", 0},
+                                                        {digits.substr(95), 0},
+                                                        {std::string(32, 'g'), 0},
+                                                        {"0x" + digits.substr(96), 0},
+                                                        {std::string(5000, 'a'), 0},
+                                                        {"", 0}};
   for (const auto& [text, length] : rows) {
     const std::string file = dir.Write("key", text);
     ASSERT_EQ(::chmod(file.c_str(), 0600), 0);

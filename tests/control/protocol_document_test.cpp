@@ -9,6 +9,7 @@
 #include "control/SCA_ServiceCommands.h"
 #include "control/SCA_ServiceStatusNames.h"
 #include "host/SCA_ProcessStatus.h"
+#include "tests/control/raw_client.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -35,38 +36,67 @@ Rows TableAfter(const std::string& heading) {
   return rows;
 }
 
-template <class T>
-constexpr const char* kType = "u32";
-template <>
-constexpr const char* kType<unsigned short> = "u16";
-template <>
-constexpr const char* kType<unsigned long long> = "u64";
-template <>
-constexpr const char* kType<char> = "text";
-template <>
-constexpr const char* kType<const char> = "text";
-template <>
-constexpr const char* kType<SCA_ConfigObj*> = "object";
+// A row of the table of commands, as it should happen: the fields of a request, the call that they
+// make, and the reply.
+struct Exchange {
+  explicit Exchange(const std::string& row) {
+    std::smatch cells;
+    std::regex_match(row, cells, std::regex(R"(\| (\w+) \|(.*)\|(.*)\|)"));
+    command = call = cells[1];
+    unsigned mark = 0;
+    ForEachField(cells[2], [&](const std::string& field, const std::string& type) {
+      const std::string value = type == "text"  ? std::string(SCA_ServiceTextSize - 1, 'f')
+                                : type == "u16" ? "65535"
+                                                : std::to_string(0xFFFFFFFF - asked.size());
+      asked.emplace_back(field, value);
+      call += " " + value;
+    });
+    ForEachField(cells[3], [&](const std::string& field, const std::string& type) {
+      ++mark;
+      reply += " " + field +
+               (type == "text"     ? "=text " + std::to_string(mark) + " of " + command
+                : type == "object" ? "{Mark=" + std::to_string(mark) + "}"
+                : type == "u64"    ? "=" + std::to_string(~0ULL - mark)
+                                   : "=" + std::to_string(0xFFFFFFFF - mark));
+    });
+  }
+  template <class Visit>
+  static void ForEachField(std::string cell, Visit visit) {
+    const std::regex field(R"((\w+) (\w+))");
+    for (std::smatch found; std::regex_search(cell, found, field); cell = found.suffix()) {
+      visit(found[1], found[2]);
+    }
+  }
 
-template <class... Args>
-std::string RowOf(const SCA_ServiceCommand<Args...>& row) {
-  std::string request;
-  std::string reply;
-  [[maybe_unused]] auto field = row.fields.begin();
-  [[maybe_unused]] const auto add = [&](bool isReply, const char* type) {
-    std::string& side = isReply ? reply : request;
-    side += std::string(side.empty() ? "" : ", ") + *field++ + " " + type;
-  };
-  (add(std::is_pointer_v<Args> && !std::is_same_v<Args, const char*>,
-       kType<std::remove_pointer_t<Args>>),
-   ...);
-  const auto cell = [](const std::string& text) { return text.empty() ? " |" : " " + text + " |"; };
-  return std::string("| ") + row.name + " |" + cell(request) + cell(reply);
-}
+  std::string command;
+  Fields asked;
+  std::string call;
+  std::string reply = "OK";
+};
 
-TEST(ProtocolDocument, ListsTheCommands) {
-#define SCA_ROW(name, parameters, arguments, fields) RowOf(SCA_Commands::name),
-  EXPECT_EQ(TableAfter("Commands"), (Rows{SCA_SERVICE_COMMANDS(SCA_ROW)}));
+TEST(ProtocolDocument, ListsTheCommandsAsTheyAreServed) {
+  FakeHost<> host;
+  RawClient client(host.Port());
+  Rows commands;
+  for (const std::string& row : TableAfter("Commands")) {
+    SCOPED_TRACE(row);
+    const Exchange exchange(row);
+    commands.push_back(exchange.command);
+    EXPECT_EQ(client.Ask(exchange.command, exchange.asked), exchange.reply);
+    const Rows calls = host.service.Calls();
+    EXPECT_EQ(calls.back(), exchange.call);
+    for (std::size_t i = 0; i < exchange.asked.size(); ++i) {
+      Fields fields = exchange.asked;
+      fields.erase(fields.begin() + static_cast<std::ptrdiff_t>(i));
+      EXPECT_EQ(client.Ask(exchange.command, fields), "ERR") << exchange.asked[i].first;
+    }
+    EXPECT_EQ(host.service.Calls(), calls) << "called without a field";
+    host.service.fails = true;
+    EXPECT_EQ(client.Ask(exchange.command, exchange.asked), "ERR");
+    host.service.fails = false;
+  }
+#define SCA_NAME(name, parameters, arguments, fields) #name,
+  EXPECT_EQ(commands, (Rows{SCA_SERVICE_COMMANDS(SCA_NAME)}));
 }
 
 template <std::size_t count>

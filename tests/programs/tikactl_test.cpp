@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -10,10 +11,10 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <tuple>
 
+#include "control/SCA_ControlKey.h"
 #include "control/SCA_ServiceStatusNames.h"
-#include "control/SCA_TikaInterface.h"
-#include "control/SCA_TikaServiceServer.h"
 #include "host/SCA_ProcessStatus.h"
 #include "platform/SCA_Error.h"
 #include "tests/control/fake_host.h"
@@ -32,53 +33,46 @@ using Texts = std::vector<std::string>;
 
 // A host with the servers 0, which answers once it has been asked `readyAfter` times, and 4, which
 // was given up.
-class ScriptedHost : public FakeService {
+class StatusHost : public FakeService {
  public:
   int GetServiceStatusEx(SCA_ConfigObj** service, SCA_ConfigObj** servers) override {
-    *service = Make();
-    if (const Fill other = GetFill()) return other(*service), *servers = Make(), other(*servers), 1;
-    (*service)->AddField(Service::Status, isSuspended ? SCA_ServerInactive : SCA_ServerError, 0);
-    (*service)->AddField(Service::UpTime, 273600000ULL, 0);
-    (*service)->AddField(Service::Version, "17", 0);
-    return FillServers(servers);
+    *service = Make([this](SCA_ConfigObj* object) {
+      object->AddField(Service::Status, isSuspended ? SCA_ServerInactive : SCA_ServerError, 0);
+      object->AddField(Service::UpTime, 273600000ULL, 0);
+    });
+    *servers = MakeServers();
+    return 1;
   }
-  int GetServiceStatus(unsigned long* status, unsigned long* errors, unsigned long* active,
-                       unsigned long long* memory, unsigned long long* upTime,
-                       SCA_ConfigObj** servers) override {
-    *status = *errors = *active = 0;
-    *memory = *upTime = 0;
-    return FillServers(servers);
+  int GetServiceStatus(unsigned long*, unsigned long*, unsigned long*, unsigned long long*,
+                       unsigned long long*, SCA_ConfigObj** servers) override {
+    *servers = MakeServers();
+    return 1;
   }
   int GetServerStatusEx(unsigned long id, SCA_ConfigObj** status) override {
-    *status = Make();
-    if (const Fill other = GetFill()) other(*status);
+    *status = Make(nullptr);
     (*status)->AddField(Server::LogSession, session.load(), 0);
     AddDeath((*status)->AddConfigObj(Server::History));
     return id == 0 ? 1 : 0;
   }
   int GetServerLog(unsigned long id, unsigned long last, unsigned long count,
                    SCA_ConfigObj** log) override {
-    *log = Make();
-    if (const Fill other = GetFill()) other(*log);
-    const std::lock_guard<std::mutex> guard(mutex);
-    auto first = last == SCA_NoServerId ? messages.begin() : messages.upper_bound(last);
-    while (count != 0 && std::distance(first, messages.end()) > static_cast<long>(count)) ++first;
-    for (; first != messages.end(); ++first) {
+    *log = Make(nullptr);
+    const std::lock_guard<std::mutex> guard(mutex_);
+    auto first = last == SCA_NoServerId ? messages_.begin() : messages_.upper_bound(last);
+    while (count != 0 && std::distance(first, messages_.end()) > static_cast<long>(count)) ++first;
+    for (; first != messages_.end(); ++first) {
       const std::string value = "5 2026-11-23 05:12:33 " + first->second;
       (*log)->AddField(std::to_string(first->first).c_str(), value.c_str(), 0);
     }
-    ++polls;
     return id == 0 ? 1 : 0;
   }
   int AddServer(const char* file, unsigned short, unsigned long, const char*, unsigned long* id,
-                unsigned long* status, unsigned long* code) override {
-    *status = SCA_ServerIdle;
+                unsigned long*, unsigned long* code) override {
     *code = std::string(file) == "/no.jar" ? SCA_ErrorNoJar : 0;
     *id = *code != 0 ? SCA_NoServerId : 4;
     return 1;
   }
-  int StartServer(unsigned long id, unsigned long* status, unsigned long* code) override {
-    *status = SCA_ServerActive;
+  int StartServer(unsigned long id, unsigned long*, unsigned long* code) override {
     *code = id == 4 ? SCA_ErrorNotStarted : 0;
     return id == 0 || id == 4 ? 1 : 0;
   }
@@ -92,44 +86,41 @@ class ScriptedHost : public FakeService {
 
   // Replaces the log.
   void SetLog(std::map<unsigned long, std::string> log, unsigned long newSession) {
-    const std::lock_guard<std::mutex> guard(mutex);
-    messages = std::move(log);
+    const std::lock_guard<std::mutex> guard(mutex_);
+    messages_ = std::move(log);
     session.store(newSession);
   }
 
   // Replaces what objects hold.
   using Fill = std::function<void(SCA_ConfigObj*)>;
   void SetFill(Fill other) {
-    const std::lock_guard<std::mutex> guard(mutex);
+    const std::lock_guard<std::mutex> guard(mutex_);
     fill_ = std::move(other);
   }
 
   std::atomic<int> readyAfter{0};
   std::atomic<bool> isSuspended{false};
   std::atomic<unsigned long> session{7};
-  std::atomic<int> polls{0};
   SCA_Event stop{1, 0};
 
  private:
-  Fill GetFill() {
-    const std::lock_guard<std::mutex> guard(mutex);
-    return fill_;
+  SCA_ConfigObj* Make(const Fill& usual) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    auto* object = new SCA_ConfigObj("Object", nullptr);
+    if (fill_ || usual) (fill_ ? fill_ : usual)(object);
+    return object;
   }
-  static SCA_ConfigObj* Make() { return new SCA_ConfigObj("Object", nullptr); }
-
-  int FillServers(SCA_ConfigObj** servers) {
-    *servers = Make();
-    if (const Fill other = GetFill()) return other(*servers), 1;
-    SCA_ConfigObj* server = (*servers)->AddConfigObj("0");
-    server->AddField(Server::Status, isSuspended ? SCA_ServerInactive : SCA_ServerActive, 0);
-    server->AddField(Server::Ready, ++asked_ > readyAfter ? 1 : 0, 0);
-    server->AddField(Server::FileName, "/opt/Ünï \x1b[31m.jar", 0);
-    server->AddField(Server::JavaOptions, "123", 0);
-    SCA_ConfigObj* other = (*servers)->AddConfigObj("4");
-    other->AddField(Server::Status, SCA_ServerError, 0);
-    other->AddField(Server::Port, 9998, 0);
-    other->AddField(Server::StatusCodeText, "the jar is gone", 0);
-    return 1;
+  SCA_ConfigObj* MakeServers() {
+    return Make([this](SCA_ConfigObj* servers) {
+      SCA_ConfigObj* server = servers->AddConfigObj("0");
+      server->AddField(Server::Status, isSuspended ? SCA_ServerInactive : SCA_ServerActive, 0);
+      server->AddField(Server::Ready, ++asked_ > readyAfter ? 1 : 0, 0);
+      server->AddField(Server::FileName, "/opt/Ünï \x1b[31m.jar", 0);
+      SCA_ConfigObj* other = servers->AddConfigObj("4");
+      other->AddField(Server::Status, SCA_ServerError, 0);
+      other->AddField(Server::Port, 9998, 0);
+      other->AddField(Server::StatusCodeText, "the jar is gone", 0);
+    });
   }
   static void AddDeath(SCA_ConfigObj* history) {
     SCA_ConfigObj* death = history->AddConfigObj("0");
@@ -138,37 +129,38 @@ class ScriptedHost : public FakeService {
     death->AddField(Death::ExitCode, 137, 0);
     death->AddField(Death::Worker, 1, 0);
     SCA_ConfigObj* memory = death->AddConfigObj(Death::Memory);
-    for (const int before : {3, 2, 1}) {
-      memory->AddField(std::to_string(before * 1000).c_str(), (4ULL - before) << 20, 0);
+    for (const char* before : {"3000", "2000", "1000"}) {
+      memory->AddField(before, (4ULL - (*before - '0')) << 20, 0);
     }
-    for (const char* line : {"one", "two", "three", "four"}) {
-      SCA_ConfigObj* lines = death->GetConfigObj(Death::Lines);
-      if (lines == nullptr) lines = death->AddConfigObj(Death::Lines);
-      lines->AddField(std::to_string(lines->GetFieldCount()).c_str(), line, 0);
-    }
+    SCA_ConfigObj* lines = death->AddConfigObj(Death::Lines);
+    for (const char* line : {"0", "1", "2", "3"}) lines->AddField(line, line, 0);
   }
 
   std::atomic<int> asked_{0};
-  std::mutex mutex;
+  std::mutex mutex_;
   Fill fill_;
-  std::map<unsigned long, std::string> messages;
+  std::map<unsigned long, std::string> messages_;
 };
+
+Texts Words(const std::string& text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), {}};
+}
 
 class TikaCtl : public ::testing::Test {
  protected:
   std::string Name() const { return "127.0.0.1:" + std::to_string(port_); }
-  std::unique_ptr<Program> Start(Texts arguments) const {
-    arguments.insert(arguments.begin(), {"-H", Name()});
-    return StartBare(arguments);
+  std::unique_ptr<Program> Start(const std::string& command) const {
+    return StartBare("-H " + Name() + " " + command);
   }
-  std::unique_ptr<Program> StartBare(const Texts& arguments) const {
-    return std::make_unique<Program>("tikactl", arguments,
+  std::unique_ptr<Program> StartBare(const std::string& command) const {
+    return std::make_unique<Program>("tikactl", Words(command),
                                      Texts{"XDG_CONFIG_HOME=" + dir_.Path(), "TERM=xterm"});
   }
 
   TempDir dir_;
-  FakeHost<ScriptedHost> fake_;
-  ScriptedHost& host_ = fake_.service;
+  FakeHost<StatusHost> fake_;
+  StatusHost& host_ = fake_.service;
   const unsigned short port_ = fake_.Port();
 };
 
@@ -183,63 +175,48 @@ bool IsFitForTerminal(const std::string& text) {
 TEST_F(TikaCtl, SaysWhatWasDoneAndWhyNot) {
   host_.SetLog({{0, "first"}, {1, "\tsecond"}}, 7);
   const std::string jar = dir_.Write("x.jar", "");
+  const std::string hint = "'tikactl -H " + Name() + " debug-log'";
+  const std::string line = "2026-11-23 05:12:33 error   ";
   const struct {
-    Texts arguments;
+    std::string command;
     int status;
     Texts said;
   } rows[] = {
-      {{"status"},
+      {"status",
        0,
-       {"Not well: server 4 (port 9998) could not be started: the jar is gone; see "
-        "'tikactl -H " +
-            Name() + " debug-log'.\n",
+       {"Not well: server 4 (port 9998) could not be started: the jar is gone; see " + hint + ".\n",
         "Up           3 d 4 h"}},
-      {{"servers"}, 0, {"Ünï \\x1B[31m.jar", "\n 4  9998  error"}},
-      {{"add", "--jar", "/no.jar", "--port", "9998"},
-       1,
-       {": no server was added: /no.jar, port 9998: the Tika server JAR file does not exist"}},
-      {{"add", "--jar", jar, "--port", "9998"}, 1, {"port 9998 belongs to server 4"}},
-      {{"start", "0"}, 0, {"server 0 is started\n"}},
-      {{"start", "4", "0"},
-       1,
-       {"server 4 was not started: the Java process could not be started",
-        "server 0 is started\n"}},
-      {{"start", "9"}, 1, {"there is no server 9; there are: 0, 4\n"}},
-      {{"delete", "4", "9"},
-       1,
-       {"refused to delete server 4; 'tikactl -H " + Name() + " debug-log'",
-        "there is no server 9"}},
-      {{"delete", "0", "--wait", "1"}, 1, {"server 0 is still there after 1 s"}},
-      {{"logs", "0"},
+      {"servers", 0, {"Ünï \\x1B[31m.jar", "\n 4  9998  error"}},
+      {"add --jar /no.jar --port 9998", 1, {": no server was added: /no.jar, port 9998: "}},
+      {"add --jar " + jar + " --port 9998", 1, {"port 9998 belongs to server 4"}},
+      {"start 4 0", 1, {"server 4 was not started: the Java", "server 0 is started\n"}},
+      {"start 9", 1, {"there is no server 9; there are: 0, 4\n"}},
+      {"delete 4 9", 1, {"refused to delete server 4; " + hint, "there is no server 9"}},
+      {"delete 0 --wait 1", 1, {"server 0 is still there after 1 s"}},
+      {"logs 0", 0, {line + "first\n" + line + "    second\n"}},
+      {"logs 0 -n 1", 0, {line + "    second\n"}},
+      {"logs 9", 1, {"there is no server 9"}},
+      {"clear-log", 0, {"the debug log of the service host itself is cleared; no server's"}},
+      {"save-log off", 0, {"are off\n"}},
+      {"save-log on /x", 1, {"/x: Permission denied"}},
+      {"save-log on x", 2, {"DIR is a directory on the host"}},
+      {"history 0",
        0,
-       {"2026-11-23 05:12:33 error   first\n2026-11-23 05:12:33 error       second\n"}},
-      {{"logs", "0", "-n", "1"}, 0, {"2026-11-23 05:12:33 error       second\n"}},
-      {{"logs", "9"}, 1, {"there is no server 9"}},
-      {{"clear-log"},
-       0,
-       {"the debug log of the service host itself is cleared; no server's log is"}},
-      {{"save-log", "off"}, 0, {"are off\n"}},
-      {{"save-log", "on", "/x"}, 1, {"/x: Permission denied"}},
-      {{"save-log", "on", "x"}, 2, {"DIR is a directory on the host"}},
-      {{"history", "0"},
-       0,
-       {"a worker of server ", "heap exhausted", "ran 3 h 4 min",
-        "exit code 137; the server ran on", "▁▅█ min 1 MB, max 3 MB, over 2 s", "| two\n"}},
-      {{"ping", "-c", "1"}, 0, {"request 1 answered in ", "1 request, 1 answered; min "}},
-      {{"version"}, 0, {"text 1 of GetVersionInfo"}},
-      {{"top", "-n", "1"}, 0, {"READ/s", "\n 4  9998  error"}},
-      {{"shutdown", "--wait", "1"}, 1, {"still there after 1 s"}},
-      {{}, 2, {"subcommand is required"}},
-      {{"logs"}, 2, {"ID is required"}},
-      {{"start", "-1"}, 2, {}},
-      {{"status", "--wait", "1"}, 2, {}},
-      {{"status", "--key", "/no/key"}, 4, {"--key /no/key: No such file"}},
+       {"a worker of server ", "heap exhausted", "ran 3 h 4 min", "| 1\n",
+        "exit code 137; the server ran on", "▁▅█ min 1 MB, max 3 MB, over 2 s"}},
+      {"ping -c 1", 0, {"request 1 answered in ", "1 request, 1 answered; min "}},
+      {"version", 0, {"text 1 of GetVersionInfo"}},
+      {"top -n 1", 0, {"READ/s", "\n 4  9998  error"}},
+      {"shutdown --wait 1", 1, {"still there after 1 s"}},
+      {"", 2, {"subcommand is required"}},
+      {"logs", 2, {"ID is required"}},
+      {"start -1", 2, {}},
+      {"status --wait 1", 2, {}},
+      {"status --key /no/key", 4, {"--key /no/key: No such file"}},
   };
   for (const auto& row : rows) {
-    std::string line;
-    for (const std::string& word : row.arguments) line += word + " ";
-    SCOPED_TRACE(line);
-    const auto program = Start(row.arguments);
+    SCOPED_TRACE(row.command);
+    const auto program = Start(row.command);
     EXPECT_EQ(program->Wait(), row.status);
     const std::string said = program->Output() + program->Error();
     for (const std::string& text : row.said) EXPECT_TRUE(Has(said, text));
@@ -254,11 +231,10 @@ TEST_F(TikaCtl, SaysWhatWasDoneAndWhyNot) {
 
 TEST_F(TikaCtl, WaitsUntilTheServersAnswerOrTheHostIsGone) {
   host_.readyAfter = 3;
-  EXPECT_EQ(Start({"start", "0", "--wait", "60"})->Wait(), 0);
-  EXPECT_EQ(Start({"suspend", "--wait", "60"})->Wait(), 0);
-  const auto stopped = Start({"start", "0", "--wait", "60"});
-  EXPECT_TRUE(Ends(*stopped, 1, "server 0 was stopped meanwhile"));
-  const auto shutdown = Start({"shutdown", "--wait", "60"});
+  EXPECT_EQ(Start("start 0 --wait 60")->Wait(), 0);
+  EXPECT_EQ(Start("suspend --wait 60")->Wait(), 0);
+  EXPECT_TRUE(Ends(*Start("start 0 --wait 60"), 1, "server 0 was stopped meanwhile"));
+  const auto shutdown = Start("shutdown --wait 60");
   ASSERT_EQ(host_.stop.Wait(kDeadlineMs), 1);
   fake_.server.reset();
   EXPECT_EQ(shutdown->Wait(), 0);
@@ -274,7 +250,7 @@ TEST_F(TikaCtl, JsonKeepsEverythingUnderFriendlyNames) {
     object->AddField("Bytes", "\xff\xC2\x9B", 0);
     object->AddConfigObj("Nested")->AddField("A B", "c\x1b", 0);
   });
-  const auto program = Start({"servers", "--json"});
+  const auto program = Start("servers --json");
   EXPECT_EQ(program->Wait(), 0);
   const Json expected = {{"up_time", 18446744073709551615ULL},
                          {"up_time_2", -1},
@@ -286,123 +262,103 @@ TEST_F(TikaCtl, JsonKeepsEverythingUnderFriendlyNames) {
   EXPECT_EQ(Json::parse(program->Output()), (Json{{"host", Name()}, {"servers", expected}}));
   EXPECT_TRUE(IsFitForTerminal(program->Output()));
 
-  const auto starts = Start({"start", "4", "0", "--json"});
+  const auto starts = Start("start 4 0 --json");
   EXPECT_EQ(starts->Wait(), 1);
-  const Json results = Json::parse(starts->Output())["results"];
-  ASSERT_EQ(results.size(), 2U);
-  EXPECT_EQ(results[0]["server_id"], 4);
-  EXPECT_EQ(results[0]["error_code"], SCA_ErrorNotStarted);
-  EXPECT_EQ(results[1], (Json{{"done", "server 0 is started"}, {"server_id", 0}}));
+  Json results = Json::parse(starts->Output())["results"];
+  EXPECT_FALSE(results[0]["error"].empty());
+  results[0].erase("error");
+  EXPECT_EQ(results, Json::array({{{"server_id", 4}, {"error_code", SCA_ErrorNotStarted}},
+                                  {{"done", "server 0 is started"}, {"server_id", 0}}}));
 }
 
 TEST_F(TikaCtl, HostsAreShownInTheirOrderAndADeadOneHidesNoOther) {
-  unsigned short dead = 0;
-  {
-    dead = ScriptedServer([](ServerConnection&) {}).Port();
-  }
   ScriptedServer web([](ServerConnection& connection) {
     connection.Send("HTTP/1.1 400 Bad Request\r\n\r\n");
     connection.WaitForEnd();
   });
-  const std::string deadName = "localhost:" + std::to_string(dead);
+  // A socket's path names a host too, and nobody is there.
   const std::string webName = "localhost:" + std::to_string(web.Port());
-  const Texts hosts{"-H", deadName, "-H", webName, "-H", Name(), "version"};
-  const auto program = Start(hosts);
+  const Texts names{Name(), "/no/socket", webName, Name()};
+  const std::string command = "-H /no/socket -H " + webName + " -H " + Name() + " version";
+  const auto program = Start(command);
   EXPECT_EQ(program->Wait(), 3);
   const std::string output = program->Output();
   std::size_t at = 0;
-  for (const std::string& name : {Name(), deadName, webName, Name()}) {
+  for (const std::string& name : names) {
     at = output.find("== " + name + " ==", at);
     ASSERT_NE(at, std::string::npos) << output;
     ++at;
   }
-  EXPECT_TRUE(Has(program->Error(), deadName + ": cannot connect: Connection refused"));
+  EXPECT_TRUE(Has(program->Error(), "/no/socket: cannot connect: No such file"));
   EXPECT_TRUE(Has(program->Error(), webName + ": cannot connect: the peer does not speak"));
 
-  Texts json = hosts;
-  json.emplace_back("--json");
-  const auto records = Start(json);
+  const auto records = Start(command + " --json");
   EXPECT_EQ(records->Wait(), 3);
-  Texts names;
+  Texts told;
   for (const std::string& line : Lines(records->Output())) {
     const Json record = Json::parse(line);
-    names.push_back(record["host"]);
+    told.push_back(record["host"]);
     EXPECT_EQ(record.contains("error"), record["host"] != Name()) << line;
   }
-  EXPECT_EQ(names, (Texts{Name(), deadName, webName, Name()}));
+  EXPECT_EQ(told, names);
 }
 
 TEST_F(TikaCtl, RefusedLoginHasAStatusOfItsOwn) {
   const std::string right = dir_.Write("right", std::string(64, 'a'));
   const std::string wrong = dir_.Write("wrong", std::string(64, 'b'));
   for (const std::string& file : {right, wrong}) ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
-  const auto giveKey = [](void* context, const char*, unsigned short, SCA_ControlKey* key,
-                          unsigned long* error) {
-    return SCA_LoadControlKey(static_cast<const std::string*>(context)->c_str(), key, error);
-  };
-  SCA_SetControlKeyProvider(giveKey, const_cast<std::string*>(&right));
-  FakeFactory factory(&host_, 1);
-  unsigned long error = 0;
-  const SCA_TikaServiceServer server(&factory, 0, &error);
+  SCA_SetControlKeyProvider(
+      [](void*, const char*, unsigned short, SCA_ControlKey* key, unsigned long*) {
+        key->length = SCA_ControlKeySize;
+        return std::memset(key->bytes, 0xaa, SCA_ControlKeySize) != nullptr ? 1 : 0;
+      },
+      nullptr);
+  const FakeHost<StatusHost> guarded(1);
   SCA_SetControlKeyProvider(nullptr, nullptr);
-  ASSERT_TRUE(server.IsValid()) << SCA_ErrorText(error);
-  const std::string name = "127.0.0.1:" + std::to_string(server.GetPort());
-  const struct {
-    Texts arguments;
-    int status;
-    std::string said;
-  } rows[] = {
-      {{"-H", name, "--key", right}, 0, ""},
-      {{"-H", name, "--key", wrong}, 4, "the control keys of both ends differ"},
-      {{"-H", name}, 4, "there is no control key for it; copy the host's control.key to "},
-      {{"-H", Name(), "--key", right}, 4, "asks for no login although a control key is set for it"},
-      {{"-H", "/no/socket"}, 3, "/no/socket: cannot connect: No such file"},
-  };
-  for (const auto& row : rows) {
-    Texts arguments = row.arguments;
-    arguments.emplace_back("version");
-    const auto program = StartBare(arguments);
-    EXPECT_TRUE(Ends(*program, row.status, row.said));
+  const std::string host = "version -H 127.0.0.1:" + std::to_string(guarded.Port());
+  const std::tuple<std::string, int, const char*> rows[] = {
+      {host + " --key " + right, 0, ""},
+      {host + " --key " + wrong, 4, "the control keys of both ends differ"},
+      {host, 4, "there is no control key for it; copy the host's control.key to "},
+      {"version -H " + Name() + " --key " + right, 4, "asks for no login although a control key"}};
+  for (const auto& [command, status, said] : rows) {
+    EXPECT_TRUE(Ends(*StartBare(command), status, said));
   }
 }
 
 TEST_F(TikaCtl, FindsTheHostOfThisMachineWithoutAKey) {
-  const auto none = StartBare({"version"});
-  EXPECT_EQ(none->Wait(), 3);
   const std::string own = dir_.File("Tika Service/data/control.socket");
-  for (const std::string& place : {own, std::string("/var/lib/tikasvc/")}) {
-    EXPECT_TRUE(Has(none->Error(), place));
-  }
-  // Where the account's configuration has its data directory.
   const std::string moved = dir_.File("elsewhere/control.socket");
+  const auto none = StartBare("version");
+  EXPECT_TRUE(Ends(*none, 3, own));
+  EXPECT_TRUE(Has(none->Error(), "/var/lib/tikasvc/"));
   std::filesystem::create_directories(dir_.File("Tika Service/data"));
   std::filesystem::create_directories(dir_.File("elsewhere"));
   unsigned long error = 0;
   for (const std::string& place : {own, moved}) {
-    if (place == moved) {
+    if (place == moved) {  // where the account's configuration has its data directory
       SCA_ConfigObj user("User", nullptr);
       user.AddField("DataDirectory", dir_.File("elsewhere").c_str(), 0);
       ASSERT_EQ(user.Save(dir_.File("Tika Service/tika_service.trv").c_str(), 9001, 9, &error), 1);
       fake_.Open();
     }
     ASSERT_EQ(fake_.server->OpenLocal(place.c_str(), nullptr, &error), 1) << SCA_ErrorText(error);
-    const auto program = StartBare({"--json", "version"});
+    const auto program = StartBare("--json version");
     EXPECT_EQ(program->Wait(), 0) << program->Error();
     EXPECT_EQ(Json::parse(program->Output())["host"], "local");
   }
   // A host that is there and full is not passed over for another one.
-  SCA_TikaInterface other;
-  ASSERT_EQ(other.Connect(moved.c_str(), 0, 5000, &error), 1) << SCA_ErrorText(error);
+  TestClient other(0, moved);
+  EXPECT_EQ(other.Ask(), 0U);
   fake_.server->SetMaxConnections(1);
-  const auto refused = StartBare({"version"});
-  EXPECT_EQ(refused->Wait(), 3);
-  EXPECT_NE(refused->Error().find(moved + " cannot be asked"), std::string::npos);
+  const auto refused = StartBare("version");
+  EXPECT_TRUE(Ends(*refused, 3, moved + " cannot be asked"));
   EXPECT_EQ(refused->Error().find("/var/lib/tikasvc/"), std::string::npos) << refused->Error();
 }
 
 TEST_F(TikaCtl, FollowsALogThatIsClearedOutrunAndLost) {
   host_.SetLog({{0, "a"}, {1, "b"}, {2, "c"}}, 7);
-  const auto program = Start({"logs", "0", "-f", "-n", "2"});
+  const auto program = Start("logs 0 -f -n 2");
   const auto printed = [&program](const std::string& texts) {
     return Eventually([&] {
       std::string found;
@@ -433,48 +389,30 @@ TEST_F(TikaCtl, HostileAnswersNeitherCrashItNorReachTheTerminal) {
   const std::string evil =
       "\x1b]0;x\x07\xC2\x9B"
       "31m\xE2\x80\xAE\xff\xC3\x7f\r";
-  const Texts names{Server::Status,
-                    Server::Ready,
-                    Server::Port,
-                    Server::UpTime,
-                    Server::StatusText,
-                    Server::LastDeathTime,
-                    Server::MemoryUsage,
-                    Service::History,
-                    Death::Memory,
-                    Death::Lines,
-                    Service::Version,
-                    "0",
-                    "1",
-                    evil,
-                    Server::LogSession};
-  const std::function<void(SCA_ConfigObj*)> fills[] = {
-      [](SCA_ConfigObj*) {},
-      [&](SCA_ConfigObj* object) {
-        for (const auto& name : names) object->AddField(name.c_str(), evil.c_str(), 0);
-      },
-      [&](SCA_ConfigObj* object) {
-        for (const auto& name : names) object->AddField(name.c_str(), ~0ULL, 0);
-      },
-      [&](SCA_ConfigObj* object) {
-        for (const auto& name : names) {
-          SCA_ConfigObj* child = object->AddConfigObj(name.c_str());
-          for (const auto& inner : names) {
-            child->AddField(inner.c_str(), evil.c_str(), 0);
-            child->AddConfigObj(inner.c_str())->AddField(evil.c_str(), ("5 " + evil).c_str(), 0);
-          }
+  Texts names{"0", "1", evil};
+  for (const auto& row : SCA_ServiceFieldRows) names.emplace_back(row.name);
+  for (const auto& row : SCA_ServerFieldRows) names.emplace_back(row.name);
+  for (const auto& row : SCA_DeathFieldRows) names.emplace_back(row.name);
+  const std::function<void(SCA_ConfigObj*, const char*)> fills[] = {
+      [](SCA_ConfigObj*, const char*) {},
+      [&](SCA_ConfigObj* object, const char* name) { object->AddField(name, evil.c_str(), 0); },
+      [](SCA_ConfigObj* object, const char* name) { object->AddField(name, ~0ULL, 0); },
+      [&](SCA_ConfigObj* object, const char* name) {
+        SCA_ConfigObj* child = object->AddConfigObj(name);
+        for (const char* inner : {"0", evil.c_str(), Server::Status, Server::Port, Death::Memory}) {
+          child->AddField(inner, evil.c_str(), 0);
+          child->AddConfigObj(inner)->AddField(evil.c_str(), ("5 " + evil).c_str(), 0);
         }
       }};
   for (const auto& fill : fills) {
-    host_.SetFill(fill);
-    for (const char* command : {"status", "servers", "history", "history 0", "logs 0", "debug-log",
-                                "top -n 1", "version", "start 0 --wait 1", "delete 7"}) {
+    host_.SetFill([&](SCA_ConfigObj* object) {
+      for (const auto& name : names) fill(object, name.c_str());
+    });
+    for (const std::string command : {"status", "servers", "history", "history 0", "logs 0",
+                                      "debug-log", "top -n 1", "start 0 --wait 1", "delete 7"}) {
       for (const bool isJson : {false, true}) {
         SCOPED_TRACE(command);
-        std::istringstream words(command);
-        Texts arguments{std::istream_iterator<std::string>(words), {}};
-        if (isJson) arguments.emplace_back("--json");
-        const auto program = Start(arguments);
+        const auto program = Start(command + (isJson ? " --json" : ""));
         const int status = program->Wait();
         EXPECT_TRUE(status == 0 || status == 1) << status << program->Error();
         EXPECT_TRUE(IsFitForTerminal(program->Output() + program->Error()));
