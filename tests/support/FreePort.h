@@ -9,35 +9,31 @@
 
 #include <random>
 
-inline sockaddr_in LoopbackAddress(unsigned short port) {
+/// @return A socket on which `use` of bind or connect to a port of 127.0.0.1 succeeded, or -1.
+template <class Use>
+int LoopbackSocket(unsigned short port, Use use) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int on = 1;
+  ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
+  if (use(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
+  ::close(fd);
+  return -1;
 }
 
 /// @return A listening socket on a port of 127.0.0.1, or -1 when that is taken.
 inline int ListenOnLoopback(unsigned short port) {
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const int on = 1;
-  ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  const sockaddr_in address = LoopbackAddress(port);
-  if (::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-    ::listen(fd, 16);
-    return fd;
-  }
-  ::close(fd);
-  return -1;
+  const int fd = LoopbackSocket(port, ::bind);
+  if (fd >= 0) ::listen(fd, 16);
+  return fd;
 }
 
 /// @return A connected socket, or -1.
 inline int ConnectToLoopback(unsigned short port) {
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const sockaddr_in address = LoopbackAddress(port);
-  if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
-  ::close(fd);
-  return -1;
+  return LoopbackSocket(port, ::connect);
 }
 
 inline bool IsFreeOnLoopback(int port) {

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -19,7 +18,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
 constexpr int kWaitMs = 60000;
 constexpr int kLookMs = 20;  // between two looks at something that gives no event
@@ -31,29 +29,18 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
   return pointers;
 }
 
-std::string ReadProcess(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 }  // namespace
 
 Program::Program(const std::string& name, const std::vector<std::string>& arguments,
                  const std::vector<std::string>& environment)
     : mark_("SCA_TEST_MARK=" + dir_.Path()) {
-  std::vector<std::string> words{name.front() == '/' ? name : SCA_BIN_DIR "/" + name};
+  // It replaces variables, and then itself.
+  std::vector<std::string> words{"/usr/bin/env"};
+  words.insert(words.end(), environment.begin(), environment.end());
+  words.push_back(name.front() == '/' ? name : SCA_BIN_DIR "/" + name);
   words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<std::string> variables = environment;
-  variables.push_back(mark_);
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string text = *entry;
-    bool isReplaced = false;
-    for (const std::string& variable : environment) {
-      isReplaced = isReplaced || text.compare(0, variable.find('=') + 1, variable, 0,
-                                              variable.find('=') + 1) == 0;
-    }
-    if (!isReplaced) variables.push_back(text);
-  }
+  std::vector<std::string> variables{mark_};
+  for (char** entry = environ; *entry != nullptr; ++entry) variables.emplace_back(*entry);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   const int flags = O_WRONLY | O_CREAT | O_TRUNC;
@@ -68,32 +55,22 @@ Program::Program(const std::string& name, const std::vector<std::string>& argume
 }
 
 Program::~Program() {
-  if (hasEnded_ || pid_ == 0) return;
+  if (status_ || pid_ == 0) return;
   ::kill(pid_, SIGKILL);
   ::waitpid(pid_, nullptr, 0);
 }
 
 int Program::Wait(int limitMs) {
-  if (hasEnded_ || pid_ == 0) return status_;
-  if (!Ends(pid_, limitMs)) return -1;
+  if (status_) return *status_;
   int status = 0;
+  if (pid_ == 0 || !Ends(pid_, limitMs)) return -1;
   ::waitpid(pid_, &status, 0);
-  hasEnded_ = true;
   status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return status_;
-}
-
-void Program::Signal(int number) {
-  ::kill(pid_, number);
+  return *status_;
 }
 
 bool Program::WaitForError(const std::string& text) {
-  const auto limit = Clock::now() + std::chrono::milliseconds(kWaitMs);
-  while (Error().find(text) == std::string::npos) {
-    if (Clock::now() > limit) return false;
-    ::poll(nullptr, 0, kLookMs);
-  }
-  return true;
+  return Eventually([&] { return Error().find(text) != std::string::npos; }, kWaitMs, kLookMs);
 }
 
 unsigned short Program::NumberBehind(const std::string& text) {
@@ -109,8 +86,12 @@ std::vector<std::string> Program::Family() const {
     const std::string name = entry.path().filename().string();
     if (name.find_first_not_of("0123456789") != std::string::npos) continue;
     // Living processes alone: one that has ended and not been reaped has an empty environment.
-    if (ReadProcess(entry.path() / "environ").find(mark_) == std::string::npos) continue;
-    std::string command = ReadProcess(entry.path() / "cmdline");
+    const auto read = [&entry](const char* file) {
+      std::ifstream stream(entry.path() / file, std::ios::binary);
+      return std::string(std::istreambuf_iterator<char>(stream), {});
+    };
+    if (read("environ").find(mark_) == std::string::npos) continue;
+    std::string command = read("cmdline");
     std::replace(command.begin(), command.end(), '\0', ' ');
     family.push_back(name + ": " + command);
   }
@@ -118,12 +99,7 @@ std::vector<std::string> Program::Family() const {
 }
 
 bool Program::FamilyEndsWithin(int seconds) const {
-  const auto limit = Clock::now() + std::chrono::seconds(seconds);
-  while (!Family().empty()) {
-    if (Clock::now() > limit) return false;
-    ::poll(nullptr, 0, kLookMs);
-  }
-  return true;
+  return Eventually([this] { return Family().empty(); }, seconds * 1000, kLookMs);
 }
 
 testing::AssertionResult Ends(Program& program, int status, const std::string& said) {

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
+#include <csignal>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,7 +27,7 @@ class Program {
   /// Waits for the end, a minute at most.
   /// @return The exit status, or 128 and the signal's number; -1 after that time.
   int Wait(int limitMs = 60000);
-  void Signal(int number);
+  void Signal(int number) const { ::kill(pid_, number); }
   /// Waits until standard error holds a text, a minute at most.
   bool WaitForError(const std::string& text);
 
@@ -43,8 +45,7 @@ class Program {
   TempDir dir_;
   std::string mark_;
   pid_t pid_ = 0;
-  int status_ = -1;
-  bool hasEnded_ = false;
+  std::optional<int> status_;
 };
 
 /// Waits for the end of a program.

@@ -24,11 +24,11 @@ class Stopwatch {
 
 /// Asks until the answer is true; false once the deadline has passed.
 template <class Condition>
-bool Eventually(Condition condition) {
+bool Eventually(Condition condition, int limitMs = kDeadlineMs, int everyMs = 1) {
   const Stopwatch watch;
   while (!condition()) {
-    if (watch.Ms() > kDeadlineMs) return false;
-    ::poll(nullptr, 0, 1);
+    if (watch.Ms() > limitMs) return false;
+    ::poll(nullptr, 0, everyMs);
   }
   return true;
 }
