@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <dlfcn.h>
-#include <execinfo.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
@@ -27,7 +26,6 @@ thread_local bool isExposed = false;
 CallPlan current;
 std::atomic<bool> isArmed{false};
 std::array<std::atomic<unsigned long>, kCalls> counts{};
-CallPlace* place = nullptr;
 
 template <class Function>
 Function* Next(Function* /*type*/, const char* name) {
@@ -41,10 +39,6 @@ int Failure(Call call) {
   const bool isMeant = call == current.call && current.error != 0;
   if (!isMeant || number < current.nth || (number > current.nth && current.isLasting == 0))
     return 0;
-  if (number == current.nth && place != nullptr) {
-    const SparedFromFailure spared;
-    ::backtrace(place->data(), static_cast<int>(place->size()) - 1);
-  }
   return current.error;
 }
 
@@ -56,20 +50,10 @@ bool Fails(Call call) {
 
 // As above, for calls that may take or give less than they were asked to.
 bool FailsOrShortens(Call call, std::size_t* length) {
+  const bool isEvent = (call == kRead || call == kWrite) && *length == sizeof(eventfd_t);
+  if (isEvent) return false;  // none ever fails
   const int error = Failure(call);
   if (error == kShort) *length = std::min<std::size_t>(*length, 1);
-  if (error > 0) errno = error;
-  return error > 0;
-}
-
-bool FailsOrShortens(Call call, msghdr* message, iovec* first) {
-  const int error = Failure(call);
-  if (error == kShort && message->msg_iovlen > 0) {
-    *first = message->msg_iov[0];
-    first->iov_len = std::min<std::size_t>(first->iov_len, 1);
-    message->msg_iov = first;
-    message->msg_iovlen = 1;
-  }
   if (error > 0) errno = error;
   return error > 0;
 }
@@ -125,12 +109,6 @@ CallCounts CountedCalls() {
   return copy;
 }
 
-void KeepPlaceIn(CallPlace* memory) {
-  ::backtrace(memory->data(), 1);  // the first one loads a library
-  (*memory)[0] = nullptr;
-  place = memory;
-}
-
 // What stands in for the C++ and C libraries' own. The other forms of new call these.
 
 using Align = std::align_val_t;
@@ -164,115 +142,68 @@ int open(const char* path, int flags, ...) {
   va_end(values);
   return Fails(kOpen) ? -1 : next(path, flags, mode);
 }
-std::FILE* fopen64(const char* path, const char* mode) {
-  static const auto next = Next(&fopen64, "fopen64");
-  return Fails(kOpen) ? nullptr : next(path, mode);
-}
-DIR* opendir(const char* path) {
-  static const auto next = Next(&opendir, "opendir");
-  return Fails(kOpen) ? nullptr : next(path);
-}
-int mkdir(const char* path, mode_t mode) noexcept {
-  static const auto next = Next(&mkdir, "mkdir");
-  return Fails(kOpen) ? -1 : next(path, mode);
-}
-int fstat(int fd, struct stat* status) noexcept {
-  static const auto next = Next(&fstat, "fstat");
-  return Fails(kStat) ? -1 : next(fd, status);
-}
-int stat(const char* path, struct stat* status) noexcept {
-  static const auto next = Next(&stat, "stat");
-  return Fails(kStat) ? -1 : next(path, status);
-}
-ssize_t read(int fd, void* buffer, std::size_t length) {
-  static const auto next = Next(&read, "read");
-  if (length == sizeof(eventfd_t)) return next(fd, buffer, length);  // no event ever fails
-  return FailsOrShortens(kRead, &length) ? -1 : next(fd, buffer, length);
-}
-ssize_t pread(int fd, void* buffer, std::size_t length, off_t offset) {
-  static const auto next = Next(&pread, "pread");
-  return FailsOrShortens(kRead, &length) ? -1 : next(fd, buffer, length, offset);
-}
-ssize_t write(int fd, const void* buffer, std::size_t length) {
-  static const auto next = Next(&write, "write");
-  if (length == sizeof(eventfd_t)) return next(fd, buffer, length);
-  return FailsOrShortens(kWrite, &length) ? -1 : next(fd, buffer, length);
-}
+
+// A row for each call that fails or goes on.
+#define FAILING(call, result, failure, name, parameters, ...) \
+  result name parameters {                                    \
+    static const auto next = Next(&name, #name);              \
+    return Fails(call) ? (failure) : next(__VA_ARGS__);       \
+  }
+FAILING(kOpen, std::FILE*, nullptr, fopen64, (const char* path, const char* mode), path, mode)
+FAILING(kOpen, DIR*, nullptr, opendir, (const char* path), path)
+FAILING(kOpen, int, -1, mkdir, (const char* path, mode_t mode) noexcept, path, mode)
+FAILING(kStat, int, -1, fstat, (int fd, struct stat* status) noexcept, fd, status)
+FAILING(kStat, int, -1, stat, (const char* path, struct stat* status) noexcept, path, status)
+FAILING(kSync, int, -1, fsync, (int fd), fd)
+FAILING(kSync, int, -1, fdatasync, (int fd), fd)
+FAILING(kRename, int, -1, rename, (const char* from, const char* to) noexcept, from, to)
+FAILING(kPipe, int, -1, pipe2, (int* ends, int flags) noexcept, ends, flags)
+FAILING(kPipe, int, -1, eventfd, (unsigned value, int flags) noexcept, value, flags)
+FAILING(kSocket, int, -1, socket, (int domain, int type, int protocol) noexcept, domain, type,
+        protocol)
+FAILING(kSocket, int, -1, bind, (int fd, const sockaddr* address, socklen_t size) noexcept, fd,
+        address, size)
+FAILING(kSocket, int, -1, listen, (int fd, int backlog) noexcept, fd, backlog)
+FAILING(kConnect, int, -1, connect, (int fd, const sockaddr* address, socklen_t size), fd, address,
+        size)
+FAILING(kPoll, int, -1, poll, (pollfd * entries, nfds_t count, int timeout), entries, count,
+        timeout)
+FAILING(kAccept, int, -1, accept4, (int fd, sockaddr* address, socklen_t* size, int flags), fd,
+        address, size, flags)
+
+// And for each that may take or give less than `size`.
+#define SHORTENING(call, name, parameters, ...)                   \
+  ssize_t name parameters {                                       \
+    static const auto next = Next(&name, #name);                  \
+    return FailsOrShortens(call, &size) ? -1 : next(__VA_ARGS__); \
+  }
+SHORTENING(kRead, read, (int fd, void* buffer, std::size_t size), fd, buffer, size)
+SHORTENING(kRead, pread, (int fd, void* buffer, std::size_t size, off_t offset), fd, buffer, size,
+           offset)
+SHORTENING(kWrite, write, (int fd, const void* buffer, std::size_t size), fd, buffer, size)
+SHORTENING(kSend, send, (int fd, const void* buffer, std::size_t size, int flags), fd, buffer, size,
+           flags)
+SHORTENING(kReceive, recv, (int fd, void* buffer, std::size_t size, int flags), fd, buffer, size,
+           flags)
 ssize_t writev(int fd, const iovec* parts, int count) {
   static const auto next = Next(&writev, "writev");
-  iovec first{};
-  msghdr message{};
-  message.msg_iov = const_cast<iovec*>(parts);
-  message.msg_iovlen = static_cast<std::size_t>(count);
-  if (FailsOrShortens(kWrite, &message, &first)) return -1;
-  return next(fd, message.msg_iov, static_cast<int>(message.msg_iovlen));
-}
-int fsync(int fd) {
-  static const auto next = Next(&fsync, "fsync");
-  return Fails(kSync) ? -1 : next(fd);
-}
-int fdatasync(int fd) {
-  static const auto next = Next(&fdatasync, "fdatasync");
-  return Fails(kSync) ? -1 : next(fd);
-}
-int rename(const char* from, const char* to) noexcept {
-  static const auto next = Next(&rename, "rename");
-  return Fails(kRename) ? -1 : next(from, to);
-}
-int pipe2(int* ends, int flags) noexcept {
-  static const auto next = Next(&pipe2, "pipe2");
-  return Fails(kPipe) ? -1 : next(ends, flags);
-}
-int eventfd(unsigned value, int flags) noexcept {
-  static const auto next = Next(&eventfd, "eventfd");
-  return Fails(kPipe) ? -1 : next(value, flags);
-}
-int socket(int domain, int type, int protocol) noexcept {
-  static const auto next = Next(&socket, "socket");
-  return Fails(kSocket) ? -1 : next(domain, type, protocol);
-}
-int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
-  static const auto next = Next(&bind, "bind");
-  return Fails(kSocket) ? -1 : next(fd, address, length);
-}
-int listen(int fd, int backlog) noexcept {
-  static const auto next = Next(&listen, "listen");
-  return Fails(kSocket) ? -1 : next(fd, backlog);
-}
-int connect(int fd, const sockaddr* address, socklen_t length) {
-  static const auto next = Next(&connect, "connect");
-  return Fails(kConnect) ? -1 : next(fd, address, length);
-}
-ssize_t send(int fd, const void* buffer, std::size_t length, int flags) {
-  static const auto next = Next(&send, "send");
-  return FailsOrShortens(kSend, &length) ? -1 : next(fd, buffer, length, flags);
-}
-ssize_t sendmsg(int fd, const msghdr* given, int flags) {
-  static const auto next = Next(&sendmsg, "sendmsg");
-  iovec first{};
-  msghdr message = *given;
-  return FailsOrShortens(kSend, &message, &first) ? -1 : next(fd, &message, flags);
-}
-ssize_t recv(int fd, void* buffer, std::size_t length, int flags) {
-  static const auto next = Next(&recv, "recv");
-  return FailsOrShortens(kReceive, &length) ? -1 : next(fd, buffer, length, flags);
+  iovec first = *parts;
+  if (FailsOrShortens(kWrite, &first.iov_len)) return -1;
+  const bool isShort = first.iov_len != parts->iov_len;
+  return isShort ? next(fd, &first, 1) : next(fd, parts, count);
 }
 ssize_t recvmsg(int fd, msghdr* given, int flags) {
   static const auto next = Next(&recvmsg, "recvmsg");
-  iovec first{};
+  iovec first = *given->msg_iov;
+  if (FailsOrShortens(kReceive, &first.iov_len)) return -1;
   msghdr message = *given;
-  if (FailsOrShortens(kReceive, &message, &first)) return -1;
-  const ssize_t count = next(fd, &message, flags);
+  if (first.iov_len != given->msg_iov->iov_len) {
+    message.msg_iov = &first;
+    message.msg_iovlen = 1;
+  }
+  const ssize_t received = next(fd, &message, flags);
   given->msg_flags = message.msg_flags;
-  return count;
-}
-int poll(pollfd* entries, nfds_t count, int timeout) {
-  static const auto next = Next(&poll, "poll");
-  return Fails(kPoll) ? -1 : next(entries, count, timeout);
-}
-int accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
-  static const auto next = Next(&accept4, "accept4");
-  return Fails(kAccept) ? -1 : next(fd, address, length, flags);
+  return received;
 }
 int clone(int (*body)(void*), void* stack, int flags, void* argument, ...) noexcept {
   static const auto next = Next(&clone, "clone");

@@ -60,9 +60,4 @@ class SparedFromFailure {
 };
 
 CallCounts CountedCalls();
-/// Where the call was that failed first: return addresses, null after the last.
-using CallPlace = std::array<void*, 24>;
-/// @param place  Receives it, in memory that outlives a crash.
-void KeepPlaceIn(CallPlace* place);
-
 #endif  // SCA_TESTS_TORTURE_FAILINGCALLS_H

@@ -1,11 +1,9 @@
 #include "tests/torture/Ordeal.h"
 
-#include <execinfo.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,78 +29,42 @@ constexpr std::size_t kAtATime = 6;
 // shortened must fail nothing for good, and does not last.
 struct Failing {
   Call call;
-  const char* name;
   int error;
   int isLasting;
   unsigned long sample;
 };
 constexpr Failing kFailings[] = {
-    {kMemory, "allocation", ENOMEM, 0, 40},
-    {kMemory, "allocation", ENOMEM, 1, 12},
-    {kOpen, "open", EMFILE, 0, 4},
-    {kOpen, "open", EACCES, 1, 2},
-    {kStat, "stat", EIO, 0, 3},
-    {kRead, "read", EIO, 0, 4},
-    {kRead, "read", EINTR, 0, 2},
-    {kRead, "read", kShort, 1, 1},
-    {kWrite, "write", ENOSPC, 0, 4},
-    {kWrite, "write", EINTR, 0, 2},
-    {kWrite, "write", ENOSPC, 1, 2},
-    {kWrite, "write", kShort, 1, 1},
-    {kSync, "fsync", EIO, 0, 3},
-    {kRename, "rename", EIO, 0, 3},
-    {kPipe, "pipe", EMFILE, 0, 4},
-    {kSocket, "socket", EMFILE, 0, 3},
-    {kSocket, "socket", ENOBUFS, 1, 1},
-    {kConnect, "connect", ECONNREFUSED, 0, 3},
-    {kConnect, "connect", ENETUNREACH, 1, 1},
-    {kSend, "send", ECONNRESET, 0, 4},
-    {kSend, "send", EAGAIN, 0, 3},
-    {kSend, "send", EINTR, 0, 2},
-    {kSend, "send", kShort, 1, 1},
-    {kReceive, "receive", ECONNRESET, 0, 5},
-    {kReceive, "receive", EAGAIN, 0, 3},
-    {kReceive, "receive", EINTR, 0, 2},
-    {kReceive, "receive", kShort, 1, 1},
-    {kPoll, "poll", EINTR, 0, 3},
-    {kPoll, "poll", ENOMEM, 0, 3},
-    {kAccept, "accept", EMFILE, 0, 2},
-    {kAccept, "accept", ECONNABORTED, 0, 2},
-    {kClone, "clone", EAGAIN, 0, 3},
-    {kClone, "clone", ENOMEM, 1, 1},
-    {kThread, "thread", EAGAIN, 0, 4},
-    {kThread, "thread", EAGAIN, 1, 2},
+    {kMemory, ENOMEM, 0, 40},  {kMemory, ENOMEM, 1, 12},     {kOpen, EMFILE, 0, 4},
+    {kStat, EIO, 0, 3},        {kRead, EIO, 0, 4},           {kRead, EINTR, 0, 2},
+    {kRead, kShort, 1, 1},     {kWrite, ENOSPC, 0, 4},       {kWrite, EINTR, 0, 2},
+    {kWrite, kShort, 1, 1},    {kSync, EIO, 0, 3},           {kRename, EIO, 0, 3},
+    {kPipe, EMFILE, 0, 4},     {kSocket, EMFILE, 0, 3},      {kConnect, ECONNREFUSED, 0, 3},
+    {kSend, ECONNRESET, 0, 4}, {kSend, EAGAIN, 0, 3},        {kSend, EINTR, 0, 2},
+    {kSend, kShort, 1, 1},     {kReceive, ECONNRESET, 0, 5}, {kReceive, EAGAIN, 0, 3},
+    {kReceive, EINTR, 0, 2},   {kReceive, kShort, 1, 1},     {kPoll, EINTR, 0, 3},
+    {kPoll, ENOMEM, 0, 3},     {kAccept, EMFILE, 0, 2},      {kAccept, ECONNABORTED, 0, 2},
+    {kClone, EAGAIN, 0, 3},    {kThread, EAGAIN, 0, 4},      {kThread, EAGAIN, 1, 2},
 };
 
 // What a child tells; shared with it.
 struct Verdict {
   bool hasEnded = false;
   CallCounts counts{};
-  CallPlace place{};
   char blame[2000] = "";
 };
 Verdict* own = nullptr;
 
-struct SharedDelete {
-  void operator()(Verdict* verdict) const { ::munmap(verdict, sizeof *verdict); }
-};
-using SharedVerdict = std::unique_ptr<Verdict, SharedDelete>;
-
-SharedVerdict MakeShared() {
-  void* memory =
-      ::mmap(nullptr, sizeof(Verdict), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  return SharedVerdict(new (memory) Verdict);
+// Some kilobytes, until the test program ends.
+Verdict* MakeShared() {
+  return new (::mmap(nullptr, sizeof(Verdict), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
+                     -1, 0)) Verdict;
 }
-
-void IgnoreReport(void* /*context*/, unsigned long /*level*/, const char* /*source*/, int /*line*/,
-                  const char* /*text*/) {}
 
 // An exception ends the process here: the test framework would catch it.
 [[noreturn]] void RunChild(Road road, const CallPlan& plan, Verdict* verdict) noexcept {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   own = verdict;
-  KeepPlaceIn(&verdict->place);
-  SCA_SetReportSink(&IgnoreReport, nullptr);
+  SCA_SetReportSink([](auto...) {}, nullptr);
   const std::ptrdiff_t descriptors = EntriesIn("/proc/self/fd");
   road(plan);
   const CallCounts counted = CountedCalls();
@@ -119,13 +81,13 @@ void IgnoreReport(void* /*context*/, unsigned long /*level*/, const char* /*sour
 
 struct Child {
   CallPlan plan;
-  SharedVerdict verdict = MakeShared();
+  Verdict* const verdict = MakeShared();
   pid_t pid = 0;
   Stopwatch watch;
 
   void Start(Road road) {
     pid = ::fork();
-    if (pid == 0) RunChild(road, plan, verdict.get());
+    if (pid == 0) RunChild(road, plan, verdict);
   }
   // True once it has ended or had its time.
   bool IsOver() {
@@ -136,32 +98,13 @@ struct Child {
       ::waitpid(pid, &status, 0);
       status = 0;
     }
-    end = verdict->hasEnded     ? ""
-          : WIFSIGNALED(status) ? std::string("dies of ") + ::strsignal(WTERMSIG(status)) + "\n"
-          : status != 0         ? "exits with " + std::to_string(WEXITSTATUS(status)) + "\n"
-                                : "hangs\n";
+    end = verdict->hasEnded ? "" : "dies, exits or hangs: " + std::to_string(status) + "\n";
     return true;
   }
   std::string Complaint() const { return end + verdict->blame; }
 
   std::string end;
 };
-
-std::string Describe(const Child& child) {
-  std::string text = "SCA_TORTURE='" + PlanText(child.plan) + "'";
-  for (const Failing& failing : kFailings) {
-    if (failing.call == child.plan.call && failing.error == child.plan.error) {
-      text += std::string(" (") + failing.name + ")";
-      break;
-    }
-  }
-  const CallPlace& place = child.verdict->place;
-  const auto depth = std::find(place.begin(), place.end(), nullptr) - place.begin();
-  char** frames = ::backtrace_symbols(place.data(), static_cast<int>(depth));
-  for (std::ptrdiff_t i = 0; i < depth; ++i) text += std::string("\n  ") + frames[i];
-  std::free(frames);
-  return text;
-}
 
 std::vector<CallPlan> PointsOf(const CallCounts& counts, bool takesAll) {
   std::vector<CallPlan> points;
@@ -223,7 +166,7 @@ void Torture(Road road) {
       ::poll(nullptr, 0, 2);
       continue;
     }
-    EXPECT_EQ((*over)->Complaint(), "") << Describe(**over);
+    EXPECT_EQ((*over)->Complaint(), "") << "SCA_TORTURE='" << PlanText((*over)->plan) << "'";
     running.erase(over);
   }
   std::printf("%zu points\n", points.size());
