@@ -101,6 +101,7 @@ bool FaultServer::Exchange::ServeRequest() {
   while ((end = held_.find("\r\n\r\n")) == std::string::npos) {
     if (held_.size() > kMaxHeader) return SendStatus(431) && false;
     const std::string more = connection_.Receive();
+    if (more.empty() && !held_.empty()) server_->strange_.fetch_add(1);
     if (more.empty()) return false;
     held_ += more;
   }
@@ -120,7 +121,10 @@ bool FaultServer::Exchange::ServeRequest() {
   if (request.method == "GET" && request.target == "/version") {
     return SendStatus(200, options_.version) && !request.isHttp10;
   }
-  if (request.method != "PUT" || request.target != "/tika") return SendStatus(404) && false;
+  if (request.method != "PUT" || request.target != "/tika") {
+    server_->strange_.fetch_add(1);
+    return SendStatus(404) && false;
+  }
   if (!request.length) return SendStatus(411) && false;
   if (*request.length > options_.maxDocument) return SendStatus(413) && false;
   if (request.expectsContinue && !connection_.Send("HTTP/1.1 100 Continue\r\n\r\n")) return false;

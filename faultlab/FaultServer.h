@@ -47,6 +47,8 @@ class FaultServer {
   int Connections() const { return connections_.load(); }
   /// @return How many documents were begun.
   int Documents() const { return documents_.load(); }
+  /// @return How many requests were none that a Tika client makes, cut ones included.
+  int Strange() const { return strange_.load(); }
   /// Refuses and closes all connections, as the system does for a process that was killed.
   void Kill();
 
@@ -63,6 +65,7 @@ class FaultServer {
   StopSignal stop_;
   std::atomic<int> connections_{0};
   std::atomic<int> documents_{0};
+  std::atomic<int> strange_{0};
   std::atomic<unsigned long long> requests_{0};
   std::mutex mutex_;
   std::condition_variable oneEnded_;
