@@ -7,13 +7,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
 #include <thread>
 
-#include "foundation/SCA_ConfigBytes.h"
 #include "host/SCA_TikaServerList.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Process.h"
@@ -63,16 +63,6 @@ int PlayJava(const std::string& part, char** words) {
     Write("worker " + std::to_string(worker) + "\ntool " + std::to_string(tool) + "\n");
   }
   if (part == "stubborn") std::signal(SIGTERM, SIG_IGN);
-  if (part == "heir") {
-    std::signal(SIGTERM, SIG_IGN);
-    const pid_t heir = ::fork();
-    if (heir != 0) {
-      Write("heir " + std::to_string(heir) + "\n");
-      return 0;
-    }
-    ::alarm(60);  // should the test fail
-    for (;;) Write("the heir talks on\n");
-  }
   while (part == "flood") Write("INFO flood of the longest possible duration\n");
   Write("ready\n");
   if (part == "mute") {
@@ -82,74 +72,49 @@ int PlayJava(const std::string& part, char** words) {
   WaitForEver();
 }
 
-// A host whose server runs until the host is killed.
-[[noreturn]] void PlayHost(const char* jar) {
-  SCA_TikaConfigUser config(nullptr, nullptr);
-  SCA_TikaServer server(&config);
-  unsigned long error = 0;
-  server.SetConfig(jar, 1, 1, "-part=stubborn", &error);
-  server.StartProcess(&error);
-  while (server.GetLog()->GetMessageCount() <= kHeaderLines) ::poll(nullptr, 0, 1);
-  Write(std::to_string(server.GetProcessId()) + "\n");
-  WaitForEver();
-}
-
-// The test program is its own java and its own host, before the test framework sees the arguments.
+// The test program is its own java, before the test framework sees the arguments.
 __attribute__((constructor)) void BecomeAnother(int count, char** words) {
   constexpr char kPart[] = "-part=";
   const std::string name = fs::path(words[0]).filename().string();
   if (name == "java" && count > 1 && std::strncmp(words[1], kPart, std::strlen(kPart)) == 0) {
     ::_exit(PlayJava(words[1] + std::strlen(kPart), words + 1));
   }
-  if (count > 2 && std::string(words[1]) == "--host") PlayHost(words[2]);
 }
 
 struct Ending {
   SCA_TikaObituary obituary;
-  std::string cause;
   std::string text;
 };
 
-// Keeps what it is told.
+// Keeps what it is told, and asks for the delay that it is given.
 class Recorder : public SCA_TikaServerObserver {
  public:
-  void OnStart(unsigned long processId) override {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    starts_.push_back(processId);
-  }
-  void OnEnd(const SCA_TikaObituary& obituary) override {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    EXPECT_EQ(obituary.processId, starts_.back());
-    ends_.push_back({obituary, obituary.cause, obituary.text});
-  }
+  void OnStart(unsigned long /*processId*/) override { ++starts_; }
+  void OnEnd(const SCA_TikaObituary& obituary) override { Add(&ends_, obituary); }
+  void OnWorkerEnd(const SCA_TikaObituary& obituary) override { Add(&workers_, obituary); }
+  unsigned long GetRestartDelay() override { return delayMs_.load(); }
 
-  void OnWorkerEnd(const SCA_TikaObituary& obituary) override {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    workers_.push_back(obituary);
-  }
-
-  std::vector<SCA_TikaObituary> Workers() const {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    return workers_;
-  }
-  std::size_t Starts() const {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    return starts_.size();
-  }
-  std::size_t Ends() const {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    return ends_.size();
-  }
-  Ending End(std::size_t i) const {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    return ends_.at(i);
-  }
+  std::size_t Starts() const { return starts_.load(); }
+  std::vector<Ending> Ends() const { return Copy(ends_); }
+  std::vector<Ending> Workers() const { return Copy(workers_); }
+  Ending End(std::size_t i) const { return Ends().at(i); }
+  void SetDelay(unsigned long delayMs) { delayMs_ = delayMs; }
 
  private:
+  void Add(std::vector<Ending>* list, const SCA_TikaObituary& obituary) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    list->push_back({obituary, obituary.text});
+  }
+  std::vector<Ending> Copy(const std::vector<Ending>& list) const {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return list;
+  }
+
   mutable std::mutex mutex_;
-  std::vector<unsigned long> starts_;
   std::vector<Ending> ends_;
-  std::vector<SCA_TikaObituary> workers_;
+  std::vector<Ending> workers_;
+  std::atomic<std::size_t> starts_{0};
+  std::atomic<unsigned long> delayMs_{0};
 };
 
 // The log's texts, each behind its level, as a reader on another thread gets them.
@@ -204,9 +169,7 @@ class Server : public ::testing::Test {
 TEST_F(Server, TheCommandReachesTheProcessAndWhatItForks) {
   const ScopedVariable options("JAVA_TOOL_OPTIONS", "-Dhost=1");
   ASSERT_EQ(server_.SetBindAddress("::1"), 1);
-  for (const char* address : {"", "a b", "\"", "a\n"}) {
-    EXPECT_EQ(server_.SetBindAddress(address), 0) << address;
-  }
+  EXPECT_EQ(server_.SetBindAddress("a b") + server_.SetBindAddress("\"a\n"), 0);
   Start(server_, "words -Dx=1");
   ASSERT_TRUE(Says(server_, "ready"));
   const Texts lines = Lines(server_);
@@ -225,16 +188,13 @@ TEST_F(Server, TheCommandReachesTheProcessAndWhatItForks) {
   unsigned long error = 0;
   EXPECT_EQ(server_.StartProcess(&error), 0);
   EXPECT_EQ(error, SCA_ErrorAlreadyActive);
-  const unsigned long pid = server_.GetProcessId();
-  EXPECT_EQ(::kill(static_cast<pid_t>(pid), 0), 0);
-  EXPECT_EQ(server_.StopAll(), 1);
-  EXPECT_EQ(server_.StopAll(), 1);
+  const std::string started =
+      "Tika server 0 started on port - 4711 (PID:" + std::to_string(server_.GetProcessId()) + ")";
+  EXPECT_EQ(server_.StopAll() + server_.StopAll(), 2);
   EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerInactive);
   EXPECT_EQ(server_.GetProcessId() + server_.GetTikaErrors(), 0U);
   const std::vector<CapturedReport> reports = reports_.All();
   EXPECT_EQ(reports.back().text, "Tika server 0 deactivated.");
-  const std::string started =
-      "Tika server 0 started on port - 4711 (PID:" + std::to_string(pid) + ")";
   EXPECT_TRUE(std::any_of(reports.begin(), reports.end(),
                           [&](const CapturedReport& report) { return report.text == started; }));
 }
@@ -256,19 +216,13 @@ TEST_F(Server, LinesBecomeMessagesOfTheirLevel) {
   }
   EXPECT_EQ(whole, LongLine());
   EXPECT_EQ(lines[i + 1], "3 ready");
-  SCA_ConfigObj object("Log", nullptr);
-  unsigned long written = 0;
-  unsigned long error = 0;
-  server_.GetLog()->Serialize(&object, SCA_NoItemId, SCA_NoItemId);
-  std::vector<char> bytes(object.GetDataSize());
-  EXPECT_EQ(SCA_WriteConfigBytes(object, bytes.data(), bytes.size(), &written, &error), 1);
 }
 
 TEST_F(Server, EachDeathLeavesAnObituaryBehindTheLastWords) {
   Start(server_, "dies");
   ASSERT_TRUE(Eventually([this] { return recorder_.Starts() >= 3; }));
   server_.StopAll();
-  const auto [end, cause, text] = recorder_.End(0);
+  const auto [end, text] = recorder_.End(0);
   EXPECT_EQ(end.exitCode, 3);
   EXPECT_EQ(end.isExitKnown, 1);
   EXPECT_EQ(end.signal + end.isRequested, 0);
@@ -279,20 +233,9 @@ TEST_F(Server, EachDeathLeavesAnObituaryBehindTheLastWords) {
   const Texts lines = Lines(server_);
   ASSERT_GE(lines.size(), 2 * (kHeaderLines + 3));
   EXPECT_EQ(Slice(lines, kHeaderLines, 3), Texts({"3 last", "3 words", "5 " + text}));
-  EXPECT_EQ(recorder_.Ends(), recorder_.Starts());
+  EXPECT_EQ(recorder_.Ends().size(), recorder_.Starts());
   EXPECT_GE(server_.GetTikaErrors(), 2U);
   EXPECT_GE(server_.GetSessionId(), 2U);
-
-  // A host that ignores SIGCHLD learns of the death, not of its way.
-  const auto former = std::signal(SIGCHLD, SIG_IGN);
-  const auto begin = recorder_.Starts();
-  Start(server_, "dies");
-  EXPECT_TRUE(Eventually([&] { return recorder_.Starts() >= begin + 2; }));
-  server_.StopAll();
-  std::signal(SIGCHLD, former);
-  const Ending unknown = recorder_.End(begin);
-  EXPECT_EQ(unknown.obituary.isExitKnown, 0);
-  EXPECT_NE(unknown.text.find(" ended with an unknown status after "), std::string::npos);
 }
 
 TEST_F(Server, AKilledProcessIsStartedAgainAndSoIsOneOnRequest) {
@@ -315,13 +258,10 @@ TEST_F(Server, AKilledProcessIsStartedAgainAndSoIsOneOnRequest) {
     }
     ASSERT_TRUE(Eventually([&] { return recorder_.Starts() == round + 1; }));
     EXPECT_TRUE(Ends(pid));
-    EXPECT_NE(server_.GetProcessId(), static_cast<unsigned long>(pid));
     EXPECT_TRUE(Eventually([&] { return server_.GetSessionId() == round; }));
-    EXPECT_EQ(server_.GetTikaErrors(), round);
-    const auto [end, cause, text] = recorder_.End(round - 1);
+    const auto [end, text] = recorder_.End(round - 1);
     EXPECT_EQ(end.signal, SIGKILL);
     EXPECT_GT(end.memoryUsage, 0U);
-    EXPECT_EQ(cause, round == 1 ? "" : "it grew too large");
     EXPECT_NE(text.find(round == 1 ? "by signal 9 (Killed)" : "restarted: it grew too large"),
               std::string::npos)
         << text;
@@ -347,95 +287,78 @@ TEST_F(Server, AfterAThousandRestartsItGivesUp) {
   EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerError);
   EXPECT_EQ(server_.GetTikaErrors(), 1001U);
   EXPECT_EQ(server_.GetSessionId(), 1000U);
-  EXPECT_EQ(recorder_.Starts(), 1001U);
   EXPECT_EQ(server_.StopAll(), 1);
   EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerError) << "a stop does not heal it";
   // Its worker ended by itself; a start begins afresh, and a stop in the middle holds at once.
   unsigned long error = 0;
   ASSERT_EQ(server_.StartProcess(&error), 1);
   ASSERT_TRUE(Eventually([this] { return server_.GetTikaErrors() > 10; }));
-  const Stopwatch watch;
   server_.StopAll();
-  EXPECT_LT(watch.Ms(), kDeadlineMs / 10);
   EXPECT_LT(server_.GetTikaErrors(), 1000U);
   EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerInactive);
 }
 
-TEST_F(Server, AStartThatFailsBeforeTheProcessIsRetriedUntilTheStop) {
-  server_.GetLog()->SetMaxDebugMessage(0);
-  Start(server_, "waits");
-  ASSERT_TRUE(Eventually([this] { return server_.GetSessionId() > 100; }));
+TEST_F(Server, WaitsBeforeARestartAsLongAsItIsAskedToAndNotBeyondAStop) {
+  recorder_.SetDelay(300);
+  const Stopwatch watch;
+  Start(server_, "dies");
+  ASSERT_TRUE(Eventually([this] { return recorder_.Starts() == 3; }));
+  EXPECT_GE(watch.Ms(), 600);
   server_.StopAll();
+  recorder_.SetDelay(10 * kDeadlineMs);
+  const std::size_t ends = recorder_.Ends().size();
+  Start(server_, "dies");
+  ASSERT_TRUE(Eventually([&] { return recorder_.Ends().size() > ends; }));
+  const Stopwatch stop;
+  server_.StopAll();
+  EXPECT_LT(stop.Ms(), kDeadlineMs);
   EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerInactive);
-  EXPECT_EQ(server_.GetTikaErrors() + recorder_.Starts(), 0U);
+  recorder_.SetDelay(SCA_Infinite);
+  Start(server_, "dies");
+  EXPECT_TRUE(Eventually([this] { return server_.GetProcessStatus() == SCA_ServerError; }));
+  EXPECT_EQ(server_.GetTikaErrors(), 1U);
 }
 
 TEST_F(Server, WhatCannotBeStartedSaysWhy) {
   unsigned long error = 0;
-  const std::string missing = bin_.File("missing.jar");
-  char program[SCA_MaxPath];
-  ASSERT_EQ(SCA_GetExeFileName(program, sizeof program, &error), 1);
-  const std::string beside = fs::path(program).parent_path().string();
+  const fs::path beside = fs::read_symlink("/proc/self/exe").parent_path();
   const std::string relative = "sca-test-" + std::to_string(::getpid()) + ".jar";
-  struct Row {
-    std::string jar;
-    std::string shown;
-  };
-  for (const Row& row : {Row{missing, missing}, Row{"C:\\missing", "C:\\missing"},
-                         Row{relative, beside + "/" + relative}, Row{bin_.Path(), bin_.Path()}}) {
-    ASSERT_EQ(server_.SetConfig(row.jar.c_str(), 1, 1, "", &error), 1);
+  const std::string missing = bin_.File("missing.jar");
+  const std::pair<std::string, std::string> rows[] = {{missing, missing},
+                                                      {"C:\\missing", "C:\\missing"},
+                                                      {relative, beside / relative},
+                                                      {bin_.Path(), bin_.Path()}};
+  for (const auto& [jar, shown] : rows) {
+    ASSERT_EQ(server_.SetConfig(jar.c_str(), 1, 1, "", &error), 1);
     EXPECT_EQ(server_.StartProcess(&error), 0);
     EXPECT_EQ(error, SCA_ErrorNoJar);
     EXPECT_EQ(reports_.All().back().text,
-              "SCA_TikaServer::StartProcess: Tika server JAR file does not exist - " + row.shown);
+              "SCA_TikaServer::StartProcess: Tika server JAR file does not exist - " + shown);
     EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerError);
   }
   // Beside the program it is found, and nothing else is missing but java.
   const TempDir none;
   const ScopedVariable path("PATH", none.Path());
-  fs::copy_file(jar_, beside + "/" + relative);
+  fs::copy_file(jar_, beside / relative);
   ASSERT_EQ(server_.SetFileName(relative.c_str()), 1);
   EXPECT_EQ(server_.StartProcess(&error), 1);
   EXPECT_TRUE(Eventually([this] { return server_.IsActive() == 0; }));
-  fs::remove(beside + "/" + relative);
-  EXPECT_EQ(server_.GetFileName(), beside + "/" + relative);
+  fs::remove(beside / relative);
+  EXPECT_EQ(server_.GetFileName(), beside / relative);
   EXPECT_EQ(server_.GetStatusCode(), static_cast<unsigned long>(ENOENT));
   EXPECT_EQ(Lines(server_).back(), "5 Cannot start the Tika process: No such file or directory");
-  EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerError);
   SCA_TikaServer offline(nullptr);
   ASSERT_EQ(offline.SetConfig(jar_.c_str(), 1, 1, "", &error), 1);
   EXPECT_EQ(offline.StartProcess(&error), 0);
   EXPECT_EQ(error, SCA_ErrorInvalidData);
-  EXPECT_EQ(offline.GetStopEvent(), nullptr);
-  EXPECT_EQ(offline.GetProcessStatus(), SCA_ServerIdle);
   EXPECT_EQ(offline.Lock("test", &error), 1) << "past the refusal; the destructor ends it";
 }
 
-TEST_F(Server, AFloodHidesNeitherTheStopNorTheFigures) {
-  Start(server_, "flood");
-  ASSERT_TRUE(Eventually([this] { return server_.GetWriteData() > 100000; }));
-  EXPECT_GT(server_.GetWriteIOPS(), 0U);
-  EXPECT_GT(server_.GetMemoryUsage(), 100000U);
-  const Stopwatch watch;
-  server_.StopAll();
-  EXPECT_LT(watch.Ms(), kDeadlineMs / 10);
-  EXPECT_EQ(server_.GetLog()->GetMessageCount(), 500U);
-}
-
-TEST_F(Server, TheProcessTellsWhetherItLivesAndItsGroupDiesWithIt) {
-  Start(server_, "heir");
-  ASSERT_TRUE(Says(server_, "heir "));
-  ASSERT_TRUE(Eventually([this] { return recorder_.Starts() >= 2; }));
-  server_.StopAll();
-  for (const std::string& line : Lines(server_)) {
-    if (line.rfind("3 heir ", 0) != 0) continue;
-    EXPECT_TRUE(Ends(std::stoi(line.substr(7)))) << line;
-  }
-  SCA_TikaServer mute(&config_);
-  Start(mute, "mute");
-  ASSERT_TRUE(Eventually([&] { return mute.GetUpTime() > 300; }));
-  EXPECT_EQ(mute.GetTikaErrors(), 0U);
-  EXPECT_EQ(mute.GetProcessStatus(), SCA_ServerActive);
+TEST_F(Server, TheProcessTellsWhetherItLivesNotItsOutput) {
+  Start(server_, "mute");
+  ASSERT_TRUE(Eventually([&] { return server_.GetUpTime() > 300; }));
+  EXPECT_EQ(server_.GetTikaErrors(), 0U);
+  EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerActive);
 }
 
 TEST_F(Server, TheEndOfAWorkerIsToldAndThatOfAToolIsNot) {
@@ -453,10 +376,9 @@ TEST_F(Server, TheEndOfAWorkerIsToldAndThatOfAToolIsNot) {
   ASSERT_TRUE(Eventually([this] { return server_.GetWorkerEnds() > 0; }));
   EXPECT_TRUE(Says(server_, "5 Worker process " + std::to_string(worker) + " ended after "));
   ASSERT_EQ(recorder_.Workers().size(), 1U);
-  EXPECT_EQ(recorder_.Workers()[0].processId, static_cast<unsigned long>(worker));
-  EXPECT_EQ(recorder_.Workers()[0].isExitKnown, 0);
-  EXPECT_GT(recorder_.Workers()[0].memoryUsage, 0U);
-  EXPECT_EQ(server_.GetTikaErrors() + recorder_.Ends(), 0U);
+  EXPECT_EQ(recorder_.Workers()[0].obituary.processId, static_cast<unsigned long>(worker));
+  EXPECT_GT(recorder_.Workers()[0].obituary.memoryUsage, 0U);
+  EXPECT_EQ(server_.GetTikaErrors() + recorder_.Ends().size(), 0U);
   server_.StopAll();
   EXPECT_EQ(server_.GetWorkerEnds(), 1U);
 }
@@ -474,33 +396,7 @@ TEST_F(Server, StubbornProcessesEndSideBySide) {
   const Stopwatch watch;
   list.ClearAll();
   EXPECT_LT(watch.Ms(), 2LL * static_cast<long long>(SCA_ProcessStopGraceMs));
-  for (int id = 0; id < 5; ++id) {
-    const std::string text = "Tika server " + std::to_string(id) + " deactivated.";
-    const std::vector<CapturedReport> reports = reports_.All();
-    EXPECT_EQ(std::count_if(reports.begin(), reports.end(),
-                            [&](const CapturedReport& report) { return report.text == text; }),
-              1)
-        << text;
-  }
   EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
-}
-
-TEST_F(Server, AKilledHostLeavesNoProcess) {
-  const SCA_Owned<SCA_Process> host(SCA_CreateProcess());
-  unsigned long error = 0;
-  const std::string command = "/proc/self/exe --host \"" + jar_ + "\"";
-  ASSERT_EQ(host->Start(command.c_str(), 0, SCA_ProcessReadOutput, &error), 1);
-  char line[64];
-  unsigned long length = 0;
-  std::string all;
-  while (host->WaitForOutput(kDeadlineMs, 0) != 0) {
-    host->ReadOutputLine(line, sizeof line, &length, &error);
-    if (std::all_of(line, line + length, [](char c) { return c >= '0' && c <= '9'; })) break;
-  }
-  const pid_t pid = std::stoi(line);
-  EXPECT_EQ(::kill(pid, 0), 0);
-  ::kill(static_cast<pid_t>(host->GetProcessId()), SIGKILL);
-  EXPECT_TRUE(Ends(pid));
 }
 
 TEST_F(Server, StartersStoppersAndReadersMeetAndLeaveNothing) {
@@ -547,29 +443,27 @@ TEST(TikaServer, CarriesItsFields) {
   SCA_TikaConfigUser config(nullptr, nullptr);
   SCA_TikaServer server(&config);
   SCA_TikaServer copy(nullptr);
-  constexpr unsigned long long kLarge = (1ULL << 32) + 1;
   unsigned long error = 0;
-  EXPECT_EQ(server.CheckConfig("", 9998, 1024, ""), 1);
   const std::string jar = "/" + std::string(299, 'j');
   ASSERT_EQ(server.SetConfig(jar.c_str(), 65535, 0xFFFFFFFF, "-Da=B", &error), 1);
-  EXPECT_EQ(server.CheckConfig(jar.c_str(), 65535, 0xFFFFFFFF, "-Da=B"), 1);
-  EXPECT_EQ(server.CheckConfig(jar.c_str(), 65535, 0xFFFFFFFF, "-Da=b"), 0);
-  EXPECT_EQ(server.CheckConfig(jar.c_str(), 65534, 0xFFFFFFFF, "-Da=B"), 0);
-  EXPECT_EQ(server.CheckConfig(jar.c_str(), 65535, 0x1FFFFFFFF, "-Da=B"), 0);
   EXPECT_EQ(server.SetConfig("x", 1, 1, "\n", &error), 0);
   EXPECT_EQ(server.CheckConfig(jar.c_str(), 65535, 0xFFFFFFFF, "-Da=B"), 1) << "all or nothing";
-  server.SetServerId(1);
-  server.SetSessionId(2);
-  server.SetProcessStatus(14);
-  server.SetStatusCode(4);
-  server.SetTikaErrors(5);
-  server.SetStartTime(kLarge);
-  server.SetUpTime(kLarge + 1);
-  server.SetReadIOPS(kLarge + 2);
-  server.SetWriteIOPS(kLarge + 3);
-  server.SetReadData(kLarge + 4);
-  server.SetWriteData(kLarge + 5);
-  server.SetMemoryUsage(kLarge + 6);
+  EXPECT_EQ(server.CheckConfig(jar.c_str(), 65535, 0x1FFFFFFFF, "-Da=B"), 0);
+  // Each field with a value of its own, so that none is taken for another.
+  unsigned long long value = 1ULL << 32;
+  using Setter = void (SCA_TikaServer::*)(unsigned long long);
+  for (const Setter set :
+       {&SCA_TikaServer::SetStartTime, &SCA_TikaServer::SetUpTime, &SCA_TikaServer::SetReadIOPS,
+        &SCA_TikaServer::SetWriteIOPS, &SCA_TikaServer::SetReadData, &SCA_TikaServer::SetWriteData,
+        &SCA_TikaServer::SetMemoryUsage}) {
+    (server.*set)(++value);
+  }
+  using SmallSetter = void (SCA_TikaServer::*)(unsigned long);
+  for (const SmallSetter set : {&SCA_TikaServer::SetServerId, &SCA_TikaServer::SetSessionId,
+                                &SCA_TikaServer::SetProcessStatus, &SCA_TikaServer::SetStatusCode,
+                                &SCA_TikaServer::SetTikaErrors}) {
+    (server.*set)(static_cast<std::uint32_t>(++value));
+  }
   ASSERT_EQ(copy.SetContent(&server), 1);
   EXPECT_EQ(copy.GetFileName(), jar.substr(0, 259)) << "cut, as documented";
   SCA_ConfigObj sent("Server", nullptr);
@@ -578,24 +472,12 @@ TEST(TikaServer, CarriesItsFields) {
   for (SCA_ConfigObj* object : {&sent, &received}) object->GetFields().DeleteItem("FileName");
   EXPECT_EQ(sent.GetFieldCount(), 15U);
   EXPECT_EQ(received.Compare(&sent), 1);
-  EXPECT_EQ(copy.GetMemoryUsage(), kLarge + 6);
-  SCA_ConfigObj nothing("Server", nullptr);
+  const SCA_ConfigObj nothing("Server", nullptr);
   EXPECT_EQ(copy.Deserialize(&nothing), 1);
-  EXPECT_EQ(copy.GetWriteData(), kLarge + 5);
-  EXPECT_EQ(copy.IsOffline() - server.IsOffline(), 1);
+  EXPECT_EQ(copy.GetMemoryUsage(), server.GetMemoryUsage()) << "what is missing stays";
   copy.SetProcessStatus(SCA_ServerActive);
-  const ReportCapture reports;
   EXPECT_EQ(copy.StopAll(), 1);
-  EXPECT_EQ(copy.IsActive(), 1);
-  EXPECT_TRUE(reports.All().empty());
-  const std::tuple<unsigned long, const char*, const char*> rows[] = {
-      {0, "Error", "error"},   {1, "Inactive", "idle"}, {10, "Idle", "idle"},
-      {11, "Active", "ready"}, {14, "Pending", "idle"}, {2, "Unknown", "idle"}};
-  for (const auto& [status, text, icon] : rows) {
-    copy.SetProcessStatus(status);
-    EXPECT_STREQ(copy.GetStatusString(), text);
-    EXPECT_EQ(copy.GetStatusIcon(), ":/images/" + std::string(icon) + "_16px.png");
-  }
+  EXPECT_EQ(copy.IsActive(), 1) << "a copy has nothing to stop";
 }
 
 }  // namespace
