@@ -5,6 +5,7 @@
 #include "control/SCA_ServiceStatusNames.h"
 #include "platform/SCA_Path.h"
 #include "platform/SCA_Text.h"
+#include "programs/tikasvc/LogMessages.h"
 #include "programs/tikasvc/SelfFigures.h"
 
 namespace {

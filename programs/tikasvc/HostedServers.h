@@ -2,15 +2,14 @@
 #ifndef SCA_PROGRAMS_TIKASVC_HOSTEDSERVERS_H
 #define SCA_PROGRAMS_TIKASVC_HOSTEDSERVERS_H
 
-#include <deque>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "host/SCA_TikaServerList.h"
-#include "programs/tikasvc/StatusRecords.h"
-#include "supervision/SCA_TikaWatch.h"
+#include "programs/tikasvc/HostedServer.h"
+#include "programs/tikasvc/WatchReports.h"
 
 /// How the servers are, summed up.
 struct ServersSummary {
@@ -26,20 +25,8 @@ struct ServersSummary {
   unsigned long Status() const;
 };
 
-/// Says what happens to the servers.
-class WatchReports : public SCA_TikaWatchObserver {
- public:
-  void OnReady(const SCA_TikaServer& server, const char* version) override;
-  void OnDeath(const SCA_TikaServer& server, const SCA_TikaDeath& death, const char* text) override;
-  void OnRevival(const SCA_TikaServer& server, unsigned long code) override;
-};
-
 /// Operations are those of the control port; int results are 1 for success and 0 for failure. Who
 /// asks is a connection, by its agent's id, or the host itself.
-///
-/// A server belongs to the connection that made it, and to nobody when the host made it or that
-/// connection has gone. Connections that have asked for it since stand in line: one that takes
-/// leave of all its servers leaves it to the next.
 ///
 /// Threads: any thread may call any operation. Servers are stopped and destroyed outside the lock,
 /// which nobody holds for long.
@@ -53,8 +40,7 @@ class HostedServers {
   HostedServers(const HostedServers&) = delete;
   HostedServers& operator=(const HostedServers&) = delete;
 
-  /// For `agent` of what the host itself asks for.
-  static constexpr unsigned long kHost = 0xFFFFFFFF;
+  static constexpr unsigned long kHost = ServerOwners::kHost;
 
   int Add(unsigned long agent, const char* fileName, unsigned short port, unsigned long heapSize,
           const char* javaOptions, unsigned long* id, unsigned long* status, unsigned long* code)
@@ -86,29 +72,18 @@ class HostedServers {
   int FillStatus(unsigned long id, SCA_ConfigObj* status) const SCA_EXCLUDES(lock_);
 
  private:
-  struct Hosted {
-    SCA_TikaServer* server = nullptr;  // the list's
-    std::unique_ptr<SCA_TikaWatch> watch;
-    unsigned long owner = kHost;
-    std::deque<unsigned long> claims;  // of other connections, the oldest first
-  };
   // A server that has left the list, with its watch.
   struct Leaving {
     SCA_Owned<SCA_TikaServer> server;
     std::unique_ptr<SCA_TikaWatch> watch;  // goes first, and stops the server
   };
 
-  const Hosted* Find(unsigned long id) const SCA_REQUIRES(lock_);
-  Hosted* Find(unsigned long id) SCA_REQUIRES(lock_);
+  const HostedServer* Find(unsigned long id) const SCA_REQUIRES(lock_);
   bool Adopt(SCA_TikaServer* server, unsigned long agent) SCA_REQUIRES(lock_);
   void StopAll() SCA_REQUIRES(lock_);
   bool IsStopping() const SCA_EXCLUDES(lock_);
-  static void Claim(Hosted* hosted, unsigned long agent);
   Leaving Take(unsigned long id) SCA_REQUIRES(lock_);
   static void End(std::vector<Leaving> leaving);
-  // Both of one moment. @return 0 when a text could not be copied.
-  static int GetStatus(const Hosted& hosted, const SCA_TikaWatchState& health,
-                       ServerStatus* status);
 
   SCA_TikaConfigUser* const config_;
   const std::string bind_;
@@ -119,14 +94,9 @@ class HostedServers {
 
   mutable SCA_Lock lock_;
   SCA_TikaServerList list_ SCA_GUARDED_BY(lock_);
-  std::map<unsigned long, Hosted> hosted_ SCA_GUARDED_BY(lock_);  // by server id
+  std::map<unsigned long, HostedServer> hosted_ SCA_GUARDED_BY(lock_);  // by server id
   bool isSuspended_ SCA_GUARDED_BY(lock_) = false;
   bool isEnding_ SCA_GUARDED_BY(lock_) = false;
 };
-
-/// Adds the messages of a log with an id above `lastMessageId`, and of these the newest `count`;
-/// see `control/SCA_ServiceStatusNames.h`.
-int SerializeMessages(const SCA_TikaLog& log, unsigned long lastMessageId, unsigned long count,
-                      SCA_ConfigObj* object);
 
 #endif  // SCA_PROGRAMS_TIKASVC_HOSTEDSERVERS_H

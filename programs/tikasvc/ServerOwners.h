@@ -1,0 +1,37 @@
+/// Who a server belongs to.
+#ifndef SCA_PROGRAMS_TIKASVC_SERVEROWNERS_H
+#define SCA_PROGRAMS_TIKASVC_SERVEROWNERS_H
+
+#include <deque>
+#include <string>
+
+/// A server belongs to the connection that made it, known by its agent's id, or to the host.
+/// Connections that have asked for it since stand in line.
+/// Threads: one at a time.
+class ServerOwners {
+ public:
+  /// For `agent` of what the host itself asks for.
+  static constexpr unsigned long kHost = 0xFFFFFFFF;
+
+  explicit ServerOwners(unsigned long agent) : owner_(agent) {}
+
+  /// Somebody asks for the server. What the host is to run is its own, whoever was quicker.
+  void Claim(unsigned long agent);
+  /// A connection takes leave of its servers, which pass to the next in line.
+  /// @return True when it was the owner and there is none.
+  bool Leave(unsigned long agent);
+  /// A connection has gone without leave: its servers stay, as the host's.
+  void Forget(unsigned long agent);
+
+  /// @return "host", or "connection 12".
+  static std::string TextOf(unsigned long agent);
+  std::string Text() const { return TextOf(owner_); }
+
+ private:
+  void Withdraw(unsigned long agent);
+
+  unsigned long owner_;
+  std::deque<unsigned long> claims_;  // of other connections, the oldest first
+};
+
+#endif  // SCA_PROGRAMS_TIKASVC_SERVEROWNERS_H
