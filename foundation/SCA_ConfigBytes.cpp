@@ -215,7 +215,7 @@ std::size_t SCA_ConfigReader::Feed(const char* block, std::size_t length, bool i
   return count;
 }
 
-// Further separators behind a field belong to it.
+// Extra separators after a field belong to it.
 const char* SCA_ConfigReader::SkipSeparators() {
   while (followsField_ && at_ != end_ && *at_ == SCA_FieldSeparator) ++at_;
   return at_;
@@ -252,7 +252,7 @@ SCA_ConfigReader::Step SCA_ConfigReader::TakeRecord(const char* start) {
   return BeginObject(name);
 }
 
-// A text and the separator behind it.
+// A text and the separator after it.
 SCA_ConfigReader::Step SCA_ConfigReader::TakeText(std::size_t limit, const char* tooLong,
                                                   Text* text) {
   const auto left = static_cast<std::size_t>(end_ - at_);

@@ -100,7 +100,7 @@ class BlockFile {
     return SCA_Result(error);
   }
 
-  // Drops `taken` bytes at the front and fills the room behind the others.
+  // Drops `taken` bytes at the front and fills the room after the others.
   SCA_Result Next(std::size_t taken) {
     std::memmove(block_.get(), block_.get() + taken, length_ - taken);
     length_ -= taken;
@@ -130,7 +130,7 @@ class BlockFile {
   bool isLast_ = false;
 };
 
-// The object behind the header: all of it goes into the checksum, also what the reader no longer
+// The object after the header: all of it goes into the checksum, also what the reader no longer
 // takes. Of a file that is longer than its header says no more is read than shows that.
 SCA_Result LoadObject(BlockFile* file, const Header& header, SCA_ConfigReader* reader) {
   std::uint32_t checksum = SCA_Crc32(0, file->Block().data(), header.checkedSize);

@@ -185,7 +185,7 @@ int SCA_ConfigObj::GetField(const char* name, unsigned long long* value) const {
 int SCA_ConfigObj::GetField(const char* name, SCA_ConfigObj** out) const {
   SCA_Field* member = fields_.GetListItem(name);
   if (member == nullptr) return 0;
-  // A plain field may hide behind the pointer, so this is no static_cast; its kind can be asked.
+  // The pointer may be to a plain field, so ask its kind instead of a static_cast.
   *out = reinterpret_cast<SCA_ConfigObj*>(member);
   return 1;
 }

@@ -476,7 +476,8 @@ void SCA_TikaServer::SetRunning(SCA_Process* process) {
 unsigned long SCA_TikaServer::WatchJava(Run* run) {
   for (bool isSilent = false;;) {
     isSilent = ReadOutput(run, isSilent ? kSilentPassMs : kOutputPassMs) == 0;
-    // The process tells whether it lives, not its output, which it may close or leave to others.
+    // The process decides whether it is alive, not its output, which it may close or leave to
+    // others.
     if (run->process->IsRunning() == 0 || IsRestartRequested(run)) {
       EndJava(run, false);
       SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "Tika server %lu stopped - '%s'",
@@ -573,7 +574,7 @@ void SCA_TikaServer::WriteWorkerObituary(const SCA_ProcessWorker& worker) {
 
 bool SCA_TikaServer::IsRestartRequested(Run* run) {
   const SCA_LockGuard guard(texts_);
-  // One that was asked of a former process has been had.
+  // One that was meant for an earlier process is done.
   if (condemned_ != run->processId) return false;
   SCA_CopyText(run->cause, restartCause_, SCA_TextFit::Cut);
   return true;

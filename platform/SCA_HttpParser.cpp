@@ -103,7 +103,7 @@ bool AddTransferEncoding(std::string_view value, tagSCA_HTTP_REQUEST* record) {
   return true;
 }
 
-// A list of codings; each one changes the content, but for "identity".
+// A list of codings; each one except "identity" changes the content.
 void AddContentEncoding(std::string_view value, tagSCA_HTTP_REQUEST* record) {
   while (!value.empty()) {
     const std::size_t end = std::min(value.find(','), value.size());

@@ -56,8 +56,9 @@ class Event final : public SCA_VirtualEvent {
   std::atomic<bool> set_;  // written under the lock
 };
 
-// A mutex is an event that begins set and ends one wait at a time: whoever took it holds the mutex.
-// Unlike the standard timed mutex, its waits run on the steady clock under ThreadSanitizer's eyes.
+// A mutex is an event that begins set and ends one wait at a time: the thread whose wait ended
+// holds the mutex. Unlike the standard timed mutex, its waits run on the steady clock under
+// ThreadSanitizer's eyes.
 class Mutex final : public SCA_VirtualMutex {
  public:
   Mutex() { SetValid(1); }

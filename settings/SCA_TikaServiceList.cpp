@@ -170,7 +170,7 @@ int SCA_TikaServiceList::Deserialize(SCA_ConfigObj* obj, int withStatus) {
       return Complain(__LINE__, "Deserialize: Cannot create service object");
     }
     static_cast<void>(service.release());
-    // The id that means none is nobody's predecessor: behind it the ids would begin anew.
+    // The id that means none is never given: after it the ids would restart.
     if (id >= nextServiceId_ && id != SCA_NoItemId) {
       nextServiceId_ = static_cast<std::uint32_t>(id + 1);
     }
@@ -186,7 +186,7 @@ int SCA_TikaServiceList::Show() const {
   std::printf("%lu Tika Service%s:\n\n", Count(), Count() == 1 ? "" : "s");
   for (const Node* node = GetHead(); node != nullptr; node = node->GetNext()) {
     const SCA_TikaService& service = *node->GetItem();
-    // The "-10" behind the host name is text: listings have always had it.
+    // The "-10" after the host name is text: listings have always had it.
     std::printf("%lu - %s-10 - %-10s - CS:%lu - AS:%lu\n", service.GetServiceId(),
                 service.GetHostName(), service.GetStatusString(), service.GetNumOfServers(),
                 service.GetActiveServers());

@@ -186,7 +186,7 @@ int SCA_ReplacementFile::IsAsideName(const char* name) {
 }
 
 SCA_Result SCA_ReplacementFile::Finish(SCA_FileCommit commit, bool replaces) {
-  // A second name never takes the place of a file; the name aside then goes.
+  // A second name never replaces a file; the temporary name is then removed.
   int (*move)(const char*, const char*) = replaces ? ::rename : ::link;
   // A network file system may tell only at the close that a write has failed.
   if (Sync(fd_, commit) != 0 || CloseWritten(std::exchange(fd_, -1)) != 0 ||

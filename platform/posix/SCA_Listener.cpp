@@ -158,7 +158,7 @@ SCA_Result RemoveStale(const char* path, const SCA_UnixAddress& address) {
 
 }  // namespace
 
-// A Unix socket with its file, which goes with it.
+// A Unix socket and its file, which is removed with it.
 class SCA_Listener::LocalSocket {
  public:
   LocalSocket() = default;
@@ -287,7 +287,7 @@ SCA_Result SCA_Listener::Accept(SCA_AcceptedPeer* peer) {
     const bool isLocal = entries[1].revents != 0;
     if (!isLocal && entries[2].revents == 0) continue;
     const SCA_Result accepted = AcceptOn(isLocal ? places.local : places.tcp, isLocal, peer);
-    // A peer may have gone before it was accepted.
+    // A peer may have disconnected before it was accepted.
     if (accepted.Code() != EAGAIN && accepted.Code() != ECONNABORTED) return accepted;
   }
 }

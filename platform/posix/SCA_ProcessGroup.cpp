@@ -27,7 +27,7 @@ SCA_Fd OpenProc(pid_t pid, const char* name) {
   return SCA_Fd(::open(path, O_RDONLY | O_CLOEXEC));
 }
 
-// The number behind a label, or 0.
+// The number after a label, or 0.
 unsigned long long NumberAfter(const char* text, const char* label) {
   const char* found = std::strstr(text, label);
   unsigned long long number = 0;
@@ -169,7 +169,7 @@ int SCA_ProcessGroup::TakeEndedWorker(SCA_ProcessWorker* worker) {
   return 1;
 }
 
-// False when the process has gone.
+// False when the process has exited.
 bool SCA_ProcessGroup::Read(Member* member) {
   static const auto pageSize = static_cast<unsigned long long>(::sysconf(_SC_PAGESIZE));
   char text[512];

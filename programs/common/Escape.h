@@ -29,7 +29,7 @@ void PrintErrorLine(std::string_view text);
 /// @return The columns that a printable text takes on a terminal.
 std::size_t DisplayWidth(std::string_view text);
 
-/// @return As much of a printable text as fits into so many columns; the last one is "…" when
+/// @return As much of a printable text as fits into `width` columns; the last one is "…" when
 ///         something was cut off.
 std::string ClipToWidth(std::string_view text, std::size_t width);
 

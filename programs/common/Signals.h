@@ -7,7 +7,7 @@
 
 #include "platform/SCA_Sync.h"
 
-/// While it lives, SIGINT and SIGTERM set the cancel event; a second one ends the program at once
+/// While it exists, SIGINT and SIGTERM set the cancel event; a second one ends the program at once
 /// (what it started ends with it). SIGHUP sets the reload event; where there is none, it is one of
 /// the others. Made before any other thread, which so inherits the mask.
 class Signals {

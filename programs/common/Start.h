@@ -17,10 +17,11 @@ constexpr int kWrongUseStatus = 2;
 /// A standard descriptor that is closed is opened first, before a file or a connection gets its
 /// number, in a way that reading and writing it fail with EBADF. SIGCHLD is handled by default: a
 /// parent may have passed it on ignored, and the ends of children would be lost. SIGPIPE is
-/// ignored: a reader that has gone shows as a failed write.
+/// ignored: a reader that has closed the pipe shows as a failed write.
 ///
 /// What is thrown, on any thread, becomes one line and the status `failed`; so does standard output
-/// that could not be written although the body succeeded, without a line when its reader has gone.
+/// that could not be written although the body succeeded, without a line when its reader has closed
+/// the pipe.
 /// @param name    Begins the program's lines on standard error. Static storage.
 /// @param failed  Exit status.
 /// @return The exit status of the process.
