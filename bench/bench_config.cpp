@@ -124,7 +124,7 @@ struct Works {
   Contest::Work copy;
 };
 
-// A row for each peer, ours against it alone: so the caches hold what these two need.
+// A row for each peer, measured against it only, so the caches hold what these two need.
 void AddRows(const std::string& name, const Works& works, const Goal& goal, int times,
              const BenchOptions& options, Results* results) {
   struct {

@@ -101,7 +101,7 @@ struct Kind {
 template <class Peer>
 using Peers = std::vector<std::unique_ptr<Peer>>;
 
-// A contender: each of its connections makes so many exchanges, all at the same time.
+// A contender: each of its connections makes that many exchanges, all at the same time.
 template <class Peer, class Exchange>
 void Enter(Contest* contest, const char* name, const Peers<Peer>& peers, int calls,
            const Exchange& exchange) {

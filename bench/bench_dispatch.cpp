@@ -38,7 +38,7 @@ constexpr char kCurlProcesses[] = "xargs -P curl";
 constexpr char kPlainClients[] = "plain clients";
 constexpr char kDispatcher[] = "dispatcher";
 
-// Runs a function on so many threads at once, with the number of each.
+// Runs a function on that many threads at the same time, with the number of each.
 template <class Function>
 void OnThreads(int threads, Function function) {
   std::vector<std::thread> running;

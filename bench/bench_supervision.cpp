@@ -78,7 +78,7 @@ std::string ProgramPath(const char* name) {
   return (fs::read_symlink("/proc/self/exe").parent_path() / name).string();
 }
 
-// The directory of a service as runit and s6 have it.
+// The directory of a service in the form of runit and s6.
 std::string MakeService(const fs::path& directory) {
   fs::create_directory(directory);
   const fs::path run = directory / "run";

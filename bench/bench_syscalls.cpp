@@ -1,6 +1,6 @@
 // How many system calls a chunk and a document take.
 //
-// strace counts the calls of this program run as one peer alone, once with a short piece of work
+// strace counts the calls of this program run as a single peer, once with a short piece of work
 // and once with a longer one: the difference is free of what starting and ending a program take.
 // Under strace a client is far slower than the server, so there is always something to receive.
 

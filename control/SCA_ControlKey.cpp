@@ -90,6 +90,6 @@ int SCA_CreateControlKey(const char* fileName, unsigned long* error) {
       file.Write(text, sizeof text - 1, error) == 0) {
     return 0;
   }
-  // Another process may have been faster: there is one key, whoever made it.
+  // Another process may have been faster: there is one key, and it does not matter who made it.
   return file.CommitNew(SCA_FileCommit::Durable, error) != 0 || *error == EEXIST ? 1 : 0;
 }

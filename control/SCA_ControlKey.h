@@ -25,7 +25,7 @@ using SCA_ControlKeyProvider = int (*)(void* context, const char* host, unsigned
                                        SCA_ControlKey* key, unsigned long* error);
 
 /// Replaces the provider of the whole process; null restores the default, which reads one file for
-/// all hosts, `SCA_GetControlKeyFile`. A call under way may still use the former one.
+/// all hosts, `SCA_GetControlKeyFile`. A call under way may still use the previous one.
 SCA_API void SCA_SetControlKeyProvider(SCA_ControlKeyProvider provider, void* context);
 /// Asks the provider.
 /// @param error  The provider's; `SCA_ErrorKeyInvalid` for a key of another size.

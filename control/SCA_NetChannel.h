@@ -1,6 +1,6 @@
 /// Frames on a connection of the control protocol; docs/control-protocol.md has the bytes. Internal
 /// to the library.
-/// Threads: one at a time, but for `SCA_VirtualTcpSock::Shutdown` on the socket.
+/// Threads: one at a time, except for `SCA_VirtualTcpSock::Shutdown` on the socket.
 #ifndef SCA_CONTROL_SCA_NETCHANNEL_H
 #define SCA_CONTROL_SCA_NETCHANNEL_H
 

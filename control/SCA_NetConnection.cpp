@@ -13,7 +13,7 @@
 namespace {
 
 constexpr char kSource[] = "SCA_NetServerAgent";
-// From the first byte of a request to its last: whoever takes longer is not a client of ours.
+// From the first byte of a request to its last: a slower peer is not a client of ours.
 constexpr unsigned long kFrameTimeoutMs = 30000;
 constexpr unsigned long kSendTimeoutMs = 30000;
 
@@ -109,7 +109,7 @@ bool SCA_NetConnection::ServeRequest() {
   SCA_NetFrame frame;
   unsigned long error = 0;
   if (channel_->Receive(SCA_Infinite, kFrameTimeoutMs, &frame, &error) != 0) {
-    // Numbers that count up make a frame worthless to whoever recorded it.
+    // Increasing numbers make a recorded frame worthless.
     if (frame.kind == SCA_FrameKind::Message && frame.sequence == sequence_ + 1 &&
         SCA_NetChannel::Decode(frame, &request_) != 0) {
       sequence_ = frame.sequence;

@@ -64,7 +64,7 @@ class SCA_NetConnection final : public SCA_NetServerAgent {
   bool ServeRequest();
   bool AnswerRequest();
   bool Reply();
-  // Says that a request is being served, whose reply goes out whoever stops the agent meanwhile.
+  // Marks a request as being served: its reply is sent even if the agent is stopped meanwhile.
   // @return False when it is stopping already.
   bool BeginServing() SCA_EXCLUDES(socketLock_);
   void EndServing() SCA_EXCLUDES(socketLock_);

@@ -8,7 +8,7 @@
 #include "control/SCA_NetChannel.h"
 
 /// Login modes.
-constexpr unsigned long SCA_LoginNone = 0;  ///< no login; on loopback or a Unix socket alone
+constexpr unsigned long SCA_LoginNone = 0;  ///< no login; only on loopback or a Unix socket
 constexpr unsigned long SCA_LoginKey = 1;   ///< challenge-response login with the shared key
 
 /// Milliseconds that a login may take, greeting included.

@@ -37,7 +37,7 @@ class SCA_API SCA_NetTransport : public SCA_Object {
   int Connected() const { return channel_ != nullptr ? 1 : 0; }
 
   /// Lets `Connect` use a server on TCP that asks for no login although there is a key for it, when
-  /// `allow` is not 0. Whoever has taken the port is then believed to be the server.
+  /// `allow` is not 0. Any program on that port is then taken for the server.
   void SetAllowNoLogin(int allow) { allowNoLogin_ = allow != 0; }
   int GetAllowNoLogin() const { return allowNoLogin_ ? 1 : 0; }
 

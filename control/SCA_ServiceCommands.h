@@ -12,7 +12,7 @@
 /// The rows, in the order in which the commands are registered. `COMMAND` is a macro that takes:
 ///
 /// - the name of the command, of the operation and of the server's handler,
-/// - the parameters of the operation, and their names alone,
+/// - the parameters of the operation, and only their names,
 /// - the fields of request and reply, one for each parameter: a value or a `const char*` is a field
 ///   of the request, any other pointer is filled from a field of the reply. The field's type is
 ///   that of the parameter.

@@ -1,4 +1,4 @@
-/// What a service host and whoever watches it agree on beyond the commands themselves: the fields
+/// What a service host and its clients agree on beyond the commands themselves: the fields
 /// of the status objects, and what the operations mean that the protocol only carries. tikasvc
 /// fills the objects and tikactl reads them by these rows.
 ///
@@ -30,7 +30,7 @@
 ///   `SCA_ErrorDataTooLarge` beyond `SCA_MaxHostedServers`, `EBUSY` while a suspension is still
 ///   stopping the server. `AddServer` then gives the id `SCA_NoServerId`.
 /// - `DeleteServer` stops and deletes any server; `DeleteAllServers` those that the connection has
-///   added, but for those that another live connection has asked for since, which pass to that one.
+///   added, except those that another live connection has asked for since, which pass to that one.
 ///   Both return when the processes are gone and the ports are free.
 /// - `Suspend` stops all servers and keeps them. `StopServer` ends the service host.
 /// - `SaveTikaLog` switches the daily files by `SCA_TikaLogOff` and `SCA_TikaLogOn`, for good. The

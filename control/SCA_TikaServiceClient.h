@@ -23,7 +23,7 @@ class SCA_API SCA_TikaServiceClient : public SCA_TikaServiceVirtual {
   /// Connects to a control port, or to the Unix socket whose path stands in place of the host; an
   /// earlier connection is closed.
   /// @param timeoutMs  Limit of the connect, 0 for 60 seconds.
-  /// @param error      As `SCA_NetTransport::Connect` has it. The names and the port then stay.
+  /// @param error      As in `SCA_NetTransport::Connect`. The names and the port then stay.
   int Connect(const char* host, unsigned short port, unsigned long timeoutMs, unsigned long* error);
 
   /// @return The host that was given to `Connect`, cut to 31 bytes; "" before.

@@ -13,7 +13,7 @@ class SCA_API SCA_TikaServiceServer final : public SCA_NetServer<SCA_TikaService
   /// Registers the commands and opens the port.
   /// @param factory  Not owned; outlives the server.
   /// @param port     0 for a free one, which `GetPort` tells.
-  /// @param error    Why the server is not valid, as `OpenGate` has it.
+  /// @param error    Why the server is not valid, as in `OpenGate`.
   SCA_TikaServiceServer(SCA_TikaServiceVirtualFactory* factory, unsigned short port,
                         unsigned long* error);
   ~SCA_TikaServiceServer() override;  ///< Ends every connection.

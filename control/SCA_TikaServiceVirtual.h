@@ -70,7 +70,7 @@ class SCA_API SCA_TikaServiceVirtualFactory : public SCA_Object {
   virtual SCA_TikaServiceVirtual* GetServiceObject(unsigned long agentId) = 0;
   /// A connection has ended. The result is not looked at.
   virtual int OnDisconnect(unsigned long agentId) = 0;
-  /// @return 0: no login, and a port on loopback alone; 1: login with the control key. Asked once,
+  /// @return 0: no login, and a port on loopback only; 1: login with the control key. Asked once,
   ///         when the port is opened.
   virtual unsigned long GetLoginMode() = 0;
 };

@@ -164,7 +164,7 @@ void SCA_VirtualCmdServer::AddConnection(const SCA_AcceptedPeer& peer) try {
     agents_.reserve(agents_.size() + 1);
     if (agent->Lock(kSource, &error) != 0) {
       agents_.push_back(std::move(agent));
-      // Whoever is stopping has gone through the others already.
+      // The stopping thread has gone through the others already.
       if (isStopping_.Get() != 0) agents_.back()->Stop();
       return;
     }

@@ -43,7 +43,7 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   /// Before the gate is open only says whether the server is valid; the thread starts with it.
   int Lock(const char* caller, unsigned long* error) override;
 
-  /// Asks for the login mode, fetches the key in mode 1, binds the port (on loopback alone in mode
+  /// Asks for the login mode, fetches the key in mode 1, binds the port (on loopback only in mode
   /// 0) and starts to accept. May succeed once. A failure before that takes the validity away.
   /// @param error  `EADDRINUSE`, `EACCES` and the like; the key provider's; `EINVAL` for another
   ///               mode; `EALREADY`.
@@ -55,7 +55,7 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   /// closes.
   /// @param path   Absolute. A socket of this account that a process has left there is replaced.
   /// @param group  Name or number, of which this account must be a member unless it is root; null
-  ///               or empty for none. The file is for its owner alone, or for the group too.
+  ///               or empty for none. The file is for its owner only, or for the group too.
   /// @param error  `SCA_ErrorSocketPath`, `SCA_ErrorSocketTaken` when something else lies there,
   ///               `SCA_ErrorNoGroup`; `EADDRINUSE` while a process listens there, `ENOTCONN`
   ///               before the gate is open, `EALREADY`; else the system's.

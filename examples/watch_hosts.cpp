@@ -45,5 +45,5 @@ int main(int argc, char** argv) {
       host = Show(host->first->GetInterface(), &host->second) ? std::next(host) : shown.erase(host);
     }
   }
-  hosts.ClearAll();  // takes leave of them
+  hosts.ClearAll();  // disconnects from them
 }

@@ -19,14 +19,14 @@ struct DocumentHead {
 };
 
 /// Chooses the fault of each document: that of a marker in its head, "tikafault:" and the fault's
-/// words, else by chance. The chance hangs on the seed and the head alone, so a run can be
+/// words, else by chance. The chance depends only on the seed and the head, so a run can be
 /// repeated, and all servers with one seed agree.
 /// Threads: any, once it is made.
 class FaultPlan {
  public:
-  /// Knows markers alone.
+  /// Knows only markers.
   FaultPlan() = default;
-  /// @param faults    Each with the share of documents that have it.
+  /// @param faults    Each with its share of documents.
   /// @param mixShare  Share of documents that have a fault of the mix, beside those.
   FaultPlan(std::vector<FaultSpec> faults, double mixShare, unsigned long long seed)
       : faults_(std::move(faults)), mixShare_(mixShare), seed_(seed) {}

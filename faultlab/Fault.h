@@ -48,7 +48,7 @@ struct FaultRow {
   FaultKind kind;
   const char* name;
   const char* unit;             ///< of its value; null when it takes none
-  unsigned long long byItself;  ///< its value where none is given, but for `isPlace`
+  unsigned long long byItself;  ///< its value where none is given, except for `isPlace`
   bool isPlace;  ///< the value is a place in the text; none: before the reply's first byte
   FaultEffect effect;
   const char* help;
@@ -66,7 +66,7 @@ struct FaultSpec {
 
   const FaultRow* row = nullptr;
   std::optional<unsigned long long> value;
-  unsigned long tries = 0;                       ///< it passes after so many; 0: it lasts
+  unsigned long tries = 0;                       ///< it passes after this many; 0: it is permanent
   double rate = 1;                               ///< share of documents that have it
   std::optional<unsigned long long> textLength;  ///< bytes of the document's text
 };

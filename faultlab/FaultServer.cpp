@@ -155,7 +155,7 @@ bool FaultServer::Exchange::ServeDocument(const Request& request) {
   return false;
 }
 
-// @return True once so many bytes of the content are held.
+// @return True once that many bytes of the content are held.
 bool FaultServer::Exchange::ReceiveContent(std::size_t wanted) {
   while (held_.size() < wanted) {
     const std::string more = connection_.Receive();

@@ -27,12 +27,12 @@ struct FaultServerOptions {
   std::size_t chunkSize = 32768;                  ///< of replies, in bytes; > 0
   unsigned long long maxDocument = 256ULL << 20;  ///< larger ones are refused, with 413
   unsigned long maxConnections = 256;             ///< further ones are closed at once
-  std::chrono::milliseconds comingUp{0};          ///< answers 404 to everything for so long
-  unsigned long long muteAfter = ~0ULL;           ///< says nothing more after so many requests
+  std::chrono::milliseconds comingUp{0};          ///< answers 404 to everything for this long
+  unsigned long long muteAfter = ~0ULL;           ///< stops answering after this many requests
 };
 
-/// Answers `GET /version` and `PUT /tika` as Tika does, but for the faults; other requests get 404.
-/// Listens from its construction on, with a thread for each connection.
+/// Answers `GET /version` and `PUT /tika` as Tika does, except for the faults; other requests get
+/// 404. Listens from its construction on, with a thread for each connection.
 class FaultServer {
  public:
   /// @param memory  Shared by servers that count tries and answers together.

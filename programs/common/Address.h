@@ -11,7 +11,7 @@ struct HostPort {
 };
 
 /// Splits "host:port"; an IPv6 address stands in brackets.
-/// @param defaultPort  Used for "host" alone; 0 makes the port required.
+/// @param defaultPort  Used when there is only a "host"; 0 makes the port required.
 /// @return A complaint, or nothing.
 std::string ParseHostPort(const std::string& text, unsigned short defaultPort, HostPort* address);
 

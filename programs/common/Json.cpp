@@ -47,7 +47,7 @@ std::size_t UnfinishedLength(std::string_view text) {
   return 0;
 }
 
-// Joins blocks and hands them out, but for the rest at the end of what is there, which goes with
+// Joins blocks and hands them out, except for the rest at the end, which goes with
 // the next block.
 bool ForEachPiece(const TextBlocks& blocks,
                   const std::function<std::size_t(std::string_view)>& rest, const TextTake& take) {

@@ -22,13 +22,13 @@ using TextTake = std::function<bool(std::string_view block)>;
 /// Hands a text out in blocks. @return False when one was not taken, or cannot be had.
 using TextBlocks = std::function<bool(const TextTake& take)>;
 
-/// Writes the member that `SetJsonText` sets, or both, as `JsonText` has them, for a text of any
+/// Writes the member that `SetJsonText` sets, or both, as in `JsonText`, for a text of any
 /// length: of the text never more than some blocks are in memory.
 /// @param blocks  Asked twice for a text that is not UTF-8.
 /// @return False when a block was not to be had, or a piece was not written.
 bool WriteJsonText(const std::string& key, const TextBlocks& blocks, const TextTake& write);
 
-/// @return The value on one line, or indented by so many blanks; no character of it moves a
+/// @return The value on one line, or indented by that many blanks; no character of it moves a
 ///         terminal's cursor.
 std::string JsonText(const nlohmann::ordered_json& value, int indent = -1);
 

@@ -130,7 +130,7 @@ unsigned long LockFile::Take(const std::string& name, std::string* owner) {
   const bool isNumber =
       std::string_view(text).find_first_not_of("0123456789\n") == std::string_view::npos;
   if (!isNumber || length == kLongest) return EEXIST;
-  // On a full disk the lock holds all the same; others will not know who has it.
+  // On a full disk the lock still holds, but other processes cannot name its holder.
   if (file_.Truncate(0) == 0) static_cast<void>(file_.Append(std::to_string(::getpid()) + "\n"));
   return 0;
 }

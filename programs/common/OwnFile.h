@@ -36,7 +36,7 @@ class OwnFile {
                                      std::size_t* read) const;
   [[nodiscard]] unsigned long GetSize(unsigned long long* size) const;
   [[nodiscard]] unsigned long Truncate(unsigned long long size);
-  /// Sets the time of change to the present as the file system has it.
+  /// Sets the modification time to the file system's present.
   [[nodiscard]] unsigned long Touch(timespec* present);
   /// Waits until the content is on the disk.
   [[nodiscard]] unsigned long Sync();

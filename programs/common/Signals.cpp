@@ -37,7 +37,7 @@ void Signals::Wait() {
     if (sigwait(&set, &number) != 0) continue;
     if (number == kStopThread) {
       if (isEnding_.load()) return;
-      continue;  // somebody else sent it
+      continue;  // another process sent it
     }
     if (number == SIGHUP && reload_ != nullptr) {
       reload_->Set();
