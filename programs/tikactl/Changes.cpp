@@ -105,7 +105,7 @@ void Start(Call& call, unsigned long id) {
                   Named(id) + " was not started: " + SCA_ErrorText(code) + "; see " +
                       call.host.Hint("servers")};
   }
-  if (!call.options.waitSeconds) call.Succeed(Named(id) + " is started", id);
+  if (!call.options.waitSeconds) call.Succeed(Named(id) + " started", id);
 }
 
 void AwaitAnswer(Call& call, unsigned long id, Waiting* waiting) {
@@ -147,7 +147,7 @@ void RefuseOther(const Call& call, const SCA_ConfigObj& before, unsigned long id
                 "nothing was added: port " + std::to_string(call.options.port) + " belongs to " +
                     Named(id) + " (" + server.Text(ServerField::FileName) + ", " +
                     std::to_string(server.NumberOr(ServerField::HeapSize, 0)) +
-                    " MB); delete that one, or take another port"};
+                    " MB); delete that one or use another port"};
 }
 
 bool IsGone(Call& call, unsigned long id) {
@@ -169,10 +169,10 @@ bool IsSuspended(Call& call) {
 bool HasEnded(Call& call, unsigned long long startTime, std::string* how) {
   try {
     call.host.Connect();
-    *how = "another service host answers there already";
+    *how = "another service host already answers there";
     return call.host.StartTime() != startTime;
   } catch (const Failure& failure) {
-    *how = "nobody answers there any more";
+    *how = "nothing answers there any more";
     // A socket goes with its host.
     return failure.status == kNoConnection &&
            (failure.code == ECONNREFUSED || failure.code == ENOENT);
@@ -235,11 +235,11 @@ void AddServer(Call& call) {
     throw Failure{kFailed, code,
                   "no server was added: " + Printable(jar) + ", port " +
                       std::to_string(options.port) + ": " +
-                      (code != 0 ? SCA_ErrorText(code) : "the host does not say why") + "; see " +
+                      (code != 0 ? SCA_ErrorText(code) : "the host gives no reason") + "; see " +
                       call.host.Hint("debug-log")};
   }
   RefuseOther(call, *before, id);
-  call.Succeed(Named(id) + " is added, on port " + std::to_string(options.port), id);
+  call.Succeed(Named(id) + " added on port " + std::to_string(options.port), id);
   if (options.start) StartAll(call, {id});
 }
 
@@ -255,18 +255,18 @@ void DeleteServers(Call& call) {
     if (call.options.waitSeconds && !waiting.Until([&] { return IsGone(call, id); })) {
       throw Failure{kFailed, ETIMEDOUT, Named(id) + " is still there after " + waiting.Limit()};
     }
-    call.Succeed(Named(id) + " is stopped and deleted", id);
+    call.Succeed(Named(id) + " stopped and deleted", id);
   });
 }
 
 void ClearLog(Call& call) {
   if (call.options.ids.empty()) {
     call.host.Ask("clear its debug log", &Service::ClearDebugLog);
-    return call.Succeed("the debug log of the service host itself is cleared; no server's log is");
+    return call.Succeed("the host's debug log is cleared; the logs of servers are unchanged");
   }
   const unsigned long id = call.options.ids.front();
   call.host.AskServer("clear the log of " + Named(id), &Service::ClearServerLog, id);
-  call.Succeed("the log of " + Named(id) + " is cleared; the host's debug log is not", id);
+  call.Succeed("the log of " + Named(id) + " is cleared; the host's debug log is unchanged", id);
 }
 
 void SaveLog(Call& call) {
@@ -300,7 +300,7 @@ void Shutdown(Call& call) {
   const unsigned long long startTime = call.host.StartTime();
   const HostProcess process(call);
   Patiently(call, [&call] { call.host.Ask("shut down", &Service::StopServer); });
-  if (!call.options.waitSeconds) return call.Succeed("the service host shuts down");
+  if (!call.options.waitSeconds) return call.Succeed("the service host is shutting down");
   Waiting waiting(call);
   std::string how;
   const auto hasEnded = [&] { return HasEnded(call, startTime, &how) && process.HasEnded(); };

@@ -151,8 +151,8 @@ Health Judge(const Host& host, const Fields& service, const SCA_ConfigObj& serve
   });
   const auto status = service.Number(ServiceField::Status);
   if (status == SCA_ServerInactive) {
-    return {false, "The service is suspended, all its servers are stopped; " +
-                       host.Hint(StartCommand(survey)) + " ends that."};
+    return {false, "The service is suspended and all its servers are stopped; " +
+                       host.Hint(StartCommand(survey)) + " starts them."};
   }
   if (survey.problems > 0) {
     const Problem& worst = survey.givenUp ? *survey.givenUp : *survey.waiting;
@@ -163,10 +163,10 @@ Health Judge(const Host& host, const Fields& service, const SCA_ConfigObj& serve
   }
   if (survey.all == 0) {
     return {false, "There are no servers; " + host.Hint("add --jar FILE --port PORT --start") +
-                       " makes one."};
+                       " adds one."};
   }
   if (survey.ready == 0) {
-    return {false, "No server is started; " + host.Hint(StartCommand(survey)) + " does it."};
+    return {false, "No server is started; " + host.Hint(StartCommand(survey)) + " starts them."};
   }
   if (status != SCA_ServerActive) {
     const std::string word = service.Text(ServiceField::StatusText);

@@ -113,7 +113,7 @@ void PrintDeath(const Fields& death, bool wantsAllLines, Output* output) {
 
 ConfigObject StatusWithHistory(Call& call) {
   if (!call.options.ids.empty()) return call.host.GetServerStatus(call.options.ids.front());
-  return call.host.Get("tell its history", &Service::GetStatusObj);
+  return call.host.Get("report its history", &Service::GetStatusObj);
 }
 
 }  // namespace
@@ -142,9 +142,8 @@ void ShowHistory(Call& call) {
     PrintDeath(Fields(death), call.options.allLines, &call.output);
   }
   if (deaths.empty())
-    call.output.Print(call.options.ids.empty()
-                          ? "no server has died unasked, as far as the host remembers"
-                          : "this server has not died unasked, as far as the host remembers");
+    call.output.Print(call.options.ids.empty() ? "the host's history has no deaths"
+                                               : "the host's history has no deaths of this server");
   if (shown < deaths.size()) {
     call.output.Print("the newest " + std::to_string(shown) + " of " +
                       Count(deaths.size(), "death") + "; -n shows more");

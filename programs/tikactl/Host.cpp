@@ -140,7 +140,7 @@ Failure Host::ExplainServer(unsigned long serverId, const std::string& what) {
 
 void Host::GetStatus(ConfigObject* service, ConfigObject* servers) {
   SCA_ConfigObj* objects[2] = {};
-  Ask("tell its status", &Service::GetServiceStatusEx, &objects[0], &objects[1]);
+  Ask("report its status", &Service::GetServiceStatusEx, &objects[0], &objects[1]);
   service->reset(objects[0]);
   servers->reset(objects[1]);
 }
@@ -148,11 +148,11 @@ void Host::GetStatus(ConfigObject* service, ConfigObject* servers) {
 ConfigObject Host::GetServiceStatus() {
   unsigned long numbers[3] = {};
   unsigned long long figures[2] = {};
-  return Get("tell its servers' status", &Service::GetServiceStatus, &numbers[0], &numbers[1],
+  return Get("report its servers' status", &Service::GetServiceStatus, &numbers[0], &numbers[1],
              &numbers[2], &figures[0], &figures[1]);
 }
 
 ConfigObject Host::GetServerStatus(unsigned long serverId) {
-  return GetOfServer("tell the status of server " + std::to_string(serverId),
+  return GetOfServer("report the status of server " + std::to_string(serverId),
                      &Service::GetServerStatusEx, serverId);
 }

@@ -106,7 +106,7 @@ class Follower {
       Note("was cleared");
       return BeginAnew();
     }
-    if (isMissing_) Note("is there again");
+    if (isMissing_) Note("is back");
     isMissing_ = false;
     for (const Message& message : messages) Take(message, wantsNone);
     isFirst_ = false;
@@ -115,8 +115,7 @@ class Follower {
   void Take(const Message& message, bool isSilent) {
     const unsigned long expected = lastId_ == kNoMessage ? 0 : lastId_ + 1;
     if (!isFirst_ && message.id > expected) {
-      Note("went too fast: " + Count(message.id - expected, "line") +
-           " missed, which the host no longer has");
+      Note("grew too fast: " + Count(message.id - expected, "line") + " lost");
     }
     lastId_ = message.id;
     if (isSilent) return;
@@ -149,7 +148,7 @@ class Follower {
     while (!TryConnect()) {
     }
     const bool isSame = call_.host.StartTime() == startTime;
-    call_.Note(isSame ? "connected again" : "connected again, the service host was restarted");
+    call_.Note(isSame ? "reconnected" : "reconnected; the service host was restarted");
     if (!isSame) BeginAnew();
   }
 
@@ -198,7 +197,7 @@ void ShowServerLog(Call& call) {
   const std::string name = "the log of server " + std::to_string(id);
   ShowLog(call, {name,
                  [id, name](Host& host, unsigned long lastId, unsigned long count) {
-                   return host.GetOfServer("give " + name, &Service::GetServerLog, id, lastId,
+                   return host.GetOfServer("send " + name, &Service::GetServerLog, id, lastId,
                                            count);
                  },
                  [id](Host& host) {
@@ -210,10 +209,11 @@ void ShowServerLog(Call& call) {
 void ShowDebugLog(Call& call) {
   ShowLog(call, {"the debug log",
                  [](Host& host, unsigned long lastId, unsigned long count) {
-                   return host.Get("give its debug log", &Service::GetDebugLog, lastId, count);
+                   return host.Get("send its debug log", &Service::GetDebugLog, lastId, count);
                  },
                  [](Host& host) {
-                   const ConfigObject status = host.Get("tell its status", &Service::GetStatusObj);
+                   const ConfigObject status =
+                       host.Get("report its status", &Service::GetStatusObj);
                    return Fields(status.get()).Number(SCA_ServiceFields::DebugLogSession);
                  }});
 }

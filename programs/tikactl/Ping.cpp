@@ -25,7 +25,7 @@ double Measure(Host& host) {
   if (!host.IsConnected()) host.Connect();
   unsigned long status = 0;
   const Clock::time_point begin = Clock::now();
-  host.Ask("tell its status", &Service::GetStatus, &status);
+  host.Ask("report its status", &Service::GetStatus, &status);
   return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
 }
 

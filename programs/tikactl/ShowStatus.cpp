@@ -152,7 +152,7 @@ void ShowServers(Call& call) {
     call.Print(record);
   } else if (servers->GetFieldCount() == 0) {
     call.output.Print("no servers; " + call.host.Hint("add --jar FILE --port PORT --start") +
-                      " makes one");
+                      " adds one");
   } else {
     call.output.Print(ServerTable(*servers).Lines(Terminal::Width()));
   }
@@ -162,8 +162,8 @@ void ShowVersion(Call& call) {
   char product[SCA_ServiceTextSize] = "";
   char version[SCA_ServiceTextSize] = "";
   char name[SCA_ServiceTextSize] = "";
-  call.host.Ask("tell its version", &Service::GetVersionInfo, product);
-  call.host.Ask("tell its version", &Service::GetServerInfo, version, name);
+  call.host.Ask("report its version", &Service::GetVersionInfo, product);
+  call.host.Ask("report its version", &Service::GetServerInfo, version, name);
   if (call.options.json) {
     nlohmann::ordered_json record = call.Record();
     SetJsonText(&record, "version_info", product);

@@ -160,7 +160,7 @@ std::string Journal::CheckHeader() {
   isContinued_ = header == kHeader;
   // A run that was killed may have left the begin of it.
   if (std::string_view(kHeader).substr(0, length) == header) return {};
-  if (header != kFormerHeader) return Quoted(Name()) + " is no journal";
+  if (header != kFormerHeader) return Quoted(Name()) + " is not a journal";
   return Quoted(Name()) +
          " is of an earlier version, which lacks needed data: choose another "
          "directory, or delete it to have everything extracted again";

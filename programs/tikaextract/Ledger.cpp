@@ -49,8 +49,8 @@ bool Ledger::Admit(Job* job) {
       case Journal::Verdict::Taken:
         // The line of the output is its owner's.
         job->entry = {};
-        job->document.complaint = "its text would take the place of that of " + Quoted(owner) +
-                                  ", " + Quoted(OutputPath(options_, job->document)) +
+        job->document.complaint = "its text would replace that of " + Quoted(owner) + ", " +
+                                  Quoted(OutputPath(options_, job->document)) +
                                   ": extract them into different directories";
         return true;
     }
@@ -58,8 +58,9 @@ bool Ledger::Admit(Job* job) {
   if (options_.retryRefused) return true;
   if (const Killers::Content* killer = killers_.Find(job->document.path, job->bytes)) {
     job->killer = killer->digest;
-    job->document.complaint = "not sent: servers died while they had " + Quoted(killer->path) +
-                              ", which has the same content; --retry-refused sends it";
+    job->document.complaint =
+        "not sent: servers died while they had " + Quoted(killer->path) +
+        ", which has the same content; --retry-refused sends it anyway anyway";
   }
   return true;
 }

@@ -25,7 +25,7 @@ constexpr unsigned long kHopelessEnds = 3;  // of a server that has never answer
 constexpr std::chrono::seconds kReadyLimit{60};
 
 constexpr char kStopped[] = "is stopped there";
-constexpr char kNoWords[] = "the service host does not say why";
+constexpr char kNoWords[] = "the service host gives no reason";
 
 bool Runs(unsigned long processStatus) {
   return processStatus == SCA_ServerActive || processStatus == SCA_ServerPending;

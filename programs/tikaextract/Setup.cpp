@@ -30,7 +30,7 @@ std::string ComplainAboutPorts(const std::string& host, unsigned short one, unsi
   if (other == 0) return Quoted(host) + " is given with --server and with --service: choose one";
   return Quoted(host) + " has two control ports, " + std::to_string(one) + " and " +
          std::to_string(other) +
-         ": two service hosts on one machine would fight over the ports of their servers; leave "
+         ": two service hosts on one machine would compete for the ports of their servers; leave "
          "one out";
 }
 
@@ -110,8 +110,7 @@ std::string Setup::UseGivenServers() {
     }
     const unsigned long expected = service->GetDataPort() + service->GetNumOfServers();
     if (address.port != expected && !options_.saveSettingsFile.empty()) {
-      return "the servers of " + Quoted(address.host) +
-             " must be given with ports that follow one another to be saved";
+      return "the servers of " + Quoted(address.host) + " can be saved only with consecutive ports";
     }
     service->SetNumOfServers(service->GetNumOfServers() + 1);
     servers_.push_back({address, service->GetServiceId()});
@@ -199,7 +198,7 @@ std::string Setup::UseService(SCA_TikaService* record) {
   const unsigned short port = record->GetControlPort();
   if (record->GetNumOfServers() > kMaxServers ||
       record->GetDataPort() + record->GetNumOfServers() > kMaxPort + 1) {
-    return "the settings want too many servers of " + Quoted(record->GetHostName());
+    return "the settings ask for too many servers of " + Quoted(record->GetHostName());
   }
   if (IsLocalHost(record->GetHostName())) return UseLocalHost(record);
   std::vector<std::string> addresses = ResolveHost(record->GetHostName());

@@ -46,10 +46,10 @@ struct Figure {
 };
 
 constexpr Figure<ServerStatus> kServerFigures[] = {
-    {&ServerStatus::Ready, "tikasvc_server_ready",
-     "1 when the server answered when it was asked last.", MetricType::Gauge},
-    {&ServerStatus::MemoryUsage, "tikasvc_server_memory_bytes",
-     "Memory that the server's processes hold.", MetricType::Gauge},
+    {&ServerStatus::Ready, "tikasvc_server_ready", "1 if the server answered the last probe.",
+     MetricType::Gauge},
+    {&ServerStatus::MemoryUsage, "tikasvc_server_memory_bytes", "Memory of the server's processes.",
+     MetricType::Gauge},
     {&ServerStatus::Restarts, "tikasvc_server_restarts_total",
      "Restarts since the server was started.", MetricType::Counter},
     {&ServerStatus::WorkerDeaths, "tikasvc_server_worker_deaths_total",
@@ -67,14 +67,16 @@ constexpr Figure<ServerStatus> kServerFigures[] = {
 
 constexpr Figure<ServiceStatus> kServiceFigures[] = {
     {&ServiceStatus::RefusedLogins, "tikasvc_control_refused_logins_total",
-     "Wrong logins on the control port, and connections turned away for them.",
+     "Wrong logins on the control port, and connections refused because of them.",
      MetricType::Counter},
     {&ServiceStatus::Connections, "tikasvc_control_connections", "Connections to the control port.",
      MetricType::Gauge},
     {&ServiceStatus::HostMemory, "process_resident_memory_bytes",
      "Memory of the service host itself.", MetricType::Gauge},
-    {&ServiceStatus::HostDescriptors, "process_open_fds", "Its open files.", MetricType::Gauge},
-    {&ServiceStatus::HostThreads, "process_threads", "Its threads.", MetricType::Gauge},
+    {&ServiceStatus::HostDescriptors, "process_open_fds", "Open files of the service host.",
+     MetricType::Gauge},
+    {&ServiceStatus::HostThreads, "process_threads", "Threads of the service host.",
+     MetricType::Gauge},
 };
 
 void CollectServers(const std::vector<ServerStatus>& servers, Families* families) {
@@ -93,8 +95,8 @@ void CollectService(const ServiceStatus& service, Families* families) {
     AddValue(Family(families, figure.name, figure.help, figure.type), service.*figure.field);
   }
   constexpr unsigned long long kUnixEpoch = 116444736000000000ULL;  // of 1970, in 100 ns since 1601
-  AddValue(Family(families, "process_start_time_seconds", "When it was started, as Unix time.",
-                  MetricType::Gauge),
+  AddValue(Family(families, "process_start_time_seconds",
+                  "Start time of the service host, as Unix time.", MetricType::Gauge),
            (service.StartTime - kUnixEpoch) / SCA_AbsTimePerSecond);
   MetricFamily* states =
       Family(families, "tikasvc_servers", "Servers by state.", MetricType::Gauge);
@@ -141,11 +143,11 @@ struct Metrics::Server {
       CollectService(control_.GetStatus(), &families);
       CollectServers(parts_.servers->GetStatuses(), &families);
       CollectDeaths(*parts_.history, SCA_DeathOf::Server, "tikasvc_server_deaths_total",
-                    "Unexpected ends of servers' processes by cause; each but the last of a server "
-                    "that was given up is followed by a restart.",
+                    "Unexpected ends of servers' processes by cause; a restart follows "
+                    "unless the host gave up on the server.",
                     &families);
       CollectDeaths(*parts_.history, SCA_DeathOf::Worker, "tikasvc_worker_deaths_total",
-                    "Ends of servers' worker processes by cause, which the servers replace.",
+                    "Ends of servers' worker processes by cause; the servers replace them.",
                     &families);
       CollectRequests(control_, &families);
       return families;

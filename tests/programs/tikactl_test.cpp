@@ -189,14 +189,14 @@ TEST_F(TikaCtl, SaysWhatWasDoneAndWhyNot) {
       {"servers", 0, {"Ünï \\x1B[31m.jar", "\n 4  9998  error"}},
       {"add --jar /no.jar --port 9998", 1, {": no server was added: /no.jar, port 9998: "}},
       {"add --jar " + jar + " --port 9998", 1, {"port 9998 belongs to server 4"}},
-      {"start 4 0", 1, {"server 4 was not started: the Java", "server 0 is started\n"}},
+      {"start 4 0", 1, {"server 4 was not started: the Java", "server 0 started\n"}},
       {"start 9", 1, {"there is no server 9; there are: 0, 4\n"}},
       {"delete 4 9", 1, {"refused to delete server 4; " + hint, "there is no server 9"}},
       {"delete 0 --wait 1", 1, {"server 0 is still there after 1 s"}},
       {"logs 0", 0, {line + "first\n" + line + "    second\n"}},
       {"logs 0 -n 1", 0, {line + "    second\n"}},
       {"logs 9", 1, {"there is no server 9"}},
-      {"clear-log", 0, {"the debug log of the service host itself is cleared; no server's"}},
+      {"clear-log", 0, {"the host's debug log is cleared"}},
       {"save-log off", 0, {"are off\n"}},
       {"save-log on /x", 1, {"/x: Permission denied"}},
       {"save-log on x", 2, {"DIR is a directory on the host"}},
@@ -268,7 +268,7 @@ TEST_F(TikaCtl, JsonKeepsEverythingUnderFriendlyNames) {
   EXPECT_FALSE(results[0]["error"].empty());
   results[0].erase("error");
   EXPECT_EQ(results, Json::array({{{"server_id", 4}, {"error_code", SCA_ErrorNotStarted}},
-                                  {{"done", "server 0 is started"}, {"server_id", 0}}}));
+                                  {{"done", "server 0 started"}, {"server_id", 0}}}));
 }
 
 TEST_F(TikaCtl, HostsAreShownInTheirOrderAndADeadOneHidesNoOther) {
@@ -370,7 +370,7 @@ TEST_F(TikaCtl, FollowsALogThatIsClearedOutrunAndLost) {
   host_.SetLog({{2, "c"}, {3, "d"}}, 7);
   EXPECT_TRUE(printed("bcd")) << program->Output();
   host_.SetLog({{9, "e"}}, 7);
-  EXPECT_TRUE(program->WaitForError("went too fast: 5 lines missed"));
+  EXPECT_TRUE(program->WaitForError("grew too fast: 5 lines lost"));
   // Cleared, with as many new lines as there were: ids alone would not tell.
   host_.SetLog({{0, "f"}, {9, "g"}, {10, "h"}}, 8);
   EXPECT_TRUE(program->WaitForError("the log of server 0 was cleared"));

@@ -148,7 +148,7 @@ TEST_F(TikaExtract, WhatIsWrongIsSaidAndHasItsStatus) {
       {2, {"--settings", dir_.File("foreign"), file}, "holds no settings"},
       {2, {"--settings", dir_.File("newer"), file}, "newer"},
       {2, {"--settings", file, file}, "not a configuration file or report"},
-      {2, {"--server", "h:1", "--server", "h:3", "--save-settings", file}, "follow one another"},
+      {2, {"--server", "h:1", "--server", "h:3", "--save-settings", file}, "consecutive ports"},
       {2, {"--save-settings", dir_.File("no/such"), file}, "cannot save"},
       {3, {"--server", "127.0.0.1:1", file}, "no connection to 127.0.0.1:1: Connection refused"},
       {3, {"--server", "no-such-host.invalid:80", file}, "the host name could not be resolved"},
@@ -347,7 +347,7 @@ TEST_F(TikaExtract, TwoDocumentsNeverShareAText) {
     std::string complaint;
   };
   const std::string list = dir_.File("list");
-  const std::string other = " would take the place of that of '" + dir_.Path();
+  const std::string other = " would replace that of '" + dir_.Path();
   const Row rows[] = {
       {"a.pdf\n", {"x/a.pdf"}, 1, "a.pdf.txt", "two", "a.pdf: its text" + other + "/x/a.pdf'"},
       {"a.pdf\nx/../a.pdf\n",
@@ -440,7 +440,7 @@ TEST_F(TikaExtract, ResumedRunDoesWhatIsLeft) {
   EXPECT_EQ(summary(resume), "files: 1 extracted, 0 failed, 3 skipped");
   EXPECT_EQ(status, 0);
   const std::pair<const char*, const char*> foreign[] = {
-      {"something else\n", "is no journal"},
+      {"something else\n", "is not a journal"},
       {"tika", "files: 4 extracted"},
       {"tikaextract journal 1\nT 5 1.0 /x\n", "is of an earlier version"}};
   for (const auto& [content, complaint] : foreign) {
