@@ -74,8 +74,11 @@ const char* Find(const Advice (&rows)[count], unsigned long code, const char* ot
 
 }  // namespace
 
+const char* AdviceOn(unsigned long code, ErrorOf subject) {
+  return subject == ErrorOf::Document ? Find(kDocument, code, kOtherDocument)
+                                      : Find(kServiceHost, code, kOtherHost);
+}
+
 std::string Explain(unsigned long code, ErrorOf subject) {
-  const char* advice = subject == ErrorOf::Document ? Find(kDocument, code, kOtherDocument)
-                                                    : Find(kServiceHost, code, kOtherHost);
-  return std::string(SCA_ErrorText(code)) + "; " + advice;
+  return std::string(SCA_ErrorText(code)) + "; " + AdviceOn(code, subject);
 }

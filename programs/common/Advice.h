@@ -10,6 +10,9 @@ enum class ErrorOf {
   ServiceHost  ///< the control connection to a service host
 };
 
+/// @return What to do about an error code; static storage.
+const char* AdviceOn(unsigned long code, ErrorOf subject);
+
 /// @return "TEXT; ADVICE": the text of an error code, then what to do about it.
 std::string Explain(unsigned long code, ErrorOf subject = ErrorOf::Document);
 

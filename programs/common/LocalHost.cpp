@@ -59,10 +59,6 @@ std::string FormatServiceAddress(const HostPort& address) {
   return IsLocalHost(address.host) ? address.host : FormatHostPort(address);
 }
 
-std::string TikaHostOf(const std::string& serviceHost) {
-  return IsLocalHost(serviceHost) ? "127.0.0.1" : serviceHost;
-}
-
 std::string FindLocalHost(const std::function<unsigned long(const std::string& path)>& connect,
                           std::string* path) {
   std::vector<std::string> places;

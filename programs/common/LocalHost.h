@@ -23,10 +23,6 @@ std::string ParseServiceAddress(const std::string& text, unsigned short defaultP
 /// @return "host:port", or what names a host of this machine.
 std::string FormatServiceAddress(const HostPort& address);
 
-/// @return Where to connect to the Tika servers of a service host: on loopback for one of this
-///         machine.
-std::string TikaHostOf(const std::string& serviceHost);
-
 /// Looks for the service host of this machine: the account's own one, then the installed one where
 /// the first is not there. One that is there and cannot be connected to ends the search.
 /// @param connect  Tries the socket at a path. @return An error code, or 0.

@@ -6,8 +6,6 @@
 #include "platform/SCA_Error.h"
 #include "programs/common/Advice.h"
 #include "programs/common/Escape.h"
-#include "programs/common/LocalHost.h"
-#include "programs/tikaextract/ServerProbe.h"
 
 namespace {
 
@@ -22,9 +20,7 @@ Servers::Servers(const Options& options, Setup* setup, Progress* progress, SCA_E
       progress_(*progress),
       cancel_(cancel),
       private_(options, cancel),
-      services_([this](unsigned long serviceId,
-                       unsigned short port) { AddServerOfService(serviceId, port); },
-                options.verbose || progress->IsShown()) {}
+      services_([this] { return ClientsForServer(); }, options.verbose || progress->IsShown()) {}
 
 Servers::~Servers() {
   if (!options_.keyFile.empty()) SCA_SetControlKeyProvider(nullptr, nullptr);
@@ -79,12 +75,12 @@ bool Servers::MakeDispatcher() {
   // Whether a service's server is there costs no connection to find out.
   if (!setup_.Services().empty()) limits.lastDelayMs = kServiceDelayMs;
   dispatcher_ = std::make_unique<SCA_TikaDispatcher>(&setup_.Settings(), limits);
-  const auto prepare = [](SCA_TikaClient* client, SCA_Event* stop, void* context,
+  const auto prepare = [](SCA_TikaClient* client, SCA_Event* /*stop*/, void* context,
                           unsigned long* error) {
-    return static_cast<Servers*>(context)->Prepare(client, stop, error) ? 1 : 0;
+    return static_cast<Servers*>(context)->PreparePrivate(client, error) ? 1 : 0;
   };
-  dispatcher_->SetPrepareServer(prepare, this);
-  return dispatcher_->IsValid() != 0 && services_.Start(setup_);
+  if (setup_.IsPrivate()) dispatcher_->SetPrepareServer(prepare, this);
+  return dispatcher_->IsValid() != 0 && services_.Start(setup_, dispatcher_.get());
 }
 
 // A run begins once one of its servers can be reached.
@@ -103,7 +99,7 @@ bool Servers::Find(std::vector<std::string>* complaints) {
     complaints->push_back("no connection to " + Printable(FormatHostPort(server.address)) + ": " +
                           Explain(error));
   }
-  if (services_.Board().WaitForServer(cancel_)) return true;
+  if (services_.WaitForServer(cancel_)) return true;
   for (const std::string& line : services_.Board().Complaints()) complaints->push_back(line);
   return false;
 }
@@ -145,34 +141,12 @@ bool Servers::AddClient(const ServerOfService& server, unsigned long* error) {
 
 // Services' servers come one by one: each has its share of what is left, and one at least.
 unsigned long Servers::ClientsForServer() {
-  const unsigned long left = options_.jobs - std::min(options_.jobs, clients_.load());
-  const unsigned long servers = setup_.Servers().size() + services_.Board().Expected();
+  const unsigned long left = options_.jobs - std::min(options_.jobs, Clients());
+  const unsigned long servers = setup_.Servers().size() + services_.Expected();
   return std::clamp(options_.jobs / std::max(1UL, servers), 1UL, std::max(1UL, left));
 }
 
-void Servers::AddServerOfService(unsigned long serviceId, unsigned short port) {
-  SCA_TikaService* service = nullptr;
-  setup_.Settings().GetServiceList()->GetService(serviceId, &service);
-  for (unsigned long i = ClientsForServer(); i > 0; --i) {
-    unsigned long error = 0;
-    if (AddClient({{TikaHostOf(service->GetHostName()), port}, serviceId}, &error)) continue;
-    if (error != SCA_ErrorStopping) {
-      services_.Board().Tell(serviceId,
-                             "cannot use port " + std::to_string(port) + ": " + Explain(error));
-    }
-    return;
-  }
-}
-
-bool Servers::Prepare(SCA_TikaClient* client, SCA_Event* stop, unsigned long* error) {
-  const ServiceBoard& board = services_.Board();
-  if (board.Knows(client->GetServiceId())) {
-    // One that is being started anew takes documents before it can serve them, and answers 404.
-    *error = SCA_ErrorNoServer;
-    return board.IsUsable(client->GetServiceId(), client->GetPortNumber()) &&
-           !AskTikaVersion(client->GetServerName(), client->GetPortNumber(), stop).empty();
-  }
-  if (!setup_.IsPrivate()) return true;
+bool Servers::PreparePrivate(SCA_TikaClient* client, unsigned long* error) {
   *error = SCA_ErrorNotStarted;
   const SCA_LockGuard guard(privateLock_);
   if (!private_.EnsureReady(&privateComplaint_)) return false;

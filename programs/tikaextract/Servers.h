@@ -42,7 +42,7 @@ class Servers {
   std::string Submit(SCA_TikaExtractRequest* request, const std::string& extension);
   void CancelAll() { dispatcher_->CancelAll(); }
   /// @return How many documents can be served at once.
-  unsigned long Clients() const { return clients_.load(); }
+  unsigned long Clients() const { return clients_.load() + services_.Clients(); }
   /// Prints what has happened to services.
   void ShowServices();
   /// @param cause  What the request tells.
@@ -56,9 +56,7 @@ class Servers {
   ExitStatus AddClients() SCA_EXCLUDES(privateLock_);
   bool AddClient(const ServerOfService& server, unsigned long* error);
   unsigned long ClientsForServer();
-  void AddServerOfService(unsigned long serviceId, unsigned short port);
-  bool Prepare(SCA_TikaClient* client, SCA_Event* stop, unsigned long* error)
-      SCA_EXCLUDES(privateLock_);
+  bool PreparePrivate(SCA_TikaClient* client, unsigned long* error) SCA_EXCLUDES(privateLock_);
 
   const Options& options_;
   Setup& setup_;
@@ -70,10 +68,9 @@ class Servers {
   PrivateServer private_ SCA_GUARDED_BY(privateLock_);
   std::string privateComplaint_ SCA_GUARDED_BY(privateLock_);  // why it could not be started last
 
-  std::atomic<unsigned long> clients_{0};  // of the dispatcher
+  std::atomic<unsigned long> clients_{0};  // of the dispatcher, but for those of services
 
-  // Last: the threads of the dispatcher use all of the above, and those of the services use the
-  // dispatcher, which uses them until it has stopped.
+  // Last: their threads use all of the above, and those of the services use the dispatcher.
   std::unique_ptr<SCA_TikaDispatcher> dispatcher_;
   Services services_;
 };

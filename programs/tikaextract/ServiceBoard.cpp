@@ -2,105 +2,156 @@
 
 #include <algorithm>
 
+#include "programs/common/Advice.h"
 #include "programs/common/Escape.h"
 
 namespace {
 
-constexpr unsigned long kLookMs = 100;  // between two looks at the cancel event
-
-}  // namespace
+using HostState = SCA_TikaHostState;
+using ServerState = SCA_TikaServerState;
 
 std::string CountServers(std::size_t count) {
   return std::to_string(count) + (count == 1 ? " server" : " servers");
 }
 
-void ServiceBoard::Add(unsigned long serviceId, const std::string& name, std::size_t expected) {
+std::string List(const std::set<unsigned short>& ports) {
+  std::string text = ports.size() == 1 ? "port " : "ports ";
+  for (const unsigned short port : ports) {
+    text += (port == *ports.begin() ? "" : ", ") + std::to_string(port);
+  }
+  return text;
+}
+
+}  // namespace
+
+void ServiceBoard::Add(unsigned long serviceId, const std::string& name, bool wantsServers) {
   const SCA_LockGuard guard(lock_);
   services_[serviceId].name = Printable(name);
-  services_[serviceId].expected = expected;
+  services_[serviceId].wantsServers = wantsServers;
 }
 
-std::string ServiceBoard::Claim(unsigned long serviceId, const std::string& host) {
+void ServiceBoard::OnHost(const SCA_TikaHostNews& news) {
   const SCA_LockGuard guard(lock_);
-  for (const auto& [id, other] : services_) {
-    if (id != serviceId && other.host == host) return other.name;
+  Service& service = services_[news.serviceId];
+  service.state = news.state;
+  switch (news.state) {
+    case HostState::Connecting:
+    case HostState::Following:
+      break;
+    case HostState::Connected:
+      TellDetail(service,
+                 (service.hasServed ? "is back: " : "connected: ") + std::string(news.text));
+      service.hasServed = true;
+      break;
+    case HostState::Refusing:
+      service.why = news.text;
+      break;
+    case HostState::Lost:
+    case HostState::Unreachable:
+    case HostState::Duplicate:
+      if (news.code != 0) return HasBroken(&service, news);
+      TellDetail(service, news.text);
+      break;
+    case HostState::Left:
+      if (news.code != 0)
+        return Tell(service, news.text + std::string("; look with 'tikactl servers'"));
+      if (*news.text != '\0') TellDetail(service, news.text);
+      break;
   }
-  services_[serviceId].host = host;
-  return {};
 }
 
-void ServiceBoard::Publish(unsigned long serviceId, const Ports& usable, std::size_t expected,
-                           const std::string& why, bool isSettled) {
-  Ports added;
-  {
-    const SCA_LockGuard guard(lock_);
-    Service& service = services_[serviceId];
-    service.usable = usable;
-    service.expected = expected;
-    service.why = why;
-    service.isConnected = true;
-    service.isSettled = isSettled;
-    for (const unsigned short port : usable) {
-      if (service.welcomed.insert(port).second) added.insert(port);
+void ServiceBoard::HasBroken(Service* service, const SCA_TikaHostNews& news) {
+  service->servers.clear();
+  service->toldReady.clear();
+  service->why = news.text;
+  if (news.state != HostState::Duplicate) {
+    service->why += std::string("; ") + AdviceOn(news.code, ErrorOf::ServiceHost);
+  }
+  // A host that is not there when the run begins is worth a line in any case.
+  service->hasServed ? TellDetail(*service, service->why) : Tell(*service, service->why);
+}
+
+void ServiceBoard::OnServer(const SCA_TikaServerNews& news) {
+  const SCA_LockGuard guard(lock_);
+  Service& service = services_[news.serviceId];
+  const bool isHopeful = news.state == ServerState::Ready || SCA_IsComingUp(news.state);
+  service.servers[news.port] = {news.state, isHopeful ? "" : news.text};
+  if (SCA_IsGone(news.state)) clients_.erase({news.serviceId, news.port});
+  const std::string port = "port " + std::to_string(news.port);
+  if (news.code != 0) {
+    Tell(service, "cannot use " + port + ": " + Explain(news.code));
+  } else if (isHopeful && *news.text != '\0') {
+    TellDetail(service, port + ": " + news.text);
+  }
+}
+
+void ServiceBoard::OnLooked(unsigned long serviceId) {
+  const SCA_LockGuard guard(lock_);
+  Service& service = services_[serviceId];
+  const Ports ready = Ready(service);
+  service.why = Complaint(service);
+  if (ready != service.toldReady) {
+    TellDetail(service,
+               "has " + CountServers(ready.size()) + (ready.empty() ? "" : " on " + List(ready)));
+    service.toldReady = ready;
+  }
+  const bool isComingUp =
+      std::any_of(service.servers.begin(), service.servers.end(),
+                  [](const auto& entry) { return SCA_IsComingUp(entry.second.state); });
+  if (isComingUp || service.why == service.toldComplaint) return;
+  if (!service.why.empty()) Tell(service, service.why);
+  service.toldComplaint = service.why;
+}
+
+ServiceBoard::Ports ServiceBoard::Ready(const Service& service) {
+  Ports ready;
+  for (const auto& [port, server] : service.servers) {
+    if (server.state == ServerState::Ready) ready.insert(port);
+  }
+  return ready;
+}
+
+// @return Why something cannot be used; nothing when all is well.
+std::string ServiceBoard::Complaint(const Service& service) {
+  if (service.servers.empty()) {
+    return "it has no server: add one there with 'tikactl add', or for this run with --service-jar";
+  }
+  const bool hasReady = !Ready(service).empty();
+  std::string text;
+  bool isStopped = false;
+  for (const auto& [port, server] : service.servers) {
+    const bool isStoppedHere = server.state == ServerState::Stopped;
+    // A host may keep stopped servers beside others on purpose.
+    if (server.state == ServerState::Ready ||
+        (hasReady && !service.wantsServers && isStoppedHere)) {
+      continue;
     }
+    isStopped = isStopped || isStoppedHere;
+    text += (text.empty() ? "" : "; ") + ("the server on port " + std::to_string(port) + " ") +
+            (server.why.empty() ? "does not answer yet" : server.why);
   }
-  for (const unsigned short port : added) onServer_(serviceId, port);
-  changed_.Set();
+  return text + (isStopped ? ": start it there with 'tikactl start'" : "");
 }
 
-void ServiceBoard::Disconnected(unsigned long serviceId, const std::string& why, bool isSettled) {
-  {
-    const SCA_LockGuard guard(lock_);
-    Service& service = services_[serviceId];
-    service.why = why;
-    service.host.clear();
-    service.isConnected = false;
-    service.isSettled = isSettled;
-  }
-  changed_.Set();
+void ServiceBoard::Tell(const Service& service, const std::string& text) {
+  notes_.push_back("service " + service.name + ": " + Printable(text));
 }
 
-void ServiceBoard::Tell(unsigned long serviceId, const std::string& text) {
+void ServiceBoard::TellDetail(const Service& service, const std::string& text) {
+  if (tellsDetails_) Tell(service, text);
+}
+
+unsigned long ServiceBoard::ClientsFor(unsigned long serviceId, unsigned short port) {
+  const unsigned long clients = clientsFor_();
   const SCA_LockGuard guard(lock_);
-  notes_.push_back("service " + services_[serviceId].name + ": " + Printable(text));
+  return clients_[{serviceId, port}] = clients;
 }
 
-void ServiceBoard::TellDetail(unsigned long serviceId, const std::string& text) {
-  if (tellsDetails_) Tell(serviceId, text);
-}
-
-bool ServiceBoard::Knows(unsigned long serviceId) const {
+unsigned long ServiceBoard::Clients() const {
   const SCA_LockGuard guard(lock_);
-  return services_.count(serviceId) != 0;
-}
-
-bool ServiceBoard::IsUsable(unsigned long serviceId, unsigned short port) const {
-  const SCA_LockGuard guard(lock_);
-  const auto service = services_.find(serviceId);
-  return service != services_.end() && service->second.usable.count(port) != 0;
-}
-
-std::size_t ServiceBoard::Expected() const {
-  const SCA_LockGuard guard(lock_);
-  std::size_t sum = 0;
-  for (const auto& [id, service] : services_) sum += service.expected;
+  unsigned long sum = 0;
+  for (const auto& [server, clients] : clients_) sum += clients;
   return sum;
-}
-
-bool ServiceBoard::WaitForServer(SCA_Event* cancel) {
-  while (cancel->Wait(0) == 0) {
-    {
-      const SCA_LockGuard guard(lock_);
-      bool areSettled = true;
-      for (const auto& [id, service] : services_) {
-        if (!service.usable.empty()) return true;
-        areSettled = areSettled && service.isSettled;
-      }
-      if (areSettled) return false;
-    }
-    changed_.Wait(kLookMs);
-  }
-  return false;
 }
 
 std::vector<std::string> ServiceBoard::Complaints() const {
@@ -110,7 +161,7 @@ std::vector<std::string> ServiceBoard::Complaints() const {
     std::string why = service.why;
     if (why.empty()) {
       why =
-          service.usable.empty() ? "it has not answered yet" : "its servers do not answer any more";
+          Ready(service).empty() ? "it has not answered yet" : "its servers do not answer any more";
     }
     complaints.push_back("service " + service.name + ": " + Printable(why));
   }
@@ -126,8 +177,11 @@ std::string ServiceBoard::Summary() const {
   const SCA_LockGuard guard(lock_);
   std::string text;
   for (const auto& [id, service] : services_) {
+    const bool isConnected = service.state == HostState::Connected ||
+                             service.state == HostState::Following ||
+                             service.state == HostState::Refusing;
     text += (text.empty() ? "" : ", ") + service.name + ": " +
-            (service.isConnected ? CountServers(service.usable.size()) : "no connection");
+            (isConnected ? CountServers(Ready(service).size()) : "no connection");
   }
   return text;
 }

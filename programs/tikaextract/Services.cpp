@@ -1,26 +1,26 @@
 #include "programs/tikaextract/Services.h"
 
-#include <algorithm>
-
 #include "programs/common/LocalHost.h"
 
-bool Services::Start(const Setup& setup) {
-  for (SCA_TikaService* service : setup.Services()) {
-    SCA_TikaServiceStatus* status = nullptr;
-    if (statuses_.AddStatus(service, &status) == 0) return false;
+bool Services::Start(const Setup& setup, SCA_TikaDispatcher* dispatcher) {
+  if (setup.Services().empty()) return true;
+  for (const SCA_TikaService* service : setup.Services()) {
     board_.Add(service->GetServiceId(),
                FormatServiceAddress({service->GetHostName(), service->GetControlPort()}),
-               std::max(1UL, service->GetNumOfServers()));
-    hosts_.push_back(
-        std::make_unique<ServiceHost>(&board_, status, setup.Settings().GetJavaOptions()));
+               service->GetNumOfServers() > 0);
   }
-  // The board knows them all now.
-  for (const auto& host : hosts_) host->Start();
+  fleet_ = std::make_unique<SCA_TikaFleet>(dispatcher, &board_);
+  for (SCA_TikaService* service : setup.Services()) {
+    unsigned long error = 0;
+    if (fleet_->Follow(service, setup.Settings().GetJavaOptions(), &error) == 0) return false;
+  }
   return true;
 }
 
+bool Services::WaitForServer(SCA_Event* cancel) {
+  return fleet_ != nullptr && fleet_->WaitForServer(SCA_Infinite, cancel) != 0;
+}
+
 void Services::Leave() {
-  for (const auto& host : hosts_) host->AskToLeave();
-  hosts_.clear();
-  statuses_.ClearAll();
+  if (fleet_ != nullptr) fleet_->Leave();
 }

@@ -9,6 +9,7 @@
 #include "tests/control/fake_host.h"
 #include "tests/support/FreePort.h"
 #include "tests/support/Program.h"
+#include "tests/support/ScriptedHost.h"
 #include "tests/support/Timing.h"
 
 namespace {
@@ -54,6 +55,20 @@ TEST(Examples, ManyFilesGoOverTwoServers) {
   // What is refused is told at once.
   const std::size_t lastLine = expected.rfind(arguments.back());
   EXPECT_EQ(example.Output(), expected.substr(lastLine) + expected.substr(0, lastLine));
+}
+
+TEST(Examples, FilesGoOverTheServersOfServiceHosts) {
+  const TempDir dir;
+  ScriptedHost one("127.0.0.1", 0);
+  ScriptedHost other("127.0.0.1", 0);
+  one.OpenLocal(dir.File("one"));
+  other.OpenLocal(dir.File("other"));
+  one.Keep(SCA_ServerInactive);
+  other.Keep(SCA_ServerActive);
+  const std::string file = dir.Write("1.pdf", "1");
+  Program example("example_extract_fleet", {dir.File("one") + "," + dir.File("other"), file});
+  EXPECT_EQ(example.Wait(), 0) << example.Error();
+  EXPECT_EQ(example.Output(), file + ": extracted\ntext of 1\n");
 }
 
 TEST(Examples, HostIsWatchedUntilItIsLost) {

@@ -17,174 +17,12 @@
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Text.h"
 #include "settings/SCA_TikaConfigOrv.h"
-#include "tests/control/fake_service.h"
 #include "tests/support/Program.h"
+#include "tests/support/ScriptedHost.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/Timing.h"
 
 namespace {
-
-constexpr int kNoLimit = 1 << 30;
-
-/// Deletes for a connection what it has added, as a service host does; one connection at a time.
-class ScriptedHost : public FakeService {
- public:
-  explicit ScriptedHost(const char* address, unsigned long loginMode = 1)
-      : address_(address), factory_(this, loginMode) {
-    Open();
-  }
-  ~ScriptedHost() override { Die(); }
-
-  void Open() {
-    Exchange(nullptr);
-    unsigned long error = 0;
-    auto port = std::make_unique<SCA_TikaServiceServer>(&factory_, controlPort_, &error);
-    ASSERT_EQ(port->IsValid(), 1) << SCA_ErrorText(error);
-    controlPort_ = port->GetPort();
-    Exchange(std::move(port));
-  }
-  /// As SIGKILL does it: nothing is left.
-  void Die() {
-    isDying_.store(true);
-    Exchange(nullptr);
-    running_.clear();
-    list_.ClearAll();
-    isDying_.store(false);
-  }
-  std::string Service() const { return address_ + (":" + std::to_string(controlPort_)); }
-  std::string Address() const { return address_; }
-  void OpenLocal(const std::string& path) {
-    unsigned long error = 0;
-    EXPECT_EQ(port_->OpenLocal(path.c_str(), nullptr, &error), 1) << SCA_ErrorText(error);
-  }
-  unsigned short ControlPort() const { return controlPort_; }
-  unsigned short FreePort() const { return Listener(address_, 0, 1).Port(); }
-  /// A server that is there before the run.
-  unsigned short Keep(unsigned long status) {
-    const unsigned short port = FreePort();
-    unsigned long id = 0;
-    unsigned long idle = 0;
-    unsigned long code = 0;
-    AddServer("kept.jar", port, 1, "", &id, &idle, &code);
-    TakeAdded();
-    SetStatus(id, status);
-    if (status == SCA_ServerActive) StartServer(id, &idle, &code);
-    return port;
-  }
-  bool Has(unsigned short port) {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    SCA_TikaServer* server = nullptr;
-    return list_.GetServerByPort(port, &server) != 0;
-  }
-
-  std::atomic<int> served{0};
-  std::atomic<int> limit{kNoLimit};  ///< of documents served; the next ones wait
-  std::atomic<unsigned long> addCode{0};
-  std::atomic<unsigned long> startCode{0};
-  std::atomic<bool> closesAfterAdd{false};
-
-  int GetServerInfo(char* version, char* host) override {
-    SCA_CopyText(version, SCA_ServiceTextSize, "1", SCA_TextFit::Cut);
-    SCA_CopyText(host, SCA_ServiceTextSize, address_, SCA_TextFit::Cut);
-    return 1;
-  }
-  int GetServerList(SCA_ConfigObj** list) override {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    *list = new SCA_ConfigObj("Servers", nullptr);
-    return list_.Serialize(*list);
-  }
-  int GetServerStatusEx(unsigned long, SCA_ConfigObj** status) override {
-    *status = new SCA_ConfigObj("Status", nullptr);
-    (*status)->AddField(SCA_ServerFields::StatusText, "in words", 0);
-    (*status)->AddField(SCA_ServerFields::LastDeath, "heap exhausted", 0);
-    return 1;
-  }
-  int AddServer(const char* jar, unsigned short port, unsigned long heap, const char* options,
-                unsigned long* id, unsigned long* status, unsigned long* code) override {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    *code = addCode;
-    SCA_TikaServer* server = nullptr;
-    if (*code == 0 && list_.GetServerByPort(port, &server) == 0) {
-      list_.AddServer(nullptr, jar, port, heap, options, &server, code);
-      added_.insert(server->GetServerId());
-    }
-    *id = server != nullptr ? server->GetServerId() : SCA_NoServerId;
-    *status = server != nullptr ? server->GetProcessStatus() : SCA_ServerError;
-    if (closesAfterAdd.exchange(false)) port_->StopAll();  // behind the reply
-    return Record(std::string("AddServer ") + jar + "|" + options, {port, heap});
-  }
-  int StartServer(unsigned long id, unsigned long* status, unsigned long* code) override {
-    *code = startCode;
-    if (*code == 0) *status = SetStatus(id, SCA_ServerActive);
-    const std::lock_guard<std::mutex> guard(mutex_);
-    SCA_TikaServer* server = nullptr;
-    if (*code == 0 && list_.GetServer(id, &server) != 0) {
-      running_[id] = std::make_unique<FaultServer>(TikaOn(server->GetPortNumber()));
-    }
-    return Record("StartServer", {id});
-  }
-  int DeleteServer(unsigned long id) override {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    running_.erase(id);
-    list_.DeleteServer(id);
-    added_.erase(id);
-    return Record("DeleteServer", {id});
-  }
-  int DeleteAllServers() override {
-    for (const unsigned long id : TakeAdded()) DeleteServer(id);
-    return Record("DeleteAllServers");
-  }
-
- private:
-  struct Factory : FakeFactory {
-    Factory(ScriptedHost* host, unsigned long mode) : FakeFactory(host, mode), host_(host) {}
-    int OnDisconnect(unsigned long agentId) override {
-      host_->TakeAdded();
-      return FakeFactory::OnDisconnect(agentId);
-    }
-    ScriptedHost* host_;
-  };
-
-  // What the connection has added, which is then nobody's.
-  std::set<unsigned long> TakeAdded() {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    return std::exchange(added_, {});
-  }
-  // The former one ends outside of the lock, which its connections may be waiting for.
-  void Exchange(std::unique_ptr<SCA_TikaServiceServer> port) {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    std::swap(port_, port);
-  }
-  unsigned long SetStatus(unsigned long id, unsigned long status) {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    SCA_TikaServer* server = nullptr;
-    if (list_.GetServer(id, &server) != 0) server->SetProcessStatus(status);
-    return status;
-  }
-  FaultServerOptions TikaOn(unsigned short port) {
-    FaultServerOptions options;
-    options.address = address_;
-    options.port = port;
-    options.choose = [this](const DocumentHead&) {
-      EXPECT_TRUE(Eventually([this] { return isDying_.load() || served.load() < limit.load(); }));
-      if (!isDying_.load()) served.fetch_add(1);
-      FaultSpec fault;
-      if (isDying_.load()) ParseFault("close", &fault);
-      return fault;
-    };
-    return options;
-  }
-
-  const char* const address_;
-  unsigned short controlPort_ = 0;
-  Factory factory_;
-  std::mutex mutex_;
-  SCA_TikaServerList list_;
-  std::set<unsigned long> added_;
-  std::atomic<bool> isDying_{false};
-  std::map<unsigned long, std::unique_ptr<FaultServer>> running_;
-  std::unique_ptr<SCA_TikaServiceServer> port_;
-};
 
 class TikaExtractServices : public ::testing::Test {
  protected:
@@ -245,10 +83,10 @@ TEST_F(TikaExtractServices, ServiceThatGoesIsLeftOutUntilItIsBack) {
   ASSERT_TRUE(program.WaitForError("lost the connection")) << program.Error();
   staying.limit.store(10);
   ASSERT_TRUE(Eventually([&] { return staying.served.load() == 10; }));
-  going.limit.store(kNoLimit);
+  going.limit.store(ScriptedHost::kNoLimit);
   going.Open();
   ASSERT_TRUE(Eventually([&] { return going.served.load() > 5; })) << program.Error();
-  staying.limit.store(kNoLimit);
+  staying.limit.store(ScriptedHost::kNoLimit);
   EXPECT_EQ(program.Wait(), 0) << program.Error();
   EXPECT_EQ(program.Output(), expected);
   EXPECT_TRUE(Has(program.Error(), "is back"));
