@@ -9,11 +9,22 @@ const std::string& SmallFile() {
 }
 
 ClientHarness::ClientHarness(std::vector<std::string> pieces, unsigned long bufferSize) {
-  unsigned long error = 0;
+  sockets.emplace(&script);
   script.pieces = std::move(pieces);
+  Connect(bufferSize);
+}
+
+ClientHarness::ClientHarness(unsigned short port, unsigned long timeoutMs) {
+  client.SetPortNumber(port);
+  settings.SetNetworkTimeout(timeoutMs);
+  Connect(client.GetBufferSize());
+}
+
+void ClientHarness::Connect(unsigned long bufferSize) {
+  unsigned long error = 0;
   client.SetBufferSize(bufferSize);
   EXPECT_EQ(client.InitDataBuffer(), 1);
-  EXPECT_EQ(client.Connect(1000, &error), 1) << error;
+  EXPECT_EQ(client.Connect(5000, &error), 1) << error;
 }
 
 Extracted ClientHarness::Extract(unsigned long variant, const std::string& file) {

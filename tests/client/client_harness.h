@@ -3,6 +3,7 @@
 #define SCA_TESTS_CLIENT_CLIENT_HARNESS_H
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,16 +31,18 @@ struct Extracted {
   bool isTiled = true;  ///< blocks ended in a zero, were not empty and came without gaps
 };
 
-/// One client, connected to a scripted socket.
+/// One client, connected to a scripted socket or to a real server.
 class ClientHarness {
  public:
   explicit ClientHarness(std::vector<std::string> pieces = {}, unsigned long bufferSize = 4096);
+
+  ClientHarness(unsigned short port, unsigned long timeoutMs);
 
   /// Extracts `file`, by default one of 10 bytes; the script begins anew with each connection.
   Extracted Extract(unsigned long variant, const std::string& file = {});
 
   SocketScript script;
-  ScriptedSockets sockets{&script};
+  std::optional<ScriptedSockets> sockets;
   ReportCapture reports;
   SCA_TikaConfigOrv settings;
   OpenClient client{&settings, "127.0.0.1", 8000};
@@ -48,6 +51,7 @@ class ClientHarness {
   std::function<int(unsigned long offset)> onBlock;
 
  private:
+  void Connect(unsigned long bufferSize);
   static int Collect(const char* text, unsigned long length, unsigned long offset, void* context);
 
   Extracted* current_ = nullptr;

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstring>
 
 #include "platform/SCA_Error.h"
 #include "tests/client/client_harness.h"
@@ -40,18 +39,12 @@ std::vector<Reply> Replies() {
       {"no text", true, "", "0\r\n\r\n", ""},
       {"one chunk", true, "", "5\r\nhello\r\n0\r\n\r\n", "hello"},
       {"two chunks", true, "", "3\r\nabc\r\nA\r\n0123456789\r\n0\r\n\r\n", "abc0123456789"},
-      {"single bytes", true, "", "1\r\na\r\n1\r\nb\r\n1\r\nc\r\n0\r\n\r\n", "abc"},
-      {"lower case and zeros", true, "", "00001a\r\nabcdefghijklmnopqrstuvwxyz\r\n0\r\n\r\n",
-       "abcdefghijklmnopqrstuvwxyz"},
       {"an extension", true, "", "1a;n=v\r\nabcdefghijklmnopqrstuvwxyz\r\n0\r\n\r\n",
        "abcdefghijklmnopqrstuvwxyz"},
       {"framing in the text", true, "", "9\r\n\r\n0\r\n\r\n5\r\r\n2\r\n\r\n\r\n0\r\n\r\n",
        "\r\n0\r\n\r\n5\r"
        "\r\n"},
       {"rest of the reply before", true, "\r\n", "4\r\ntext\r\n0\r\n\r\n", "text"},
-      {"interim replies before", true,
-       "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 E\r\nA: b\r\n\r\n", "4\r\ntext\r\n0\r\n\r\n",
-       "text"},
       {"empty lines between", false, "", "3\r\nabc\r\n\r\n\r\n2\r\nde\r\n0\r\n\r\n", "abcde"},
       {"larger than the small buffer", false, "", Body(Pattern(700), 600), Pattern(700)},
       {"larger than the large buffer", false, "", Body(Pattern(5000), 2500), Pattern(5000)},
@@ -163,57 +156,32 @@ TEST(Decoder, NothingOfAReplyReachesTheNextOneOnItsConnection) {
   }
 }
 
-TEST(Decoder, AConnectionThatHoldsHalfAnExchangeCarriesNoOther) {
-  for (const unsigned long variant : kVariants) {
-    ClientHarness harness({ChunkedReply("text", 4), ChunkedReply("next", 4)});
-    harness.onBlock = [](unsigned long) { return 0; };
-    EXPECT_EQ(harness.Extract(variant).error, SCA_ErrorCancelled);
-    EXPECT_EQ(harness.client.IsUsable(), 0);
-    EXPECT_EQ(harness.Extract(variant).error, static_cast<unsigned long>(EPROTO));
-    // A refusal that has come whole leaves nothing.
-    ClientHarness refusing(
-        {"HTTP/1.1 422 No\r\nContent-Length: 2\r\n\r\nNo", ChunkedReply("x", 1)});
-    EXPECT_EQ(refusing.Extract(variant).error, SCA_ErrorTika422);
-    EXPECT_EQ(refusing.client.IsUsable(), 1);
-    EXPECT_EQ(refusing.Extract(variant).text, "x");
-  }
-}
-
 enum class Fault { Wait, Receive, CancelledWait };
-
-// Gives how often the operation happened in an extraction that nothing disturbed.
-std::size_t CountOperations(const std::vector<std::string>& pieces, unsigned long variant,
-                            Fault fault) {
-  ClientHarness harness(pieces, 64);
-  EXPECT_EQ(harness.Extract(variant).result, 1);
-  return fault == Fault::Receive ? harness.script.receiveSizes.size()
-                                 : harness.script.waitTimeouts.size();
-}
 
 TEST(Decoder, FaultOfTheNthSocketOperationEndsTheExtractionAsItself) {
   // Chunks that the third variant collects whole, in part and in several blocks.
   const std::string text = Pattern(300);
+  const std::string reply = ChunkedReply(text, 50);
   for (const unsigned long variant : kVariants) {
-    const std::string reply = ChunkedReply(text, 50);
-    const auto pieces = variant == 3 ? InPieces(reply, 7) : CutAt(reply, {80});
     for (const Fault fault : {Fault::Wait, Fault::Receive, Fault::CancelledWait}) {
-      const std::size_t count = CountOperations(pieces, variant, fault);
-      for (int n = 0; n < static_cast<int>(count); ++n) {
+      int n = 0;
+      for (int result = 0; result == 0; ++n) {
         SCOPED_TRACE(::testing::Message() << "variant " << variant << ", operation " << n);
-        ClientHarness harness(pieces, 64);
+        ClientHarness harness(variant == 3 ? InPieces(reply, 7) : CutAt(reply, {80}), 64);
         if (fault == Fault::Wait) harness.script.failWait = n;
         if (fault == Fault::Receive) harness.script.failReceive = n;
-        if (fault == Fault::CancelledWait) {
-          harness.script.onWait = [&](int number) {
-            if (number == n) harness.cancel.Set();
-          };
-        }
-        const bool isCancel = fault == Fault::CancelledWait;
+        harness.script.onWait = [&](int number) {
+          if (fault == Fault::CancelledWait && number == n) harness.cancel.Set();
+        };
         const Extracted extracted = harness.Extract(variant);
-        ExpectBookkeeping(harness, extracted, variant, isCancel ? SCA_ErrorCancelled : 5, isCancel);
+        result = extracted.result;
         EXPECT_EQ(extracted.text, text.substr(0, extracted.text.size()));
+        if (result != 0) continue;
+        const bool isCancel = fault == Fault::CancelledWait;
+        ExpectBookkeeping(harness, extracted, variant, isCancel ? SCA_ErrorCancelled : 5, isCancel);
         EXPECT_EQ(harness.reports.All().empty(), isCancel || n < (variant == 3 ? 7 : 1));
       }
+      EXPECT_GT(n, 3);
     }
   }
 }
@@ -224,26 +192,23 @@ TEST(Decoder, FramingFaultsAreReportedInTheVariantsWords) {
     std::vector<std::string> pieces;  // the first one follows the header
     std::string report;               // after the name of the operation, if it is the variant's own
   };
-  const std::string h = std::to_string(kHeader.size());
   const auto at = [](std::size_t offset) { return std::to_string(kHeader.size() + offset); };
-  const std::string noLength = "the chunk length is not set (RP=" + h + ", RL=";
+  const std::string noLength = "the chunk length is not set (RP=" + at(0) + ", RL=";
   const std::string more = "SCA_TikaClient::GetMoreData: ";
+  const std::string delimiter = "invalid chunk delimiter";
+  const std::string crlf = delimiter + " RL=" + at(6) + ", RP=" + at(5);
   const Row rows[] = {
-      {1, {""}, noLength + h + ")"},
+      {1, {""}, noLength + at(0) + ")"},
       {1, {"5\r", "\nhello\r\n0\r\n\r\n"}, noLength + at(2) + ")"},
       {1, {"\r\nhello"}, noLength + at(7) + ")"},
       {1, {std::string(256, '1') + "\r\n"}, noLength + at(258) + ")"},
       {1,
        {std::string(255, 'F') + "\r\n"},
        "18446744073709551615 bytes of a data chunk do not fit the data buffer of 4096 bytes"},
-      {1, {"2\r\nab", "\r", "\n0\r\n\r\n"}, "invalid chunk delimiter"},
-      {1, {"2\r\nab", "xx0\r\n\r\n"}, "invalid chunk delimiter"},
-      {1,
-       {"2\r\nab\xFFz0\r\n"},
-       "invalid chunk delimiter RL=" + at(10) + ", RP=" + at(5) + ", DRP=-1, DRP+1=122"},
-      {1,
-       {"2\r\nab\r", "\n0\r\n\r\n"},
-       "invalid chunk delimiter RL=" + at(6) + ", RP=" + at(5) + ", DRP=13, DRP+1=0"},
+      {1, {"2\r\nab", "\r", "\n0\r\n\r\n"}, delimiter},
+      {1, {"2\r\nab", "xx0\r\n\r\n"}, delimiter},
+      {1, {"2\r\nab\r", "\n0\r\n\r\n"}, crlf + ", DRP=13, DRP+1=0"},
+      {1, {"2\r\nab\xFF"}, crlf + ", DRP=-1, DRP+1=0"},
       {2, {"", "1234567\r\n"}, "cannot get the chunk length (RP=0, RL=9)"},
       {2, {"5\r", "\nhello\r\n0\r\n\r\n"}, "cannot get the chunk length (RP=0, RL=13)"},
       {2, {"2\r\nabxx0\r\n"}, "no chunk finish CRLF (RP=" + at(5) + ", RL=" + at(10) + ")"},
@@ -257,7 +222,6 @@ TEST(Decoder, FramingFaultsAreReportedInTheVariantsWords) {
       {1, {"9\r\nab"}, "cannot receive data chunk (ERR:104)"},
       {1, {"2\r\nab"}, "cannot receive the next data chunk (ERR:104)"},
       {2, {"2\r\nab"}, "cannot receive chunk CRLF (ERR:104)"},
-      {2, {"9\r\nab"}, "cannot receive data chunk (ERR:104)"},
       {2, {""}, "cannot receive the next data chunk (ERR:104)"},
       {3, {"9\r\nab"}, "cannot receive data chunk (ERR:104)"},
       {3, {""}, more + "cannot receive data (RDL=0, ERR=104)"},
@@ -265,7 +229,6 @@ TEST(Decoder, FramingFaultsAreReportedInTheVariantsWords) {
       // The second wait times out.
       {1, {"5\r\nhe"}, "data wait timeout (ERR:110)"},
       {1, {"2\r\nhe"}, "data network timeout (ERR:110)"},
-      {2, {"5\r\nhe"}, "data wait timeout (ERR:110)"},
       {2, {""}, "data network timeout (ERR:110)"},
       {2, {"2\r\nhe"}, "chunk CRLF wait timeout (ERR:110)"},
       {3, {"5\r\nhe"}, "data wait timeout (ERR:110)"},
@@ -286,7 +249,7 @@ TEST(Decoder, FramingFaultsAreReportedInTheVariantsWords) {
     harness.settings.SetNetworkTimeout(4321);
     if (isLate) harness.script.failWait = 1;
     harness.script.failCode = ETIMEDOUT;
-    const bool keepsValid = row.report.rfind("invalid chunk delimiter", 0) == 0;
+    const bool keepsValid = row.report.rfind(delimiter, 0) == 0;
     ExpectBookkeeping(harness, harness.Extract(row.variant), row.variant, code, keepsValid);
     const std::string source = "SCA_TikaClientV" + std::to_string(row.variant);
     EXPECT_EQ(harness.reports.All(), (std::vector<CapturedReport>{{5, source, report}}));
@@ -369,7 +332,7 @@ TEST(Decoder, BlocksEndWhereTheNextChunkWouldNotFit) {
   }
 }
 
-TEST(Decoder, StopFromTheCallbackIsNoError) {
+TEST(Decoder, StopFromTheCallbackIsNoErrorButEndsTheConnectionsUse) {
   for (const unsigned long variant : kVariants) {
     SCOPED_TRACE(variant);
     ClientHarness harness({ChunkedReply(Pattern(100), 25)}, 50);
@@ -381,6 +344,13 @@ TEST(Decoder, StopFromTheCallbackIsNoError) {
     EXPECT_EQ(harness.client.GetRecvData(), 50U);
     EXPECT_EQ(harness.client.GetLastTextLength(), variant == 3 ? 50U : 0U);
     EXPECT_TRUE(harness.reports.All().empty());
+    // Half an exchange is left; of a refusal that has come whole nothing is.
+    EXPECT_EQ(harness.client.IsUsable(), 0);
+    EXPECT_EQ(harness.Extract(variant).error, static_cast<unsigned long>(EPROTO));
+    ClientHarness refused({"HTTP/1.1 422 No\r\nContent-Length: 2\r\n\r\nNo", ChunkedReply("x", 1)});
+    EXPECT_EQ(refused.Extract(variant).error, SCA_ErrorTika422);
+    EXPECT_EQ(refused.client.IsUsable(), 1);
+    EXPECT_EQ(refused.Extract(variant).text, "x");
   }
 }
 
@@ -415,9 +385,10 @@ TEST(Decoder, ReplyHeaderDecidesBeforeAnyText) {
   const std::string processing = "HTTP/1.1 102 x\r\n\r\n";
   std::string most;
   for (int i = 0; i < 32; ++i) most += processing;
+  const std::string unsupported = "unsupported transfer encoding - ";
   const std::string chunked = "Transfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n";
   const std::vector<Row> rows = {
-      {"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", 0, true, ""},
+      {ok + "Content-Length: 0\r\n\r\n", 0, true, ""},
       {ok + "Content-Length: 0\r\n" + chunked, 0, true, "", "hello"},
       {ok + "Content-Encoding: gzip\r\n" + chunked, SCA_ErrorContentEncoding, false, ""},
       {most + ok + chunked, 0, true, "", "hello"},
@@ -426,16 +397,13 @@ TEST(Decoder, ReplyHeaderDecidesBeforeAnyText) {
       {processing, ECONNRESET, false, ""},
       {"HTTP/1.1 101 Switching\r\n\r\n" + ok + chunked, SCA_ErrorInterimReplies, false, ""},
       {"HTTP/1.1 999 No\r\n\r\n", 999, false, "Unknown Tika server reply code - 999"},
-      {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello", 100138, false,
-       "unsupported transfer encoding - "},
-      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: Chunked\r\n\r\n", 100138, false,
-       "unsupported transfer encoding - Chunked"},
-      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip\r\n" + chunked, 100138, false,
-       "unsupported transfer encoding - gzip, chunked"},
+      {ok + "Content-Length: 5\r\n\r\nhello", 100138, false, unsupported},
+      {ok + "Transfer-Encoding: Chunked\r\n\r\n", 100138, false, unsupported + "Chunked"},
+      {ok + "Transfer-Encoding: gzip\r\n" + chunked, 100138, false, unsupported + "gzip, chunked"},
       {"HTTP/1.1 500 No\r\nContent-Length: 0\r\n\r\n", 100194, false, ""},
       {"SSH-2.0-server\r\n\r\n", 100138, false, ""},
-      {"HTTP/1.1 200 OK\r\nContent-Length: 4294967296\r\n" + chunked, 100138, false, ""},
-      {"HTTP/1.1 200 OK\r\nLong: " + std::string(2100, 'x'), SCA_ErrorHeaderTooLong, false, ""},
+      {ok + "Content-Length: 4294967296\r\n" + chunked, 100138, false, ""},
+      {ok + "Long: " + std::string(2100, 'x'), SCA_ErrorHeaderTooLong, false, ""},
   };
   for (const Row& row : rows) {
     for (const unsigned long variant : kVariants) {
@@ -454,14 +422,14 @@ TEST(Decoder, ReplyHeaderDecidesBeforeAnyText) {
 }
 
 TEST(Decoder, FirstVariantTracesFromDebugLevelTwo) {
-  const std::vector<std::string> expected = {
-      "SCA_TikaClient::GetFileTextV1: file size 10 bytes",
-      "SCA_TikaClient::GetFileTextV1: 10 bytes od data sent to the Tika server",
-      "SCA_TikaClient::GetFileTextV1: " + std::to_string(kHeader.size() + 8) + " bytes received (" +
-          std::to_string(kHeader.size()) + " bytes HTTP header)",
-      "SCA_TikaClient::GetFileTextV1: HTTP Reply Code 200, transfer encoding chunked",
-      "SCA_TikaClient::GetFileTextV1: data chunk 0 - 5 bytes of data, 5 bytes total",
-      "SCA_TikaClient::GetFileTextV1: data chunk 1 - 4 bytes of data, 9 bytes total",
+  const std::string h = std::to_string(kHeader.size());
+  const std::string expected[] = {
+      "file size 10 bytes",
+      "10 bytes od data sent to the Tika server",
+      std::to_string(kHeader.size() + 8) + " bytes received (" + h + " bytes HTTP header)",
+      "HTTP Reply Code 200, transfer encoding chunked",
+      "data chunk 0 - 5 bytes of data, 5 bytes total",
+      "data chunk 1 - 4 bytes of data, 9 bytes total",
   };
   for (const unsigned long variant : {1UL, 3UL, 0UL, 7UL}) {
     for (const unsigned long level : {1UL, 2UL}) {
@@ -471,7 +439,9 @@ TEST(Decoder, FirstVariantTracesFromDebugLevelTwo) {
       harness.client.SetDebugLevel(level);
       EXPECT_EQ(harness.Extract(variant).text, "helloText");
       std::vector<CapturedReport> reports;
-      for (const std::string& text : expected) reports.push_back({3, "SCA_TikaClientV1", text});
+      for (const std::string& text : expected) {
+        reports.push_back({3, "SCA_TikaClientV1", "SCA_TikaClient::GetFileTextV1: " + text});
+      }
       if (level == 1 || variant == 3) reports.clear();
       EXPECT_EQ(harness.reports.All(), reports);
     }
