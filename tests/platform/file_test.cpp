@@ -145,16 +145,15 @@ TEST(ReplacementFile, WithoutACommitNothingChanges) {
 
 TEST(ReplacementFile, HasThePermissionsAskedFor) {
   const TempDir dir;
-  for (const mode_t mask : {0U, 027U}) {
-    for (const SCA_FileAccess access : {SCA_FileAccess::Private, SCA_FileAccess::Default}) {
-      const mode_t former = ::umask(mask);
-      EXPECT_EQ(Replace(dir.File("target"), "text", SCA_FileCommit::Fast, access), 0U);
-      ::umask(former);
-      struct stat status {};
-      ASSERT_EQ(::stat(dir.File("target").c_str(), &status), 0);
-      EXPECT_EQ(status.st_mode & 0777, access == SCA_FileAccess::Private ? 0600 : 0666 & ~mask);
-    }
+  const mode_t former = ::umask(027);
+  for (const auto& [access, mode] :
+       {std::pair(SCA_FileAccess::Private, 0600U), {SCA_FileAccess::Default, 0640U}}) {
+    EXPECT_EQ(Replace(dir.File("target"), "text", SCA_FileCommit::Fast, access), 0U);
+    struct stat status {};
+    ASSERT_EQ(::stat(dir.File("target").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, mode);
   }
+  ::umask(former);
 }
 
 TEST(ReplacementFile, FailuresLeaveNoFileAside) {

@@ -64,26 +64,21 @@ TEST(Report, SinkMayReportAndChangeTheSink) {
 
 TEST(Report, NoneIsLostWhileTheSinkChanges) {
   using Count = std::atomic<unsigned long>;
+  constexpr unsigned long kReports = 20000;
   Count counts[2] = {};
-  Count reported{0};
-  std::atomic<bool> stop{false};
   const SCA_ReportSink count = [](void* context, unsigned long, const char*, int, const char*) {
     static_cast<Count*>(context)->fetch_add(1);
   };
   SCA_SetReportSink(count, &counts[0]);
-  std::vector<std::thread> threads(4);
-  for (std::thread& thread : threads) {
-    thread = std::thread([&] {
-      for (; !stop; reported.fetch_add(1)) Report(SCA_LevelError, "text");
-    });
-  }
-  for (unsigned i = 0; counts[0] < 1000 || counts[1] < 1000; ++i) {
+  std::thread reporter([] {
+    for (unsigned long i = 0; i < kReports; ++i) Report(SCA_LevelError, "text");
+  });
+  for (unsigned i = 0; counts[0] + counts[1] < kReports; ++i) {
     SCA_SetReportSink(count, &counts[i % 2]);
   }
-  stop = true;
-  for (std::thread& thread : threads) thread.join();
+  reporter.join();
   SCA_SetReportSink(nullptr, nullptr);
-  EXPECT_EQ(counts[0] + counts[1], reported);
+  EXPECT_EQ(counts[0] + counts[1], kReports);
 }
 
 }  // namespace

@@ -59,7 +59,6 @@ TEST(ThreadObj, AWorkerThatEndedByItselfIsStartedAgain) {
   unsigned long error = 0;
   for (int round = 1; round <= 3; ++round) {
     ASSERT_TRUE(Eventually([&] { return worker.Lock("test", &error) == 1; }));
-    ASSERT_TRUE(Eventually([&] { return worker.runs == round; }));
   }
 }
 
