@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "platform/SCA_HttpParser.h"
+#include "platform/SCA_HttpClientRequest.h"
 #include "platform/SCA_Object.h"
 #include "platform/SCA_Sync.h"
 #include "settings/SCA_TikaConfigOrv.h"

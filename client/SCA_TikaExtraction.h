@@ -6,6 +6,7 @@
 
 #include "client/SCA_TikaReply.h"
 #include "platform/SCA_File.h"
+#include "platform/SCA_HttpParser.h"
 
 class SCA_TikaLink;
 

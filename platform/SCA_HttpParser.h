@@ -1,11 +1,10 @@
-/// Reading HTTP reply headers, and the records that hold what they say (RFC 9112).
+/// Reading HTTP reply headers, and the record that holds what they say (RFC 9112). Internal to the
+/// library.
 /// Threads: the parser has no state; a record belongs to one thread at a time.
 #ifndef SCA_PLATFORM_SCA_HTTPPARSER_H
 #define SCA_PLATFORM_SCA_HTTPPARSER_H
 
-#include <memory>
-
-#include "platform/SCA_Object.h"
+#include "platform/SCA_HttpClientRequest.h"
 
 /// Limits of a reply header: lines and bytes, leading empty lines included.
 constexpr unsigned long SCA_HttpMaxHeaderLines = 128;
@@ -18,33 +17,6 @@ struct tagSCA_HTTP_REQUEST {
   unsigned long contentLength = 0;  ///< 32-bit; 0 unless the next says otherwise
   int hasContentLength = 0;         ///< 1 when the header carried a Content-Length
   int isContentEncoded = 0;         ///< 1 for a Content-Encoding other than "identity"
-};
-
-/// A request or a reply with its content, in memory. @note Inherited: the name says request.
-class SCA_API SCA_HttpClientRequest : public SCA_Object {
- public:
-  SCA_HttpClientRequest();
-  ~SCA_HttpClientRequest() override;
-  SCA_HttpClientRequest(const SCA_HttpClientRequest&) = delete;
-  SCA_HttpClientRequest& operator=(const SCA_HttpClientRequest&) = delete;
-
-  unsigned long GetReplyCode() const { return replyCode_; }
-  void SetReplyCode(unsigned long code) { replyCode_ = code; }
-
-  /// Bytes of the content held; also what `InitContentBuffer` allocates for. 32-bit.
-  unsigned long GetContentLength() const { return contentLength_; }
-  void SetContentLength(unsigned long length) { contentLength_ = length; }
-
-  /// Allocates content length + 1 bytes, releasing what was there; the contents are not set.
-  /// @return 1, or 0 when memory is exhausted, no buffer being left.
-  int InitContentBuffer();
-  /// @return The buffer, owned by the record, valid until the next `InitContentBuffer`; or null.
-  char* GetContentBuffer() { return content_.get(); }
-
- private:
-  unsigned long replyCode_ = 0;
-  unsigned long contentLength_ = 0;
-  std::unique_ptr<char[]> content_;
 };
 
 /// Reads reply headers. Lines end in CR LF; field names match in any case; blanks around values
