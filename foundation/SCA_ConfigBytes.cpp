@@ -162,12 +162,12 @@ SCA_Result SCA_StreamConfig(const SCA_ConfigObj& object, const SCA_ConfigSink& s
 
 int SCA_WriteConfigBytes(const SCA_ConfigObj& object, char* buffer, unsigned long size,
                          unsigned long* written, unsigned long* error) {
-  if (object.GetName() == nullptr) return SCA_Result(SCA_ErrorInvalidData).Store(error);
+  if (object.GetName() == nullptr) return SCA_Fail(SCA_ErrorInvalidData, error);
   MemoryTarget target{buffer, std::min(size, SCA_MaxConfigBytes)};
   const SCA_Result result = Writer<MemoryTarget>(&target).Put(object);
   // A larger buffer than the limit would not help.
   const bool isBeyondLimit = result.Code() == ENOBUFS && size >= SCA_MaxConfigBytes;
-  if (isBeyondLimit) return SCA_Result(SCA_ErrorDataTooLarge).Store(error);
+  if (isBeyondLimit) return SCA_Fail(SCA_ErrorDataTooLarge, error);
   if (result.HasFailed()) return result.Store(error);
   *written = static_cast<unsigned long>(target.at - buffer);
   return 1;

@@ -198,7 +198,7 @@ int SCA_LoadConfigFile(const char* fileName, SCA_ConfigObj* object, SCA_ConfigFi
 int SCA_SaveConfigFile(const SCA_ConfigObj& object, const char* fileName, unsigned long fileType,
                        unsigned long formatVersion, unsigned long* error) {
   if (fileName == nullptr || fileType > UINT32_MAX || formatVersion > SCA_ConfigFormatVersion) {
-    return SCA_Result(EINVAL).Store(error);
+    return SCA_Fail(EINVAL, error);
   }
   unsigned long objectSize = 0;
   if (const SCA_Result result = SCA_MeasureConfig(object, &objectSize); result.HasFailed()) {

@@ -42,13 +42,13 @@ int SCA_TikaConfig::LoadConfig(unsigned long* error) {
                         "SCA_TikaConfig::LoadConfig: cannot load configuration file - %s",
                         configFileName_);
   }
-  return Deserialize(&object) != 0 ? 1 : SCA_Result(SCA_ErrorRootConfig).Store(error);
+  return Deserialize(&object) != 0 ? 1 : SCA_Fail(SCA_ErrorRootConfig, error);
 }
 
 int SCA_TikaConfig::SaveAs(const char* fileName, unsigned long* error) const {
   SCA_ConfigObj object(kRootName, nullptr);
   if (object.IsValid() == 0 || Serialize(&object) == 0) {
-    return SCA_Result(SCA_ErrorCannotCreate).Store(error);
+    return SCA_Fail(SCA_ErrorCannotCreate, error);
   }
   return object.Save(fileName, SCA_FileTypeServiceRoot, SCA_ConfigFormatVersion, error);
 }

@@ -96,16 +96,16 @@ int SCA_TikaConfigUser::Init() {
 }
 
 int SCA_TikaConfigUser::LoadConfig(unsigned long* error) {
-  if (*configFileName_ == '\0') return SCA_Result(SCA_ErrorInvalidData).Store(error);
+  if (*configFileName_ == '\0') return SCA_Fail(SCA_ErrorInvalidData, error);
   SCA_ConfigObj object(kRootName, nullptr);
   if (object.Load(configFileName_, error) == 0) return 0;
-  return Deserialize(&object) != 0 ? 1 : SCA_Result(SCA_ErrorInvalidData).Store(error);
+  return Deserialize(&object) != 0 ? 1 : SCA_Fail(SCA_ErrorInvalidData, error);
 }
 
 int SCA_TikaConfigUser::SaveConfig(unsigned long* error) {
-  if (*configFileName_ == '\0') return SCA_Result(SCA_ErrorInvalidData).Store(error);
+  if (*configFileName_ == '\0') return SCA_Fail(SCA_ErrorInvalidData, error);
   SCA_ConfigObj object(kRootName, nullptr);
-  if (Serialize(&object) == 0) return SCA_Result(SCA_ErrorInvalidData).Store(error);
+  if (Serialize(&object) == 0) return SCA_Fail(SCA_ErrorInvalidData, error);
   if (object.Save(configFileName_, SCA_FileTypeServiceUser, SCA_ConfigFormatVersion, error) != 0) {
     return 1;
   }

@@ -13,7 +13,7 @@
 ///     }
 ///
 ///     int SCA_BlockFile::Open(const char* fileName, unsigned long* error) {
-///       if (fileName == nullptr) return SCA_Result(EINVAL).Store(error);
+///       if (fileName == nullptr) return SCA_Fail(EINVAL, error);
 ///       return SCA_Guarded([&] { return file_->Open(fileName); }).Store(error);
 ///     }
 #ifndef SCA_PLATFORM_SCA_RESULT_H
@@ -46,6 +46,12 @@ class [[nodiscard]] SCA_Result {
 };
 
 constexpr SCA_Result SCA_Done;
+
+/// Ends an operation of the interface with a code. @return 0, for the operation to return in turn.
+inline int SCA_Fail(unsigned long code, unsigned long* error) {
+  *error = code;
+  return 0;
+}
 
 /// `errno` as a result, right after the call that has set it; never done.
 inline SCA_Result SCA_SystemError() {

@@ -66,7 +66,7 @@ int SCA_File::Open(const char* fileName, unsigned long flags, unsigned long* err
   Close();
   const bool isForReading = flags == SCA_FileOpenRead;
   if ((!isForReading && flags != SCA_FileAppend) || fileName == nullptr) {
-    return SCA_Result(EINVAL).Store(error);
+    return SCA_Fail(EINVAL, error);
   }
   const int mode = isForReading ? O_RDONLY : O_WRONLY | O_APPEND | O_CREAT;
   // O_NONBLOCK: opening a named pipe would otherwise wait for its other end.
@@ -125,7 +125,7 @@ int SCA_File::WriteString(const char* text, unsigned long* error) {
   const ssize_t written = SCA_Retry([&] { return ::writev(fd_, parts, 2); });
   if (written < 0) return SCA_SystemError().Store(error);
   // A regular file takes less only when there is no room for more.
-  return static_cast<std::size_t>(written) == length + 1 ? 1 : SCA_Result(ENOSPC).Store(error);
+  return static_cast<std::size_t>(written) == length + 1 ? 1 : SCA_Fail(ENOSPC, error);
 }
 
 SCA_ReplacementFile::SCA_ReplacementFile() {

@@ -80,7 +80,7 @@ int SCA_GetExeFileName(char* path, unsigned long size, unsigned long* error) {
   if (length < 0) return SCA_SystemError().Store(error);
   const std::string_view text(target, static_cast<std::size_t>(length));
   const bool fits = text.size() < sizeof target && Fit(path, size, text) != 0;
-  return fits ? 1 : SCA_Result(ENAMETOOLONG).Store(error);
+  return fits ? 1 : SCA_Fail(ENAMETOOLONG, error);
 }
 
 int SCA_GetDirName(const char* path, char* directory, unsigned long size) {

@@ -327,8 +327,8 @@ std::vector<std::string> Process::MakeEnvironment() const {
 
 int Process::Start(const char* command, unsigned long flags, unsigned long options,
                    unsigned long* error) {
-  if (flags != 0 || options != SCA_ProcessReadOutput) return SCA_Result(EINVAL).Store(error);
-  if (pid_ != 0) return SCA_Result(EBUSY).Store(error);
+  if (flags != 0 || options != SCA_ProcessReadOutput) return SCA_Fail(EINVAL, error);
+  if (pid_ != 0) return SCA_Fail(EBUSY, error);
   const auto start = [&] {
     std::vector<std::string> words;
     return SplitCommand(command, &words) ? StartWords(&words) : SCA_Result(SCA_ErrorCommandLine);
@@ -431,7 +431,7 @@ void Process::Wake() {
 
 int Process::ReadOutputLine(char* buffer, unsigned long size, unsigned long* length,
                             unsigned long* error) {
-  if (size < 2) return SCA_Result(EINVAL).Store(error);
+  if (size < 2) return SCA_Fail(EINVAL, error);
   *length = 0;
   buffer[0] = '\0';
   if (!HasLine()) {

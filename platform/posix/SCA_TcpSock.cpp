@@ -182,7 +182,7 @@ int TcpSock::Connect(const char* host, unsigned short port, unsigned long timeou
   if (timeoutMs == 0) timeoutMs = SCA_SockIdleTimeoutMs;
   if (host != nullptr && *host == '/') return ConnectPath(host, timeoutMs).Store(error);
   if (host == nullptr || *host == '\0' || std::strlen(host) > kMaxHostLength) {
-    return SCA_Result(SCA_ErrorHostNameInvalid).Store(error);
+    return SCA_Fail(SCA_ErrorHostNameInvalid, error);
   }
   return SCA_Guarded([&] { return ConnectHost(host, port, timeoutMs); }).Store(error);
 }
@@ -314,7 +314,7 @@ SCA_Result TcpSock::WaitAndRead(char* buffer, std::size_t length, unsigned long 
 int TcpSock::WaitForData(unsigned long timeoutMs, unsigned long* error) {
   if (timeoutMs != 0) idleTimeoutMs_ = timeoutMs;
   // At the start of each wait: a peer that always has something to say must not outrun a cancel.
-  if (IsCancelled()) return SCA_Result(SCA_ErrorCancelled).Store(error);
+  if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
   if (Held() > 0) return 1;
   if (!inputEnd_.HasFailed()) {
     std::size_t none = 0;
@@ -357,12 +357,12 @@ int TcpSock::Send(const char* buffer, unsigned long length, unsigned long* sent,
     }
     if (errno != EAGAIN) return SCA_SystemError().Store(error);
     // A peer that reads a little all the time must not outrun a cancel.
-    if (IsCancelled()) return SCA_Result(SCA_ErrorCancelled).Store(error);
+    if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
     short events = 0;
     const SCA_Result poll = Poll(POLLOUT | POLLRDHUP, SCA_Deadline(idleTimeoutMs_), &events);
     if (poll.HasFailed()) return poll.Store(error);
     // A peer that has closed and reads no more would leave this send waiting for ever.
-    if ((events & POLLOUT) == 0) return SCA_Result(ECONNRESET).Store(error);
+    if ((events & POLLOUT) == 0) return SCA_Fail(ECONNRESET, error);
   }
   return 1;
 }
