@@ -75,6 +75,10 @@ SCA_TikaWorker::SCA_TikaWorker(SCA_TikaWorkplace* workplace, const char* hostNam
       random_(std::random_device()()) {}
 
 void SCA_TikaWorker::Start() {
+  // Without its events nothing could end it.
+  if (stop_.IsValid() == 0 || wake_.IsValid() == 0 || askEnds_.IsValid() == 0) {
+    throw std::bad_alloc();
+  }
   thread_ = std::thread([this] { Run(); });
 }
 

@@ -86,7 +86,7 @@ class SCA_TikaWorker {
   SCA_TikaWorker(const SCA_TikaWorker&) = delete;
   SCA_TikaWorker& operator=(const SCA_TikaWorker&) = delete;
 
-  /// Throws as threads do.
+  /// Throws std::bad_alloc, or as threads do.
   void Start();
   void Join();
   /// Ends the thread after the file that it has; every other wait ends now.
