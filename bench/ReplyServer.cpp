@@ -18,6 +18,8 @@
 #include <thread>
 #include <vector>
 
+#include "faultlab/ServerConnection.h"
+
 namespace {
 
 // Fits the third-level cache, where text that a server has just written would be.
@@ -98,32 +100,18 @@ unsigned long long ChunkedReply::WireSize() const {
 }
 
 ReplyServer::ReplyServer(const ChunkedReply& reply, const std::string& congestionControl) {
-  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  auto* generic = reinterpret_cast<sockaddr*>(&address);
-  if (::bind(listener, generic, length) != 0 || ::listen(listener, 16) != 0 ||
-      ::getsockname(listener, generic, &length) != 0) {
-    throw std::runtime_error("cannot listen on loopback");
-  }
-  // Connections inherit it.
+  const Listener listener("127.0.0.1", 0, 16);
   if (!congestionControl.empty() &&
-      ::setsockopt(listener, IPPROTO_TCP, TCP_CONGESTION, congestionControl.data(),
+      ::setsockopt(listener.Fd(), IPPROTO_TCP, TCP_CONGESTION, congestionControl.data(),
                    static_cast<socklen_t>(congestionControl.size())) != 0) {
-    ::close(listener);
     throw std::runtime_error("cannot use " + congestionControl);
   }
-  port_ = ntohs(address.sin_port);
+  port_ = listener.Port();
   std::fflush(nullptr);
   const pid_t parent = ::getpid();
   child_ = ::fork();
   if (child_ < 0) throw std::runtime_error("cannot fork the server");
-  if (child_ > 0) {
-    ::close(listener);
-    return;
-  }
+  if (child_ > 0) return;
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != parent) ::_exit(1);
   ::signal(SIGPIPE, SIG_IGN);  // which sendfile cannot be told not to raise
@@ -132,12 +120,10 @@ ReplyServer::ReplyServer(const ChunkedReply& reply, const std::string& congestio
       static_cast<ssize_t>(reply.piece_.size())) {
     ::_exit(1);
   }
+  const StopSignal never;
   for (;;) {
-    const int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd < 0) ::_exit(1);
+    const int fd = listener.Accept(never);
     std::thread([fd, file, &reply] {
-      const int on = 1;
-      ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
       std::vector<char> buffer(1 << 18);
       while (TakeRequest(fd, &buffer)) {
         bool sent = SendAll(fd, reply.first_);

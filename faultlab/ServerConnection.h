@@ -70,6 +70,7 @@ class Listener {
   Listener& operator=(const Listener&) = delete;
 
   unsigned short Port() const { return port_; }
+  int Fd() const { return fd_; }  ///< For options, which connections inherit.
   /// @return The next connection's descriptor, which the caller owns; -1 once the server stops.
   int Accept(const StopSignal& stop) const;
   /// Refuses connections from now on.
