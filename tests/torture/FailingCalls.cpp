@@ -159,17 +159,13 @@ FAILING(kSync, int, -1, fdatasync, (int fd), fd)
 FAILING(kRename, int, -1, rename, (const char* from, const char* to) noexcept, from, to)
 FAILING(kPipe, int, -1, pipe2, (int* ends, int flags) noexcept, ends, flags)
 FAILING(kPipe, int, -1, eventfd, (unsigned value, int flags) noexcept, value, flags)
-FAILING(kSocket, int, -1, socket, (int domain, int type, int protocol) noexcept, domain, type,
-        protocol)
-FAILING(kSocket, int, -1, bind, (int fd, const sockaddr* address, socklen_t size) noexcept, fd,
-        address, size)
+FAILING(kSocket, int, -1, socket, (int domain, int type, int which) noexcept, domain, type, which)
+FAILING(kSocket, int, -1, bind, (int fd, const sockaddr* to, socklen_t n) noexcept, fd, to, n)
 FAILING(kSocket, int, -1, listen, (int fd, int backlog) noexcept, fd, backlog)
-FAILING(kConnect, int, -1, connect, (int fd, const sockaddr* address, socklen_t size), fd, address,
-        size)
-FAILING(kPoll, int, -1, poll, (pollfd * entries, nfds_t count, int timeout), entries, count,
-        timeout)
-FAILING(kAccept, int, -1, accept4, (int fd, sockaddr* address, socklen_t* size, int flags), fd,
-        address, size, flags)
+FAILING(kConnect, int, -1, connect, (int fd, const sockaddr* to, socklen_t n), fd, to, n)
+FAILING(kPoll, int, -1, poll, (pollfd * entries, nfds_t n, int limit), entries, n, limit)
+FAILING(kAccept, int, -1, accept4, (int fd, sockaddr* of, socklen_t* n, int flags), fd, of, n,
+        flags)
 
 // And for each that may take or give less than `size`.
 #define SHORTENING(call, name, parameters, ...)                   \
@@ -177,14 +173,11 @@ FAILING(kAccept, int, -1, accept4, (int fd, sockaddr* address, socklen_t* size, 
     static const auto next = Next(&name, #name);                  \
     return FailsOrShortens(call, &size) ? -1 : next(__VA_ARGS__); \
   }
-SHORTENING(kRead, read, (int fd, void* buffer, std::size_t size), fd, buffer, size)
-SHORTENING(kRead, pread, (int fd, void* buffer, std::size_t size, off_t offset), fd, buffer, size,
-           offset)
-SHORTENING(kWrite, write, (int fd, const void* buffer, std::size_t size), fd, buffer, size)
-SHORTENING(kSend, send, (int fd, const void* buffer, std::size_t size, int flags), fd, buffer, size,
-           flags)
-SHORTENING(kReceive, recv, (int fd, void* buffer, std::size_t size, int flags), fd, buffer, size,
-           flags)
+SHORTENING(kRead, read, (int fd, void* to, std::size_t size), fd, to, size)
+SHORTENING(kRead, pread, (int fd, void* to, std::size_t size, off_t at), fd, to, size, at)
+SHORTENING(kWrite, write, (int fd, const void* from, std::size_t size), fd, from, size)
+SHORTENING(kSend, send, (int fd, const void* from, std::size_t size, int how), fd, from, size, how)
+SHORTENING(kReceive, recv, (int fd, void* to, std::size_t size, int how), fd, to, size, how)
 ssize_t writev(int fd, const iovec* parts, int count) {
   static const auto next = Next(&writev, "writev");
   iovec first = *parts;

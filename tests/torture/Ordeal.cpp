@@ -152,7 +152,6 @@ void Torture(Road road) {
     ASSERT_EQ(quiet.Complaint(), "");
     points = PointsOf(quiet.verdict->counts, takesAll);
   }
-  ::testing::Test::RecordProperty("points", static_cast<int>(points.size()));
   std::vector<std::unique_ptr<Child>> running;
   for (std::size_t next = 0; next < points.size() || !running.empty();) {
     while (next < points.size() && running.size() < kAtATime) {
