@@ -9,8 +9,8 @@
 #include "client/SCA_TikaExtraction.h"
 #include "client/SCA_TikaLink.h"
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 #include "platform/SCA_Text.h"
 #include "platform/SCA_Time.h"
 

@@ -8,8 +8,8 @@
 #include "client/SCA_TikaDecoders.h"
 #include "client/SCA_TikaExtraction.h"
 #include "client/SCA_TikaLink.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 
 namespace {
 

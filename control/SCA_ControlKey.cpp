@@ -4,11 +4,11 @@
 #include <cstring>
 
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_File.h"
 #include "platform/SCA_Hex.h"
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_Path.h"
+#include "platform/SCA_Result.h"
 #include "platform/SCA_Sha256.h"
 
 namespace {

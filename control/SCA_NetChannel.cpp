@@ -9,7 +9,7 @@
 #include "foundation/SCA_ConfigBytes.h"
 #include "platform/SCA_Deadline.h"
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
+#include "platform/SCA_Result.h"
 
 namespace {
 

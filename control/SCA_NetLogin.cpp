@@ -5,8 +5,8 @@
 
 #include "platform/SCA_Deadline.h"
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_Hex.h"
+#include "platform/SCA_Result.h"
 
 namespace {
 

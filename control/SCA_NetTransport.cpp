@@ -7,7 +7,7 @@
 #include "control/SCA_NetLogin.h"
 #include "platform/SCA_Deadline.h"
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
+#include "platform/SCA_Result.h"
 #include "platform/SCA_Time.h"
 
 SCA_NetTransport::SCA_NetTransport(SCA_NetLink* /*link*/) : clientStartTime_(SCA_GetAbsTime()) {

@@ -9,10 +9,10 @@
 #include "control/SCA_NetConnection.h"
 #include "control/SCA_NetLogin.h"
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_Listener.h"
 #include "platform/SCA_Path.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 #include "platform/SCA_Text.h"
 #include "platform/SCA_Time.h"
 

@@ -10,10 +10,10 @@
 #include <exception>
 
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_Path.h"
 #include "platform/SCA_Process.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 #include "platform/SCA_Text.h"
 #include "platform/SCA_Time.h"
 

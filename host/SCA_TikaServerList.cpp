@@ -5,8 +5,8 @@
 #include <new>
 
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <exception>
 
-#include "platform/SCA_Fail.h"
+#include "platform/SCA_Result.h"
 #include "product/SCA_TikaDispatch.h"
 
 namespace {

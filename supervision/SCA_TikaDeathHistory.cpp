@@ -10,8 +10,8 @@
 
 #include "foundation/SCA_ConfigFile.h"
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 
 namespace {
 

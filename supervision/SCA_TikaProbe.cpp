@@ -8,8 +8,8 @@
 
 #include "platform/SCA_Deadline.h"
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_HttpParser.h"
+#include "platform/SCA_Result.h"
 #include "platform/SCA_TcpSock.h"
 #include "platform/SCA_Text.h"
 

@@ -13,10 +13,10 @@
 
 #include "platform/SCA_Deadline.h"
 #include "platform/SCA_Error.h"
-#include "platform/SCA_Fail.h"
 #include "platform/SCA_Lock.h"
 #include "platform/SCA_PortHolder.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Result.h"
 #include "platform/SCA_Text.h"
 #include "platform/SCA_Time.h"
 #include "supervision/SCA_DeathCause.h"
