@@ -16,13 +16,13 @@ class SCA_TikaLink;
 
 /// Receives the text of a document, block by block, on the thread that called `GetFileText`.
 /// @param text     The block: bytes as the server sent them, neither decoded nor converted. A block
-///                 may end inside a line or a multi-byte character. The byte behind it is 0. The
-///                 memory is the client's data buffer, reused as soon as the callback returns.
+///                 may end inside a line or a multi-byte character. It is followed by a zero byte.
+///                 The memory is the client's data buffer, reused as soon as the callback returns.
 /// @param length   Bytes in the block, 1 to the client's buffer size.
 /// @param offset   Bytes delivered before it: the blocks tile the text from offset 0.
 /// @param context  The pointer given to `GetFileText`.
 /// @return 0 stops the extraction, which then fails with `SCA_ErrorCancelled`; any other value goes
-///         on. Must not throw, and must not use the client but for its getters.
+///         on. Must not throw, and must not use the client except for its getters.
 using SCA_TikaTextCallback = int (*)(const char* text, unsigned long length, unsigned long offset,
                                      void* context);
 
@@ -163,7 +163,7 @@ class SCA_API SCA_TikaClient : public SCA_Object {
 
  protected:
   /// Receives until a complete HTTP header is held.
-  /// @param buffer        `capacity` + 1 bytes; ends in a zero behind what was received.
+  /// @param buffer        `capacity` + 1 bytes; a zero byte follows what was received.
   /// @param headerLength  Receives the header's length, the position of the first body byte.
   /// @param received      Receives the bytes held, body bytes included.
   /// @param error         `SCA_ErrorHeaderTooLong` when the header does not end within `capacity`.
@@ -178,14 +178,14 @@ class SCA_API SCA_TikaClient : public SCA_Object {
   int SendFile(const char* fileName, SCA_Event* cancel, unsigned long* error);
 
   /// Parses a chunk-size line of 1 to 6 characters that begins at a position.
-  /// @param nextPosition  Receives the position behind the line's CR LF.
+  /// @param nextPosition  Receives the position after the line's CR LF.
   /// @return 1; or 0 when no complete line is there or it holds no size, outputs untouched.
   static int GetChunkLength(const char* buffer, unsigned long length, unsigned long position,
                             unsigned long* nextPosition, unsigned long* chunkSize);
-  /// Finds the first CR LF that begins at a position or behind it. @return 1, or 0 without one.
+  /// Finds the first CR LF that begins at or after a position. @return 1, or 0 without one.
   static int FindCRLF(const char* buffer, unsigned long length, unsigned long position,
                       unsigned long* crlfPosition);
-  /// Moves the unread bytes (`position` to `length`) to the buffer's start and receives more behind
+  /// Moves the unread bytes (`position` to `length`) to the buffer's start and receives more after
   /// them. A failure other than a cancel clears the validity flag.
   int GetMoreData(char* buffer, unsigned long bufferSize, unsigned long length,
                   unsigned long position, unsigned long* newLength, unsigned long* newPosition,

@@ -10,7 +10,7 @@
 
 class SCA_TikaLink;
 
-/// One extraction. It alone writes the figures of the client that it works for.
+/// One extraction. Only it writes the figures of its client.
 class SCA_TikaExtraction {
  public:
   SCA_TikaExtraction(SCA_TikaClient* client, const SCA_TikaVariant& variant,
@@ -21,7 +21,7 @@ class SCA_TikaExtraction {
   /// @param textLength  Receives the bytes of text delivered, on success.
   /// @return 1, or 0 with the code in `*error`.
   int Run(const char* fileName, unsigned long* textLength, unsigned long* error);
-  /// The upload alone: its failures are not counted.
+  /// The upload only: its failures are not counted.
   int SendFile(const char* fileName, unsigned long* error);
 
  private:

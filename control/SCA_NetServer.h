@@ -29,7 +29,7 @@ class SCA_NetServer : public SCA_VirtualCmdServer {
   }
   ~SCA_NetServer() override { StopAll(); }
 
-  /// Adds a command, before the gate is opened. A name that is there already keeps its handler.
+  /// Adds a command, before the gate is opened. An existing name keeps its handler.
   /// @param name  Copied; null registers nothing.
   /// @return 0, with a report, for a null handler; else 1.
   int RegisterCommand(const char* name, Handler handler) {

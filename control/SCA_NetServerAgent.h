@@ -13,16 +13,16 @@
 /// events get it as the key of the connection.
 class SCA_API SCA_NetServerAgent : public SCA_ThreadObj {
  public:
-  /// The number of the connection, given before the connect event and not given again while the
-  /// server lives.
+  /// The number of the connection, given before the connect event and not reused while the
+  /// server exists.
   unsigned long GetId() const { return id_.Get(); }
   /// @return 1.
   int SetId(unsigned long id) {
     id_.Set(static_cast<std::uint32_t>(id));
     return 1;
   }
-  /// @return 1 when the peer has passed a login, or has come over the Unix socket, where the system
-  ///         vouches for its account; 0 for TCP in mode 0, which asks for none.
+  /// @return 1 when the peer has passed a login, or is on the Unix socket, where the system
+  ///         identifies its account; 0 for TCP in mode 0, which requires none.
   int IsAuthenticated() const { return isAuthenticated_.Get(); }
   /// @return 1 for the transport's own kinds of frames, 2 to 11.
   int IsInternalCommand(unsigned long code) const { return code >= 2 && code <= 11 ? 1 : 0; }

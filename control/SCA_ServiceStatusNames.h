@@ -89,7 +89,7 @@ struct SCA_StatusField {
   FIELD(StartTime, "Start Time", Time, "of the service host")                              \
   FIELD(UpTime, "Up Time", Ms, "of the service host")                                      \
   FIELD(ControlPort, "Control Port", U32, "TCP port of this protocol")                     \
-  FIELD(LoginMode, "Login Mode", U32, "0 loopback alone, 1 login with the key")            \
+  FIELD(LoginMode, "Login Mode", U32, "0 loopback only, 1 login with the key")             \
   FIELD(RefusedLogins, "Refused Logins", U64, "since the start of the host")               \
   FIELD(ControlSocket, "Control Socket", Path, "Unix socket; empty for none")              \
   FIELD(DataDirectory, "Data Directory", Path, "of the service host")                      \
@@ -121,7 +121,7 @@ struct SCA_StatusField {
   FIELD(JavaOptions, "Java Options", Text, "further options of java")                          \
   FIELD(Status, "Status", U32, "process status")                                               \
   FIELD(StatusText, "Status Text", Text, "in words: \"ready\", \"starting\", \"silent\", ...") \
-  FIELD(Ready, "Ready", Switch, "it answered when asked last")                                 \
+  FIELD(Ready, "Ready", Switch, "it answered the last probe")                                  \
   FIELD(TikaVersion, "Tika Version", Text, "as it answered; empty before")                     \
   FIELD(AnswerTime, "Answer Time", Ms, "that its last answer took")                            \
   FIELD(Silence, "Silence", Ms, "since its last answer, or its start")                         \
@@ -143,7 +143,7 @@ struct SCA_StatusField {
   FIELD(LastDeath, "Last Death", Text, "the cause; empty when it never died")                  \
   FIELD(LastDeathTime, "Last Death Time", Time, "0 when it never died")                        \
   FIELD(Owner, "Owner", Text, "\"host\", or \"connection 12\"")                                \
-  FIELD(History, "History", Object, "as of the service, of servers on this port alone")
+  FIELD(History, "History", Object, "as of the service, but only of servers on this port")
 
 /// @}
 

@@ -1,7 +1,6 @@
-/// The command server: a control port, and a Unix socket beside it where that is wanted, its
-/// accepting thread and one agent for each connection.
-/// Threads: one thread builds, opens, stops and destroys it; events and commands come on the
-/// agents' threads, of several connections at once.
+/// The command server: a control port and, if wanted, a Unix socket, with an accepting thread and
+/// one agent for each connection. Threads: one thread builds, opens, stops and destroys it; events
+/// and commands come on the agents' threads, of several connections at once.
 #ifndef SCA_CONTROL_SCA_VIRTUALCMDSERVER_H
 #define SCA_CONTROL_SCA_VIRTUALCMDSERVER_H
 
@@ -22,13 +21,13 @@ struct SCA_AcceptedPeer;
 /// Connections that a server serves at a time, unless it is told otherwise.
 constexpr unsigned long SCA_DefaultMaxConnections = 256;
 
-/// Nothing of a derived class is called before `OpenGate`, the last step of the most derived
-/// constructor; and a most derived class calls `StopAll` in its own destructor, since the agents
-/// call it until then.
+/// Nothing of a derived class is called before `OpenGate`, which is the last step of the most
+/// derived constructor. The most derived class calls `StopAll` in its own destructor, because the
+/// agents call it until then.
 class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
  public:
   /// Opens nothing yet.
-  /// @param version  Told to clients; cut at 63 bytes.
+  /// @param version  Sent to clients; cut at 63 bytes.
   /// @param port     0 for a free one.
   /// @param error    Receives `ENOMEM` when the server is not valid.
   SCA_VirtualCmdServer(const char* version, unsigned short port, unsigned long* error);
@@ -44,15 +43,15 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   int Lock(const char* caller, unsigned long* error) override;
 
   /// Asks for the login mode, fetches the key in mode 1, binds the port (on loopback only in mode
-  /// 0) and starts to accept. May succeed once. A failure before that takes the validity away.
+  /// 0) and starts to accept. May succeed once. A failure before that makes the server invalid.
   /// @param error  `EADDRINUSE`, `EACCES` and the like; the key provider's; `EINVAL` for another
   ///               mode; `EALREADY`.
   int OpenGate(unsigned long* error);
 
-  /// Takes connections over a Unix socket too, without a login: the system tells whose they are,
-  /// and root, the account of this process and the members of the group are accepted. Once the gate
-  /// is open, and before anything else may stop the server. The file is removed when the port
-  /// closes.
+  /// Accepts connections over a Unix socket too, without a login: the system tells which account
+  /// they come from, and root, the account of this process and the members of the group are
+  /// accepted. To be called once the gate is open, and before another thread may stop the server.
+  /// The file is removed when the port closes.
   /// @param path   Absolute. A socket of this account that a process has left there is replaced.
   /// @param group  Name or number, of which this account must be a member unless it is root; null
   ///               or empty for none. The file is for its owner only, or for the group too.
@@ -63,11 +62,11 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
 
   /// Closes the port and ends every connection; one in the middle of a request still replies. No
   /// agent is in an event or a command when it returns; called by one of them it only starts the
-  /// ending, and the reply still goes out. @return 1.
+  /// stop, and the reply is still sent. @return 1.
   int StopAll();
 
-  /// @param count  > 0. Beyond it a new connection takes the place of the oldest that has neither
-  ///               logged in nor sent a request, and is refused when there is none.
+  /// @param count  > 0. Beyond it a new connection replaces the oldest one without a login or a
+  ///               request, and is refused when there is none.
   void SetMaxConnections(unsigned long count) { maxConnections_.Set(count); }
   /// @return Logins that were refused since the gate was opened, with the connections that were
   ///         turned away at once: an address that has failed 20 times may try once a second.
@@ -79,7 +78,7 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   /// @param reply  Prepared with the name "ERR", which a result of 0 gives it again.
   virtual int DoCommand(SCA_NetServerAgent* agent, SCA_NetMessage* request,
                         SCA_NetMessage* reply) = 0;
-  /// A peer may send requests from now on: accepted, and logged in where that is asked for.
+  /// A peer may send requests from now on: it is accepted, and logged in where that is required.
   virtual int ConnectEvent(SCA_NetServerAgent* agent) = 0;
   /// A connection that had its connect event has ended.
   virtual int DisconnectEvent(SCA_NetServerAgent* agent) = 0;

@@ -7,7 +7,7 @@
 
 /// Chooses a port of 127.0.0.1 that nothing uses now, at random and below the range from which the
 /// system takes the ports of outgoing connections: one of those must not get in the way while the
-/// server comes up. Nothing keeps the port.
+/// server starts. Nothing reserves the port.
 /// @return 20000 to 32000, or 0 when none was found.
 SCA_API unsigned short SCA_FindFreePort();
 

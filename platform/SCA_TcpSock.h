@@ -31,8 +31,8 @@ class SCA_API SCA_VirtualTcpSock : public SCA_Object {
   virtual int Connect(const char* host, unsigned short port, unsigned long timeoutMs,
                       unsigned long* error) = 0;
 
-  /// Waits until a receive would not block. A peer that has closed in good order ends the wait with
-  /// success, and the receive tells; a broken connection fails it.
+  /// Waits until a receive would not block. An orderly close by the peer ends the wait with
+  /// success, and the receive then fails; a broken connection fails the wait.
   /// @param timeoutMs  0 only asks. Also bounds the receives and sends that follow.
   virtual int WaitForData(unsigned long timeoutMs, unsigned long* error) = 0;
 
@@ -49,8 +49,8 @@ class SCA_API SCA_VirtualTcpSock : public SCA_Object {
 
   virtual int SetOption(int option, int value) = 0;
 
-  /// Lets waits end early: a connect, wait, receive or send that blocks looks at the event at least
-  /// every 100 ms, a wait at its start too. An auto-reset event ends one operation.
+  /// Lets waits end early: a blocked connect, wait, receive or send checks the event at least every
+  /// 100 ms, a wait also at its start. An auto-reset event ends one operation.
   /// @param cancel  Not owned; null for none. Must live until it is replaced.
   virtual void SetCancelEvent(SCA_Event* cancel) = 0;
 
@@ -58,12 +58,12 @@ class SCA_API SCA_VirtualTcpSock : public SCA_Object {
   ///                   `SCA_SockIdleTimeoutMs`.
   virtual void SetIdleTimeout(unsigned long timeoutMs) = 0;
 
-  /// Ends the connection in both directions: what waits for it in another thread ends at once.
+  /// Ends the connection in both directions; waits in other threads end at once.
   virtual void Shutdown() = 0;
 };
 
-/// @param handle  A connected descriptor that the socket takes over, or -1 for a socket that is yet
-///                to connect.
+/// @param handle  A connected descriptor that the socket takes over, or -1 for a socket that is not
+///                connected yet.
 /// @return The object, which the caller ends by `Destroy()`; null when it cannot be created (a
 ///         handle is then closed).
 SCA_API SCA_VirtualTcpSock* SCA_CreateTcpSock(int handle);

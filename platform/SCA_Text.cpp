@@ -28,7 +28,7 @@ int SCA_CopyText(char* target, unsigned long size, const char* source, SCA_TextF
 }
 
 unsigned long SCA_CutLength(const char* text, unsigned long length) {
-  constexpr unsigned long kLongestRest = 3;  // bytes of a character behind its first
+  constexpr unsigned long kLongestRest = 3;  // bytes of a character after its first
   const auto isInside = [text](unsigned long at) {
     return (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80;
   };

@@ -5,7 +5,7 @@
 
 #include "platform/SCA_Object.h"
 
-/// What becomes of a text that is longer than its field.
+/// What happens to a text that is longer than its field.
 enum class SCA_TextFit {
   Cut,    ///< the field keeps the first bytes that fit
   Refuse  ///< the field keeps what it held
@@ -24,17 +24,18 @@ int SCA_CopyText(char (&target)[N], const char* source, SCA_TextFit fit) {
 }
 
 /// @return The bytes to keep of a text that is cut after `length` of its bytes, so that no UTF-8
-///         character is left in part: at most three fewer. What is no UTF-8 is cut where it is.
+///         character is left in part: at most three fewer. Bytes that are not UTF-8 are cut where
+///         they are.
 SCA_API unsigned long SCA_CutLength(const char* text, unsigned long length);
 
-/// Makes a text fit to be stored and shown on one line: every control byte but the tab, zeros too,
-/// becomes a blank.
+/// Makes a text fit to be stored and shown on one line: every control byte except the tab, zeros
+/// included, becomes a blank.
 SCA_API void SCA_BlankControls(char* text, unsigned long length);
 
 /// Takes the next token of a text whose tokens are separated by runs of blanks and tabs.
 /// @param text      Zero-terminated; null counts as empty.
-/// @param position  In: byte position to go on from, at most the text's length; out: the position
-///                  behind the token.
+/// @param position  In: byte position to start from, at most the text's length; out: the position
+///                  after the token.
 /// @param token     Receives the token, zero-terminated, cut to `size` - 1 bytes; the position
 ///                  moves past the whole token all the same. Untouched when there is none.
 /// @param size      Capacity of `token` in bytes, > 0.

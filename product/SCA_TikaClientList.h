@@ -12,7 +12,7 @@
 ///
 /// Invalid, and not to be used, when its mutex cannot be created.
 /// Threads: any thread may call the operations below. Those inherited from the list take no lock:
-/// they are for a pool that one thread alone uses. The mutex may be taken while a thread holds that
+/// they are for a pool that only one thread uses. The mutex may be taken while a thread holds that
 /// of a request queue, never the other way.
 class SCA_API SCA_TikaClientList : public SCA_List<SCA_TikaClient*> {
  public:
@@ -39,7 +39,7 @@ class SCA_API SCA_TikaClientList : public SCA_List<SCA_TikaClient*> {
   int GetStatus(SCA_ConfigObj* obj) SCA_EXCLUDES(mutex_);
 
  private:
-  // The nodes, for whoever holds the mutex.
+  // The nodes, for the holder of the mutex.
   SCA_List<SCA_TikaClient*>& Nodes() SCA_REQUIRES(mutex_) { return *this; }
 
   SCA_Mutex mutex_;

@@ -12,7 +12,7 @@ class SCA_TikaClient;
 
 /// Values of a request's process status that the library knows.
 constexpr unsigned long SCA_RequestPending = 10;
-constexpr unsigned long SCA_RequestServed = 11;    ///< a worker has it
+constexpr unsigned long SCA_RequestServed = 11;    ///< with a worker
 constexpr unsigned long SCA_RequestFinished = 12;  ///< outcome recorded, `ready` signalled or soon
 constexpr unsigned long SCA_RequestAbandoned = 17;
 
@@ -20,7 +20,7 @@ constexpr unsigned long SCA_RequestAbandoned = 17;
 /// the process status and the service list; the other fields are the requester's and the worker's.
 ///
 /// A requester that loses interest sets the process status to `SCA_RequestAbandoned`. That is its
-/// last touch: whoever finds the mark deletes the request.
+/// last touch: the thread that finds the mark deletes the request.
 /// Threads: one owner at a time, the requester, the queue or the worker; process status, status
 /// code, time, client and `ready` may be used by any thread meanwhile.
 class SCA_API SCA_TikaClientRequest : public SCA_Object {
@@ -37,7 +37,8 @@ class SCA_API SCA_TikaClientRequest : public SCA_Object {
   void SetRequestId(unsigned long id) { requestId_.Set(static_cast<std::uint32_t>(id)); }
   unsigned long GetProcessStatus() const { return processStatus_.load(std::memory_order_acquire); }
   void SetProcessStatus(unsigned long status) { ExchangeProcessStatus(status); }
-  /// Sets the status. What the caller did before it is visible to whoever reads the new status.
+  /// Sets the status. What the caller did before it is visible to a thread that reads the new
+  /// status.
   /// @return The former status: of two threads that set it, one sees the other's.
   unsigned long ExchangeProcessStatus(unsigned long status) {
     return processStatus_.exchange(static_cast<std::uint32_t>(status), std::memory_order_acq_rel);

@@ -327,7 +327,7 @@ void SCA_TikaDispatch::LeaveServer(SCA_TikaTicket* ticket) {
   WakeAll();
 }
 
-// Lets a request wait outside the queue.
+// Makes a request wait outside the queue.
 void SCA_TikaDispatch::LetWait(SCA_TikaTicket* ticket) {
   Move(ticket, SCA_TikaMove::TryAgain);
   WakeOne([&](const Seat& seat)

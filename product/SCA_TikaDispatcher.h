@@ -1,4 +1,4 @@
-/// Hands extraction requests to Tika servers and sees each of them through to an outcome.
+/// Distributes extraction requests over Tika servers and gives each one an outcome.
 #ifndef SCA_PRODUCT_SCA_TIKADISPATCHER_H
 #define SCA_PRODUCT_SCA_TIKADISPATCHER_H
 
@@ -12,24 +12,24 @@ class SCA_TikaDispatch;
 /// Limits of a dispatcher; times in milliseconds.
 struct SCA_TikaDispatchLimits {
   unsigned long connectMs = 10000;  ///< for one connection
-  /// For each try of a file, from the moment a worker takes it, however its reply trickles. Tika
-  /// itself gives a document up after 300 s; 0: none.
+  /// For each try of a file, from the moment a worker takes it, however slowly its reply arrives.
+  /// Tika itself gives up on a document after 300 s. 0: none.
   unsigned long fileMs = 310000;
   unsigned long fileMsPerMiB = 1000;  ///< added to it for each MiB of the file that has begun
   /// Bytes of a text; a longer one ends as `ServerFailed` with `SCA_ErrorTextTooLong`. 0: none.
   unsigned long long textBytes = 2ULL << 30;
   unsigned long idleMs = 150000;     ///< older connections are renewed; servers close after 200 s
-  unsigned long noServerMs = 30000;  ///< a request waits so long while no server is reachable
-  unsigned long notReadyMs = 30000;  ///< a server that comes up may answer 404 or 503 so long
-  /// Before a server that was not reachable or not ready is tried again; 5 at least, ...
+  unsigned long noServerMs = 30000;  ///< how long a request waits while no server is reachable
+  unsigned long notReadyMs = 30000;  ///< how long a starting server may answer 404 or 503
+  /// Before an unreachable or unready server is tried again; at least 5, ...
   unsigned long firstDelayMs = 100;
-  unsigned long lastDelayMs = 10000;  ///< ... and twice as much each time, up to this
+  unsigned long lastDelayMs = 10000;  ///< ... doubled each time, up to this
   unsigned long variant = 3;          ///< of the reply decoder
 };
 
 /// Called before each connection, on the thread of the client's worker: may start the server, wait
 /// for it, and set the client's port.
-/// @param stop   Set when the dispatcher ends or the server is removed: waits must look at it.
+/// @param stop   Set when the dispatcher stops or the server is removed: waits must check it.
 /// @param error  Receives why there is no server.
 /// @return 0 when there is none; it is asked again later. Must not throw.
 using SCA_TikaPrepareServer = int (*)(SCA_TikaClient* client, SCA_Event* stop, void* context,
@@ -41,16 +41,16 @@ using SCA_TikaPrepareServer = int (*)(SCA_TikaClient* client, SCA_Event* stop, v
 /// tries a server that cannot be reached again with growing delay.
 ///
 /// A file whose connection broke is tried again, after `SCA_TikaTextSink::Restart` if text had been
-/// delivered: it may have killed its server, or have lost it to another file that did. So it gets
-/// two more tries, each alone on a server that has just answered, over a new connection. The server
-/// first ends what it has; the others go on meanwhile. Another server is preferred while one can be
+/// delivered: it may have killed its server, or another file did. So it gets two more
+/// tries, each alone on a server that has just answered, over a new connection. The server first
+/// finishes what it has; the others go on meanwhile. Another server is preferred while one can be
 /// reached. A file that breaks these two connections too ends as `ServersDied`; its neighbours
 /// are extracted.
 ///
-/// A server that answers 404 or 503 is coming up: its file goes to another one, or waits. A refused
-/// file, a time-out and any other answer of failure are never tried again.
+/// A server that answers 404 or 503 is starting: its file goes to another one, or waits. A refused
+/// file, a timeout and any other failure answer are final.
 ///
-/// Threads: any thread may call any operation but the destructor. A limit of the settings may
+/// Threads: any thread may call any operation except the destructor. A limit of the settings may
 /// change at any time; texts and services are copied when the dispatcher is made.
 class SCA_API SCA_TikaDispatcher : public SCA_Object {
  public:
@@ -98,7 +98,7 @@ class SCA_API SCA_TikaDispatcher : public SCA_Object {
   void Cancel(SCA_TikaExtractRequest* request);
   /// Cancels every request submitted so far.
   void CancelAll();
-  /// Gives a request up, whatever has become of it: it is deleted now, or by the worker that has
+  /// Gives up a request in any state: it is deleted now, or by the worker that has
   /// it. Its sink may be called until then. The caller must not touch it again.
   void Abandon(SCA_TikaExtractRequest* request);
   /// Refuses new requests, ends the submits that wait, cancels every request and ends the workers.
@@ -109,7 +109,7 @@ class SCA_API SCA_TikaDispatcher : public SCA_Object {
   /// Requests that wait for a worker.
   unsigned long GetPendingRequests() const;
   /// Adds an object "Clients" with the idle clients and an object "Requests" with the queued
-  /// requests, each as its list has it.
+  /// requests, each in its list's form.
   int GetStatus(SCA_ConfigObj* obj);
 
  private:

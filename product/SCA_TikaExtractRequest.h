@@ -35,10 +35,10 @@ class SCA_API SCA_TikaTextSink : public SCA_Object {
  public:
   SCA_TikaTextSink() { SetValid(1); }
 
-  /// Takes the next block of the text, as `SCA_TikaTextCallback` has it.
+  /// Takes the next block of the text, as in `SCA_TikaTextCallback`.
   /// @return 0 stops the extraction, which then ends as `SinkFailed`.
   virtual int Write(const char* text, unsigned long length, unsigned long offset) = 0;
-  /// Takes back everything written: the file is tried again, and the text begins anew at offset 0.
+  /// Takes back everything written: the file is tried again, and the text restarts at offset 0.
   /// @return 0 stops as above.
   virtual int Restart() = 0;
   /// The outcome is recorded; `ready` is signalled after this returns. Until then the request must

@@ -304,7 +304,7 @@ SCA_TikaHostFollower::Server& SCA_TikaHostFollower::Know(unsigned short port) {
   return server;
 }
 
-// Once for each connection, and again after a failure: what somebody stops or deletes later stays
+// Once for each connection, and again after a failure: what is stopped or deleted later stays
 // so. @return True when the host was asked for something.
 bool SCA_TikaHostFollower::AskForWanted() {
   bool hasAsked = false;
@@ -387,14 +387,14 @@ void SCA_TikaHostFollower::TakeStatus(const SCA_TikaServer& listed, Server* serv
   Move(server, ServerEvent::Errs, why);
 }
 
-// One that has died since it answered is coming up once more.
+// A server that died after it answered is starting again.
 void SCA_TikaHostFollower::TakeRunning(const SCA_TikaServer& listed, Server* server) {
   const unsigned long ends = listed.GetTikaErrors();
   if (server->state == ServerState::Ready && ends != server->ends) {
     Move(server, ServerEvent::Dies, "died and restarts; " + HostsWords(*server));
   }
   Move(server, ServerEvent::Runs, "");
-  // It counts from 0 when the server is started anew.
+  // It counts from 0 when the server restarts.
   if (!server->ends || ends < *server->ends) server->ends = ends;
 }
 

@@ -11,7 +11,7 @@
 ///
 /// Invalid, and not to be used, when its mutex cannot be created.
 /// Threads: any thread may call the operations below. Those inherited from the list take no lock:
-/// they are for a queue that one thread alone uses. The queue's mutex is taken before a client
+/// they are for a queue that only one thread uses. The queue's mutex is taken before a client
 /// pool's, never the other way.
 class SCA_API SCA_TikaRequestList : public SCA_List<SCA_TikaClientRequest*> {
  public:
@@ -40,7 +40,7 @@ class SCA_API SCA_TikaRequestList : public SCA_List<SCA_TikaClientRequest*> {
   int GetStatus(SCA_ConfigObj* obj) SCA_EXCLUDES(mutex_);
 
  private:
-  // The nodes, for whoever holds the mutex.
+  // The nodes, for the holder of the mutex.
   SCA_List<SCA_TikaClientRequest*>& Nodes() SCA_REQUIRES(mutex_) { return *this; }
   template <class Accept>
   int Take(Accept accept, SCA_TikaClientRequest** request) SCA_REQUIRES(mutex_);

@@ -8,7 +8,7 @@
 namespace {
 
 constexpr char kSource[] = "SCA_TikaServiceStatus";
-// A service that does not answer must not hold up whoever is leaving it.
+// A service that does not answer must not delay a disconnect.
 constexpr unsigned long kFarewellTimeoutMs = 5000;
 
 }  // namespace

@@ -27,7 +27,7 @@ class SCA_API SCA_TikaServiceStatus : public SCA_Object {
 
   /// Connects to the service's control port.
   /// @param error  `SCA_ErrorInvalidData` while connected; `SCA_ErrorCannotCreate`; else as
-  ///               `SCA_TikaServiceClient::Connect` has it.
+  ///               in `SCA_TikaServiceClient::Connect`.
   int DoConnect(unsigned long* error);
   /// Asks the service to delete all its servers, gives it a few seconds for that, and closes the
   /// connection. @return 1. @note Inherited.

@@ -6,7 +6,7 @@
 #include "product/SCA_TikaServiceStatus.h"
 
 /// A node's id is the service id of its status. Statuses of one service are not told apart: lookups
-/// give the oldest. Empty the list with `ClearAll` before its end, which deletes the nodes alone.
+/// give the oldest. Empty the list with `ClearAll` before its end, which deletes only the nodes.
 /// Threads: `AddStatus`, `GetStatus`, `RemoveStatus` and `ClearAll` may be called by any thread; a
 /// walk from `GetHeadStatus` and the statuses themselves belong to one thread at a time.
 class SCA_API SCA_TikaStatusList : public SCA_List<SCA_TikaServiceStatus*> {

@@ -192,10 +192,10 @@ int SCA_TikaWorker::Deliver(const char* text, unsigned long length, unsigned lon
   return delivery->isRefused ? 0 : 1;
 }
 
-// @return False when the server was of no use, and is to be left alone for a while.
+// @return False when the server was of no use and should be avoided for a while.
 bool SCA_TikaWorker::Serve(SCA_TikaTicket* ticket) {
   if (ticket->IsSuspect() && !MakeReady(Proof::Answer)) {
-    // A connection alone must not make the server count as up again.
+    // A mere connection must not make the server count as reachable again.
     proof_ = Proof::Answer;
     workplace_->EndTry(ticket, SCA_TikaTryEnd::NotBegun);
     workplace_->TryAgain(ticket);

@@ -66,7 +66,7 @@ std::string Killed(int signal) {
              : text;
 }
 
-// The exit status that the server tells of a worker, as Java has it: 128 and the signal for one
+// The exit status that the server reports of a worker, in Java's form: 128 and the signal for one
 // that a signal ended. Tika prints it in this line.
 bool FindExitCode(const std::vector<std::string>& lines, int* exitCode) {
   constexpr char kWords[] = "forked process exited with exit value ";

@@ -1,4 +1,4 @@
-/// How a Tika server's process ended, and why: what an operator needs to act on it.
+/// How a Tika server's process ended, and why.
 /// Threads: a death is a value; one thread at a time.
 #ifndef SCA_SUPERVISION_SCA_TIKADEATH_H
 #define SCA_SUPERVISION_SCA_TIKADEATH_H
@@ -14,27 +14,27 @@
 ///
 /// How a run of a server's process ended, or one of its worker processes, which answer and parse
 /// from Tika 2 on and which the server replaces.
-#define SCA_DEATH_FIELDS(FIELD)                                                                  \
-  FIELD(Number, "Number", U64,                                                                   \
-        "counts up over all runs of the host, never given twice; some may be left out")          \
-  FIELD(Time, "Time", Time, "of the end")                                                        \
-  FIELD(ServerId, "Server Id", U32, "as it was then")                                            \
-  FIELD(Port, "Port", U32, "of the server")                                                      \
-  FIELD(FileName, "File Name", Path, "the jar")                                                  \
-  FIELD(ProcessId, "Process Id", U32, "of the process that ended")                               \
-  FIELD(Worker, "Worker", Switch, "a worker process, whose server ran on")                       \
-  FIELD(Kind, "Kind", Text, "one of the kinds below")                                            \
-  FIELD(Cause, "Cause", Text, "a sentence")                                                      \
-  FIELD(ExitCode, "Exit Code", Int,                                                              \
-        "unless a signal ended it; missing when unknown; of a worker as its server says, from "  \
-        "129 on 128 and a signal")                                                               \
-  FIELD(Signal, "Signal", U32, "or 0; missing when unknown")                                     \
-  FIELD(RunTime, "Run Time", Ms, "from start to end")                                            \
-  FIELD(Restart, "Restart", U32, "restarts before this run")                                     \
-  FIELD(MemoryUsage, "Memory Usage", Bytes, "as seen last; 0 when never seen")                   \
-  FIELD(Lines, "Lines", Object, "of what it printed last, oldest first: \"0\", \"1\", ...")      \
-  FIELD(Memory, "Memory", Object,                                                                \
-        "of u64: memory use over the last minutes, each named by how many ms before the end it " \
+#define SCA_DEATH_FIELDS(FIELD)                                                                    \
+  FIELD(Number, "Number", U64,                                                                     \
+        "counts up over all runs of the host, never given twice; some may be left out")            \
+  FIELD(Time, "Time", Time, "of the end")                                                          \
+  FIELD(ServerId, "Server Id", U32, "as it was then")                                              \
+  FIELD(Port, "Port", U32, "of the server")                                                        \
+  FIELD(FileName, "File Name", Path, "the jar")                                                    \
+  FIELD(ProcessId, "Process Id", U32, "of the process that ended")                                 \
+  FIELD(Worker, "Worker", Switch, "a worker process, whose server ran on")                         \
+  FIELD(Kind, "Kind", Text, "one of the kinds below")                                              \
+  FIELD(Cause, "Cause", Text, "a sentence")                                                        \
+  FIELD(ExitCode, "Exit Code", Int,                                                                \
+        "unless a signal ended it; missing when unknown; of a worker as its server reports, from " \
+        "129 on 128 plus a signal")                                                                \
+  FIELD(Signal, "Signal", U32, "or 0; missing when unknown")                                       \
+  FIELD(RunTime, "Run Time", Ms, "from start to end")                                              \
+  FIELD(Restart, "Restart", U32, "restarts before this run")                                       \
+  FIELD(MemoryUsage, "Memory Usage", Bytes, "as seen last; 0 when never seen")                     \
+  FIELD(Lines, "Lines", Object, "the last lines that it printed, oldest first: \"0\", \"1\", ...") \
+  FIELD(Memory, "Memory", Object,                                                                  \
+        "of u64: memory use over the last minutes, each named by how many ms before the end it "   \
         "was, oldest first")
 
 /// Their names.
@@ -49,14 +49,14 @@ constexpr unsigned long SCA_MaxDeathLines = 50;
 
 /// Kinds of deaths, for counting and filtering. In the fields and in metrics they are texts.
 enum class SCA_DeathKind {
-  Stopped,         ///< on request; not remembered
-  Silent,          ///< restarted, since it had not answered
+  Stopped,         ///< on request; not recorded
+  Silent,          ///< restarted because it had not answered
   HeapExhausted,   ///< out of Java memory
   PortTaken,       ///< another program has its port
   JarRefused,      ///< java could not run the jar
-  OptionsRefused,  ///< java did not take its options
+  OptionsRefused,  ///< java refused its options
   Killed,          ///< by a signal from elsewhere
-  Exited           ///< by itself, for a reason not told here
+  Exited           ///< by itself, for another reason
 };
 
 /// Their texts, in the order of the enumerators.
@@ -68,8 +68,8 @@ constexpr const char* SCA_DeathKindText(SCA_DeathKind kind) {
   return SCA_DeathKindTexts[static_cast<int>(kind)];
 }
 
-/// Who died: from version 2 on a Tika server forks a worker, which answers and parses, and replaces
-/// one that has died.
+/// What died: from version 2 on, a Tika server forks a worker, which answers and parses, and
+/// replaces it when it dies.
 enum class SCA_DeathOf { Server, Worker };
 
 /// One death.
@@ -88,7 +88,7 @@ struct SCA_API SCA_TikaDeath {
   unsigned short port = 0;
   std::string fileName;  ///< the jar
   unsigned long processId = 0;
-  int isExitKnown = 0;  ///< 0: the next two say nothing
+  int isExitKnown = 0;  ///< 0: the next two are meaningless
   int exitCode = 0;     ///< valid when `signal` is 0
   int signal = 0;       ///< the signal that ended it, else 0
   unsigned long long runTimeMs = 0;

@@ -1,6 +1,5 @@
-/// The history of deaths: the last deaths of Tika servers, with all that may explain them, kept in
-/// a file over all lives of the program.
-/// Threads: any thread may call any operation.
+/// The history of deaths: the last deaths of Tika servers, with everything that may explain them,
+/// in a file that outlives the program. Threads: any thread may call any operation.
 #ifndef SCA_SUPERVISION_SCA_TIKADEATHHISTORY_H
 #define SCA_SUPERVISION_SCA_TIKADEATHHISTORY_H
 
@@ -13,32 +12,32 @@
 #include "platform/SCA_Sync.h"
 #include "supervision/SCA_TikaDeath.h"
 
-/// Deaths that a history remembers.
+/// Deaths that a history keeps.
 constexpr unsigned long SCA_MaxDeaths = 100;
 
 /// Each death gets a number and is written to the file within a second, on a thread of the
-/// history's own: whoever reports a death does not wait for the disk. A write that fails is
-/// reported and tried again until one succeeds.
+/// history's own, so reporting a death does not wait for the disk. A failed write is reported and
+/// retried until it succeeds.
 class SCA_API SCA_TikaDeathHistory : public SCA_Object {
  public:
-  /// Reads the file. One that is damaged is kept under another name, with a report, and a new one
-  /// begun. Without memory or a thread the history is not valid, and nobody may use it.
+  /// Reads the file. A damaged one is kept under another name, with a report, and a new one begun.
+  /// Without memory or a thread the history is not valid and must not be used.
   explicit SCA_TikaDeathHistory(const char* fileName);
   /// Writes what is not written yet.
   ~SCA_TikaDeathHistory() override;
   SCA_TikaDeathHistory(const SCA_TikaDeathHistory&) = delete;
   SCA_TikaDeathHistory& operator=(const SCA_TikaDeathHistory&) = delete;
 
-  /// Counts a death and remembers it; the oldest gives way. Does not wait for the disk.
-  /// @return 1, or 0 when there was no memory to remember it: it counts nevertheless.
+  /// Counts and records a death; the oldest is dropped. Does not wait for the disk.
+  /// @return 1, or 0 without the memory to record it; it is counted nevertheless.
   int Add(const SCA_TikaDeath& death) SCA_EXCLUDES(lock_);
-  /// Counts a death that tells nothing new.
+  /// Counts a death without recording it.
   void Count(SCA_DeathOf who, SCA_DeathKind kind) SCA_EXCLUDES(lock_);
 
   /// Adds copies of the deaths to an object, oldest first, each named by its number.
   /// @return 1, or 0 without memory.
   int CopyTo(SCA_ConfigObj* history) const SCA_EXCLUDES(lock_);
-  /// The same of servers on this port alone.
+  /// The same, only of servers on this port.
   int CopyTo(SCA_ConfigObj* history, unsigned short port) const SCA_EXCLUDES(lock_);
 
   /// @return Deaths since this object was made.
@@ -65,7 +64,7 @@ class SCA_API SCA_TikaDeathHistory : public SCA_Object {
       true};  // since the last save; at first the reservation is to be made
   SCA_Event ending_{1, 0};
   SCA_Event changed_{0, 0};
-  bool hasFailed_ = false;  // the last save, the saver's alone
+  bool hasFailed_ = false;  // the last save; only the saver's
   std::thread saver_;
 };
 

@@ -121,7 +121,7 @@ class SCA_TikaWatch::Core final : public SCA_TikaServerObserver {
 
   SCA_TikaServer* const server_;
   const std::string address_;
-  const SCA_TikaWatchRules rules_;  // but for the address
+  const SCA_TikaWatchRules rules_;  // except the address
   SCA_TikaDeathHistory* const history_;
   SCA_TikaWatchObserver* const observer_;
 
@@ -130,10 +130,10 @@ class SCA_TikaWatch::Core final : public SCA_TikaServerObserver {
   mutable SCA_Lock order_;
   bool isWanted_ SCA_GUARDED_BY(order_) = false;  // started, and not asked to stop since
 
-  // Taken after the owner's locks and before the history's, and held for copies alone.
+  // Taken after the owner's locks and before the history's, and held only while values are copied.
   mutable SCA_Lock lock_;
   Run run_ SCA_GUARDED_BY(lock_);
-  // Changes with each process and worker: an answer of a former one says nothing of the next.
+  // Changes with each process and worker: an answer of an earlier one says nothing about the next.
   unsigned long long epoch_ SCA_GUARDED_BY(lock_) = 0;
   unsigned long long asked_ SCA_GUARDED_BY(lock_) = 0;     // questions so far
   unsigned long long answered_ SCA_GUARDED_BY(lock_) = 0;  // the last that was
@@ -256,7 +256,7 @@ int SCA_TikaWatch::Core::GetState(SCA_TikaWatchState* state, SCA_ConfigObj* hist
     state->hasAnswered = run_.hasAnswered ? 1 : 0;
     state->silenceMs = Ms(Clock::now() - run_.lastAnswer);
     state->processId = run_.processId;
-    // What the watch was told of: the server has counted a moment before.
+    // What the watch has recorded: the server counted it a moment earlier.
     state->restarts = run_.restarts;
     state->workerDeaths = run_.workerDeaths;
   }
@@ -388,7 +388,7 @@ void SCA_TikaWatch::Core::NoteAnswer(unsigned long long epoch, bool answers,
 
 void SCA_TikaWatch::Core::SampleMemory() {
   const Clock::time_point now = Clock::now();
-  // At first the figure is the former process's.
+  // At first the figure is the previous process's.
   if (now - run_.begin < kFirstSampleAfter) return;
   if (!run_.memory.empty() && now - run_.memory.back().time < kSampleEvery) return;
   const unsigned long long bytes = server_->GetMemoryUsage();
@@ -512,7 +512,7 @@ void SCA_TikaWatch::Core::Tell(const SCA_TikaDeath& death, const SCA_TikaObituar
       obituary.processId, obituary.serverId);
 }
 
-// All at one moment for whoever asks for the state.
+// All in one step, as seen by a reader of the state.
 int SCA_TikaWatch::Core::Note(const SCA_TikaDeath& death) {
   std::optional<SCA_TikaDeath> copy(death);
   const SCA_LockGuard guard(lock_);
@@ -556,7 +556,7 @@ SCA_TikaDeath SCA_TikaWatch::Core::Describe(const SCA_TikaObituary& obituary, SC
 }
 
 // What the process printed last; the obituary itself is not part of it. The log may have been
-// cleared meanwhile: its numbers begin anew then.
+// cleared meanwhile: its numbers restart then.
 std::vector<std::string> SCA_TikaWatch::Core::LastLines(const SCA_TikaObituary& obituary,
                                                         unsigned long after) const {
   SCA_TikaLog* log = server_->GetLog();

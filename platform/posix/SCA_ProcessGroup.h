@@ -14,7 +14,7 @@
 
 /// Sums what the members of one group use. Keeps two descriptors open for each of them: reading
 /// again through an open one costs a fraction of opening it, and never meets another process that
-/// has got the number of one that has gone.
+/// has the id of one that has exited.
 class SCA_ProcessGroup {
  public:
   explicit SCA_ProcessGroup(pid_t group) : group_(group) {}

@@ -165,7 +165,7 @@ bool IsSuspended(Call& call) {
   return !runs && Fields(service.get()).Number(ServiceField::Status) == SCA_ServerInactive;
 }
 
-// Whether the host that opened its port at that time has gone; another may be there already.
+// Whether the host that opened its port at that time is gone; another one may be there already.
 bool HasEnded(Call& call, unsigned long long startTime, std::string* how) {
   try {
     call.host.Connect();

@@ -35,8 +35,7 @@ std::string NameOf(const SCA_Field& member);
 std::string ValueOf(const SCA_Field& member);
 
 /// @return The number that a text spells out; nothing for another spelling, such as 007, which
-/// would
-///         be lost.
+///         would be lost.
 template <class Number>
 std::optional<Number> ReadNumber(const std::string& text) {
   Number number = 0;
@@ -70,7 +69,7 @@ const SCA_ConfigObj* FindServer(const SCA_ConfigObj& servers, unsigned long serv
 
 /// @return The object's members under their names in snake_case ("Up Time" is "up_time"), numbers
 ///         as numbers, lines as a list; times also as local text ("start_time_local"). Nothing is
-///         lost: a name that comes again gets a number behind it.
+///         lost: a repeated name gets a number at its end.
 nlohmann::ordered_json ToJson(const SCA_ConfigObj& object);
 
 #endif  // SCA_PROGRAMS_TIKACTL_FIELDS_H

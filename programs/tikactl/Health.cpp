@@ -76,7 +76,7 @@ void Look(const std::string& id, const Fields& server, Survey* survey) {
   }
 }
 
-// What has gone wrong and is over.
+// Problems that are over.
 std::string PastTrouble(const Host& host, const Fields& service, const SCA_ConfigObj& servers) {
   unsigned long long last = 0;
   ForEachServer(servers, [&last](const std::string& /*id*/, const Fields& server) {

@@ -134,7 +134,7 @@ class Follower {
     isFirst_ = false;
   }
 
-  // A host that went away comes back, perhaps in another life, in which its logs begin anew. A
+  // A host may come back after a restart, with new logs. A
   // server may be added again.
   void Recover(const Failure& failure) {
     if (failure.status == kFailed && !isFirst_) {

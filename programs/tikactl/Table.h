@@ -27,7 +27,7 @@ struct Column {
   Align align = Align::Left;
 };
 
-/// Aligned columns. Cells of more than 40 columns of the terminal are cut, but for the last one.
+/// Aligned columns. Cells wider than 40 columns of the terminal are cut, except the last one.
 class Table {
  public:
   explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}

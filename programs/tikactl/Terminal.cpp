@@ -72,6 +72,6 @@ char Terminal::WaitForKey(int timeoutMs) {
   pollfd entry{STDIN_FILENO, POLLIN, 0};
   if (::poll(&entry, 1, timeoutMs) <= 0) return 0;
   char key = 0;
-  // A terminal that has gone reads as an end, which would come again and again.
+  // A closed terminal reads as an end, again and again.
   return ::read(STDIN_FILENO, &key, 1) == 1 ? key : 'q';
 }

@@ -227,7 +227,7 @@ class Screen {
     }
   }
 
-  /// Draws until so many are drawn, 'q' is typed or the run is interrupted.
+  /// Draws until the wanted number is drawn, 'q' is typed or the run is interrupted.
   void Run(unsigned long count) {
     Terminal terminal;
     for (unsigned long i = 0; i < count; ++i) {

@@ -97,7 +97,7 @@ bool Documents::Enter(const std::string& path, const std::string& output, Docume
   return static_cast<bool>(error);
 }
 
-// A directory's documents come in the order in which the system has them: sorting them would need
+// A directory's documents come in the order of the file system: sorting them would need
 // all their names at once.
 bool Documents::NextInDirectory(Document* document) {
   while (walk_ != Walk()) {

@@ -22,7 +22,7 @@ class Documents {
   /// @param cancel  Ends the wait for further entries of a list; not owned.
   Documents(const Options& options, const Setup& setup, SCA_Event* cancel);
 
-  /// Finds the next document. @return False behind the last one.
+  /// Finds the next document. @return False after the last one.
   bool Next(Document* document);
   /// @return True when the same documents can be found a second time, to be counted.
   static bool CanCount(const Options& options);

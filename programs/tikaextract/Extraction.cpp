@@ -53,7 +53,7 @@ int Extraction::RunDocuments() {
   return output_.Status();
 }
 
-// Only for a progress line that somebody sees: the count walks the directories once more.
+// Only for a visible progress line: the count walks the directories a second time.
 void Extraction::CountDocuments() {
   if (!Documents::CanCount(options_)) return;
   Documents documents(options_, setup_, cancel_);

@@ -1,4 +1,4 @@
-/// A document of a run, from where it was found to where its outcome is told.
+/// A document of a run, from its discovery to its outcome.
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_JOB_H
 #define SCA_PROGRAMS_TIKAEXTRACT_JOB_H
 

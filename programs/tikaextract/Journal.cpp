@@ -56,7 +56,7 @@ std::uint64_t HashOf(const std::string& output) {
   return std::hash<std::string>()(output);
 }
 
-// What runs that were killed have left, but for directories with a journal of their own: there
+// Leftovers of killed runs, except in directories with a journal of their own: there
 // another run may be under way.
 void RemoveLeftovers(const std::string& directory) {
   std::error_code error;

@@ -46,7 +46,7 @@ class OffsetTable {
 
 /// The file `.tikaextract.journal` in the output directory: one line for each document that a run
 /// has ended, appended; the newest of an output counts. In memory an output takes some 9 to 18
-/// bytes: those of this run, and with --resume those of all former ones, which then count as one
+/// bytes: those of this run, and with --resume those of all earlier ones, which then count as one
 /// with it.
 class Journal {
  public:
@@ -69,15 +69,15 @@ class Journal {
   /// What is to be done with a document.
   enum class Verdict {
     Extract,   ///< its text is to be made; the output is its own until the run has written its line
-    Done,      ///< a former run has made its text
-    Refused,   ///< a former run's server has refused it
-    Repeated,  ///< this run has it already
+    Done,      ///< an earlier run has made its text
+    Refused,   ///< an earlier run's server has refused it
+    Repeated,  ///< this run already has it
     Taken      ///< the output is another document's
   };
 
   /// Takes the output directory for this run, under its lock `.tikaextract.lock`, and removes what
   /// killed runs have left aside.
-  /// @param resume        Former runs count.
+  /// @param resume        Earlier runs count.
   /// @param retryRefused  Except for what they were refused.
   /// @param killers       Receives the contents that servers have died of in runs that count.
   /// @return A complaint, or nothing.
@@ -120,7 +120,7 @@ class Journal {
 
   std::string directory_;
   bool retryRefused_ = false;
-  bool isContinued_ = false;  // a former run was here
+  bool isContinued_ = false;  // an earlier run was here
   timespec beginTime_{};
   LockFile lock_;
   OwnFile file_;

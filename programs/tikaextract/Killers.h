@@ -10,7 +10,7 @@ class Killers {
  public:
   struct Content {
     std::string digest;  ///< SHA-256, 64 hexadecimal digits
-    std::string path;    ///< a document that has it
+    std::string path;    ///< a document with this content
   };
 
   void Add(unsigned long long size, const Content& content) { contents_.emplace(size, content); }

@@ -1,4 +1,4 @@
-/// What has become of documents, in this run and in the former runs that count: which of them are
+/// How documents ended, in this run and in the earlier runs that count: which of them are
 /// tried at all.
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_LEDGER_H
 #define SCA_PROGRAMS_TIKAEXTRACT_LEDGER_H
@@ -11,7 +11,7 @@
 #include "programs/tikaextract/Killers.h"
 #include "programs/tikaextract/Options.h"
 
-/// Under -o it keeps the journal; without, it knows of this run alone. Threads: one.
+/// Under -o it keeps the journal; without, it knows only this run. Threads: one.
 class Ledger {
  public:
   explicit Ledger(const Options& options) : options_(options) {}
@@ -32,7 +32,7 @@ class Ledger {
   /// Waits until all of it is on the disk. @return A complaint, or nothing.
   std::string Sync() { return journal_.Sync(); }
 
-  /// @return How many of those skipped were refused by a former run.
+  /// @return How many of the skipped documents an earlier run's servers refused.
   unsigned long long RefusedBefore() const { return refusedBefore_; }
 
  private:

@@ -10,7 +10,7 @@ class Printer {
  public:
   explicit Printer(const Options& options) : options_(options) {}
 
-  /// Prints what the options ask for: nothing under -o alone.
+  /// Prints what the options ask for: nothing under plain -o.
   /// @return False when the text could not be read back. What is out of a record then is a line
   ///         that nobody takes for one.
   bool Print(const Job& job, const Result& result);

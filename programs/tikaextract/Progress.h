@@ -1,4 +1,4 @@
-/// One line on the terminal that says how far a run is, and one behind it that says how it went.
+/// A progress line on the terminal during a run, and a summary line after it.
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_PROGRESS_H
 #define SCA_PROGRAMS_TIKAEXTRACT_PROGRESS_H
 
@@ -18,13 +18,13 @@ class Progress {
   /// What there is to do, once it is known.
   void SetTotal(unsigned long long files, unsigned long long bytes);
 
-  /// What stands behind the figures, such as the services' servers.
+  /// What follows the figures, such as the services' servers.
   void SetRemark(const std::string& remark) { remark_ = remark; }
 
   void AddExtracted(unsigned long long bytes);
   void AddFailed(unsigned long long bytes);
   void AddSkipped(unsigned long long bytes);
-  /// Draws the line anew, but not oftener than an eye can read.
+  /// Redraws the line, but not more often than an eye can read.
   void Show();
   /// Prints a line of its own to standard error.
   void PrintLine(const std::string& line);

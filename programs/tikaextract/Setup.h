@@ -2,7 +2,7 @@
 ///
 /// A record of the settings is one host. With a control port it is a service host, and its other
 /// fields are the servers that it is to run; 0 servers means those that it has. With the control
-/// port 0 its servers are used directly. Settings of format version 1 know the latter alone.
+/// port 0 its servers are used directly. Settings of format version 1 know only the latter.
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_SETUP_H
 #define SCA_PROGRAMS_TIKAEXTRACT_SETUP_H
 

@@ -149,7 +149,7 @@ void TextFile::Sync(const std::vector<TextFile*>& texts) {
     if (!text->Check(isThere ? 0 : static_cast<unsigned long>(errno), "write")) continue;
     const auto [system, isNew] = areSynced.emplace(status.st_dev, true);
     if (isNew) system->second = WithFile(text->path_, ::syncfs) == 0;
-    // The failure may be that of a file of somebody else.
+    // The failure may be that of another program's file.
     if (system->second) continue;
     unsigned long error = WithFile(text->path_, ::fsync);
     if (error == 0) error = WithFile(fs::path(text->path_).parent_path(), ::fsync);

@@ -59,7 +59,7 @@ class BufferedText : public TextStore {
 
 /// What the texts of a run under one output directory have in common.
 struct TextFolder {
-  timespec beganAt{};  ///< when the run began, as the file system has it
+  timespec beganAt{};  ///< when the run began, by the file system's clock
   SCA_Lock placing;    ///< one text at a time takes its place
 };
 

@@ -57,7 +57,7 @@ class ControlService : public SCA_TikaServiceVirtualFactory {
   int OnConnect(SCA_NetServerAgent* agent) override SCA_EXCLUDES(lock_);
   SCA_TikaServiceVirtual* GetServiceObject(unsigned long agentId) override SCA_EXCLUDES(lock_);
   int OnDisconnect(unsigned long agentId) override SCA_EXCLUDES(lock_);
-  /// TCP is open to whoever has the key, and to nobody else.
+  /// TCP is open to clients with the key, and to nobody else.
   unsigned long GetLoginMode() override { return kLoginMode; }
 
   /// Once the port is open; not owned, and there as long as connections are.

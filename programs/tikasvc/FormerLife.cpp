@@ -29,7 +29,7 @@ bool IsMarked(const fs::path& process, const std::string& mark) {
   return false;
 }
 
-// By a descriptor, so that the number cannot pass to a stranger between look and kill.
+// By a descriptor, so that the number cannot pass to another process between look and kill.
 bool Kill(int pid, const fs::path& process, const std::string& mark) {
   const int fd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
   if (fd < 0) return false;

@@ -22,7 +22,7 @@ constexpr unsigned long kMessagesKept = 1000;
 
 thread_local bool isWriting = false;
 
-// The journal says which descriptor it is: somebody may have sent standard error elsewhere.
+// The journal says which descriptor it is: standard error may have been redirected.
 bool IsJournal(int fd) {
   const char* stream = std::getenv("JOURNAL_STREAM");
   struct stat status {};

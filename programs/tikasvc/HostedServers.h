@@ -1,4 +1,4 @@
-/// The servers of the service host, behind one lock.
+/// The servers of the service host, under one lock.
 #ifndef SCA_PROGRAMS_TIKASVC_HOSTEDSERVERS_H
 #define SCA_PROGRAMS_TIKASVC_HOSTEDSERVERS_H
 
@@ -59,7 +59,7 @@ class HostedServers {
 
   int SerializeList(SCA_ConfigObj* list) const SCA_EXCLUDES(lock_);
   int Serialize(unsigned long id, SCA_ConfigObj* server) const SCA_EXCLUDES(lock_);
-  /// As the control port's `GetServerLog` has it.
+  /// As in the control port's `GetServerLog`.
   int SerializeLog(unsigned long id, unsigned long lastMessageId, unsigned long count,
                    SCA_ConfigObj* log) const SCA_EXCLUDES(lock_);
   int ClearLog(unsigned long id) SCA_EXCLUDES(lock_);

@@ -52,7 +52,7 @@ class Installation {
   SCA_TikaConfigUser user_{&root_, nullptr};
   std::string dataDirectory_;
   unsigned short controlPort_ = SCA_DefaultControlPort;
-  mutable SCA_Lock lock_;  // of `user_`, but for what the logs ask
+  mutable SCA_Lock lock_;  // of `user_`, except for what the logs ask
 };
 
 #endif  // SCA_PROGRAMS_TIKASVC_INSTALLATION_H

@@ -8,7 +8,7 @@
 #include "programs/common/Address.h"
 #include "programs/tikasvc/ControlService.h"
 
-/// Collected anew for each scrape, on threads of its own, and answered at "/metrics".
+/// Collected for each scrape, on threads of its own, and answered at "/metrics".
 class Metrics {
  public:
   Metrics();

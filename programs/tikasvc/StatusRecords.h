@@ -23,7 +23,7 @@ struct StatusValue<SCA_FieldType::Path> {
 };
 template <>
 struct StatusValue<SCA_FieldType::Object> {
-  using Type = std::monostate;  // added by whoever has it
+  using Type = std::monostate;  // added by its owner
 };
 
 #define SCA_MEMBER(identifier, name, type, meaning) \

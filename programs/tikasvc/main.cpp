@@ -144,7 +144,7 @@ class Host {
     const unsigned long tickMs = TickMs();
     sd_notify(0, "READY=1");
     while (stop_.Wait(tickMs) == 0) {
-      // Whoever holds the servers' lock for ever keeps this from being said.
+      // A thread that holds the servers' lock for ever prevents this report.
       const std::string status = Describe(servers_.Summarize());
       sd_notifyf(0, "WATCHDOG=1\nSTATUS=%s", status.c_str());
       if (reload_.Wait(0) != 0) installation_.Reload();
