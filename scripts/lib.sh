@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# What the commands beside this file share; it is sourced, never run. Commands work from any
-# directory and go to the root of the source tree.
+# Shared by the commands in this folder; sourced, never run. The commands work from any directory
+# and change to the root of the source tree.
 set -euo pipefail
 
 scripts=$(CDPATH='' cd -P -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)
