@@ -91,9 +91,11 @@ constexpr SCA_ServiceCommand<Args...> SCA_MakeCommand(
 
 /// The rows by their names: `SCA_Commands::AddServer`.
 namespace SCA_Commands {
+// NOLINTBEGIN(bugprone-macro-parentheses): they are names
 #define SCA_DEFINE_COMMAND(name, parameters, arguments, fields) \
   constexpr auto name =                                         \
       SCA_MakeCommand(#name, &SCA_TikaServiceVirtual::name, SCA_FieldNames fields);
+// NOLINTEND(bugprone-macro-parentheses)
 SCA_SERVICE_COMMANDS(SCA_DEFINE_COMMAND)
 #undef SCA_DEFINE_COMMAND
 }  // namespace SCA_Commands

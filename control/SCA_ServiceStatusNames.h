@@ -147,6 +147,7 @@ struct SCA_StatusField {
 
 /// @}
 
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a literal
 #define SCA_FIELD_NAME(identifier, name, type, meaning) constexpr char identifier[] = name;
 #define SCA_FIELD_ROW(identifier, name, type, meaning) {name, SCA_FieldType::type, meaning},
 

@@ -97,8 +97,10 @@ auto SCA_TikaServiceClient::Call(const SCA_ServiceCommand<Args...>& command) {
   };
 }
 
+// NOLINTBEGIN(bugprone-macro-parentheses): names and lists in brackets of their own
 #define SCA_DEFINE_OPERATION(name, parameters, arguments, fields) \
   int SCA_TikaServiceClient::name parameters {                    \
     return Call(SCA_Commands::name) arguments;                    \
   }
+// NOLINTEND(bugprone-macro-parentheses)
 SCA_SERVICE_COMMANDS(SCA_DEFINE_OPERATION)

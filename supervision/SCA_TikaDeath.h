@@ -39,6 +39,7 @@
 
 /// Their names.
 namespace SCA_DeathFields {
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a literal
 #define SCA_FIELD_NAME(identifier, name, type, meaning) constexpr char identifier[] = name;
 SCA_DEATH_FIELDS(SCA_FIELD_NAME)
 #undef SCA_FIELD_NAME
