@@ -245,6 +245,14 @@ TEST(TcpSock, TheLookAheadShowsWhatAPlainSocketShows) {
   }
 }
 
+TEST(TcpSock, AnIpv6AddressIsWrittenInBrackets) {
+  char text[SCA_HostPortSize];
+  EXPECT_EQ(SCA_FormatHostPort("::1", 80, text, sizeof text), 1);
+  EXPECT_STREQ(text, "[::1]:80");
+  EXPECT_EQ(SCA_FormatHostPort("host", 65535, text, 10), 0);
+  EXPECT_STREQ(text, "host:6553");
+}
+
 // The calls that can block, against a peer that neither speaks nor reads.
 class BlockedTcpSock : public ::testing::Test {
  protected:
