@@ -28,9 +28,7 @@ constexpr unsigned long long kReserved = SCA_MaxDeaths;
 
 SCA_TikaDeathHistory::SCA_TikaDeathHistory(const char* fileName) {
   const SCA_Result made = SCA_Guarded([&] {
-    if (deaths_.IsValid() == 0 || ending_.IsValid() == 0 || changed_.IsValid() == 0) {
-      return SCA_Result(ENOMEM);
-    }
+    if (ending_.IsValid() == 0 || changed_.IsValid() == 0) return SCA_Result(ENOMEM);
     fileName_ = fileName;
     Load();
     Save(kReserved);  // before the first death gets its number
