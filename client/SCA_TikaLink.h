@@ -49,7 +49,7 @@ class SCA_TikaLink {
   void EndExchange(const char* unread, unsigned long length, ReplyEnd end);
 
   /// Receives until a complete HTTP header is held.
-  /// @param buffer        `capacity` + 1 bytes; ends in a zero after what was received.
+  /// @param buffer        `capacity` + 1 bytes; a zero byte follows what was received.
   /// @param headerLength  Receives the header's length, the position of the first body byte.
   /// @param received      Receives the bytes held, body bytes included.
   /// @return `SCA_ErrorHeaderTooLong` when the header does not end within `capacity`.

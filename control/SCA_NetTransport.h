@@ -46,7 +46,7 @@ class SCA_API SCA_NetTransport : public SCA_Object {
   /// @param error      `ENOTCONN`; `SCA_ErrorFrameTooLarge` and `SCA_ErrorDataTooLarge`, which
   ///                   leave the connection as it is; else the socket's code.
   int SendMessage(unsigned long timeoutMs, SCA_NetMessage* message, unsigned long* error);
-  /// Waits for the reply to the last request. Replies to former ones, which came too late, are
+  /// Waits for the reply to the last request. Replies to earlier ones, which came too late, are
   /// passed over.
   /// @param error  `ETIMEDOUT`, which leaves the connection as it is, as does the code with which
   ///               the server failed to reply (`SCA_ErrorFrameTooLarge`); `ECONNRESET` at once when

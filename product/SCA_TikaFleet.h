@@ -67,7 +67,7 @@ struct SCA_TikaServerNews {
   const char* text;
 };
 
-/// Is told what a fleet sees. Calls come on the threads of the fleet: one at a time for each
+/// Receives the events of a fleet. Calls come on the threads of the fleet: one at a time for each
 /// service, those of several services at the same time, under no lock of the library. They must not
 /// throw, and must not call `Follow` or `Leave` of the fleet.
 class SCA_API SCA_TikaFleetObserver : public SCA_Object {
@@ -128,18 +128,18 @@ class SCA_API SCA_TikaFleet : public SCA_Object {
   /// @param timeoutMs  `SCA_Infinite` waits as long as one may become ready soon.
   /// @param cancel     Ends the wait within 100 ms; not owned, may be null.
   /// @return 1; 0 after the time-out, once cancelled, and when every host has been tried and no
-  ///         server is coming up.
+  ///         server is starting.
   int WaitForServer(unsigned long timeoutMs, SCA_Event* cancel);
 
   /// @return 1 when a server is ready, else 0.
   int IsReady(unsigned long serviceId, unsigned short port) const;
-  /// @return How many servers are ready or coming up. A service whose servers are not known yet
+  /// @return How many servers are ready or starting. A service whose servers are not known yet
   ///         counts for as many as it wants, and for one at least.
   unsigned long GetExpectedServers() const;
 
   /// The preparation of the dispatcher's servers: a server of a service that is followed must be
   /// ready and answer. One that restarts takes documents before it can serve them.
-  /// @param fleet  The fleet. @return As `SCA_TikaPrepareServer` has it.
+  /// @param fleet  The fleet. @return As in `SCA_TikaPrepareServer`.
   static int Prepare(SCA_TikaClient* client, SCA_Event* stop, void* fleet, unsigned long* error);
 
   /// Stops the dispatcher, gives back at all hosts at the same time what was added there, and ends

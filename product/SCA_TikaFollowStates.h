@@ -23,7 +23,7 @@ enum class SCA_TikaServerEvent {
   Dies,      ///< the host says that its process has ended and runs again
   Stops,     ///< the host says that it is stopped
   Errs,      ///< the host says that it could not start it
-  Vanishes,  ///< the host does not have it any more
+  Vanishes,  ///< the host no longer has it
   Answers,
   StaysSilent  ///< it has not answered in time
 };

@@ -38,7 +38,7 @@ struct SCA_TikaFleetParts {
   std::map<unsigned long, Holder> holders SCA_GUARDED_BY(lock);  // by service id
 };
 
-/// Asks a server for its version, for two seconds at most. @return As `SCA_TikaProbe::Ask` has it.
+/// Asks a server for its version, for two seconds at most. @return As in `SCA_TikaProbe::Ask`.
 int SCA_AskTikaVersion(const char* host, unsigned short port, SCA_Event* cancel,
                        SCA_TikaAnswer* answer);
 
@@ -68,7 +68,7 @@ class SCA_TikaHostFollower {
   };
   Outlook Prospect() const SCA_EXCLUDES(lock_);
   bool IsReady(unsigned short port) const SCA_EXCLUDES(lock_);
-  /// Servers that are ready or coming up, as far as they are known.
+  /// Servers that are ready or starting, as far as they are known.
   unsigned long Expected() const SCA_EXCLUDES(lock_);
 
  private:

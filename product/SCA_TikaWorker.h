@@ -26,7 +26,7 @@ struct SCA_TikaWorkTerms {
 enum class SCA_TikaTryEnd {
   Final,      ///< of the file: how it ended is known
   Cancelled,  ///< of its requester, or of its time limit
-  NotReady,   ///< of the server: it is coming up
+  NotReady,   ///< of the server: it is starting
   Broken,     ///< of either: the connection broke
   NotBegun    ///< nothing: the server could not be reached for it
 };

@@ -18,7 +18,7 @@ struct Job {
   TextStore* store = nullptr;                 ///< the request's
 };
 
-/// What a job came to, as it is told.
+/// The outcome of a job, as it is reported.
 struct Result {
   SCA_TikaOutcome outcome = SCA_TikaOutcome::FileFailed;
   std::string complaint;

@@ -68,7 +68,7 @@ class Servers {
   PrivateServer private_ SCA_GUARDED_BY(privateLock_);
   std::string privateComplaint_ SCA_GUARDED_BY(privateLock_);  // why it could not be started last
 
-  std::atomic<unsigned long> clients_{0};  // of the dispatcher, but for those of services
+  std::atomic<unsigned long> clients_{0};  // of the dispatcher, except those of services
 
   // Last: their threads use all of the above, and those of the services use the dispatcher.
   std::unique_ptr<SCA_TikaDispatcher> dispatcher_;

@@ -43,7 +43,7 @@ class ServiceBoard : public SCA_TikaFleetObserver {
   using Ports = std::set<unsigned short>;
   struct Server {
     SCA_TikaServerState state;
-    std::string why;  // it cannot be used; empty while it is coming up
+    std::string why;  // it cannot be used; empty while it starts
   };
   struct Service {
     std::string name;

@@ -10,10 +10,10 @@
 #include "programs/tikaextract/ServiceBoard.h"
 #include "programs/tikaextract/Setup.h"
 
-/// Threads: used by one thread, but for `Expected`.
+/// Threads: used by one thread, except for `Expected`.
 class Services {
  public:
-  /// As `ServiceBoard` has it.
+  /// As in `ServiceBoard`.
   Services(std::function<unsigned long()> clientsFor, bool tellsDetails)
       : board_(std::move(clientsFor), tellsDetails) {}
 

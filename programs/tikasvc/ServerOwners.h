@@ -15,12 +15,13 @@ class ServerOwners {
 
   explicit ServerOwners(unsigned long agent) : owner_(agent) {}
 
-  /// Somebody asks for the server. What the host is to run is its own, whoever was quicker.
+  /// A connection or the host asks for the server. What the host asks for belongs to it, even if a
+  /// connection was quicker.
   void Claim(unsigned long agent);
-  /// A connection takes leave of its servers, which pass to the next in line.
+  /// A connection signs off from its servers, which pass to the next in line.
   /// @return True when it was the owner and there is none.
   bool Leave(unsigned long agent);
-  /// A connection has gone without leave: its servers stay, as the host's.
+  /// A connection broke: its servers stay and belong to the host.
   void Forget(unsigned long agent);
 
   /// @return "host", or "connection 12".
