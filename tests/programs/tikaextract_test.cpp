@@ -124,7 +124,6 @@ TEST_F(TikaExtract, WhatIsWrongIsSaidAndHasItsStatus) {
   } const rows[] = {
       {2, {}, "FILE is required"},
       {2, {"--timeout", "soon", "x"}, "--timeout"},
-      {2, {"--java-heap", "1", "x"}, "--java-heap"},
       {2, {"--server", "host", "x"}, "'host' is not host:port"},
       {2, {"--server", "host:65536", "x"}, "'host:65536' is not host:port"},
       {2, {"-o", dir_.Path(), "a/x.doc", "b/x.doc"}, "'a/x.doc' and 'b/x.doc'"},
@@ -238,9 +237,8 @@ std::unique_ptr<Program> StartFailing(std::pair<unsigned, unsigned> calls, unsig
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
     };
     sock_fprog code{std::size(filter), filter};
-    const bool isFiltered = ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-                            ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &code) == 0;
-    EXPECT_TRUE(isFiltered);
+    EXPECT_TRUE(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+                ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &code) == 0);
     program = std::make_unique<Program>("tikaextract", arguments);
   }).join();
   return program;
@@ -248,9 +246,9 @@ std::unique_ptr<Program> StartFailing(std::pair<unsigned, unsigned> calls, unsig
 
 TEST_F(TikaExtract, TextThatTheDiskLosesIsNoSuccess) {
   const std::string large = dir_.Write("large.doc", std::string(1 << 20, 'l'));
-  constexpr std::pair<unsigned, unsigned> kRead{SYS_pread64, SYS_preadv};
   constexpr unsigned kMuch = 100000;  // more than a program's own start reads into its files
-  const auto record = StartFailing(kRead, kMuch, WithServer({"--jsonl", large}));
+  const auto record =
+      StartFailing({SYS_pread64, SYS_preadv}, kMuch, WithServer({"--jsonl", large}));
   EXPECT_TRUE(Ends(*record, 1, large + ": cannot read its text back from a temporary file in "));
   const std::vector<std::string> lines = Lines(record->Output());
   ASSERT_EQ(lines.size(), 2U);

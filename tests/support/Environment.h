@@ -12,13 +12,7 @@ class ScopedVariable {
     if (const char* former = std::getenv(name)) former_ = former;
     ::setenv(name, value.c_str(), 1);
   }
-  ~ScopedVariable() {
-    if (former_) {
-      ::setenv(name_, former_->c_str(), 1);
-    } else {
-      ::unsetenv(name_);
-    }
-  }
+  ~ScopedVariable() { former_ ? ::setenv(name_, former_->c_str(), 1) : ::unsetenv(name_); }
   ScopedVariable(const ScopedVariable&) = delete;
   ScopedVariable& operator=(const ScopedVariable&) = delete;
 

@@ -86,23 +86,18 @@ void SaveAndLoad(const CallPlan& plan) {
 // Keeps a text in memory that it has from the start.
 class Sheet : public SCA_TikaTextSink {
  public:
+  Sheet() { text.reserve(20000); }
   int Write(const char* block, unsigned long length, unsigned long offset) override {
-    if (offset + length > text_.size()) return 0;
-    std::memcpy(text_.data() + offset, block, length);
-    length_ = offset + length;
+    if (offset != text.size() || offset + length > text.capacity()) return 0;
+    text.append(block, length);
     return 1;
   }
   int Restart() override {
-    length_ = 0;
+    text.clear();
     return 1;
   }
-  bool Holds(const std::string& text) const {
-    return text.size() == length_ && text.compare(0, length_, text_.data(), length_) == 0;
-  }
 
- private:
-  std::vector<char> text_ = std::vector<char>(20000);
-  unsigned long length_ = 0;
+  std::string text;
 };
 
 void ServeFiles(const CallPlan& plan) {
@@ -152,18 +147,12 @@ void ServeFiles(const CallPlan& plan) {
       const SCA_TikaOutcome outcome = requests[i]->GetOutcome();
       BlameUnless(isSubmitted[i] == (outcome != SCA_TikaOutcome::None), "no outcome, or too many");
       if (outcome == SCA_TikaOutcome::Extracted) {
-        BlameUnless(sheets[i]->Holds(text), "a text is cut or changed");
+        BlameUnless(sheets[i]->text == text, "a text is cut or changed");
       } else if (isSubmitted[i]) {
         BlameUnless(requests[i]->GetCause()[0] != '\0', "a failure without a cause");
       }
     }
   }
-}
-
-int GiveKey(void* /*context*/, const char* /*host*/, unsigned short /*port*/, SCA_ControlKey* key,
-            unsigned long* /*error*/) {
-  key->length = SCA_ControlKeySize;
-  return 1;
 }
 
 // What the hosting program does is not in question here.
@@ -189,7 +178,12 @@ class Factory : public FakeFactory {
 };
 
 void Command(const CallPlan& plan) {
-  SCA_SetControlKeyProvider(&GiveKey, nullptr);
+  const auto giveKey = [](void* /*context*/, const char* /*host*/, unsigned short /*port*/,
+                          SCA_ControlKey* key, unsigned long* /*error*/) {
+    key->length = SCA_ControlKeySize;
+    return 1;
+  };
+  SCA_SetControlKeyProvider(giveKey, nullptr);
   const TempDir dir;
   const std::string socket = dir.File("control.socket");
   Service service;
