@@ -85,6 +85,8 @@ class FaultServer::Exchange {
   bool Reply(const std::string& content, const FaultSpec& fault);
   bool SendChunks(std::string header, DocumentText text, const FaultSpec& fault);
   bool PlayAt(const FaultSpec& fault);
+  // Before the last bytes of a reply: the client that has them finds it counted.
+  void CountAnswer() { server_->memory_->CountAnswer(); }
   bool WaitForAnswers(unsigned long long others);
   bool SendStatus(unsigned long long code, std::string_view body = {});
   bool SendPaced(std::string_view bytes, const FaultSpec& fault, unsigned long long length);
@@ -149,7 +151,6 @@ bool FaultServer::Exchange::ServeDocument(const Request& request) {
   const std::string content = held_.substr(0, size);
   held_.erase(0, size);
   const bool isKept = Reply(content, fault);
-  if (isKept) server_->memory_->CountAnswer();
   if (!isKept || fault.Kind() != FaultKind::HangUp) return isKept;
   connection_.WaitForEnd(static_cast<int>(fault.Value()));
   return false;
@@ -188,12 +189,16 @@ bool FaultServer::Exchange::Reply(const std::string& content, const FaultSpec& f
   std::string header = kReply;
   switch (fault.Kind()) {
     case FaultKind::Status:
+      CountAnswer();
       return SendStatus(fault.Value(), "what went wrong");
     case FaultKind::Garbage:
+      CountAnswer();
       return connection_.Send("220 mail.example ready\r\n\r\n");
     case FaultKind::NoText:
+      CountAnswer();
       return SendStatus(200);
     case FaultKind::Plain:
+      CountAnswer();
       return connection_.Send(header + length + "\r\n") &&
              connection_.Send(DocumentText(text).Next(static_cast<std::size_t>(text.Length())));
     case FaultKind::After:
@@ -254,6 +259,7 @@ bool FaultServer::Exchange::SendChunks(std::string header, DocumentText text,
   }
   if (!isCut) pending += separator;
   if (hasPlace) return SendPaced(pending, fault, text.Length()) && PlayAt(fault);
+  CountAnswer();
   return SendPaced(pending + "0\r\n\r\n", fault, text.Length());
 }
 
