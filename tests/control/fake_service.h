@@ -92,10 +92,13 @@ class FakeFactory : public SCA_TikaServiceVirtualFactory {
     return connects > disconnects ? service_ : nullptr;
   }
   int OnDisconnect(unsigned long /*agentId*/) override {
+    if (onDisconnect) onDisconnect();
     ++disconnects;
     return 0;
   }
   unsigned long GetLoginMode() override { return mode_; }
+
+  std::function<void()> onDisconnect;
 
   std::atomic<int> connects{0};
   std::atomic<int> disconnects{0};

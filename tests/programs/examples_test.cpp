@@ -59,8 +59,8 @@ TEST(Examples, ManyFilesGoOverTwoServers) {
 
 TEST(Examples, FilesGoOverTheServersOfServiceHosts) {
   const TempDir dir;
-  ScriptedHost one("127.0.0.1", 0);
-  ScriptedHost other("127.0.0.1", 0);
+  ScriptedHost one("127.0.0.1");
+  ScriptedHost other("127.0.0.1");
   one.OpenLocal(dir.File("one"));
   other.OpenLocal(dir.File("other"));
   one.Keep(SCA_ServerInactive);

@@ -26,10 +26,15 @@ class ScriptedHost : public FakeService {
  public:
   static constexpr int kNoLimit = 1 << 30;
 
-  /// @param address    Of its servers; the control port is on all addresses.
-  /// @param loginMode  0 asks for no key.
-  explicit ScriptedHost(const char* address, unsigned long loginMode = 1)
+  /// @param address    Of its servers; without a key, its control port is on 127.0.0.1 alone.
+  /// @param loginMode  1 asks for a key.
+  explicit ScriptedHost(const char* address, unsigned long loginMode = 0)
       : address_(address), factory_(this, loginMode) {
+    factory_.onDisconnect = [this] { TakeAdded(); };
+    fill = [](SCA_ConfigObj* status) {
+      status->AddField(SCA_ServerFields::StatusText, "in words", 0);
+      status->AddField(SCA_ServerFields::LastDeath, "heap exhausted", 0);
+    };
     Open();
   }
   ~ScriptedHost() override { Die(); }
@@ -54,14 +59,13 @@ class ScriptedHost : public FakeService {
     unsigned long error = 0;
     EXPECT_EQ(port_->OpenLocal(path.c_str(), nullptr, &error), 1) << SCA_ErrorText(error);
   }
-  std::string Address() const { return address_; }
+  const char* Address() const { return address_; }
   std::string Service() const { return address_ + (":" + std::to_string(controlPort_)); }
   unsigned short ControlPort() const { return controlPort_; }
-  unsigned short FreePort() const { return Listener(address_, 0, 1).Port(); }
 
   /// A server that is there before the run.
   unsigned short Keep(unsigned long status) {
-    const unsigned short port = FreePort();
+    const unsigned short port = Listener(address_, 0, 1).Port();
     unsigned long ignored = 0;
     AddServer("kept.jar", port, 1, "", &ignored, &ignored, &ignored);
     TakeAdded();
@@ -79,8 +83,8 @@ class ScriptedHost : public FakeService {
   }
   bool Has(unsigned short port) {
     const std::lock_guard<std::mutex> guard(mutex_);
-    SCA_TikaServer* server = nullptr;
-    return list_.GetServerByPort(port, &server) != 0;
+    SCA_TikaServer* ignored = nullptr;
+    return list_.GetServerByPort(port, &ignored) != 0;
   }
 
   std::atomic<int> served{0};
@@ -98,12 +102,6 @@ class ScriptedHost : public FakeService {
     const std::lock_guard<std::mutex> guard(mutex_);
     *list = new SCA_ConfigObj("Servers", nullptr);
     return list_.Serialize(*list);
-  }
-  int GetServerStatusEx(unsigned long, SCA_ConfigObj** status) override {
-    *status = new SCA_ConfigObj("Status", nullptr);
-    (*status)->AddField(SCA_ServerFields::StatusText, "in words", 0);
-    (*status)->AddField(SCA_ServerFields::LastDeath, "heap exhausted", 0);
-    return 1;
   }
   int AddServer(const char* jar, unsigned short port, unsigned long heap, const char* options,
                 unsigned long* id, unsigned long* status, unsigned long* code) override {
@@ -141,15 +139,6 @@ class ScriptedHost : public FakeService {
   }
 
  private:
-  struct Factory : FakeFactory {
-    Factory(ScriptedHost* host, unsigned long mode) : FakeFactory(host, mode), host_(host) {}
-    int OnDisconnect(unsigned long agentId) override {
-      host_->TakeAdded();
-      return FakeFactory::OnDisconnect(agentId);
-    }
-    ScriptedHost* host_;
-  };
-
   // What the connection has added, which is then nobody's.
   std::set<unsigned long> TakeAdded() {
     const std::lock_guard<std::mutex> guard(mutex_);
@@ -176,7 +165,7 @@ class ScriptedHost : public FakeService {
 
   const char* const address_;
   unsigned short controlPort_ = 0;
-  Factory factory_;
+  FakeFactory factory_;
   std::mutex mutex_;
   SCA_TikaServerList list_;
   std::set<unsigned long> added_;
