@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <random>
 
+#include "tests/e2e/jars.h"
 #include "tests/support/Program.h"
 
 namespace {
@@ -20,6 +21,13 @@ TEST(PrivateServer, ExtractsAndIsGoneWithTheProgram) {
   // Both JVMs of the server have the limit, not the one that was started alone.
   EXPECT_TRUE(Has(program.Error(), "Picked up JAVA_TOOL_OPTIONS: -Xmx256m"));
   EXPECT_TRUE(program.FamilyEndsWithin(1));
+}
+
+TEST(PrivateServer, ExampleHasOneToo) {
+  Program example("example_private_server", {CachedJar("tika-server-standard-3.3.2.jar"), kSample});
+  EXPECT_EQ(example.Wait(), 0) << example.Error();
+  EXPECT_TRUE(Has(example.Output(), "Quarterly"));
+  EXPECT_TRUE(example.FamilyEndsWithin(1));
 }
 
 TEST(PrivateServer, InterruptStopsItBeforeTheProgramEnds) {

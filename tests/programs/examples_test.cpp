@@ -95,9 +95,11 @@ TEST(Examples, ServerIsWatchedAndStartedAgain) {
   const TempDir dir;
   std::filesystem::create_symlink(std::filesystem::read_symlink("/proc/self/exe"),
                                   dir.File("java"));
-  const std::string jar = dir.Write("good.jar", "");
-  Program example("example_watched_server", {jar, std::to_string(FreePort())},
-                  {"PATH=" + dir.Path() + ":" + ::getenv("PATH")});
+  const std::string path = "PATH=" + dir.Path() + ":" + ::getenv("PATH");
+  Program hopeless("example_private_server", {dir.Write("brief.jar", ""), "x"}, {path});
+  EXPECT_TRUE(Ends(hopeless, 1, "it ended by itself with exit status 7"));
+  Program example("example_watched_server", {dir.Write("good.jar", ""), std::to_string(FreePort())},
+                  {path});
   std::string expected = "ready: Apache Tika 9.9\n";
   ASSERT_TRUE(Eventually([&] { return example.Output() == expected; })) << example.Error();
   for (const std::string& process : example.Family()) {
