@@ -3,15 +3,18 @@
 #include <gtest/gtest.h>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/SCA_Crc32.h"
 #include "platform/SCA_Error.h"
@@ -186,13 +189,18 @@ TEST(ConfigFile, SoundFilesAreRefusedForWhatTheySay) {
 }
 
 // Lets a traced child go on to the entry or the exit of its next system call, `steps` times.
+// @param calls  Receives the numbers of those that were entered.
 // @return False when it has ended before.
-bool StepChild(pid_t pid, int steps) {
+bool StepChild(pid_t pid, int steps, std::vector<std::uint64_t>* calls) {
   int status = 0;
   if (::waitpid(pid, &status, 0) != pid || !WIFSTOPPED(status)) return false;
+  ::ptrace(PTRACE_SETOPTIONS, pid, nullptr, PTRACE_O_TRACESYSGOOD);  // or the calls are not told
   for (int step = 0; step < steps; ++step) {
     ::ptrace(PTRACE_SYSCALL, pid, nullptr, nullptr);
     if (::waitpid(pid, &status, 0) != pid || !WIFSTOPPED(status)) return false;
+    __ptrace_syscall_info info{};
+    ::ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info);
+    if (info.op == PTRACE_SYSCALL_INFO_ENTRY) calls->push_back(info.entry.nr);
   }
   return true;
 }
@@ -206,6 +214,7 @@ TEST(ConfigFile, AKillAtAnyMomentLeavesTheOldOrTheNewFile) {
   unsigned long error = 0;
   int kills = 0;
   int olds = 0;
+  std::vector<std::uint64_t> calls;
   for (bool isAlive = true; isAlive; ++kills) {
     ASSERT_EQ(Save(oldRoot, dir.File("file"), &error), 1);
     const pid_t pid = ::fork();
@@ -214,7 +223,8 @@ TEST(ConfigFile, AKillAtAnyMomentLeavesTheOldOrTheNewFile) {
       ::raise(SIGSTOP);
       ::_exit(Save(newRoot, dir.File("file"), &error));
     }
-    isAlive = StepChild(pid, kills);
+    calls.clear();
+    isAlive = StepChild(pid, kills, &calls);
     if (isAlive) {
       ::kill(pid, SIGKILL);
       ::waitpid(pid, nullptr, 0);
@@ -228,6 +238,7 @@ TEST(ConfigFile, AKillAtAnyMomentLeavesTheOldOrTheNewFile) {
   }
   EXPECT_GT(olds, 5) << "some kills come before the file is replaced ...";
   EXPECT_GT(kills, olds + 1) << "... and some after";
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), SYS_fsync), 2) << "the bytes, and the name";
 }
 
 TEST(ConfigFile, ReadersAndTwoWritersSeeWholeFiles) {
