@@ -197,7 +197,7 @@ TEST(Process, OutputIsCutIntoLines) {
 
 TEST(Process, LongLinesComeInPiecesWithoutTheirLineEnd) {
   // Around the sizes at which a line end may be cut by a buffer.
-  for (const std::size_t length : {4096U, 8189U, 8190U, 8191U, 8192U, 8193U, 16384U, 70000U}) {
+  for (const std::size_t length : {4096U, 8189U, 8190U, 8191U, 8192U, 8193U, 16384U, 200000U}) {
     for (const unsigned long size : {100UL, 8192UL, 16384UL}) {
       std::string whole;
       for (const std::string& piece : Child().Play("long " + std::to_string(length), size)) {
