@@ -425,21 +425,6 @@ TEST_F(Dispatcher, FullQueueRefusesOrWaitsAsTheCallerChose) {
   EXPECT_EQ(Submit(Request(good_), 1), SCA_ErrorQueueFull);
 }
 
-// A worker that looks for work and finds none must not overlook what comes before it waits.
-TEST_F(Dispatcher, RequestThatComesWhileTheWorkerGoesToRestIsServed) {
-  AddTika();
-  std::mt19937 random(5);
-  for (int i = 0; i < 1000; ++i) {
-    const Request request(dir_.File("missing"));
-    ASSERT_EQ(Submit(request), 0U);
-    // Sooner than an event could tell.
-    while (request->GetProcessStatus() != SCA_RequestFinished) std::this_thread::yield();
-    for (auto spin = random() % 300; spin > 0; --spin)
-      std::atomic_signal_fence(std::memory_order_seq_cst);
-    ASSERT_EQ(request.Wait(), Outcome::FileFailed);
-  }
-}
-
 // The queue deletes what is marked as it documents; the dispatcher must not know it any longer.
 TEST_F(Dispatcher, RequestThatIsMarkedAsAbandonedInTheQueueIsForgotten) {
   Request marked(good_);
