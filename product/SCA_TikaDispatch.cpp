@@ -17,7 +17,7 @@ constexpr std::chrono::seconds kLookAgain{1};
 
 }  // namespace
 
-// The services of a request, kept for the time when the request may have gone.
+// A copy of a request's services, for use after the request may have been deleted.
 struct SCA_TikaDispatch::Services {
   explicit Services(SCA_TikaExtractRequest* request) {
     for (const auto* node = request->GetServiceList()->GetHead(); node != nullptr;
@@ -226,7 +226,7 @@ unsigned long SCA_TikaDispatch::Enqueue(SCA_TikaExtractRequest* request) {
     Unregister(SCA_TikaTicket::Of(*request));
     return ENOMEM;
   }
-  // From here on the request may have ended and gone.
+  // From here on the request may have ended and been deleted.
   bool isStopping = false;
   {
     const SCA_LockGuard guard(lock_);
@@ -290,7 +290,7 @@ void SCA_TikaDispatch::Finish(SCA_TikaTicket* ticket, const SCA_TikaVerdict& ver
     const SCA_LockGuard guard(lock_);
     Unregister(ticket);
     isAbandoned = request->ExchangeProcessStatus(SCA_RequestFinished) == SCA_RequestAbandoned;
-    // Under the lock, which `Abandon` takes: nobody deletes the request before this is done.
+    // Under the lock, which `Abandon` takes, so that no thread deletes the request before this.
     if (!isAbandoned) request->GetReady()->Set();
   }
   if (isAbandoned) request->Destroy();
@@ -364,7 +364,7 @@ void SCA_TikaDispatch::Stop() {
   }
   hasRoom_.NotifyAll();
   watch_.Set();
-  // The watcher takes seats away; nobody adds any now.
+  // The watcher removes seats, so it ends first. No thread adds any now.
   if (watcher_.joinable()) watcher_.join();
   std::list<Seat> seats;
   {

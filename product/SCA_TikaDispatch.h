@@ -14,12 +14,12 @@
 #include "product/SCA_TikaTicket.h"
 #include "product/SCA_TikaWorker.h"
 
-/// What the workers of one host and port share; goes with the last of them.
+/// What the workers of one host and port share; deleted with the last of them.
 struct SCA_TikaServerShare {
-  unsigned long id = 0;               ///< never given twice
-  unsigned long seats = 0;            ///< workers
-  unsigned long serving = 0;          ///< requests
-  SCA_TikaTicket* suspect = nullptr;  ///< that has it alone, or is to
+  unsigned long id = 0;                                               ///< never given twice
+  unsigned long seats = 0;                                            ///< workers
+  unsigned long serving = 0;                                          ///< requests
+  SCA_TikaTicket* suspect = nullptr;                                  ///< that has claimed it
   std::optional<std::chrono::steady_clock::time_point> unreadySince;  ///< no other answer since
 };
 
@@ -80,7 +80,7 @@ class SCA_TikaDispatch final : public SCA_TikaWorkplace {
  private:
   enum class SeatState {
     Taken,  // its worker takes requests
-    Idle,   // its worker waits for them, until somebody sets another state and wakes it
+    Idle,   // its worker waits for them; whatever sets another state must wake it
     Left,   // its server was removed: the worker ends what it has
     Empty   // the worker's thread is at its end
   };
@@ -173,7 +173,7 @@ class SCA_TikaDispatch final : public SCA_TikaWorkplace {
   unsigned long nextServer_ SCA_GUARDED_BY(lock_) = 0;
   std::list<Seat> seats_ SCA_GUARDED_BY(lock_);
   unsigned long work_ SCA_GUARDED_BY(lock_) = 0;  // changes with everything that workers look for
-  bool isWatcherIdle_ SCA_GUARDED_BY(lock_) = false;  // nothing but `watch_` wakes it
+  bool isWatcherIdle_ SCA_GUARDED_BY(lock_) = false;  // it waits for `watch_` without a limit
   bool isStopping_ SCA_GUARDED_BY(lock_) = false;
 };
 

@@ -1,5 +1,5 @@
-// The watcher of a dispatch sees to what no worker does: limits, cancelled requests that no worker
-// comes for, missing servers, workers that have ended.
+// The watcher thread of a dispatch handles what no worker does: time limits, cancelled requests
+// that no worker takes, missing servers, workers that have ended.
 
 #include <array>
 
@@ -78,8 +78,8 @@ void SCA_TikaDispatch::EndLongAsks(Clock::time_point now) {
   }
 }
 
-// Ends a request that seemed to be due. One from the queue may have gone meanwhile, and another may
-// lie at its address: it is looked at again once it is ours.
+// Ends a request that seemed to be due. A queued one may have been deleted meanwhile, and another
+// may have its address, so it is judged again once this thread has taken it.
 bool SCA_TikaDispatch::EndWaiting(SCA_TikaExtractRequest* request, bool isOurs) {
   if (!isOurs && queue_.RemoveRequest(request) == 0) return false;
   SCA_TikaTicket* ticket = nullptr;

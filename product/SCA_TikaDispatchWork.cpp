@@ -8,11 +8,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The first, in whatever company, and two of a suspect that has its server alone.
+// One beside other files, and two as a suspect that has its server alone.
 constexpr unsigned long kMostTries = 3;
 
-// A file has met this many servers that were not ready before it is given up for that. The time
-// alone does not tell: it may have waited for another reason.
+// A file is given up for servers that are not ready only after this many such answers. Time alone
+// is not enough: the file may have waited for another reason.
 constexpr unsigned long kLeastUnready = 8;
 
 }  // namespace

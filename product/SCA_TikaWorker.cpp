@@ -16,7 +16,7 @@ constexpr unsigned long kNotFound = 404;
 constexpr unsigned long kFirstFailure = 500;
 constexpr unsigned long kUnavailable = 503;
 
-// However short the delays are: a server that is down must not be asked without pause.
+// A lower limit for all delays: a server that is down must not be asked without a pause.
 constexpr unsigned long kLeastDelayMs = 5;
 
 // A Tika server listens before its services are there, and answers 404 until then.
@@ -117,8 +117,8 @@ bool SCA_TikaWorker::IsReady() const {
 }
 
 // Makes a new connection.
-// @param proof  Whether the server must answer first. What lies between may take connections for
-//               a server that is gone, and break them.
+// @param proof  Whether the server must answer first. A proxy may accept connections for a server
+//               that has ended, and break them.
 bool SCA_TikaWorker::MakeReady(Proof proof) {
   unsigned long error = SCA_ErrorCannotCreate;
   if (RenewClient(&error)) {
