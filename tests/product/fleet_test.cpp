@@ -35,8 +35,13 @@ TEST(Fleet, ServersAreUsedOnlyWhileTheHostRunsThem) {
   Watcher watcher;
   SCA_TikaFleet fleet(&dispatcher, &watcher);
   unsigned long error = 0;
+  const unsigned short port = host.Keep(SCA_ServerPending);  // answers nobody so far
   const auto becomes = [&](State state, SCA_TikaOutcome outcome) {
-    EXPECT_TRUE(Eventually([&] { return watcher.state.load() == state; }));
+    // The observer is told before the others.
+    EXPECT_TRUE(Eventually([&] {
+      return watcher.state.load() == state &&
+             fleet.IsReady(service->GetServiceId(), port) == (state == State::Ready ? 1 : 0);
+    }));
     EXPECT_EQ(fleet.WaitForServer(SCA_Infinite, nullptr), state == State::Ready ? 1 : 0);
     const SCA_Owned<SCA_TikaExtractRequest> request(
         new SCA_TikaExtractRequest(file.c_str(), "pdf", "Default", new NoSink));
@@ -44,7 +49,6 @@ TEST(Fleet, ServersAreUsedOnlyWhileTheHostRunsThem) {
     EXPECT_EQ(request->GetReady()->Wait(kDeadlineMs), 1);
     EXPECT_EQ(request->GetOutcome(), outcome);
   };
-  const unsigned short port = host.Keep(SCA_ServerPending);  // answers nobody so far
   ASSERT_EQ(fleet.Follow(service, "", &error), 1);
   EXPECT_EQ(fleet.Follow(service, "", &error), 0) << "is followed already";
   EXPECT_EQ(fleet.WaitForServer(10, nullptr), 0);
