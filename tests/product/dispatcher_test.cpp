@@ -541,6 +541,8 @@ TEST_F(Dispatcher, ServersAreRemovedByThePrepareFunctionsOfTheirOwnAndOfOtherWor
   AddServer(1);
   AddServer(2);
   EXPECT_TRUE(Eventually([&] { return context.removed == 2 && context.waiting == 0; }));
+  // The other worker may be about to call the function still, and the context goes first.
+  Dispatch().Stop();
 }
 
 TEST_F(Dispatcher, ThousandFilesOverFaultyServersThatComeAndGoHaveTheOutcomesForetold) {
