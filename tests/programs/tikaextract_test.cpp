@@ -83,9 +83,8 @@ TEST_F(TikaExtract, RunThatIsEndedLeavesNoPartOfAFile) {
   for (const int number : {SIGINT, SIGTERM, SIGKILL}) {
     Program program("tikaextract", WithServer({"-v", "-o", out, good, half, good + ".other"}));
     // The text aside shows that the extraction is under way.
-    while (CountFiles(out) < before + 1 + (number == SIGINT ? 1U : 0U)) {
-      ASSERT_EQ(program.Family().empty(), false) << program.Error();
-    }
+    const std::size_t wanted = before + 1 + (number == SIGINT ? 1U : 0U);
+    ASSERT_TRUE(Eventually([&] { return CountFiles(out) >= wanted; })) << program.Error();
     const std::string process = program.Family().front();
     Program second("tikaextract", WithServer({"-o", out, good}));
     EXPECT_TRUE(Ends(second, 2, "another run (process " + process.substr(0, process.find(':'))));
