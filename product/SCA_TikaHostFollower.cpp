@@ -108,8 +108,8 @@ SCA_TikaHostFollower::Outlook SCA_TikaHostFollower::Prospect() const {
   const bool isReady = std::any_of(states_.begin(), states_.end(), [](const auto& entry) {
     return entry.second == ServerState::Ready;
   });
-  if (isReady) return Outlook::Ready;
-  return isSettled_ ? Outlook::Hopeless : Outlook::Pending;
+  if (!offered_.empty()) return Outlook::Ready;
+  return isSettled_ && !isReady ? Outlook::Hopeless : Outlook::Pending;
 }
 
 bool SCA_TikaHostFollower::IsReady(unsigned short port) const {
@@ -474,7 +474,10 @@ void SCA_TikaHostFollower::Enter(HostState state, unsigned long code, std::strin
   if (!IsConnected()) parts_->Unclaim(serviceId_);
   {
     const SCA_LockGuard guard(lock_);
-    if (!IsConnected()) states_.clear();
+    if (!IsConnected()) {
+      states_.clear();
+      offered_.clear();
+    }
     // A host that has given its list is settled once its servers have been looked at.
     if (state != HostState::Following) {
       isSettled_ = state != HostState::Connected && state != HostState::Lost;
@@ -489,9 +492,13 @@ void SCA_TikaHostFollower::Move(Server* server, ServerEvent event, const std::st
   if (server->state == former && event != ServerEvent::Fails) return;
   if (server->state == ServerState::Starting) server->since = Clock::now();
   TellServer(*server, 0, text);
-  if (server->state == ServerState::Ready) Feed(*server);
   if (SCA_IsGone(server->state)) Unfeed(server->port);
   Publish(*server);
+  // A worker asks at once whether its server is ready; who waits for a server wants a worker.
+  if (server->state == ServerState::Ready) {
+    Feed(*server);
+    Offer(*server);
+  }
 }
 
 void SCA_TikaHostFollower::TellHost(unsigned long code, const char* text) {
@@ -529,7 +536,16 @@ void SCA_TikaHostFollower::Publish(const Server& server) {
   {
     const SCA_LockGuard guard(lock_);
     states_[server.port] = server.state;
+    if (server.state != ServerState::Ready) offered_.erase(server.port);
     Recount();
+  }
+  parts_->changed.Set();
+}
+
+void SCA_TikaHostFollower::Offer(const Server& server) {
+  {
+    const SCA_LockGuard guard(lock_);
+    offered_.insert(server.port);
   }
   parts_->changed.Set();
 }

@@ -131,6 +131,7 @@ class SCA_TikaHostFollower {
   void Feed(const Server& server);
   void Unfeed(unsigned short port);
   void Publish(const Server& server) SCA_EXCLUDES(lock_);
+  void Offer(const Server& server) SCA_EXCLUDES(lock_);
   void Recount() SCA_REQUIRES(lock_);
 
   SCA_TikaInterface* Link() { return status_.GetInterface(); }
@@ -162,6 +163,7 @@ class SCA_TikaHostFollower {
   bool isSettled_ SCA_GUARDED_BY(lock_) = false;  // there is nothing to wait for
   unsigned long expected_ SCA_GUARDED_BY(lock_) = 0;
   std::map<unsigned short, ServerState> states_ SCA_GUARDED_BY(lock_);
+  Ports offered_ SCA_GUARDED_BY(lock_);  // those ready that the dispatcher has
 
   std::thread thread_;
 };
