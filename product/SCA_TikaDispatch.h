@@ -32,7 +32,7 @@ struct SCA_TikaServerShare {
 /// another one did. A suspect claims a server, which takes no more work until it has served what it
 /// has, and then has it alone, over a new connection, once it has answered. A break then can only
 /// come from the file or from chance; two make the outcome `ServersDied`.
-class SCA_TikaDispatch final : public SCA_TikaWorkplace {
+class SCA_TikaDispatch : public SCA_TikaWorkplace {
  public:
   using Clock = std::chrono::steady_clock;
 

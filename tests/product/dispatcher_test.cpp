@@ -11,10 +11,12 @@
 #include <memory>
 #include <random>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "faultlab/FaultServer.h"
 #include "platform/SCA_Error.h"
+#include "product/SCA_TikaDispatch.h"
 #include "tests/support/ReportCapture.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
@@ -423,6 +425,32 @@ TEST_F(Dispatcher, FullQueueRefusesOrWaitsAsTheCallerChose) {
   EXPECT_EQ(second.Wait(), Outcome::Extracted);
   settings_.SetMaxPendingRequests(0);
   EXPECT_EQ(Submit(Request(good_), 1), SCA_ErrorQueueFull);
+}
+
+// Has work come in the moment between a worker's last look and its rest.
+class LateWork : public SCA_TikaDispatch {
+ public:
+  using SCA_TikaDispatch::SCA_TikaDispatch;
+  ~LateWork() override { Stop(); }
+  SCA_TikaTicket* Take(SCA_TikaWorker* worker) override {
+    SCA_TikaTicket* const ticket = SCA_TikaDispatch::Take(worker);
+    if (ticket == nullptr && late != nullptr) {
+      EXPECT_EQ(Submit(std::exchange(late, nullptr), false), 0U);
+    }
+    return ticket;
+  }
+
+  SCA_TikaExtractRequest* late = nullptr;  // the worker's, once there is one
+};
+
+TEST_F(Dispatcher, WorkThatComesBetweenTheLastLookAndTheRestIsServed) {
+  const Tika tika(memory_);
+  const Request request(good_);
+  LateWork dispatch(&settings_, limits_);
+  ASSERT_TRUE(dispatch.Start());
+  dispatch.late = request.request.get();
+  ASSERT_EQ(dispatch.AddServer("127.0.0.1", tika.Port(), 0), 0U);
+  EXPECT_EQ(request.Wait(), Outcome::Extracted);
 }
 
 // The queue deletes what is marked as it documents; the dispatcher must not know it any longer.
