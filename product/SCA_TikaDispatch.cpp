@@ -378,16 +378,20 @@ void SCA_TikaDispatch::Stop() {
 // Ends what is left once all threads have ended.
 void SCA_TikaDispatch::Drain() {
   for (;;) {
+    // Unless it is ours, the ticket may go with its request as soon as the lock is open. The queue
+    // compares addresses alone, and a request that was in it was not finished by anyone else.
     SCA_TikaTicket* ticket = nullptr;
+    SCA_TikaExtractRequest* request = nullptr;
     bool isOurs = false;
     {
       const SCA_LockGuard guard(lock_);
       if (tickets_.empty()) return;
       ticket = &tickets_.front();
+      request = ticket->request;
       isOurs = ticket->stage == Stage::Retrying;
       if (isOurs) TakeBack(ticket);
     }
-    if (isOurs || queue_.RemoveRequest(ticket->request) != 0) {
+    if (isOurs || queue_.RemoveRequest(request) != 0) {
       FinishStopped(ticket);
     } else {
       // A submit under way is about to queue it, and takes it back itself.
