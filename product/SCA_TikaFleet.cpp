@@ -153,8 +153,8 @@ int SCA_TikaFleet::Prepare(SCA_TikaClient* client, SCA_Event* stop, void* fleet,
   if (follower == nullptr) return 1;
   *error = SCA_ErrorNoServer;
   SCA_TikaAnswer answer;
-  return follower->IsReady(port) ? SCA_AskTikaVersion(client->GetServerName(), port, stop, &answer)
-                                 : 0;
+  if (!follower->MayBeUsed(port)) return 0;
+  return SCA_AskTikaVersion(client->GetServerName(), port, stop, &answer);
 }
 
 void SCA_TikaFleet::Leave() {

@@ -118,6 +118,11 @@ bool SCA_TikaHostFollower::IsReady(unsigned short port) const {
   return found != states_.end() && found->second == ServerState::Ready;
 }
 
+bool SCA_TikaHostFollower::MayBeUsed(unsigned short port) const {
+  const SCA_LockGuard guard(lock_);
+  return usable_.count(port) != 0;
+}
+
 unsigned long SCA_TikaHostFollower::Expected() const {
   const SCA_LockGuard guard(lock_);
   return expected_;
@@ -352,6 +357,7 @@ bool SCA_TikaHostFollower::StartIt(Server* server) {
 
 // Until the next try nothing is left there that came from here.
 void SCA_TikaHostFollower::GiveUp(Server* server, const std::string& why) {
+  if (!IsConnected()) return;  // lost while the host was asked why
   server->delayMs = std::clamp(server->delayMs * 2, kFirstAddDelayMs, kLastAddDelayMs);
   server->nextTry = Clock::now() + std::chrono::milliseconds(server->delayMs);
   server->ends.reset();
@@ -536,6 +542,11 @@ void SCA_TikaHostFollower::Publish(const Server& server) {
   {
     const SCA_LockGuard guard(lock_);
     states_[server.port] = server.state;
+    if (server.state == ServerState::Ready) {
+      usable_.insert(server.port);
+    } else {
+      usable_.erase(server.port);
+    }
     if (server.state != ServerState::Ready) offered_.erase(server.port);
     Recount();
   }

@@ -68,6 +68,8 @@ class SCA_TikaHostFollower {
   };
   Outlook Prospect() const SCA_EXCLUDES(lock_);
   bool IsReady(unsigned short port) const SCA_EXCLUDES(lock_);
+  /// Also a server that was ready when the connection was lost: it may live on without its host.
+  bool MayBeUsed(unsigned short port) const SCA_EXCLUDES(lock_);
   /// Servers that are ready or starting, as far as they are known.
   unsigned long Expected() const SCA_EXCLUDES(lock_);
 
@@ -163,6 +165,7 @@ class SCA_TikaHostFollower {
   bool isSettled_ SCA_GUARDED_BY(lock_) = false;  // there is nothing to wait for
   unsigned long expected_ SCA_GUARDED_BY(lock_) = 0;
   std::map<unsigned short, ServerState> states_ SCA_GUARDED_BY(lock_);
+  Ports usable_ SCA_GUARDED_BY(lock_);   // those last known to be ready
   Ports offered_ SCA_GUARDED_BY(lock_);  // those ready that the dispatcher has
 
   std::thread thread_;

@@ -31,11 +31,19 @@ TEST(Fleet, ServersAreUsedOnlyWhileTheHostRunsThem) {
   service->SetNumOfServers(0);
   SCA_TikaDispatchLimits limits;
   limits.noServerMs = 0;
+  limits.idleMs = 1;  // each document needs a connection of its own
   SCA_TikaDispatcher dispatcher(&settings, limits);
   Watcher watcher;
   SCA_TikaFleet fleet(&dispatcher, &watcher);
   unsigned long error = 0;
   const unsigned short port = host.Keep(SCA_ServerPending);  // answers nobody so far
+  const auto extract = [&] {
+    const SCA_Owned<SCA_TikaExtractRequest> request(
+        new SCA_TikaExtractRequest(file.c_str(), "pdf", "Default", new NoSink));
+    EXPECT_EQ(dispatcher.Submit(request.get(), 1, &error), 1) << SCA_ErrorText(error);
+    EXPECT_EQ(request->GetReady()->Wait(kDeadlineMs), 1);
+    return request->GetOutcome();
+  };
   const auto becomes = [&](State state, SCA_TikaOutcome outcome) {
     // The observer is told before the others.
     EXPECT_TRUE(Eventually([&] {
@@ -43,11 +51,7 @@ TEST(Fleet, ServersAreUsedOnlyWhileTheHostRunsThem) {
              fleet.IsReady(service->GetServiceId(), port) == (state == State::Ready ? 1 : 0);
     }));
     EXPECT_EQ(fleet.WaitForServer(SCA_Infinite, nullptr), state == State::Ready ? 1 : 0);
-    const SCA_Owned<SCA_TikaExtractRequest> request(
-        new SCA_TikaExtractRequest(file.c_str(), "pdf", "Default", new NoSink));
-    EXPECT_EQ(dispatcher.Submit(request.get(), 1, &error), 1) << SCA_ErrorText(error);
-    EXPECT_EQ(request->GetReady()->Wait(kDeadlineMs), 1);
-    EXPECT_EQ(request->GetOutcome(), outcome);
+    EXPECT_EQ(extract(), outcome);
   };
   ASSERT_EQ(fleet.Follow(service, "", &error), 1);
   EXPECT_EQ(fleet.Follow(service, "", &error), 0) << "is followed already";
@@ -62,6 +66,9 @@ TEST(Fleet, ServersAreUsedOnlyWhileTheHostRunsThem) {
   }
   host.SetStatus(port, SCA_ServerActive);
   becomes(State::Ready, SCA_TikaOutcome::Extracted);
+  host.Close();
+  EXPECT_TRUE(Eventually([&] { return fleet.IsReady(service->GetServiceId(), port) == 0; }));
+  EXPECT_EQ(extract(), SCA_TikaOutcome::Extracted) << "a server lives on without its host";
   host.Die();
   host.Open();  // without the server
   becomes(State::Deleted, SCA_TikaOutcome::NoServer);

@@ -47,6 +47,8 @@ class ScriptedHost : public FakeService {
     controlPort_ = port->GetPort();
     Exchange(std::move(port));
   }
+  /// The control port is gone; the servers stay.
+  void Close() { Exchange(nullptr); }
   /// As SIGKILL does it: nothing is left.
   void Die() {
     isDying_.store(true);
