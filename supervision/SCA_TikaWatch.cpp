@@ -285,7 +285,8 @@ int SCA_TikaWatch::Core::WaitReady(unsigned long timeoutMs, SCA_Event* cancel,
     wanted = asked_ + 1;
   }
   wake_.Set();
-  for (;;) {
+  // An answer usually comes within a millisecond or two.
+  for (unsigned long pauseMs = 1;; pauseMs = std::min(2 * pauseMs, kWaitSliceMs)) {
     {
       const SCA_LockGuard guard(lock_);
       if (answered_ >= wanted && run_.isReady && !run_.isOver) return 1;
@@ -295,7 +296,7 @@ int SCA_TikaWatch::Core::WaitReady(unsigned long timeoutMs, SCA_Event* cancel,
       return SCA_Fail(code != 0 ? code : SCA_ErrorProcessEnded, error);
     }
     if (deadline.HasPassed()) return SCA_Fail(ETIMEDOUT, error);
-    const unsigned long sliceMs = std::min(deadline.MsLeft(), kWaitSliceMs);
+    const unsigned long sliceMs = std::min(deadline.MsLeft(), pauseMs);
     if ((cancel != nullptr ? cancel : &never)->Wait(sliceMs) != 0) {
       return SCA_Fail(SCA_ErrorCancelled, error);
     }
@@ -306,7 +307,7 @@ int SCA_TikaWatch::Core::WaitReady(unsigned long timeoutMs, SCA_Event* cancel,
 
 void SCA_TikaWatch::Core::Watch() {
   while (ending_.Wait(0) == 0) {
-    unsigned long pauseMs = rules_.askMs;
+    unsigned long pauseMs = rules_.firstAskMs;
     try {
       pauseMs = Look();
     } catch (const std::exception&) {
@@ -460,7 +461,7 @@ void SCA_TikaWatch::Core::RecordEnd(const SCA_TikaObituary& obituary) {
   }
   SCA_FindDeathCause(obituary, verdict, hasAnswered, &death);
   const bool isInVain = !hasAnswered || death.kind == SCA_DeathKind::PortTaken;
-  deathsInVain_ = isInVain ? deathsInVain_ + 1 : 0;
+  if (obituary.isRequested == 0) deathsInVain_ = isInVain ? deathsInVain_ + 1 : 0;
   Tell(death, obituary);
 }
 

@@ -64,5 +64,7 @@ SCA_PortHolder SCA_FindPortHolder(unsigned short port, unsigned long group) {
     if (pid == 0 || ::getpgid(pid) != static_cast<pid_t>(group)) continue;
     if (Holds(entry->path(), sockets, &isTold)) return SCA_PortHolder::Ours;
   }
-  return isTold && !error ? SCA_PortHolder::Stranger : SCA_PortHolder::Unknown;
+  // A process that held the port may have ended before it was looked at.
+  const bool isSame = ListenersOn(port) == sockets;
+  return isTold && !error && isSame ? SCA_PortHolder::Stranger : SCA_PortHolder::Unknown;
 }
