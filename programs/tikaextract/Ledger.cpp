@@ -58,9 +58,8 @@ bool Ledger::Admit(Job* job) {
   if (options_.retryRefused) return true;
   if (const Killers::Content* killer = killers_.Find(job->document.path, job->bytes)) {
     job->killer = killer->digest;
-    job->document.complaint =
-        "not sent: servers died while they had " + Quoted(killer->path) +
-        ", which has the same content; --retry-refused sends it anyway anyway";
+    job->document.complaint = "not sent: servers died while they had " + Quoted(killer->path) +
+                              ", which has the same content; --retry-refused sends it anyway";
   }
   return true;
 }

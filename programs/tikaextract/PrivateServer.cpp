@@ -102,7 +102,8 @@ std::string PrivateServer::Explain(unsigned long error) const {
   }
   char end[60];
   death.DescribeExit(end, sizeof end);
-  return std::string("the Tika server ended ") + end + LastLines(death);
+  const std::string cause = death.kind == SCA_DeathKind::PortTaken ? ": " + death.cause : "";
+  return std::string("the Tika server ended ") + end + cause + LastLines(death);
 }
 
 bool PrivateServer::Launch(std::string* complaint) {

@@ -574,7 +574,7 @@ TEST_F(Dispatcher, ServersAreRemovedByThePrepareFunctionsOfTheirOwnAndOfOtherWor
 }
 
 TEST_F(Dispatcher, ThousandFilesOverFaultyServersThatComeAndGoHaveTheOutcomesForetold) {
-  settings_.SetNetworkTimeout(300);
+  settings_.SetNetworkTimeout(1500);
   std::vector<FaultSpec> faults;
   for (const char* const words :
        {"die,rate=0.005", "die,tries=1,rate=0.01", "reset=20,tries=1,rate=0.05",
