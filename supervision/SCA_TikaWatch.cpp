@@ -331,6 +331,7 @@ unsigned long SCA_TikaWatch::Core::Look() {
     }
   }
   if (!runs) return ReviveWhenGivenUp();
+  givenUpSince_.reset();
   SCA_TikaAnswer answer;
   unsigned long ignored = 0;
   const SCA_TikaProbe probe(address_.c_str(), server_->GetPortNumber(), AnswerLimitMs());

@@ -62,6 +62,8 @@ constexpr Advice kServiceHost[] = {
     {SCA_ErrorKeyInvalid, "copy the host's control.key again"},
     {SCA_ErrorFrame, "check the port: something else answers there"},
     {SCA_ErrorConnectionLimit, "try again when other clients have disconnected"},
+    {ENOMEM, "end other programs, or give this one more memory"},
+    {EMFILE, "raise the limit of open files (ulimit -n)"},
 };
 constexpr char kOtherHost[] = "check the address, and that tikasvc runs there";
 
