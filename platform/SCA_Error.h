@@ -3,7 +3,7 @@
 /// Ranges: 1 to 199 are the operating system's `errno` values (`ETIMEDOUT` for every time-out,
 /// `ECONNRESET` when the peer closed the connection); 200 to 999 are HTTP reply codes (interim
 /// replies, 100 to 199, are skipped and never become an error code); 100100 to 100199 are the
-/// library's documented codes; 100200 to 100299 tell apart what the platform layer found.
+/// library's documented codes; 100200 to 100299 tell further causes apart.
 #ifndef SCA_PLATFORM_SCA_ERROR_H
 #define SCA_PLATFORM_SCA_ERROR_H
 
