@@ -100,6 +100,7 @@ class SCA_TikaWatch::Core final : public SCA_TikaServerObserver {
   };
 
   void Watch();
+  unsigned long LookIfPossible() SCA_EXCLUDES(lock_);
   unsigned long Look() SCA_EXCLUDES(lock_);
   unsigned long AnswerLimitMs() const;
   bool IsFromStranger(unsigned long long epoch) SCA_EXCLUDES(lock_);
@@ -307,13 +308,16 @@ int SCA_TikaWatch::Core::WaitReady(unsigned long timeoutMs, SCA_Event* cancel,
 
 void SCA_TikaWatch::Core::Watch() {
   while (ending_.Wait(0) == 0) {
-    unsigned long pauseMs = rules_.firstAskMs;
-    try {
-      pauseMs = Look();
-    } catch (const std::exception&) {
-      // Without memory nothing is known of the server; it is asked again.
-    }
-    wake_.Wait(pauseMs);
+    wake_.Wait(LookIfPossible());
+  }
+}
+
+// As `Look`. Without memory nothing is known of the server; it is asked again soon.
+unsigned long SCA_TikaWatch::Core::LookIfPossible() {
+  try {
+    return Look();
+  } catch (const std::exception&) {
+    return rules_.firstAskMs;
   }
 }
 
