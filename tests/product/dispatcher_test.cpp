@@ -340,6 +340,18 @@ TEST_F(Dispatcher, ServerThatIsComingUpCostsNoFileAndOneThatNeverIsReadyIsGivenU
   EXPECT_EQ(unwanted->GetOutcome(), Outcome::ServerFailed);
 }
 
+// A file that waited long for its server has as much time as any other.
+TEST_F(Dispatcher, TimeLimitBeginsAnewWithEachTry) {
+  limits_.fileMs = 500;
+  limits_.fileMsPerMiB = 0;
+  const Stopwatch watch;
+  AddTika([&watch](const DocumentHead&) {
+    return ToFault(watch.Ms() > 500 ? "slow=100" : "status=503");
+  });
+  const Request request(good_);
+  EXPECT_EQ(Extract(request), Outcome::Extracted) << request->GetCause();
+}
+
 // A connection that its server has closed meanwhile is no fault of the file that comes next.
 TEST_F(Dispatcher, ConnectionThatTheServerClosedCostsNoFile) {
   Tika& tika = AddTika();
@@ -539,10 +551,13 @@ TEST_F(Dispatcher, RemovedServerEndsItsFileTakesNoOtherAndMayBeAddedAgain) {
   EXPECT_EQ(Submit(served), 0U);
   ASSERT_EQ(hasBegun.Wait(kDeadlineMs), 1);
   EXPECT_EQ(Submit(waiting), 0U);
+  EXPECT_EQ(waiting->GetReady()->Wait(limits_.noServerMs), 0) << "its server is there";
+  const Stopwatch watch;
   EXPECT_FALSE(RemoveServer(server.Port(), 7)) << "another service";
   EXPECT_TRUE(RemoveServer(server.Port()));
   EXPECT_FALSE(RemoveServer(server.Port())) << "it is gone";
   EXPECT_EQ(waiting.Wait(), Outcome::NoServer) << "while the other is still served";
+  EXPECT_GE(watch.Ms(), static_cast<long long>(limits_.noServerMs)) << "counted from the removal";
   mayEnd.Set();
   EXPECT_EQ(served.Wait(), Outcome::Extracted) << served->GetCause();
   EXPECT_EQ(hasClosed.Wait(kDeadlineMs), 1) << "its client goes";
@@ -583,7 +598,7 @@ TEST_F(Dispatcher, ThousandFilesOverFaultyServersThatComeAndGoHaveTheOutcomesFor
     faults.push_back(ToFault(words));
   }
   plan_ = FaultPlan(faults, 0, 7);
-  settings_.SetMaxPendingRequests(20);
+  settings_.SetMaxPendingRequests(5);
   for (int i = 0; i < 3; ++i) AddTika(nullptr, 2);
   std::atomic<bool> isOver{false};
   std::thread owner([this, &isOver] {

@@ -129,6 +129,7 @@ TEST_F(ServiceList, LoadingTakesTheStoredIdsAndNeverWrapsTheNextOne) {
       {{"5", "2"}, "5 2 ", 6},
       {{"5", "4294967295"}, "5 4294967295 ", 6},
       {{"4294967294"}, "4294967294 ", -1},
+      {{"0"}, "0 ", 1},
       {{}, "", 0}};
   for (const auto& [stored, loaded, next] : rows) {
     SCOPED_TRACE(loaded);

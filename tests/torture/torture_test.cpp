@@ -81,6 +81,8 @@ void SaveAndLoad(const CallPlan& plan) {
   const bool isNew = found.Compare(&written) != 0;
   BlameUnless(isNew || (!isSaved && found.Compare(&old) != 0), "the file is neither old nor new");
   BlameUnless(EntriesIn(dir.Path()) == 1, "a file is left aside");
+  // The first is that of the file, the second that of its directory.
+  BlameUnless(!isSaved || plan.call != kSync || plan.nth != 1, "what was not synced is saved");
 }
 
 // Keeps a text in memory that it has from the start.
