@@ -1,9 +1,9 @@
 // tikafault: a Tika server that misbehaves on command.
 
-#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <memory>
