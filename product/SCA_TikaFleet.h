@@ -137,8 +137,9 @@ class SCA_API SCA_TikaFleet : public SCA_Object {
   ///         counts for as many as it wants, and for one at least.
   unsigned long GetExpectedServers() const;
 
-  /// The preparation of the dispatcher's servers: a server of a service that is followed must be
-  /// ready and answer. One that restarts takes documents before it can serve them.
+  /// The preparation of the dispatcher's servers: a server of a service that is followed must
+  /// answer, and must be ready, or have been when the connection to its host was lost. One that
+  /// restarts takes documents before it can serve them.
   /// @param fleet  The fleet. @return As in `SCA_TikaPrepareServer`.
   static int Prepare(SCA_TikaClient* client, SCA_Event* stop, void* fleet, unsigned long* error);
 
