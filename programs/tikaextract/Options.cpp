@@ -8,6 +8,7 @@
 #include "programs/common/LocalHost.h"
 #include "programs/common/Start.h"
 #include "programs/tikaextract/Documents.h"
+#include "programs/tikaextract/OptionGroups.h"
 
 namespace {
 
@@ -40,11 +41,6 @@ constexpr char kFooter[] =
     "  $ tikaextract -r archive -o texts --server tika1:9998 --server tika2:9998\n"
     "  $ tikaextract -r archive -o texts --service tika1 --service tika2";
 
-constexpr unsigned long kMaxTimeoutSeconds = 1000000;
-constexpr unsigned long kMaxTextMb = 1UL << 30;
-constexpr unsigned long kMaxJobs = 256;
-
-constexpr unsigned long kMaxServers = 256;
 constexpr unsigned long kMaxPort = 65535;
 constexpr std::size_t kMaxServiceText = 259;
 
@@ -52,15 +48,6 @@ constexpr std::size_t kMaxServiceText = 259;
 constexpr const char* kServiceWishes[] = {"--service-servers", "--service-jar",
                                           "--service-first-port", "--service-heap",
                                           "--service-java-options"};
-
-// What is given as words and becomes something else.
-struct Words {
-  std::vector<std::string> servers;
-  std::vector<std::string> services;
-  std::vector<std::string> extensions;
-  unsigned long timeoutSeconds = 0;
-  std::optional<unsigned long> limitSeconds;
-};
 
 std::string ParseAddresses(const std::vector<std::string>& texts, unsigned short defaultPort,
                            std::vector<HostPort>* addresses) {
@@ -127,114 +114,14 @@ std::string Check(const Options& options) {
   return PrepareOutputDir(options);
 }
 
-void DefineInput(CLI::App* app, Options* options, std::vector<std::string>* extensions) {
-  app->add_option("FILE", options->files, "Documents; with -r also directories");
-  app->add_flag("-r,--recursive", options->recursive, "Extract the documents in directories");
-  app->add_option("--files-from", options->filesFrom,
-                  "Read the names of documents from a file, one per line; - is standard input")
-      ->type_name("FILE");
-  app->add_flag("-0,--null", options->zeroSeparated,
-                "Names in the list end with a zero byte, not a line feed");
-  app->add_option("--ext", *extensions,
-                  "Extensions of the files to take from directories, such as pdf,docx")
-      ->type_name("LIST")
-      ->allow_extra_args(false);
-}
-
-void DefineOutput(CLI::App* app, Options* options) {
-  app->add_option("-o,--output", options->outputDir,
-                  "Write the text of each document NAME to DIR/NAME.txt")
-      ->type_name("DIR");
-  app->add_flag("--jsonl", options->jsonl, "Print one JSON record per document");
-  app->add_flag("--unordered", options->unordered,
-                "Print each text as soon as it is complete, in any order");
-  app->add_flag("--resume", options->resume,
-                "Skip documents that an earlier run with the same -o has finished");
-  app->add_flag("--retry-refused", options->retryRefused,
-                "Retry documents that were refused or that killed servers");
-  app->add_flag("-v,--verbose", options->verbose, "Report progress on standard error");
-}
-
-void DefineServers(CLI::App* app, Options* options, Words* words) {
-  app->add_option("--server", words->servers, "Tika server to use")
-      ->type_name("HOST:PORT")
-      ->allow_extra_args(false);
-  app->add_option("-j,--jobs", options->jobs, "Extractions at the same time")
-      ->default_str("one per server")
-      ->check(CLI::Range(1UL, kMaxJobs))
-      ->type_name("N");
-  app->add_option("--settings", options->settingsFile,
-                  "Read servers, extensions and timeout from saved settings")
-      ->type_name("FILE");
-  app->add_option("--save-settings", options->saveSettingsFile, "Save the settings of this run")
-      ->type_name("FILE");
-  app->add_option("--variant", options->variant,
-                  "Reply decoder; decoder 2 may report truncated text as success")
-      ->check(CLI::Range(1UL, 3UL))
-      ->type_name("N")
-      ->capture_default_str();
-  app->add_option("--timeout", words->timeoutSeconds,
-                  "Give up on a server that sends nothing for this long")
-      ->check(CLI::Range(1UL, kMaxTimeoutSeconds))
-      ->default_str("60")
-      ->type_name("SECONDS");
-  app->add_option("--time-limit", words->limitSeconds, "Time limit per document; 0 means none")
-      ->default_str("310, plus 1 per MB")
-      ->check(CLI::Range(0UL, kMaxTimeoutSeconds))
-      ->type_name("SECONDS");
-  app->add_option("--text-limit", options->textLimitMb, "Size limit per text; 0 means none")
-      ->check(CLI::Range(0UL, kMaxTextMb))
-      ->type_name("MB")
-      ->capture_default_str();
-  app->add_option("--java-heap", options->javaHeapMb, "Java heap of the private server")
-      ->check(CLI::Range(64UL, 1048576UL))
-      ->type_name("MB")
-      ->capture_default_str();
-  app->add_option("--jar", options->jar, "Runnable Tika server jar of the private server")
-      ->type_name("FILE");
-}
-
-void DefineServices(CLI::App* app, Options* options, Words* words) {
-  app->add_option("--service", words->services,
-                  "Service host whose servers to use: its control port or the path of its "
-                  "socket; 'local' is this machine's host and needs no key")
-      ->type_name("HOST[:PORT]")
-      ->allow_extra_args(false);
-  app->add_option("--key", options->keyFile, "Key file of the control ports")
-      ->default_str("the user's key")
-      ->type_name("FILE");
-  app->add_option("--service-servers", options->serviceServers,
-                  "Servers that each service host shall run for this run")
-      ->check(CLI::Range(1UL, kMaxServers))
-      ->type_name("N");
-  app->add_option("--service-jar", options->serviceJar,
-                  "Tika server jar for these servers, a path on the service host")
-      ->type_name("FILE");
-  app->add_option("--service-first-port", options->serviceFirstPort,
-                  "Port of the first of these servers; the others use the next ports")
-      ->check(CLI::Range(1UL, kMaxPort))
-      ->type_name("PORT")
-      ->capture_default_str();
-  app->add_option("--service-heap", options->serviceHeapMb, "Java heap of each of these servers")
-      ->check(CLI::Range(64UL, 1048576UL))
-      ->type_name("MB")
-      ->capture_default_str();
-  app->add_option("--service-java-options", options->serviceJavaOptions,
-                  "Additional Java options of these servers")
-      ->type_name("OPTIONS");
-}
-
 }  // namespace
 
 std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
   CLI::App app(kDescription, "tikaextract");
   app.footer(kFooter);
   app.set_version_flag("--version", "tikaextract " SCA_VERSION);
-  Words words;
-  DefineInput(&app, options, &words.extensions);
-  DefineOutput(&app, options);
-  DefineServers(&app, options, &words);
-  DefineServices(&app, options, &words);
+  OptionWords words;
+  DefineOptions(&app, options, &words);
   if (const auto status = ParseCommandLine(&app, argc, argv)) return status;
   if (words.timeoutSeconds != 0) options->timeoutMs = words.timeoutSeconds * 1000;
   if (words.limitSeconds) options->timeLimitMs = *words.limitSeconds * 1000;
