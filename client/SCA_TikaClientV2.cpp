@@ -1,6 +1,8 @@
 // The second decoder: a strict size line, and a refill, which drops what is left, wherever no
 // complete one is held.
 
+#include <algorithm>
+
 #include "client/SCA_ChunkSize.h"
 #include "client/SCA_TikaDecoders.h"
 #include "client/SCA_TikaExtraction.h"
@@ -49,6 +51,31 @@ int SCA_TikaClient::GetFileTextV2(const char* fileName, const char* /*secondName
 int SCA_TikaClient::GetChunkLength(const char* buffer, unsigned long length, unsigned long position,
                                    unsigned long* nextPosition, unsigned long* chunkSize) {
   return ReadWholeSizeLine(buffer, length, position, nextPosition, chunkSize) ? 1 : 0;
+}
+
+SCA_TikaStep SCA_TikaDecoderV2::Decode() {
+  for (;;) {
+    unsigned long size = 0;
+    SCA_TikaStep step = ReadSizeLine(&size);
+    if (!step.IsDone()) return step;
+    if (size == 0) return reply_.Flush();
+    step = TakeChunk(size);
+    if (!step.IsDone()) return step;
+  }
+}
+
+SCA_TikaStep SCA_TikaDecoderV2::TakeChunk(unsigned long size) {
+  const unsigned long held = std::min(size, reply_.Unread());
+  SCA_TikaStep step = reply_.MakeRoom(held);
+  if (!step.IsDone()) return step;
+  reply_.Take(held);
+  if (held == size) return FinishChunk();
+  // The rest comes straight into the data buffer together with its CR LF, which is dropped.
+  const unsigned long rest = size - held + 2;
+  step = reply_.MakeRoom(rest);
+  if (step.IsDone()) step = reply_.ReceiveText(rest);
+  if (step.IsDone()) reply_.Drop(2);
+  return step;
 }
 
 SCA_TikaStep SCA_TikaDecoderV2::ReadSizeLine(unsigned long* chunkSize) {

@@ -82,6 +82,7 @@ class SCA_TikaReply {
   unsigned long Collected() const { return collected_; }
   unsigned long Delivered() const { return delivered_; }
   unsigned long Room() const { return loan_.capacity - collected_; }
+  char* TextEnd() const { return loan_.text + collected_; }
   /// Hands what has gathered to the callback; the only place that calls it.
   SCA_TikaStep Flush();
   /// Flushes unless there is room; what does not fit an empty data buffer is a failure.
@@ -97,8 +98,11 @@ class SCA_TikaReply {
   }
   /// Receives text straight into the data buffer. @param missing  At most `Room()`.
   SCA_TikaStep ReceiveText(unsigned long missing);
+  /// Counts bytes as text that lie at its end already. @param count  At most `Room()`.
+  void Keep(unsigned long count) { collected_ += count; }
   /// Takes bytes back that were no text. @param count  Of those received last.
   void Drop(unsigned long count) { collected_ -= count; }
+  bool IsCancelled() const { return loan_.IsCancelled(); }
 
  private:
   SCA_TikaStep FlushFor(unsigned long needed);

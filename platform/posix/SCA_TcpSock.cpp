@@ -111,6 +111,9 @@ class TcpSock final : public SCA_VirtualTcpSock {
   bool IsCancelled() const { return cancel_ != nullptr && cancel_->Wait(0) != 0; }
   std::size_t Held() const { return lookEnd_ - lookBegin_; }
 
+  // Whether a receive is larger than the look-ahead, which then would only cost a copy.
+  static bool IsLarge(std::size_t length) { return length >= kLookAheadSize; }
+
   // Polls until one of the events shows, the deadline passes or the cancel event is set.
   // @param seen  Receives the events seen; null where one alone is waited for.
   SCA_Result Poll(short events, const SCA_Deadline& deadline, short* seen = nullptr) const;
@@ -129,6 +132,7 @@ class TcpSock final : public SCA_VirtualTcpSock {
   SCA_Event* cancel_ = nullptr;
   unsigned long idleTimeoutMs_ = SCA_SockIdleTimeoutMs;
   bool moreFollows_ = false;  // for the next send alone
+  bool takesAll_ = false;     // the last receive was large: waits leave the data to the next one
 
   // The look-ahead: bytes read from the socket and not yet received by the caller. Once the input
   // has ended, inputEnd_ holds the failure that a receive gives when the look-ahead is empty.
@@ -178,6 +182,7 @@ int TcpSock::Connect(const char* host, unsigned short port, unsigned long timeou
   inputEnd_ = SCA_Done;
   closedInOrder_ = false;
   moreFollows_ = false;
+  takesAll_ = false;
   lookBegin_ = lookEnd_ = 0;
   if (timeoutMs == 0) timeoutMs = SCA_SockIdleTimeoutMs;
   if (host != nullptr && *host == '/') return ConnectPath(host, timeoutMs).Store(error);
@@ -276,8 +281,9 @@ std::size_t TcpSock::Read(char* buffer, std::size_t length, int flags) {
   msghdr message{};
   message.msg_iov = targets;
   message.msg_iovlen = 2;
-  const ssize_t count = length == 0 ? ::recv(fd_.Get(), lookAhead_, sizeof lookAhead_, flags)
-                                    : ::recvmsg(fd_.Get(), &message, flags);
+  const ssize_t count = length == 0       ? ::recv(fd_.Get(), lookAhead_, sizeof lookAhead_, flags)
+                        : IsLarge(length) ? ::recv(fd_.Get(), buffer, length, flags)
+                                          : ::recvmsg(fd_.Get(), &message, flags);
   if (count > 0) {
     const auto got = static_cast<std::size_t>(count);
     const std::size_t taken = std::min(got, length);
@@ -316,6 +322,12 @@ int TcpSock::WaitForData(unsigned long timeoutMs, unsigned long* error) {
   // At the start of each wait: a peer that always has something to say must not outrun a cancel.
   if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
   if (Held() > 0) return 1;
+  if (takesAll_ && !inputEnd_.HasFailed()) {
+    short events = 0;
+    const SCA_Result poll = Poll(POLLIN, SCA_Deadline(timeoutMs), &events);
+    if (poll.HasFailed()) return poll.Store(error);
+    if (events == POLLIN) return 1;
+  }
   if (!inputEnd_.HasFailed()) {
     std::size_t none = 0;
     const SCA_Result wait = WaitAndRead(nullptr, 0, timeoutMs, &none);
@@ -326,6 +338,7 @@ int TcpSock::WaitForData(unsigned long timeoutMs, unsigned long* error) {
 
 int TcpSock::Receive(char* buffer, unsigned long length, unsigned long* received,
                      unsigned long* error) {
+  takesAll_ = IsLarge(length);
   std::size_t count = TakeHeld(buffer, length);
   // The look-ahead must not show a cut that a plain receive at this moment would not have shown:
   // when it runs out with room left, the socket is asked once more.

@@ -10,8 +10,12 @@ constexpr unsigned long kInvalid = 100138;
 
 class Model {
  public:
-  Model(unsigned long variant, const std::vector<std::string>& pieces, std::size_t headerLength)
-      : variant_(variant), capacity_(variant == 1 ? 2047 : 511), position_(headerLength) {
+  Model(unsigned long variant, const std::vector<std::string>& pieces, std::size_t headerLength,
+        std::size_t room)
+      : variant_(variant),
+        capacity_(variant == 1 ? 2047 : 511),
+        position_(headerLength),
+        room_(room) {
     for (const std::string& piece : pieces) {
       reply_ += piece;
       ends_.push_back(reply_.size());
@@ -23,8 +27,10 @@ class Model {
     }
     while (!isOver_) {
       const std::size_t size = ReadSize();
-      if (isOver_ || size == 0) break;
+      if (isOver_) break;
       const std::size_t dataEnd = position_ + size;
+      GatherChunk(size, std::min(size, end_ - position_));
+      if (size == 0) break;
       const bool wasHeld = dataEnd <= end_;
       // The second and third decoders receive the rest of a chunk with its CR LF.
       const std::size_t wanted = wasHeld || variant_ == 1 ? dataEnd : dataEnd + 2;
@@ -41,6 +47,24 @@ class Model {
  private:
   bool IsHeld(std::size_t position, std::size_t count) const { return position + count <= end_; }
   bool IsCrLf(std::size_t position) const { return reply_.compare(position, 2, "\r\n") == 0; }
+
+  // Text that gathers in the data buffer, until it makes room for more.
+  void Gather(std::size_t count, bool fits) {
+    if (!fits && gathered_ > 0) {
+      outcome_.blocks.push_back(gathered_);
+      gathered_ = 0;
+    }
+    gathered_ += count;
+  }
+
+  void GatherChunk(std::size_t size, std::size_t held) {
+    if (size == 0 || variant_ == 1) {
+      Gather(size, size > 0 && size < room_ - gathered_);
+    } else {
+      Gather(held, held <= room_ - gathered_);
+      if (held < size) Gather(size - held, size - held + 2 <= room_ - gathered_);
+    }
+  }
 
   void Fail(unsigned long code, bool keepsValid) {
     isOver_ = true;
@@ -114,6 +138,8 @@ class Model {
   std::vector<std::size_t> ends_;
   std::size_t position_;
   std::size_t end_ = 0;  // of the bytes received
+  const std::size_t room_;
+  std::size_t gathered_ = 0;
   bool isOver_ = false;
   ModelOutcome outcome_;
 };
@@ -121,6 +147,6 @@ class Model {
 }  // namespace
 
 ModelOutcome PredictOutcome(unsigned long variant, const std::vector<std::string>& pieces,
-                            std::size_t headerLength) {
-  return Model(variant, pieces, headerLength).Run();
+                            std::size_t headerLength, std::size_t capacity) {
+  return Model(variant, pieces, headerLength, capacity).Run();
 }

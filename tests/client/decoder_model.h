@@ -9,12 +9,13 @@
 struct ModelOutcome {
   unsigned long code = 0;  ///< 0: success
   bool keepsValid = true;
-  std::string text;  ///< collected until the end, delivered or not
+  std::string text;                   ///< collected until the end, delivered or not
+  std::vector<unsigned long> blocks;  ///< lengths of those that are delivered
 };
 
 /// @param headerLength  Of the reply's header, leading empty lines included.
-/// The replies hold no chunk that is too large for the data buffer.
+/// @param capacity      Of the data buffer; every chunk and its CR LF fit.
 ModelOutcome PredictOutcome(unsigned long variant, const std::vector<std::string>& pieces,
-                            std::size_t headerLength);
+                            std::size_t headerLength, std::size_t capacity);
 
 #endif  // SCA_TESTS_CLIENT_DECODER_MODEL_H
