@@ -9,6 +9,7 @@
 #include <cstring>
 #include <exception>
 
+#include "host/SCA_TikaJar.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Path.h"
 #include "platform/SCA_Process.h"
@@ -32,6 +33,8 @@ constexpr unsigned long kSilentPassMs = kOutputPassMs + kStopWaitMs;
 // For what a process left in the pipe: one that escaped from the group may go on writing.
 constexpr std::chrono::milliseconds kDrainLimit{1000};
 constexpr std::size_t kLineSize = 260;
+// From version 4 on a worker that has had no document for a minute says this, and ends.
+constexpr char kWorkerIsIdle[] = "socket timeout while waiting for task, shutting down";
 
 struct LevelWord {
   const char* word;
@@ -111,11 +114,13 @@ unsigned long SCA_TikaServerObserver::GetRestartDelay() {
 struct SCA_TikaServer::Run {
   SCA_Owned<SCA_Process> process{SCA_CreateProcess()};
   std::string command;
+  std::string directory;  // to run in; empty for the host's own
   std::string toolOptions;
   Clock::time_point begin;
   unsigned long processId = 0;
   unsigned long long memoryUsage = 0;
   char cause[sizeof SCA_TikaServer::restartCause_] = "";
+  unsigned long idleWorkers = 0;            // have said that they end, and have not been seen to
   unsigned long lineLevel = SCA_LevelInfo;  // of the line whose pieces come
   bool isInLine = false;
 };
@@ -223,13 +228,26 @@ void SCA_TikaServer::ClearFigures() {
   workerEnds_.Set(0);
 }
 
+int SCA_TikaServer::CheckJar(Complaint* complaint) {
+  if (FindJar(complaint) == 0) return 0;
+  char fileName[SCA_MaxPath];
+  CopyFileName(fileName);
+  if (SCA_LookAtTikaJar(fileName).isComplete) return 1;
+  return complaint->Set(SCA_ErrorNoTikaFolders,
+                        "SCA_TikaServer::StartProcess: the folders 'lib' and 'plugins' do not "
+                        "stand beside the Tika server JAR file - %s",
+                        fileName);
+}
+
+void SCA_TikaServer::CopyFileName(char (&fileName)[SCA_MaxPath]) const {
+  const SCA_LockGuard guard(texts_);
+  SCA_CopyText(fileName, fileName_, SCA_TextFit::Cut);
+}
+
 // Makes a relative name that is not there the full path beside the host's program.
 int SCA_TikaServer::FindJar(Complaint* complaint) {
   char fileName[SCA_MaxPath];
-  {
-    const SCA_LockGuard guard(texts_);
-    SCA_CopyText(fileName, fileName_, SCA_TextFit::Cut);
-  }
+  CopyFileName(fileName);
   if (SCA_FileExists(fileName) != 0) return 1;
   const auto isMissing = [complaint](const char* path) {
     return complaint->Set(SCA_ErrorNoJar,
@@ -271,7 +289,7 @@ int SCA_TikaServer::StartWorker(Complaint* complaint) {
   ClearFigures();
   int hasJar = 0;
   try {
-    hasJar = FindJar(complaint);
+    hasJar = CheckJar(complaint);
   } catch (const std::exception&) {
     SetStatusCode(ENOMEM);
     complaint->Set(ENOMEM, "SCA_TikaServer::StartProcess: %s", SCA_ErrorText(ENOMEM));
@@ -388,7 +406,7 @@ int SCA_TikaServer::DoProcess(unsigned long* error) {
   Run run;
   unsigned long code = ENOMEM;
   try {
-    run.command = MakeCommand(&run.toolOptions);
+    MakeCommand(&run);
     if (OpenTikaLogSession(run.command.c_str(), error) == 0) return 0;
     code = StartJava(&run);
     if (code == 0) return SCA_Fail(WatchJava(&run), error);
@@ -411,21 +429,30 @@ int SCA_TikaServer::DoProcess(unsigned long* error) {
   return SCA_Fail(SCA_ErrorNotStarted, error);
 }
 
-std::string SCA_TikaServer::MakeCommand(std::string* toolOptions) const {
-  const SCA_LockGuard guard(texts_);
+void SCA_TikaServer::MakeCommand(Run* run) const {
+  std::string fileName;
+  std::string javaOptions;
+  std::string address;
+  {
+    const SCA_LockGuard guard(texts_);
+    fileName = fileName_;
+    javaOptions = javaOptions_;
+    address = bindAddress_;
+  }
   const std::string heap = "-Xmx" + std::to_string(GetHeapSize()) + "m";
   // The environment reaches a JVM that the process forks, and that gets no options from it.
-  *toolOptions = NotNull(std::getenv("JAVA_TOOL_OPTIONS"));
-  for (const char* option : {static_cast<const char*>(javaOptions_), heap.c_str()}) {
-    if (!toolOptions->empty() && *option != '\0') *toolOptions += ' ';
-    *toolOptions += option;
+  run->toolOptions = NotNull(std::getenv("JAVA_TOOL_OPTIONS"));
+  for (const std::string& option : {javaOptions, heap}) {
+    if (!run->toolOptions.empty() && !option.empty()) run->toolOptions += ' ';
+    run->toolOptions += option;
   }
   // Tika makes a URL of the address, in which one of IPv6 stands in brackets.
-  const bool isBareIpv6 = std::strchr(bindAddress_, ':') != nullptr && *bindAddress_ != '[';
-  const std::string address =
-      isBareIpv6 ? "[" + std::string(bindAddress_) + "]" : std::string(bindAddress_);
-  return std::string("java ") + javaOptions_ + " " + heap + " -jar \"" + fileName_ + "\" -h " +
-         address + " -port " + std::to_string(GetPortNumber());
+  const bool isBareIpv6 = address.find(':') != std::string::npos && address[0] != '[';
+  if (isBareIpv6) address = "[" + address + "]";
+  const SCA_TikaJar jar = SCA_LookAtTikaJar(fileName.c_str());
+  run->directory = jar.directory;
+  run->command = "java " + javaOptions + " " + heap + " -jar \"" + jar.path + "\" -h " + address +
+                 " -port " + std::to_string(GetPortNumber());
 }
 
 int SCA_TikaServer::OpenTikaLogSession(const char* command, unsigned long* error) {
@@ -438,13 +465,21 @@ int SCA_TikaServer::OpenTikaLogSession(const char* command, unsigned long* error
              : SCA_Fail(SCA_ErrorCannotCreate, error);
 }
 
+// What the process gets beside its command line. False without memory.
+bool SCA_TikaServer::Equip(const Run& run) {
+  SCA_Process* process = run.process.get();
+  if (process == nullptr) return false;
+  // The program that reads images takes every core for one page otherwise.
+  const bool isLimited = std::getenv("OMP_THREAD_LIMIT") != nullptr ||
+                         process->SetEnvironment("OMP_THREAD_LIMIT", "1") != 0;
+  return isLimited && process->SetEnvironment("JAVA_TOOL_OPTIONS", run.toolOptions.c_str()) != 0 &&
+         (run.directory.empty() || process->SetDirectory(run.directory.c_str()) != 0);
+}
+
 // Gives 0 or the error code.
 unsigned long SCA_TikaServer::StartJava(Run* run) {
   unsigned long code = ENOMEM;
-  if (run->process == nullptr ||
-      run->process->SetEnvironment("JAVA_TOOL_OPTIONS", run->toolOptions.c_str()) == 0) {
-    return code;
-  }
+  if (!Equip(*run)) return code;
   if (run->process->Start(run->command.c_str(), 0, SCA_ProcessReadOutput, &code) == 0) return code;
   SetRunning(run->process.get());
   run->begin = Clock::now();
@@ -521,6 +556,7 @@ int SCA_TikaServer::ReadOutput(Run* run, unsigned long waitMs) {
 
 void SCA_TikaServer::AddOutput(Run* run, char* line, unsigned long length) {
   std::replace(line, line + length, '\0', ' ');
+  if (std::strstr(line, kWorkerIsIdle) != nullptr) ++run->idleWorkers;
   const bool isFirst = !run->isInLine;
   run->isInLine = run->process->IsLineContinued() != 0;
   if (isFirst && !run->isInLine) {
@@ -551,24 +587,30 @@ void SCA_TikaServer::Sample(Run* run) {
   SetReadData(figures.readTransferCount);
   SetWriteData(figures.writeTransferCount);
   SCA_ProcessWorker worker;
-  while (run->process->TakeEndedWorker(&worker) != 0) WriteWorkerObituary(worker);
+  while (run->process->TakeEndedWorker(&worker) != 0) WriteWorkerObituary(run, worker);
 }
 
-void SCA_TikaServer::WriteWorkerObituary(const SCA_ProcessWorker& worker) {
-  workerEnds_.Add(1);
+void SCA_TikaServer::WriteWorkerObituary(Run* run, const SCA_ProcessWorker& worker) {
+  const bool isIdle = run->idleWorkers != 0;
+  if (isIdle) {
+    --run->idleWorkers;
+  } else {
+    workerEnds_.Add(1);
+  }
   SCA_TikaObituary obituary;
   obituary.serverId = GetServerId();
   obituary.processId = worker.processId;
   obituary.runTimeMs = worker.runTimeMs;
   obituary.memoryUsage = worker.workingSetSize;
+  obituary.isRequested = isIdle ? 1 : 0;
   char text[sizeof tagSCA_ERROR_DESCR::text];
   std::snprintf(text, sizeof text,
-                "Worker process %lu ended after %llu.%03llu s, memory %llu KiB; the Tika process "
+                "Worker process %lu ended after %llu.%03llu s, memory %llu KiB%s; the Tika process "
                 "runs on",
                 worker.processId, worker.runTimeMs / 1000, worker.runTimeMs % 1000,
-                worker.workingSetSize >> 10);
+                worker.workingSetSize >> 10, isIdle ? ", having had no document" : "");
   obituary.text = text;
-  log_.AddMessage(this, SCA_LevelError, "%s", text);
+  log_.AddMessage(this, isIdle ? SCA_LevelInfo : SCA_LevelError, "%s", text);
   if (observer_ != nullptr) observer_->OnWorkerEnd(obituary);
 }
 

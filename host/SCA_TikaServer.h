@@ -24,7 +24,7 @@ struct SCA_TikaObituary {
   int signal = 0;       ///< the signal that ended it, else 0
   unsigned long long runTimeMs = 0;
   unsigned long long memoryUsage = 0;  ///< bytes, as seen last; 0 when it was never seen
-  int isRequested = 0;                 ///< 1 when the server was to stop
+  int isRequested = 0;     ///< 1 when the server was to stop, or Tika ended an idle worker
   const char* cause = "";  ///< of a restart that was requested, else empty; valid for the call
   const char* text = "";   ///< the line in the log; valid for the call
 };
@@ -39,8 +39,10 @@ class SCA_API SCA_TikaServerObserver {
   /// Called once for each `OnStart`, when the process and all its descendants are gone and its last
   /// lines are in the log.
   virtual void OnEnd(const SCA_TikaObituary& obituary) = 0;
-  /// A worker process ended a second or two ago, and the Java process runs on. From Tika 2 on the
-  /// Java process forks a worker, which answers and parses, and replaces it when it dies.
+  /// A worker process ended a second or two ago, and the Java process runs on. In Tika 2 and 3 the
+  /// Java process forks a worker, which answers and parses, and replaces it when it dies. From
+  /// Tika 4 on it answers itself and forks workers that parse, each with the next document; it ends
+  /// those that have had none for a minute.
   /// @param obituary  The worker's; how it ended is not known.
   virtual void OnWorkerEnd(const SCA_TikaObituary& obituary);
   /// How long to wait before the process is started again, asked after the `OnEnd` of each
@@ -50,11 +52,11 @@ class SCA_API SCA_TikaServerObserver {
 };
 
 /// One Tika server. Made with a user configuration it can be started: a worker thread runs
-/// `java OPTIONS -XmxHEAPm -jar "FILE" -h ADDRESS -port PORT`, turns what the process prints into
-/// messages of the log, and starts it again each time it dies, up to 1000 times: at once, unless
-/// the observer asks for a delay. The heap limit and the options also go through JAVA_TOOL_OPTIONS,
-/// so that they reach a JVM that the process forks. Made without one it is an offline copy, which
-/// carries fields and is never started.
+/// `java OPTIONS -XmxHEAPm -jar "FILE" -h ADDRESS -port PORT` (from Tika 4 on in the jar's folder),
+/// turns what the process prints into messages of the log, and starts it again each time it dies,
+/// up to 1000 times: at once, unless the observer asks for a delay. The heap limit and the options
+/// also go through JAVA_TOOL_OPTIONS, so that they reach a JVM that the process forks. Made without
+/// one it is an offline copy, which carries fields and is never started.
 ///
 /// int results are 1 for success and 0 for failure. Nothing is thrown: without the memory that it
 /// takes to run its process, a server goes into the state Error with the status code `ENOMEM`.
@@ -85,7 +87,8 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   /// Clears the figures and starts the worker. A relative jar that is not there is looked for
   /// beside the host's program; its name then becomes the full path.
   /// @param error  `SCA_ErrorAlreadyActive`; `SCA_ErrorInvalidData` for an offline copy;
-  ///               `SCA_ErrorNoJar`; or the code of the system, also kept as status code.
+  ///               `SCA_ErrorNoJar`; `SCA_ErrorNoTikaFolders` for a jar of Tika 4 without `lib`
+  ///               and `plugins` beside it; or the code of the system, also kept as status code.
   /// @return 1 once the worker runs: whether the process does, state and log will tell.
   int StartProcess(unsigned long* error);
   /// Stops an active server, or one that was asked to stop, and waits for its end, 2 s at most
@@ -196,11 +199,14 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   struct Run;
   struct Complaint;
 
+  int CheckJar(Complaint* complaint) SCA_REQUIRES(control_);
   int FindJar(Complaint* complaint) SCA_REQUIRES(control_);
+  void CopyFileName(char (&fileName)[SCA_MaxPath]) const SCA_EXCLUDES(texts_);
   int StartWorker(Complaint* complaint) SCA_REQUIRES(control_);
   void ClearFigures();
   void StoreFileName(const char* fileName) SCA_REQUIRES(control_) SCA_EXCLUDES(texts_);
-  std::string MakeCommand(std::string* toolOptions) const SCA_EXCLUDES(texts_);
+  void MakeCommand(Run* run) const SCA_EXCLUDES(texts_);
+  static bool Equip(const Run& run);
   unsigned long StartJava(Run* run) SCA_EXCLUDES(texts_);
   unsigned long WatchJava(Run* run);
   void SetRunning(SCA_Process* process) SCA_EXCLUDES(texts_);
@@ -208,7 +214,7 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   int ReadOutput(Run* run, unsigned long waitMs);
   void AddOutput(Run* run, char* line, unsigned long length);
   void Sample(Run* run);
-  void WriteWorkerObituary(const SCA_ProcessWorker& worker);
+  void WriteWorkerObituary(Run* run, const SCA_ProcessWorker& worker);
   void EndJava(Run* run, bool isRequested);
   void WriteObituary(const Run& run, bool isRequested);
   bool IsRestartRequested(Run* run) SCA_EXCLUDES(texts_);

@@ -21,6 +21,10 @@ constexpr CodeText kTexts[] = {
     {ETIMEDOUT, "timed out"},
     {ECONNRESET, "the peer closed the connection"},
     {SCA_ErrorNoJar, "the Tika server JAR file does not exist"},
+    {SCA_ErrorNoTikaFolders,
+     "the folders 'lib' and 'plugins' must stand beside this Tika server JAR file: unpack the "
+     "whole "
+     "distribution"},
     {SCA_ErrorCancelled, "cancelled"},
     {SCA_ErrorAlreadyActive, "the Tika server is already active"},
     {SCA_ErrorCannotCreate, "an object could not be created, or is already connected"},

@@ -109,6 +109,11 @@ class SCA_API SCA_Process : public SCA_Object {
   /// Ends the child and its group: SIGTERM, up to `graceMs` for the child to end, then SIGKILL for
   /// whatever is left; the child is reaped. Its last output can still be read.
   virtual void Stop(unsigned long graceMs) = 0;
+
+  /// Sets the child's working directory, which is otherwise the caller's. Before `Start`.
+  /// @param path  Absolute, since `Start` looks the program up from the caller's directory.
+  /// @return 1, or 0 for another path or without memory.
+  virtual int SetDirectory(const char* path) = 0;
 };
 
 /// Milliseconds that a destroyed process object gives its child to end by itself.

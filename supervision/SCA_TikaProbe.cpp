@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "platform/SCA_Deadline.h"
 #include "platform/SCA_Error.h"
@@ -33,67 +34,94 @@ struct Reply {
   }
 };
 
-int SendRequest(SCA_TcpSock* socket, const char* host, unsigned long* error) {
-  // An address of IPv6 stands in brackets, without its zone, which is this machine's affair.
-  const bool isIpv6 = std::strchr(host, ':') != nullptr;
-  const auto length = static_cast<int>(isIpv6 ? std::strcspn(host, "%") : std::strlen(host));
-  char request[512];
-  const int size = std::snprintf(request, sizeof request,
-                                 "GET /version HTTP/1.0\r\nHost: %s%.*s%s\r\n"
-                                 "User-Agent: Orvane HTTP Client\r\n\r\n",
-                                 isIpv6 ? "[" : "", length, host, isIpv6 ? "]" : "");
-  unsigned long sent = 0;
-  return socket->Send(request, static_cast<unsigned long>(size), &sent, error);
-}
-
-int ReadHeader(Reply* reply, unsigned long* error) {
+SCA_Result ReadHeader(Reply* reply) {
   reply->bytes[reply->length] = '\0';
   if (reply->headerLength != 0 ||
       SCA_HttpParser::IsHeaderReady(reply->bytes, reply->length + 1, &reply->headerLength) == 0) {
-    return 1;
+    return SCA_Done;
   }
   if (SCA_HttpParser::ParseHttpHeader(reply->bytes, reply->headerLength, &reply->header) == 0) {
-    return SCA_Fail(SCA_ErrorInvalidData, error);
+    return SCA_Result(SCA_ErrorInvalidData);
   }
-  return reply->header.replyCode == 200 ? 1 : SCA_Fail(reply->header.replyCode, error);
+  return reply->header.replyCode == 200 ? SCA_Done : SCA_Result(reply->header.replyCode);
 }
 
 // Receives until the announced length is there or the server has closed in good order.
-int Receive(SCA_TcpSock* socket, const SCA_Deadline& deadline, Reply* reply, unsigned long* error) {
+SCA_Result Receive(SCA_TcpSock* socket, const SCA_Deadline& deadline, Reply* reply) {
   while (!reply->IsWhole()) {
-    if (reply->length == kReplySize) return SCA_Fail(SCA_ErrorInvalidData, error);
+    if (reply->length == kReplySize) return SCA_Result(SCA_ErrorInvalidData);
     const unsigned long leftMs = deadline.MsLeft();
-    if (leftMs == 0) return SCA_Fail(ETIMEDOUT, error);
-    // Before each receive, which would not look at the cancel event while bytes keep coming.
-    if (socket->WaitForData(leftMs, error) == 0) return 0;
+    if (leftMs == 0) return SCA_Result(ETIMEDOUT);
     unsigned long count = 0;
     unsigned long code = 0;
+    // Before each receive, which would not look at the cancel event while bytes keep coming.
+    if (socket->WaitForData(leftMs, &code) == 0) return SCA_Result(code);
     if (socket->Receive(reply->bytes + reply->length, kReplySize - reply->length, &count, &code) ==
         0) {
       const bool isEnd = code == static_cast<unsigned long>(ECONNRESET) &&
                          reply->headerLength != 0 && reply->header.hasContentLength == 0;
-      return isEnd ? 1 : SCA_Fail(code, error);
+      return isEnd ? SCA_Done : SCA_Result(code);
     }
     reply->length += count;
-    if (ReadHeader(reply, error) == 0) return 0;
+    if (const SCA_Result read = ReadHeader(reply); read.HasFailed()) return read;
   }
-  return 1;
+  return SCA_Done;
 }
 
-int ReadVersion(const Reply& reply, SCA_TikaAnswer* answer, unsigned long* error) {
+// A server, and how long it may take.
+struct Target {
+  const char* host;
+  unsigned short port;
+  unsigned long limitMs;
+};
+
+// One request by HTTP/1.0 on a connection of its own.
+// @param request  Its first line with the line end.
+// @param rest     Further header lines, the empty one and the body.
+SCA_Result Exchange(const Target& target, const char* request, const char* rest, SCA_Event* cancel,
+                    Reply* reply) {
+  const SCA_Deadline deadline(target.limitMs);
+  SCA_TcpSock socket;
+  if (socket.IsValid() == 0) return SCA_Result(ENOMEM);
+  socket.SetCancelEvent(cancel);
+  socket.SetIdleTimeout(target.limitMs);
+  unsigned long code = 0;
+  if (socket.Connect(target.host, target.port, target.limitMs, &code) == 0) {
+    return SCA_Result(code);
+  }
+  // An address of IPv6 stands in brackets, without its zone, which is this machine's affair.
+  const bool isIpv6 = std::strchr(target.host, ':') != nullptr;
+  const auto length =
+      static_cast<int>(isIpv6 ? std::strcspn(target.host, "%") : std::strlen(target.host));
+  char message[1024];
+  const int size = std::snprintf(
+      message, sizeof message, "%sHost: %s%.*s%s\r\nUser-Agent: Orvane HTTP Client\r\n%s", request,
+      isIpv6 ? "[" : "", length, target.host, isIpv6 ? "]" : "", rest);
+  unsigned long sent = 0;
+  if (socket.Send(message, static_cast<unsigned long>(size), &sent, &code) == 0) {
+    return SCA_Result(code);
+  }
+  return Receive(&socket, deadline, reply);
+}
+
+// The body of a reply without framing, as what was asked for by HTTP/1.0 is; empty when it has one.
+std::string_view BodyOf(const Reply& reply) {
+  if (reply.header.transferEncoding[0] != '\0' || reply.header.isContentEncoded != 0) return {};
   const unsigned long length = reply.header.hasContentLength != 0
                                    ? std::min(reply.header.contentLength, reply.BodyLength())
                                    : reply.BodyLength();
-  // What was asked for by HTTP/1.0 comes without framing.
-  const bool isText =
-      reply.header.transferEncoding[0] == '\0' && reply.header.isContentEncoded == 0;
-  if (!isText || length == 0 || length >= sizeof answer->version) {
-    return SCA_Fail(SCA_ErrorInvalidData, error);
+  return {reply.bytes + reply.headerLength, length};
+}
+
+SCA_Result ReadVersion(const Reply& reply, SCA_TikaAnswer* answer) {
+  const std::string_view body = BodyOf(reply);
+  if (body.empty() || body.size() >= sizeof answer->version) {
+    return SCA_Result(SCA_ErrorInvalidData);
   }
-  std::memcpy(answer->version, reply.bytes + reply.headerLength, length);
-  answer->version[length] = '\0';
-  SCA_BlankControls(answer->version, length);
-  return 1;
+  std::memcpy(answer->version, body.data(), body.size());
+  answer->version[body.size()] = '\0';
+  SCA_BlankControls(answer->version, body.size());
+  return SCA_Done;
 }
 
 }  // namespace
@@ -105,19 +133,24 @@ SCA_TikaProbe::SCA_TikaProbe(const char* host, unsigned short port, unsigned lon
 
 int SCA_TikaProbe::Ask(SCA_Event* cancel, SCA_TikaAnswer* answer, unsigned long* error) const {
   if (IsValid() == 0) return SCA_Fail(SCA_ErrorHostNameInvalid, error);
-  const SCA_Deadline deadline(limitMs_);
   const Clock::time_point begin = Clock::now();
-  SCA_TcpSock socket;
-  if (socket.IsValid() == 0) return SCA_Fail(ENOMEM, error);
-  socket.SetCancelEvent(cancel);
-  socket.SetIdleTimeout(limitMs_);
   Reply reply;
-  if (socket.Connect(host_, port_, limitMs_, error) == 0 ||
-      SendRequest(&socket, host_, error) == 0 || Receive(&socket, deadline, &reply, error) == 0 ||
-      ReadVersion(reply, answer, error) == 0) {
-    return 0;
-  }
+  SCA_Result asked =
+      Exchange({host_, port_, limitMs_}, "GET /version HTTP/1.0\r\n", "\r\n", cancel, &reply);
+  if (!asked.HasFailed()) asked = ReadVersion(reply, answer);
+  if (asked.HasFailed()) return asked.Store(error);
   answer->timeMs = static_cast<unsigned long long>(
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count());
   return 1;
+}
+
+int SCA_TikaProbe::TryDocument(SCA_Event* cancel, unsigned long* error) const {
+  if (IsValid() == 0) return SCA_Fail(SCA_ErrorHostNameInvalid, error);
+  Reply reply;
+  const SCA_Result tried =
+      Exchange({host_, port_, limitMs_}, "PUT /tika/text HTTP/1.0\r\n",
+               "Content-Type: text/plain\r\nContent-Length: 5\r\n\r\nready", cancel, &reply);
+  if (tried.HasFailed()) return tried.Store(error);
+  const bool isText = BodyOf(reply).find("ready") != std::string_view::npos;
+  return isText ? 1 : SCA_Fail(SCA_ErrorInvalidData, error);
 }

@@ -1,4 +1,4 @@
-/// Asks a Tika server whether it answers, with which version and how fast.
+/// Asks a Tika server whether it answers, with which version and how fast, and whether it extracts.
 /// Threads: any thread may ask; questions do not disturb each other.
 #ifndef SCA_SUPERVISION_SCA_TIKAPROBE_H
 #define SCA_SUPERVISION_SCA_TIKAPROBE_H
@@ -27,6 +27,13 @@ class SCA_API SCA_TikaProbe : public SCA_Object {
   ///                no version, the HTTP status of a refusal, or the socket's code.
   /// @return 1 when it answered, else 0.
   int Ask(SCA_Event* cancel, SCA_TikaAnswer* answer, unsigned long* error) const;
+
+  /// Has a server of Tika 4 or later extract a document of a few bytes. Such a server answers
+  /// `Ask` before it can extract, and starts the process that does so with its first document.
+  /// @param error  As for `Ask`; `SCA_ErrorInvalidData` too when the text is not that of the
+  ///               document.
+  /// @return 1 when it gave the document's text, else 0.
+  int TryDocument(SCA_Event* cancel, unsigned long* error) const;
 
  private:
   char host_[260] = "";

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <deque>
 #include <exception>
 #include <new>
@@ -28,6 +29,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr char kSource[] = "SCA_TikaWatch";
 constexpr unsigned long long kFirstAnswerMs = 60000;  // to come up takes long on a busy machine
+constexpr unsigned long kFirstDocumentMs = 30000;     // for a worker to start, and the document
+constexpr unsigned long kTooManyRequests = 429;       // HTTP
+constexpr unsigned long kFirstLineThatExtractsLater = 4;
 constexpr std::size_t kSamples = 60;
 constexpr std::chrono::seconds kFirstSampleAfter{1};
 constexpr std::chrono::seconds kSampleEvery{5};  // so the curve covers five minutes
@@ -37,6 +41,11 @@ constexpr unsigned long kWaitSliceMs = 20;
 unsigned long long Ms(Clock::duration duration) {
   const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(duration).count();
   return ms > 0 ? static_cast<unsigned long long>(ms) : 0;
+}
+
+// The first number of a version such as "Apache Tika 4.0.0"; 0 without one.
+unsigned long LineOf(const char* version) {
+  return std::strtoul(version + std::strcspn(version, "0123456789"), nullptr, 10);
 }
 
 // The text of a message in its serialized form: level, date and time stand before it.
@@ -104,6 +113,7 @@ class SCA_TikaWatch::Core final : public SCA_TikaServerObserver {
   unsigned long Look() SCA_EXCLUDES(lock_);
   unsigned long AnswerLimitMs() const;
   bool IsFromStranger(unsigned long long epoch) SCA_EXCLUDES(lock_);
+  bool Extracts(unsigned long long epoch, const char* version) SCA_EXCLUDES(lock_);
   void NoteAnswer(unsigned long long epoch, bool answers, const SCA_TikaAnswer& answer)
       SCA_EXCLUDES(lock_);
   void SampleMemory() SCA_REQUIRES(lock_);
@@ -339,7 +349,8 @@ unsigned long SCA_TikaWatch::Core::Look() {
   SCA_TikaAnswer answer;
   unsigned long ignored = 0;
   const SCA_TikaProbe probe(address_.c_str(), server_->GetPortNumber(), AnswerLimitMs());
-  const bool answers = probe.Ask(&ending_, &answer, &ignored) != 0 && !IsFromStranger(epoch);
+  const bool answers = probe.Ask(&ending_, &answer, &ignored) != 0 && !IsFromStranger(epoch) &&
+                       Extracts(epoch, answer.version);
   NoteAnswer(epoch, answers, answer);
   RestartWhenSilent();
   if (!answers) return rules_.firstAskMs;
@@ -351,6 +362,20 @@ unsigned long SCA_TikaWatch::Core::Look() {
 unsigned long SCA_TikaWatch::Core::AnswerLimitMs() const {
   const bool hasLimit = rules_.silenceLimitMs != 0;
   return hasLimit ? std::min(rules_.answerLimitMs, rules_.silenceLimitMs) : rules_.answerLimitMs;
+}
+
+// A server of Tika 4 answers before it can extract, and its workers come with documents: the first
+// document of a process, or after a worker's death, is ours.
+bool SCA_TikaWatch::Core::Extracts(unsigned long long epoch, const char* version) {
+  {
+    const SCA_LockGuard guard(lock_);
+    if (run_.isOver || epoch_ != epoch || run_.isReady) return true;
+  }
+  if (LineOf(version) < kFirstLineThatExtractsLater) return true;
+  unsigned long error = 0;
+  const SCA_TikaProbe probe(address_.c_str(), server_->GetPortNumber(), kFirstDocumentMs);
+  // A server whose workers are all busy extracts.
+  return probe.TryDocument(&ending_, &error) != 0 || error == kTooManyRequests;
 }
 
 // Where another program has the port, its answers are not the server's. Such a server is restarted:
@@ -485,6 +510,7 @@ void SCA_TikaWatch::Core::OnWorkerEnd(const SCA_TikaObituary& obituary) {
 }
 
 void SCA_TikaWatch::Core::RecordWorkerEnd(const SCA_TikaObituary& obituary) {
+  if (obituary.isRequested != 0) return;  // an idle worker is no death
   SCA_TikaDeath death = Describe(obituary, SCA_DeathOf::Worker, beforeWorker_);
   SCA_FindWorkerDeathCause(&death);
   {

@@ -111,11 +111,12 @@ struct ChildPlan {
   const char* program;
   char* const* arguments;
   char* const* environment;
+  const char* directory;  // to change to; null for none
   int input;
   int output;
-  int failure;  // takes the errno of a failed start
   bool diesWithParent;
-  pid_t parent;
+  int failure = -1;  // takes the errno of a failed start
+  pid_t parent = 0;
 };
 
 __attribute__((no_sanitize("address", "thread", "undefined"))) int RunChild(void* argument) {
@@ -131,7 +132,8 @@ __attribute__((no_sanitize("address", "thread", "undefined"))) int RunChild(void
   std::memset(&standard, 0, sizeof standard);
   standard.sa_handler = SIG_DFL;
   for (int number = 1; number < NSIG; ++number) ::sigaction(number, &standard, nullptr);
-  if (::dup2(plan->input, STDIN_FILENO) >= 0 && ::dup2(plan->output, STDOUT_FILENO) >= 0 &&
+  if ((plan->directory == nullptr || ::chdir(plan->directory) == 0) &&
+      ::dup2(plan->input, STDIN_FILENO) >= 0 && ::dup2(plan->output, STDOUT_FILENO) >= 0 &&
       ::dup2(plan->output, STDERR_FILENO) >= 0 &&
       ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0) {
     sigset_t none;
@@ -183,14 +185,12 @@ struct Child {
   SCA_Fd pidFd;  // the descriptor of the process
 };
 
-// Starts a program.
-SCA_Result Launch(const char* program, const std::vector<char*>& arguments,
-                  const std::vector<char*>& environment, int input, int output, bool diesWithParent,
-                  Child* child) {
+// Starts a program; the caller fills in all of the plan but what is known here alone.
+SCA_Result Launch(ChildPlan plan, Child* child) {
   Pipe failure;
   if (!failure.Open()) return SCA_SystemError();
-  ChildPlan plan{program, arguments.data(),    environment.data(), input,
-                 output,  failure.write.Get(), diesWithParent,     ::getpid()};
+  plan.failure = failure.write.Get();
+  plan.parent = ::getpid();
   const pid_t pid = Spawn(&plan, &child->pidFd);
   if (pid < 0) return SCA_SystemError();
   failure.write.Reset();
@@ -238,9 +238,12 @@ class Guardian {
     if (!pipe.Open()) return SCA_SystemError();
     std::vector<std::string> words = {"sh", "-c", "read _; kill -s KILL -- \"-$0\"",
                                       std::to_string(group)};
+    const std::vector<char*> arguments = PointersTo(words);
+    char* const environment[] = {nullptr};
     Child child;
     const SCA_Result launched =
-        Launch("/bin/sh", PointersTo(words), {nullptr}, pipe.read.Get(), output, false, &child);
+        Launch({"/bin/sh", arguments.data(), environment, nullptr, pipe.read.Get(), output, false},
+               &child);
     pid_ = child.pid;
     pipe_ = std::move(pipe.write);
     return launched;
@@ -270,6 +273,7 @@ class Process final : public SCA_Process {
   int GetExit(SCA_ProcessExit* exit) override;
   void Terminate() override;
   void Stop(unsigned long graceMs) override;
+  int SetDirectory(const char* path) override;
 
  private:
   std::vector<std::string> MakeEnvironment() const;
@@ -284,6 +288,7 @@ class Process final : public SCA_Process {
   Ready Poll(int timeoutMs);
 
   std::vector<std::string> variables_;  // NAME=VALUE
+  std::string directory_;               // empty for the caller's
   pid_t pid_ = 0;
   bool reaped_ = false;
   bool ended_ = false;
@@ -306,6 +311,14 @@ int Process::SetEnvironment(const char* name, const char* value) {
     return SCA_Done;
   };
   return SCA_Guarded(add).HasFailed() ? 0 : 1;
+}
+
+int Process::SetDirectory(const char* path) {
+  const auto set = [&] {
+    directory_ = path;
+    return SCA_Done;
+  };
+  return *path != '/' || SCA_Guarded(set).HasFailed() ? 0 : 1;
 }
 
 std::vector<std::string> Process::MakeEnvironment() const {
@@ -346,9 +359,13 @@ SCA_Result Process::StartWords(std::vector<std::string>* words) {
   }
   const std::string program = FindProgram(words->front());
   std::vector<std::string> environment = MakeEnvironment();
+  const std::vector<char*> arguments = PointersTo(*words);
+  const std::vector<char*> variables = PointersTo(environment);
   Child child;
-  const SCA_Result launched = Launch(program.c_str(), PointersTo(*words), PointersTo(environment),
-                                     null.Get(), output.write.Get(), true, &child);
+  const SCA_Result launched = Launch(
+      {program.c_str(), arguments.data(), variables.data(),
+       directory_.empty() ? nullptr : directory_.c_str(), null.Get(), output.write.Get(), true},
+      &child);
   if (launched.HasFailed()) return launched;
   pid_ = child.pid;
   pidFd_ = std::move(child.pidFd);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstring>
@@ -42,7 +43,8 @@ std::string LongLine() {
 int PlayJava(const std::string& part, char** words) {
   if (part == "words") {
     for (char** word = words; *word != nullptr; ++word) Write("[" + std::string(*word) + "]");
-    Write("\n" + std::string(::getenv("JAVA_TOOL_OPTIONS")) + "\n");
+    Write("\n" + std::string(::getenv("JAVA_TOOL_OPTIONS")) + "\nthreads " +
+          ::getenv("OMP_THREAD_LIMIT") + "\nin " + fs::current_path().string() + "\n");
   }
   if (part == "lines") {
     Write("INFO  [main] %s %d\nWARN a\nWARNING: b\nWarning: c\nERROR: d\nERROR\n\tat e\n   \n\n" +
@@ -52,7 +54,10 @@ int PlayJava(const std::string& part, char** words) {
     Write("last\nwords");
     return 3;
   }
-  if (part == "parent") {
+  if (part == "idle") {
+    Write("INFO  [main] PipesServer socket timeout while waiting for task, shutting down\n");
+  }
+  if (part == "parent" || part == "idle") {
     const pid_t worker = ::fork();
     if (worker == 0) WaitForEver();
     const pid_t tool = ::fork();
@@ -150,9 +155,9 @@ class Server : public ::testing::Test {
     ::unsetenv("JAVA_TOOL_OPTIONS");
   }
 
-  void Start(SCA_TikaServer& server, const std::string& part) {
+  void Start(SCA_TikaServer& server, const std::string& part, Recorder* recorder = nullptr) {
     unsigned long error = 0;
-    server.SetObserver(&recorder_);
+    server.SetObserver(recorder != nullptr ? recorder : &recorder_);
     ASSERT_EQ(server.SetConfig(jar_.c_str(), 4711, 77, ("-part=" + part).c_str(), &error), 1);
     ASSERT_EQ(server.StartProcess(&error), 1) << SCA_ErrorText(error);
   }
@@ -182,6 +187,8 @@ TEST_F(Server, TheCommandReachesTheProcessAndWhatItForks) {
       rule,
       "3 [-part=words][-Dx=1][-Xmx77m][-jar][" + jar_ + "][-h][[::1]][-port][4711]",
       "3 -Dhost=1 -part=words -Dx=1 -Xmx77m",
+      "3 threads 1",
+      "3 in " + fs::current_path().string(),
       "3 ready"};
   EXPECT_EQ(lines, expected);
   EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerActive);
@@ -361,26 +368,78 @@ TEST_F(Server, TheProcessTellsWhetherItLivesNotItsOutput) {
   EXPECT_EQ(server_.GetProcessStatus(), SCA_ServerActive);
 }
 
-TEST_F(Server, TheEndOfAWorkerIsToldAndThatOfAToolIsNot) {
-  Start(server_, "parent");
-  ASSERT_TRUE(Says(server_, "ready"));
-  // Once its memory is known, it has been seen.
-  ASSERT_TRUE(Eventually([this] { return server_.GetUpTime() > 2500; }));
-  pid_t worker = 0;
-  for (const char* name : {"3 tool ", "3 worker "}) {
-    for (const std::string& line : Lines(server_)) {
-      if (line.rfind(name, 0) == 0) worker = std::stoi(line.substr(std::strlen(name)));
-    }
-    ASSERT_EQ(::kill(worker, SIGKILL), 0) << name;
+// The process that a server has named in a line of its log.
+pid_t ProcessNamed(SCA_TikaServer& server, const std::string& name) {
+  pid_t process = 0;
+  for (const std::string& line : Lines(server)) {
+    if (line.rfind(name, 0) == 0) process = std::stoi(line.substr(name.size()));
   }
+  return process;
+}
+
+TEST_F(Server, TheEndOfAWorkerIsToldAndThatOfAToolIsNot) {
+  Recorder idleRecorder;
+  SCA_TikaServer idle(&config_);
+  Start(idle, "idle", &idleRecorder);
+  Start(server_, "parent");
+  for (SCA_TikaServer* server : {&server_, &idle}) {
+    ASSERT_TRUE(Says(*server, "ready"));
+    // Once its memory is known, it has been seen.
+    ASSERT_TRUE(Eventually([server] { return server->GetUpTime() > 2500; }));
+    ASSERT_EQ(::kill(ProcessNamed(*server, "3 tool "), SIGKILL), 0);
+    ASSERT_EQ(::kill(ProcessNamed(*server, "3 worker "), SIGKILL), 0);
+  }
+  const pid_t worker = ProcessNamed(server_, "3 worker ");
   ASSERT_TRUE(Eventually([this] { return server_.GetWorkerEnds() > 0; }));
   EXPECT_TRUE(Says(server_, "5 Worker process " + std::to_string(worker) + " ended after "));
   ASSERT_EQ(recorder_.Workers().size(), 1U);
-  EXPECT_EQ(recorder_.Workers()[0].obituary.processId, static_cast<unsigned long>(worker));
-  EXPECT_GT(recorder_.Workers()[0].obituary.memoryUsage, 0U);
+  const SCA_TikaObituary obituary = recorder_.Workers()[0].obituary;
+  EXPECT_EQ(obituary.processId, static_cast<unsigned long>(worker));
+  EXPECT_EQ(obituary.isRequested, 0);
+  EXPECT_GT(obituary.memoryUsage, 0U);
   EXPECT_EQ(server_.GetTikaErrors() + recorder_.Ends().size(), 0U);
   server_.StopAll();
   EXPECT_EQ(server_.GetWorkerEnds(), 1U);
+
+  EXPECT_TRUE(Says(idle, "3 Worker process "));
+  ASSERT_TRUE(Eventually([&] { return !idleRecorder.Workers().empty(); }));
+  EXPECT_EQ(idleRecorder.Workers()[0].obituary.isRequested, 1);
+  EXPECT_EQ(idle.GetWorkerEnds(), 0U) << "it had said that it ends for want of work";
+}
+
+TEST_F(Server, ADistributionRunsWholeAndInItsFolder) {
+  unsigned long error = 0;
+  const fs::path folder = bin_.Path() + "/tika 4";
+  fs::create_directories(folder / "lib");
+  for (const char* name : {"tika-server-standard-4.0.0.jar", "renamed.jar", "t-3.3.2-4.5.jar"}) {
+    fs::copy_file(jar_, folder / name);
+  }
+  // Without the other folder only the name tells what the jar is.
+  const std::string jar = fs::relative(folder / "tika-server-standard-4.0.0.jar");
+  ASSERT_EQ(server_.SetConfig(jar.c_str(), 1, 1, "-part=words", &error), 1);
+  EXPECT_EQ(server_.StartProcess(&error), 0);
+  EXPECT_EQ(error, SCA_ErrorNoTikaFolders);
+  EXPECT_NE(reports_.All().back().text.find("beside the Tika server JAR file - " + jar),
+            std::string::npos);
+  fs::create_directories(folder / "plugins");
+  fs::create_symlink(folder / "tika-server-standard-4.0.0.jar", bin_.File("link.jar"));
+  const std::string here = fs::current_path();
+  const std::string resolved = fs::canonical(folder / "tika-server-standard-4.0.0.jar");
+  const std::string renamed = folder / "renamed.jar";
+  const std::string third = folder / "t-3.3.2-4.5.jar";
+  const std::array<std::string, 3> rows[] = {{jar, resolved, folder},
+                                             {bin_.File("link.jar"), resolved, folder},
+                                             {renamed, renamed, folder},
+                                             {third, third, here}};
+  for (const auto& [name, argument, directory] : rows) {
+    SCOPED_TRACE(name);
+    SCA_TikaServer server(&config_);
+    ASSERT_EQ(server.SetConfig(name.c_str(), 1, 1, "-part=words", &error), 1);
+    ASSERT_EQ(server.StartProcess(&error), 1) << SCA_ErrorText(error);
+    ASSERT_TRUE(Says(server, "ready"));
+    EXPECT_TRUE(Says(server, "3 in " + directory));
+    EXPECT_TRUE(Says(server, "[-jar][" + argument + "]"));
+  }
 }
 
 TEST_F(Server, StubbornProcessesEndSideBySide) {

@@ -54,6 +54,29 @@ TEST(TikaProbe, TellsAnswersFromWhatIsNone) {
   }
 }
 
+TEST(TikaProbe, ADocumentIsExtractedOnlyWhenItsTextComes) {
+  const std::string ok = "HTTP/1.1 200 OK\r\n";
+  const std::pair<std::string, unsigned long> rows[] = {
+      {ok + "\r\n\nready\n", 0},
+      {ok + "Content-Length: 0\r\n\r\n", SCA_ErrorInvalidData},
+      {ok + "\r\nanother page", SCA_ErrorInvalidData},
+      {"HTTP/1.1 500 Server Error\r\n\r\nready", 500},
+      {"HTTP/1.1 429 Too Many Requests\r\nContent-Length: 0\r\n\r\n", 429},
+      {"", ECONNRESET}};
+  for (const auto& [reply, expected] : rows) {
+    SCOPED_TRACE(reply);
+    const ScriptedServer server([&reply = reply](ServerConnection& connection) {
+      const std::string request = connection.ReceiveHeader();
+      EXPECT_EQ(request.find("PUT /tika/text HTTP/1.0\r\nHost: 127.0.0.1\r\n"), 0U) << request;
+      connection.Send(reply);
+    });
+    unsigned long error = 0;
+    EXPECT_EQ(SCA_TikaProbe("127.0.0.1", server.Port(), kDeadlineMs).TryDocument(nullptr, &error),
+              expected == 0 ? 1 : 0);
+    EXPECT_EQ(error, expected);
+  }
+}
+
 TEST(TikaProbe, EndsInTimeHoweverTheAnswerTrickles) {
   // Header bytes for one, body bytes for the other.
   for (const char* begin : {"", "HTTP/1.1 200 OK\r\n\r\n"}) {
