@@ -24,6 +24,9 @@ constexpr Sign kSigns[] = {
     {"Unable to access jarfile", SCA_DeathKind::JarRefused, "java cannot read the jar"},
     {"Invalid or corrupt jarfile", SCA_DeathKind::JarRefused, "the jar is damaged"},
     {"no main manifest attribute", SCA_DeathKind::JarRefused, "the jar is not a runnable one"},
+    {"Could not find or load main class", SCA_DeathKind::JarRefused,
+     "the jar has no classes beside it: a whole distribution has the folders lib and plugins "
+     "there"},
     {"UnsupportedClassVersionError", SCA_DeathKind::JarRefused,
      "the jar needs a newer Java than the one installed"},
     {"Unrecognized option", SCA_DeathKind::OptionsRefused, "java does not know one of its options"},

@@ -13,6 +13,7 @@
 #include "host/SCA_TikaServer.h"
 #include "platform/SCA_Error.h"
 #include "supervision/SCA_TikaProbe.h"
+#include "supervision/SCA_TikaWatch.h"
 #include "tests/e2e/jars.h"
 #include "tests/support/FreePort.h"
 #include "tests/support/Program.h"
@@ -36,6 +37,14 @@ std::vector<pid_t> Group(pid_t group) {
   return members;
 }
 
+// The JVM that the leader of a group has forked, or 0.
+pid_t ForkOf(pid_t leader) {
+  for (const pid_t member : Group(leader)) {
+    if (member != leader) return member;
+  }
+  return 0;
+}
+
 // Names go either way; a literal has its own form in URLs and headers. Not every machine has IPv6.
 const char* Address() {
   const int fd = ::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -46,6 +55,8 @@ const char* Address() {
   ::close(fd);
   return bound == 0 ? "::1" : "127.0.0.1";
 }
+
+constexpr unsigned long kReadyMs = 60000;
 
 struct Line {
   const char* jar;
@@ -73,13 +84,7 @@ class WatchedTika : public ::testing::TestWithParam<Line> {
     return Eventually([&] { return probe.Ask(nullptr, &answer, &error) != 0; });
   }
   pid_t Leader() const { return static_cast<pid_t>(server_.GetProcessId()); }
-  // The JVM that the started one has forked, or 0.
-  pid_t Fork() const {
-    for (const pid_t member : Group(Leader())) {
-      if (member != Leader()) return member;
-    }
-    return 0;
-  }
+  pid_t Fork() const { return ForkOf(Leader()); }
   // Each with its level before it.
   std::vector<std::string> Messages() {
     SCA_ConfigObj object("Log", nullptr);
@@ -160,6 +165,37 @@ TEST(WatchedHost, TellsHowTheForkedProcessDied) {
   EXPECT_EQ(host.Error().find(": server 0 on port " + std::to_string(port) + " died"),
             std::string::npos)
       << "the server ran on";
+}
+
+// A server of the fourth line answers itself; its workers parse, and come with documents.
+TEST(WatchedTika4, IsReadyOnceItExtractsAndReplacesADeadWorker) {
+  const std::string jar = Tika4Jar();
+  if (jar.empty()) {
+    GTEST_SKIP() << "ran WITHOUT a server of Tika 4: name one with TIKA4_SERVER_JAR, or unpack a "
+                    "distribution as "
+                 << CachedJar("tika-server-standard-4.0.0");
+  }
+  SCA_TikaConfigUser config(nullptr, nullptr);
+  SCA_TikaServer server(&config);
+  unsigned long error = 0;
+  const unsigned short port = FreePort();
+  ASSERT_EQ(server.SetBindAddress("127.0.0.1"), 1);
+  // From where the host runs it would find no plugins.
+  ASSERT_EQ(server.SetConfig(jar.c_str(), port, 300, "", &error), 1);
+  SCA_TikaWatch watch(&server, SCA_TikaWatchRules());
+  ASSERT_EQ(watch.Start(&error), 1) << SCA_ErrorText(error);
+  ASSERT_EQ(watch.WaitReady(kReadyMs, nullptr, &error), 1) << SCA_ErrorText(error);
+  const pid_t worker = ForkOf(static_cast<pid_t>(server.GetProcessId()));
+  ASSERT_NE(worker, 0) << "it has parsed a document";
+  SCA_TikaWatchState state;
+  ::kill(worker, SIGKILL);
+  ASSERT_TRUE(Eventually([&] { return watch.GetState(&state) != 0 && state.workerDeaths == 1; }));
+  ASSERT_EQ(watch.WaitReady(kReadyMs, nullptr, &error), 1) << SCA_ErrorText(error);
+  const SCA_TikaProbe probe("127.0.0.1", port, kReadyMs);
+  EXPECT_EQ(probe.TryDocument(nullptr, &error), 1) << SCA_ErrorText(error);
+  EXPECT_EQ(watch.GetState(&state), 1);
+  EXPECT_EQ(state.restarts, 0U) << "the server ran on";
+  EXPECT_EQ(std::string(state.version).find("Apache Tika 4."), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(BothLines, WatchedTika,
