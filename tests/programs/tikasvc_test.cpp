@@ -39,7 +39,7 @@ void Print(const std::string& text) {
 // As Tika does for so many times, -1 being for ever; then in another way.
 template <class Otherwise>
 [[noreturn]] void Answer(int listener, int times, Otherwise otherwise) {
-  constexpr char kReply[] = "HTTP/1.1 200 OK\r\nContent-Length: 15\r\n\r\nApache Tika 9.9";
+  constexpr char kReply[] = "HTTP/1.1 200 OK\r\nContent-Length: 15\r\n\r\nApache Tika 3.9";
   for (;;) {
     const int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     char request[4096];
@@ -230,7 +230,7 @@ TEST_F(TikaSvc, KeepsServersRunningAndRemembersWhyTheyDied) {
   auto client = Connect();
   SCA_Owned<SCA_ConfigObj> status;
   KillServer(*client, &status);
-  EXPECT_EQ(Text(status.get(), SCA_ServerFields::TikaVersion), "Apache Tika 9.9");
+  EXPECT_EQ(Text(status.get(), SCA_ServerFields::TikaVersion), "Apache Tika 3.9");
   EXPECT_EQ(Text(status.get(), SCA_ServerFields::StatusText), "ready");
   EXPECT_EQ(Text(status.get(), SCA_ServerFields::Owner), "host");
   const SCA_ConfigObj* death = Last(status->GetConfigObj(SCA_ServerFields::History));
