@@ -56,17 +56,50 @@ class Event final : public SCA_VirtualEvent {
   std::atomic<bool> set_;  // written under the lock
 };
 
-// A mutex is an event that begins set and ends one wait at a time: the thread whose wait ended
-// holds the mutex. Unlike the standard timed mutex, its waits run on the steady clock under
+// Free and held pass in one exchange each; only threads that have to wait, and those that let them
+// go on, take the lock. Unlike the standard timed mutex, its waits run on the steady clock under
 // ThreadSanitizer's eyes.
 class Mutex final : public SCA_VirtualMutex {
  public:
   Mutex() { SetValid(1); }
-  int Lock(unsigned long timeoutMs) override { return free_.Wait(timeoutMs); }
-  void Unlock() override { free_.Set(); }
+
+  int Lock(unsigned long timeoutMs) override {
+    if (Replace(State::Free, State::Held)) return 1;
+    return timeoutMs != 0 && WaitForIt(timeoutMs) ? 1 : 0;
+  }
+
+  void Unlock() override {
+    if (Replace(State::Held, State::Free)) return;
+    // Under the lock: the waiter that takes it may destroy the mutex when it is done.
+    const SCA_LockGuard guard(lock_);
+    state_.store(State::Free, std::memory_order_release);
+    freed_.NotifyOne();
+  }
 
  private:
-  Event free_{false, true};
+  enum class State { Free, Held, Wanted };  // wanted: held, and there may be threads that wait
+
+  bool Replace(State from, State to) {
+    return state_.compare_exchange_strong(from, to, std::memory_order_acq_rel,
+                                          std::memory_order_relaxed);
+  }
+
+  // Who comes by here holds it as wanted, since others may wait as well.
+  bool WaitForIt(unsigned long timeoutMs) {
+    SCA_LockGuard guard(lock_);
+    const auto take = [this] {
+      return state_.exchange(State::Wanted, std::memory_order_acq_rel) == State::Free;
+    };
+    if (timeoutMs != SCA_Infinite) {
+      return freed_.WaitFor(guard, std::chrono::milliseconds(timeoutMs), take);
+    }
+    freed_.Wait(guard, take);
+    return true;
+  }
+
+  std::atomic<State> state_{State::Free};
+  SCA_Lock lock_;
+  SCA_Condition freed_;
 };
 
 }  // namespace
