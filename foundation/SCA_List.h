@@ -90,7 +90,11 @@ class SCA_API SCA_List : public SCA_Object {
       : nextItemId_(Narrow(firstItemId)), firstItemId_(nextItemId_) {
     SetValid(1);
   }
-  ~SCA_List() override { DeleteNodes(); }
+  ~SCA_List() override {
+    mostSpares_ = 0;
+    DeleteNodes();
+    while (spares_ != nullptr) TakeSpare()->Destroy();
+  }
   SCA_List(const SCA_List&) = delete;
   SCA_List& operator=(const SCA_List&) = delete;
 
@@ -248,8 +252,9 @@ class SCA_API SCA_List : public SCA_Object {
   int DeleteItemByPos(unsigned long position) { return DeleteListItem(GetListItemByPos(position)); }
   /// @param node  A node of this list, or null.
   int DeleteListItem(Node* node) {
-    const SCA_Owned<Node> removed(node);
-    return RemoveListItem(node);
+    if (RemoveListItem(node) == 0) return 0;
+    Discard(node);
+    return 1;
   }
   /// Unlinks a node of this list; the caller owns it then.
   int RemoveListItem(Node* node) {
@@ -314,6 +319,11 @@ class SCA_API SCA_List : public SCA_Object {
   int SortItemsByName() { return SortItems(SCA_ListSortCallbackA); }
   /// @}
 
+ protected:
+  /// For a list that is filled and emptied all the time and gets no nodes from elsewhere: keeps up
+  /// to `most` deleted nodes for later insertions, which then take no memory.
+  void KeepSpares(std::uint32_t most) { mostSpares_ = most; }
+
  private:
   // Ids have 32 bits, whatever the type that carries them.
   static std::uint32_t Narrow(unsigned long id) { return static_cast<std::uint32_t>(id); }
@@ -341,8 +351,34 @@ class SCA_API SCA_List : public SCA_Object {
     return 1;
   }
 
+  Node* TakeSpare() {
+    Node* const node = spares_;
+    spares_ = node->next_;
+    node->next_ = nullptr;
+    --spareCount_;
+    return node;
+  }
+
+  // Ends a node that is in no list, or keeps it for another item.
+  void Discard(Node* node) {
+    if (spareCount_ >= mostSpares_) return node->Destroy();
+    node->name_.reset();
+    node->SetValid(0);
+    node->next_ = spares_;
+    spares_ = node;
+    ++spareCount_;
+  }
+
+  Node* MakeNode(T item, const char* name) {
+    if (spares_ == nullptr) return new (std::nothrow) Node(item, name);
+    Node* const node = TakeSpare();
+    node->item_ = item;
+    if (name != nullptr) node->SetName(name);
+    return node;
+  }
+
   int Insert(T item, const char* name, Node* place, const IdSource& id) {
-    Node* node = new (std::nothrow) Node(item, name);
+    Node* node = MakeNode(item, name);
     if (node == nullptr) return 0;
     GiveId(node, id);
     return Link(node, place);
@@ -405,6 +441,9 @@ class SCA_API SCA_List : public SCA_Object {
   std::uint32_t nextItemId_;
   std::uint32_t firstItemId_;
   SCA_AtomicValue<std::uint32_t> count_{0};
+  Node* spares_ = nullptr;  // linked by their next nodes
+  std::uint32_t spareCount_ = 0;
+  std::uint32_t mostSpares_ = 0;
 };
 
 #endif  // SCA_FOUNDATION_SCA_LIST_H

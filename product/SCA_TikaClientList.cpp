@@ -8,6 +8,9 @@
 
 namespace {
 
+// More than a pool usually grows or shrinks by at a time.
+constexpr std::uint32_t kMostSpares = 128;
+
 constexpr char kSource[] = "SCA_TikaClientList";
 
 int AddSize(SCA_ConfigObj* obj, const char* name, unsigned long long bytes) {
@@ -36,6 +39,7 @@ bool AddStatus(const SCA_TikaClient& client, SCA_ConfigObj* obj) {
 }  // namespace
 
 SCA_TikaClientList::SCA_TikaClientList() : SCA_List(0) {
+  KeepSpares(kMostSpares);
   SetValid(mutex_.IsValid());
 }
 

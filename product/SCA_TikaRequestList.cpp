@@ -7,6 +7,9 @@
 
 namespace {
 
+// More than a queue usually grows or shrinks by at a time.
+constexpr std::uint32_t kMostSpares = 128;
+
 constexpr char kSource[] = "SCA_TikaRequestList";
 
 bool AddStatus(const SCA_TikaClientRequest& request, SCA_ConfigObj* obj) {
@@ -23,6 +26,7 @@ bool AddStatus(const SCA_TikaClientRequest& request, SCA_ConfigObj* obj) {
 }  // namespace
 
 SCA_TikaRequestList::SCA_TikaRequestList() : SCA_List(0) {
+  KeepSpares(kMostSpares);
   SetValid(mutex_.IsValid());
 }
 

@@ -180,4 +180,24 @@ TEST(List, SortsAndHandsNodesOver) {
   EXPECT_EQ(Shape(other), "3- 1apple-");
 }
 
+struct Stocked : List {
+  explicit Stocked(std::uint32_t most) : List(0) { KeepSpares(most); }
+};
+
+TEST(List, SparesServeLaterInsertionsAndShowNothingOfEarlierOnes) {
+  Stocked list(2);
+  Fill(&list);
+  const Node* const first = list.GetHead();
+  const Node* const second = first->GetNext();
+  while (list.DeleteHeadItem() != 0) {
+  }
+  EXPECT_EQ(Shape(list), "");
+  list.AddItemToTail(Item(5));
+  list.AddItemToTail(Item(6), "c", 7UL);
+  list.AddItemToTail(Item(7));
+  EXPECT_EQ(list.GetHead(), second) << "the one that was deleted last of those that are kept";
+  EXPECT_EQ(list.GetHead()->GetNext(), first);
+  EXPECT_EQ(Shape(list), "5- 6c7 7-");
+}
+
 }  // namespace
