@@ -202,7 +202,9 @@ unsigned long SCA_TikaDispatch::Admit(SCA_TikaExtractRequest* request, bool wait
     if (At(Stage::Queued) < limit) break;
     if (!wait || limit == 0) return SCA_ErrorQueueFull;
     if (request->GetCancel()->Wait(0) != 0) return SCA_ErrorCancelled;
+    ++waiting_;
     hasRoom_.WaitFor(guard, kLookAgain);
+    --waiting_;
   }
   try {
     SCA_TikaTicket& ticket = tickets_.emplace_back(this, request);
@@ -211,6 +213,7 @@ unsigned long SCA_TikaDispatch::Admit(SCA_TikaExtractRequest* request, bool wait
     return ENOMEM;
   }
   ++At(Stage::Queued);
+  TellRoom(Room::Any);
   request->SetAbsTime(SCA_GetAbsTime());
   if (isWatcherIdle_) {
     isWatcherIdle_ = false;
@@ -302,10 +305,21 @@ SCA_TikaTicket* SCA_TikaDispatch::TicketOf(const SCA_TikaExtractRequest& request
 }
 
 void SCA_TikaDispatch::Move(SCA_TikaTicket* ticket, SCA_TikaMove move) {
-  if (ticket->stage == Stage::Queued) hasRoom_.NotifyOne();
+  const bool makesRoom = ticket->stage == Stage::Queued;
   --At(ticket->stage);
   ticket->stage = SCA_TikaNextStage(ticket->stage, move);
   ++At(ticket->stage);
+  if (makesRoom) TellRoom(move == SCA_TikaMove::Serve ? Room::Half : Room::Any);
+}
+
+// Wakes one of the submits that wait, which wakes the next one if there is room for it too. While
+// workers find work, one that is woken for each request would only take their processor.
+void SCA_TikaDispatch::TellRoom(Room wanted) {
+  if (waiting_ == 0) return;
+  const unsigned long limit = terms_.settings->GetMaxPendingRequests();
+  const bool isThere =
+      wanted == Room::Half ? At(Stage::Queued) <= limit / 2 : At(Stage::Queued) < limit;
+  if (isThere) hasRoom_.NotifyOne();
 }
 
 void SCA_TikaDispatch::Unregister(SCA_TikaTicket* ticket) {

@@ -100,6 +100,8 @@ class SCA_TikaDispatch : public SCA_TikaWorkplace {
     Clock::time_point askedAt;
     std::optional<unsigned long> clientId;  // the worker's own: once the pool has given one
   };
+  // How much room of the queue is worth waking a submit for.
+  enum class Room { Any, Half };
   using Server = SCA_TikaServerShare;
   using Stage = SCA_TikaStage;
   struct Services;
@@ -120,6 +122,7 @@ class SCA_TikaDispatch : public SCA_TikaWorkplace {
   void FinishStopped(SCA_TikaTicket* ticket) SCA_EXCLUDES(lock_);
   SCA_TikaTicket* TicketOf(const SCA_TikaExtractRequest& request) SCA_EXCLUDES(lock_);
   void Move(SCA_TikaTicket* ticket, SCA_TikaMove move) SCA_REQUIRES(lock_);
+  void TellRoom(Room wanted) SCA_REQUIRES(lock_);
   unsigned long& At(Stage stage) SCA_REQUIRES(lock_) {
     return at_[static_cast<std::size_t>(stage)];
   }
@@ -167,6 +170,7 @@ class SCA_TikaDispatch : public SCA_TikaWorkplace {
 
   SCA_Lock lock_;
   SCA_Condition hasRoom_;
+  unsigned long waiting_ SCA_GUARDED_BY(lock_) = 0;  // submits, for room
   std::list<SCA_TikaTicket> tickets_ SCA_GUARDED_BY(lock_);
   std::array<unsigned long, SCA_TikaStages> at_ SCA_GUARDED_BY(lock_){};  // tickets at each stage
   std::map<unsigned long, Server> servers_ SCA_GUARDED_BY(lock_);         // by id

@@ -177,6 +177,8 @@ bool SCA_TikaDispatch::BeginIdle(Seat* seat) {
   const SCA_LockGuard guard(lock_);
   if (work_ != seat->seen || isStopping_ || !seat->IsIn()) return false;
   seat->state = SeatState::Idle;
+  // What is in the queue is for others: the worker's next file may wait for room there.
+  TellRoom(Room::Any);
   return true;
 }
 

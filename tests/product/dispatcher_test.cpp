@@ -439,6 +439,24 @@ TEST_F(Dispatcher, FullQueueRefusesOrWaitsAsTheCallerChose) {
   EXPECT_EQ(Submit(Request(good_), 1), SCA_ErrorQueueFull);
 }
 
+// A submit that waits is not woken for each request that leaves the queue, but before a worker
+// rests.
+TEST_F(Dispatcher, QueueFullOfRequestsForAMissingServerStarvesNoOther) {
+  settings_.SetMaxPendingRequests(4);
+  AddTika();
+  for (int i = 0; i < 3; ++i) {
+    requests_.push_back(std::make_unique<Request>(good_));
+    (*requests_.back())->GetServiceList()->AddItemToTail(1UL);
+    ASSERT_EQ(Submit(*requests_.back()), 0U);
+  }
+  const Stopwatch watch;
+  for (int i = 0; i < 100; ++i) SubmitDocument("a good document");
+  for (std::size_t i = 3; i < requests_.size(); ++i) {
+    EXPECT_EQ(requests_[i]->Wait(), Outcome::Extracted);
+  }
+  EXPECT_LT(watch.Ms(), 4000) << "room is told of, not found once a second";
+}
+
 // Has work come in the moment between a worker's last look and its rest.
 class LateWork : public SCA_TikaDispatch {
  public:
