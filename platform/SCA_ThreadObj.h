@@ -44,6 +44,11 @@ class SCA_API SCA_ThreadObj : public SCA_Object {
   ///         Lives as long as the object.
   SCA_Event* GetStopEvent() const { return published_.load(std::memory_order_acquire); }
 
+ protected:
+  /// Makes `GetStopEvent` give another's event, for an object whose work is done by another's
+  /// threads. Before it is shared; taken back, by null, before it ends. It is never started.
+  void LendStopEvent(SCA_Event* stop) { published_.store(stop, std::memory_order_release); }
+
  private:
   bool IsWorker() const;
   SCA_Result Start() SCA_EXCLUDES(control_);
