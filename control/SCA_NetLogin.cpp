@@ -18,27 +18,21 @@ constexpr char kConnectTime[] = "ConnectTime";
 constexpr char kNonce[] = "Nonce";
 constexpr char kProof[] = "Proof";
 
-// Both ends' random numbers of this connection.
-struct Nonces {
-  SCA_Digest client{};
-  SCA_Digest server{};
-};
-
 // The label keeps one end's proof from passing for the other's, or for the key of the session.
-SCA_Digest Prove(const SCA_ControlKey& key, const char* label, const Nonces& nonces) {
+SCA_Digest Prove(const SCA_ControlKey& key, const char* label, const SCA_LoginNonces& nonces) {
   SCA_HmacSha256 proof(key.bytes, key.length);
   proof.Update(label, std::strlen(label));
   proof.Update(nonces.client.data(), nonces.client.size());
   proof.Update(nonces.server.data(), nonces.server.size());
   return proof.Finish();
 }
-SCA_Digest ClientProof(const SCA_ControlKey& key, const Nonces& nonces) {
+SCA_Digest ClientProof(const SCA_ControlKey& key, const SCA_LoginNonces& nonces) {
   return Prove(key, "client", nonces);
 }
-SCA_Digest ServerProof(const SCA_ControlKey& key, const Nonces& nonces) {
+SCA_Digest ServerProof(const SCA_ControlKey& key, const SCA_LoginNonces& nonces) {
   return Prove(key, "server", nonces);
 }
-SCA_Digest SessionKey(const SCA_ControlKey& key, const Nonces& nonces) {
+SCA_Digest SessionKey(const SCA_ControlKey& key, const SCA_LoginNonces& nonces) {
   return Prove(key, "session", nonces);
 }
 
@@ -55,20 +49,22 @@ bool GetDigest(const SCA_NetMessage& message, const char* name, SCA_Digest* dige
          SCA_FromHex(text, 2 * SCA_DigestSize, digest->data()) != 0;
 }
 
-// A frame of the kind that comes next, or the refusal that came in its place.
-int Await(SCA_NetChannel* channel, SCA_FrameKind kind, const SCA_Deadline& end,
-          SCA_NetMessage* message, unsigned long* error) {
+// The message of the kind that comes next, or the refusal that came in its place.
+SCA_Result Expect(SCA_FrameKind kind, const SCA_NetFrame& frame, SCA_NetMessage* message) {
+  if (frame.kind == SCA_FrameKind::Refused) return SCA_Result(SCA_NetFrames::CodeOf(frame));
+  const bool isExpected = frame.kind == kind && SCA_NetFrames::Decode(frame, message);
+  return isExpected ? SCA_Done : SCA_Result(SCA_ErrorFrame);
+}
+
+SCA_Result Await(SCA_NetChannel* channel, SCA_FrameKind kind, const SCA_Deadline& end,
+                 SCA_NetMessage* message) {
   const unsigned long left = end.MsLeft();
-  if (left == 0) return SCA_Fail(ETIMEDOUT, error);
+  if (left == 0) return SCA_Result(ETIMEDOUT);
   SCA_NetFrame frame;
-  if (channel->Receive(left, SCA_Infinite, &frame, error) == 0) {
-    return 0;
+  if (const SCA_Result received = channel->Receive(left, &frame); received.HasFailed()) {
+    return received;
   }
-  if (frame.kind == SCA_FrameKind::Refused) return SCA_Fail(SCA_NetChannel::CodeOf(frame), error);
-  if (frame.kind != kind || SCA_NetChannel::Decode(frame, message) == 0) {
-    return SCA_Fail(SCA_ErrorFrame, error);
-  }
-  return 1;
+  return Expect(kind, frame, message);
 }
 
 bool AddGreeting(SCA_NetMessage* message, const SCA_NetGreeting& greeting) {
@@ -87,86 +83,87 @@ void GetGreeting(const SCA_NetMessage& message, SCA_NetGreeting* greeting) {
   data.GetField(kConnectTime, &greeting->connectTime);
 }
 
-// Who has not logged in yet learns nothing of the host.
-int SendHello(SCA_NetChannel* channel, const SCA_NetGreeting& greeting, const Nonces& nonces,
-              unsigned long* error) {
-  SCA_NetMessage hello;
-  const bool isMade = hello.GetData()->AddField(kMode, greeting.loginMode, 0) != 0 &&
-                      (greeting.loginMode != SCA_LoginNone || AddGreeting(&hello, greeting)) &&
-                      AddDigest(&hello, kNonce, nonces.server);
-  if (!isMade) return SCA_Fail(ENOMEM, error);
-  return channel->Send(SCA_FrameKind::Hello, 0, hello, SCA_LoginTimeoutMs, error);
-}
-
-// What the server proves in return.
-int SendWelcome(SCA_NetChannel* channel, const SCA_NetGreeting& greeting, const SCA_Digest& proof,
-                unsigned long* error) {
-  SCA_NetMessage welcome;
-  if (!AddGreeting(&welcome, greeting) || !AddDigest(&welcome, kProof, proof)) {
-    return SCA_Fail(ENOMEM, error);
-  }
-  return channel->Send(SCA_FrameKind::Welcome, 0, welcome, SCA_LoginTimeoutMs, error);
-}
-
 // The client's answer to a challenge, and the server's proof in return.
-int ExchangeProofs(SCA_NetChannel* channel, const SCA_ControlKey& key, const SCA_Deadline& end,
-                   Nonces* nonces, SCA_NetGreeting* greeting, unsigned long* error) {
+SCA_Result ExchangeProofs(SCA_NetChannel* channel, const SCA_ControlKey& key,
+                          const SCA_Deadline& end, SCA_LoginNonces* nonces,
+                          SCA_NetGreeting* greeting) {
   if (SCA_RandomBytes(nonces->client.data(), nonces->client.size()) == 0) {
-    return SCA_Fail(ENOSYS, error);
+    return SCA_Result(ENOSYS);
   }
   SCA_NetMessage login;
   if (!AddDigest(&login, kNonce, nonces->client) ||
       !AddDigest(&login, kProof, ClientProof(key, *nonces))) {
-    return SCA_Fail(ENOMEM, error);
+    return SCA_Result(ENOMEM);
+  }
+  if (const SCA_Result sent = channel->Send(SCA_FrameKind::Login, 0, login, SCA_LoginTimeoutMs);
+      sent.HasFailed()) {
+    return sent;
   }
   SCA_NetMessage welcome;
-  SCA_Digest proof{};
-  if (channel->Send(SCA_FrameKind::Login, 0, login, SCA_LoginTimeoutMs, error) == 0 ||
-      Await(channel, SCA_FrameKind::Welcome, end, &welcome, error) == 0) {
-    return 0;
+  if (const SCA_Result came = Await(channel, SCA_FrameKind::Welcome, end, &welcome);
+      came.HasFailed()) {
+    return came;
   }
+  SCA_Digest proof{};
   if (!GetDigest(welcome, kProof, &proof) || !SCA_EqualDigests(proof, ServerProof(key, *nonces))) {
-    return SCA_Fail(SCA_ErrorLoginRefused, error);
+    return SCA_Result(SCA_ErrorLoginRefused);
   }
   GetGreeting(welcome, greeting);
-  channel->Authenticate(SessionKey(key, *nonces));
-  return 1;
+  channel->Frames()->Authenticate(SessionKey(key, *nonces));
+  return SCA_Done;
 }
 
 }  // namespace
 
-int SCA_AcceptLogin(SCA_NetChannel* channel, const SCA_NetGreeting& greeting,
-                    const SCA_ControlKey* key, unsigned long* error) {
-  Nonces nonces;
-  if (SCA_RandomBytes(nonces.server.data(), nonces.server.size()) == 0) {
-    return SCA_Fail(ENOSYS, error);
+// Who has not logged in yet learns nothing of the host.
+SCA_Result SCA_ServerLogin::Challenge(const SCA_NetGreeting& greeting, const SCA_NetFrames& frames,
+                                      std::vector<char>* output) {
+  if (SCA_RandomBytes(nonces_.server.data(), nonces_.server.size()) == 0) {
+    return SCA_Result(ENOSYS);
   }
-  if (SendHello(channel, greeting, nonces, error) == 0) return 0;
-  if (key != nullptr) {
-    SCA_NetMessage login;
-    SCA_Digest proof{};
-    if (Await(channel, SCA_FrameKind::Login, SCA_Deadline(SCA_LoginTimeoutMs), &login, error) == 0)
-      return 0;
-    if (!GetDigest(login, kNonce, &nonces.client) || !GetDigest(login, kProof, &proof) ||
-        !SCA_EqualDigests(proof, ClientProof(*key, nonces))) {
-      return SCA_Fail(SCA_ErrorLoginRefused, error);
-    }
-    if (SendWelcome(channel, greeting, ServerProof(*key, nonces), error) == 0) return 0;
-    channel->Authenticate(SessionKey(*key, nonces));
-  }
-  channel->AllowLargeFrames();
-  return 1;
+  SCA_NetMessage hello;
+  const bool isMade = hello.GetData()->AddField(kMode, greeting.loginMode, 0) != 0 &&
+                      (greeting.loginMode != SCA_LoginNone || AddGreeting(&hello, greeting)) &&
+                      AddDigest(&hello, kNonce, nonces_.server);
+  if (!isMade) return SCA_Result(ENOMEM);
+  return frames.Write(SCA_FrameKind::Hello, 0, hello, output);
 }
 
-int SCA_Login(SCA_NetChannel* channel, const char* host, unsigned short port, bool mayLackLogin,
-              SCA_NetGreeting* greeting, unsigned long* error) {
+SCA_Result SCA_ServerLogin::Judge(const SCA_NetFrame& answer, const SCA_ControlKey& key,
+                                  const SCA_NetGreeting& greeting, SCA_NetFrames* frames,
+                                  std::vector<char>* output) {
+  SCA_NetMessage login;
+  if (const SCA_Result read = Expect(SCA_FrameKind::Login, answer, &login); read.HasFailed()) {
+    return read;
+  }
+  SCA_Digest proof{};
+  if (!GetDigest(login, kNonce, &nonces_.client) || !GetDigest(login, kProof, &proof) ||
+      !SCA_EqualDigests(proof, ClientProof(key, nonces_))) {
+    return SCA_Result(SCA_ErrorLoginRefused);
+  }
+  SCA_NetMessage welcome;
+  if (!AddGreeting(&welcome, greeting) || !AddDigest(&welcome, kProof, ServerProof(key, nonces_))) {
+    return SCA_Result(ENOMEM);
+  }
+  if (const SCA_Result written = frames->Write(SCA_FrameKind::Welcome, 0, welcome, output);
+      written.HasFailed()) {
+    return written;
+  }
+  frames->Authenticate(SessionKey(key, nonces_));
+  return SCA_Done;
+}
+
+SCA_Result SCA_Login(SCA_NetChannel* channel, const char* host, unsigned short port,
+                     bool mayLackLogin, SCA_NetGreeting* greeting) {
   const SCA_Deadline end(SCA_LoginTimeoutMs);
   SCA_NetMessage hello;
-  Nonces nonces;
-  if (Await(channel, SCA_FrameKind::Hello, end, &hello, error) == 0) return 0;
+  SCA_LoginNonces nonces;
+  if (const SCA_Result came = Await(channel, SCA_FrameKind::Hello, end, &hello); came.HasFailed()) {
+    return came;
+  }
   if (hello.GetData()->GetField(kMode, &greeting->loginMode) == 0 ||
       greeting->loginMode > SCA_LoginKey || !GetDigest(hello, kNonce, &nonces.server)) {
-    return SCA_Fail(SCA_ErrorFrame, error);
+    return SCA_Result(SCA_ErrorFrame);
   }
   GetGreeting(hello, greeting);
   // A client that has a key for a host would be talking to an impostor if it asked for no login: on
@@ -176,12 +173,16 @@ int SCA_Login(SCA_NetChannel* channel, const char* host, unsigned short port, bo
     SCA_ControlKey key;
     unsigned long code = 0;
     const bool hasKey = SCA_GetControlKey(host, port, &key, &code) != 0;
-    if (!hasKey && code != ENOENT) return SCA_Fail(code, error);
+    if (!hasKey && code != ENOENT) return SCA_Result(code);
     if (hasKey != asksForLogin) {
-      return SCA_Fail(hasKey ? SCA_ErrorLoginMissing : SCA_ErrorNoKey, error);
+      return SCA_Result(hasKey ? SCA_ErrorLoginMissing : SCA_ErrorNoKey);
     }
-    if (hasKey && ExchangeProofs(channel, key, end, &nonces, greeting, error) == 0) return 0;
+    if (hasKey) {
+      const SCA_Result passed = ExchangeProofs(channel, key, end, &nonces, greeting);
+      if (passed.HasFailed()) return passed;
+    }
   }
-  channel->AllowLargeFrames();
-  return 1;
+  channel->Frames()->AllowLargeFrames();
+  channel->Drop();
+  return SCA_Done;
 }

@@ -23,17 +23,35 @@ struct SCA_NetGreeting {
   unsigned long long connectTime = 0;  ///< of this connection, absolute time
 };
 
-/// The server's part.
-/// @param greeting  Said in the first frame in mode 0, else with the answer to a right login.
-/// @param key       Of this host; null in mode 0.
-/// @return 1 when the peer may send requests.
-int SCA_AcceptLogin(SCA_NetChannel* channel, const SCA_NetGreeting& greeting,
-                    const SCA_ControlKey* key, unsigned long* error);
+/// Both ends' random numbers of a connection.
+struct SCA_LoginNonces {
+  SCA_Digest client{};
+  SCA_Digest server{};
+};
 
-/// The client's part.
+/// The server's part, of which no step waits.
+class SCA_ServerLogin {
+ public:
+  /// Writes the server's first frame.
+  /// @param greeting  Told in it in mode 0, else with the answer to a right login.
+  /// @return `ENOSYS` without random numbers, `ENOMEM`.
+  SCA_Result Challenge(const SCA_NetGreeting& greeting, const SCA_NetFrames& frames,
+                       std::vector<char>* output);
+  /// Judges what a peer has answered and writes the server's proof, in mode 1. Frames are
+  /// authenticated from then on.
+  /// @return `SCA_ErrorLoginRefused`, `SCA_ErrorFrame`; the peer's reason when it refuses.
+  SCA_Result Judge(const SCA_NetFrame& answer, const SCA_ControlKey& key,
+                   const SCA_NetGreeting& greeting, SCA_NetFrames* frames,
+                   std::vector<char>* output);
+
+ private:
+  SCA_LoginNonces nonces_;
+};
+
+/// The client's part, which waits for the server.
 /// @param mayLackLogin  A server that asks for no login is believed, whether or not there is a key.
 /// @param greeting      Receives what the server said.
-int SCA_Login(SCA_NetChannel* channel, const char* host, unsigned short port, bool mayLackLogin,
-              SCA_NetGreeting* greeting, unsigned long* error);
+SCA_Result SCA_Login(SCA_NetChannel* channel, const char* host, unsigned short port,
+                     bool mayLackLogin, SCA_NetGreeting* greeting);
 
 #endif  // SCA_CONTROL_SCA_NETLOGIN_H

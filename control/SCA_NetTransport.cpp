@@ -35,9 +35,8 @@ int SCA_NetTransport::Connect(const char* host, unsigned short port, unsigned lo
   if (channel_ == nullptr) return Drop(ENOMEM, error);
   SCA_NetGreeting greeting;
   const bool mayLackLogin = *host == '/' || allowNoLogin_;
-  if (SCA_Login(channel_.get(), host, port, mayLackLogin, &greeting, &code) == 0) {
-    return Drop(code, error);
-  }
+  const SCA_Result login = SCA_Login(channel_.get(), host, port, mayLackLogin, &greeting);
+  if (login.HasFailed()) return Drop(login.Code(), error);
   SetServerLoginMode(greeting.loginMode);
   serverStartTime_ = greeting.startTime;
   serverConnectTime_ = greeting.connectTime;
@@ -48,13 +47,15 @@ int SCA_NetTransport::Connect(const char* host, unsigned short port, unsigned lo
 int SCA_NetTransport::SendMessage(unsigned long timeoutMs, SCA_NetMessage* message,
                                   unsigned long* error) {
   if (channel_ == nullptr) return SCA_Fail(ENOTCONN, error);
-  unsigned long code = 0;
-  if (channel_->Send(SCA_FrameKind::Message, sequence_ + 1, *message, timeoutMs, &code) != 0) {
+  const SCA_Result sent =
+      channel_->Send(SCA_FrameKind::Message, sequence_ + 1, *message, timeoutMs);
+  if (!sent.HasFailed()) {
     ++sequence_;
     return 1;
   }
-  const bool isUsable = code == SCA_ErrorFrameTooLarge || code == SCA_ErrorDataTooLarge;
-  return isUsable ? SCA_Fail(code, error) : Drop(code, error);
+  const bool isUsable =
+      sent.Code() == SCA_ErrorFrameTooLarge || sent.Code() == SCA_ErrorDataTooLarge;
+  return isUsable ? sent.Store(error) : Drop(sent.Code(), error);
 }
 
 int SCA_NetTransport::WaitForMessage(unsigned long timeoutMs, SCA_NetMessage* message,
@@ -63,24 +64,28 @@ int SCA_NetTransport::WaitForMessage(unsigned long timeoutMs, SCA_NetMessage* me
   const SCA_Deadline end(timeoutMs);
   for (unsigned long leftMs = timeoutMs;;) {
     SCA_NetFrame frame;
-    unsigned long code = 0;
-    if (channel_->Receive(leftMs, SCA_Infinite, &frame, &code) == 0) {
-      return code == ETIMEDOUT ? SCA_Fail(code, error) : Drop(code, error);
+    if (const SCA_Result received = channel_->Receive(leftMs, &frame); received.HasFailed()) {
+      return received.Code() == ETIMEDOUT ? received.Store(error) : Drop(received.Code(), error);
     }
-    if (frame.kind == SCA_FrameKind::Refused) return Drop(SCA_NetChannel::CodeOf(frame), error);
+    if (frame.kind == SCA_FrameKind::Refused) return Drop(SCA_NetFrames::CodeOf(frame), error);
     const bool isReply =
         frame.kind == SCA_FrameKind::Message || frame.kind == SCA_FrameKind::Failure;
     // How many requests ago this one's was; more than half of all numbers means the future.
     const std::uint32_t age = sequence_ - frame.sequence;
     if (!isReply || age > UINT32_MAX / 2) return Drop(SCA_ErrorFrame, error);
-    if (age == 0) {
-      if (frame.kind == SCA_FrameKind::Failure) {
-        return SCA_Fail(SCA_NetChannel::CodeOf(frame), error);
-      }
-      if (SCA_NetChannel::Decode(frame, message) != 0) return 1;
-      return Drop(SCA_ErrorFrame, error);
-    }
+    if (age == 0) return TakeReply(frame, message, error);
     leftMs = end.MsLeft();
     if (leftMs == 0) return SCA_Fail(ETIMEDOUT, error);
   }
+}
+
+int SCA_NetTransport::TakeReply(const SCA_NetFrame& frame, SCA_NetMessage* message,
+                                unsigned long* error) {
+  const bool isFailure = frame.kind == SCA_FrameKind::Failure;
+  const unsigned long failure = isFailure ? SCA_NetFrames::CodeOf(frame) : 0;
+  const bool isRead = isFailure || SCA_NetFrames::Decode(frame, message);
+  // A connection that waits for its next request keeps no large reply.
+  channel_->Drop();
+  if (!isRead) return Drop(SCA_ErrorFrame, error);
+  return SCA_Result(failure).Store(error);
 }

@@ -11,6 +11,7 @@
 
 struct SCA_NetLink;  ///< Reserved. @note Inherited.
 class SCA_NetChannel;
+struct SCA_NetFrame;
 
 /// Sends requests and waits for their replies, one after the other. int results are 1 for success,
 /// or 0 with the code in `*error`.
@@ -75,6 +76,7 @@ class SCA_API SCA_NetTransport : public SCA_Object {
 
  private:
   int Drop(unsigned long code, unsigned long* error);
+  int TakeReply(const SCA_NetFrame& frame, SCA_NetMessage* message, unsigned long* error);
 
   SCA_Owned<SCA_VirtualTcpSock> socket_;
   std::unique_ptr<SCA_NetChannel> channel_;  // null unless connected

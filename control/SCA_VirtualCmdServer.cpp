@@ -5,12 +5,13 @@
 #include <new>
 #include <utility>
 
+#include "control/SCA_CommandLoop.h"
 #include "control/SCA_LoginGuard.h"
-#include "control/SCA_NetConnection.h"
 #include "control/SCA_NetLogin.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Listener.h"
 #include "platform/SCA_Path.h"
+#include "platform/SCA_Poller.h"
 #include "platform/SCA_Report.h"
 #include "platform/SCA_Result.h"
 #include "platform/SCA_Text.h"
@@ -42,8 +43,7 @@ class SCA_VirtualCmdServer::Gate final : public SCA_CommandGate {
     server_.guard_->NoteRefusal(peer, error);
   }
   unsigned long NextAgentId() override { return server_.nextAgentId_.fetch_add(1); }
-  // The accepting thread joins ended agents, so that their threads do not pile up.
-  void NoteEnd() override { server_.listener_->Wake(); }
+  SCA_Event* StopEvent() const override { return server_.GetStopEvent(); }
 
   void Connected(SCA_NetServerAgent* agent) override { server_.ConnectEvent(agent); }
   void Disconnected(SCA_NetServerAgent* agent) override { server_.DisconnectEvent(agent); }
@@ -61,7 +61,8 @@ SCA_VirtualCmdServer::SCA_VirtualCmdServer(const char* version, unsigned short p
       startTime_(SCA_GetAbsTime()),
       listener_(new (std::nothrow) SCA_Listener()),
       guard_(new (std::nothrow) SCA_LoginGuard()),
-      gate_(new (std::nothrow) Gate(this)) {
+      gate_(new (std::nothrow) Gate(this)),
+      loop_(gate_ != nullptr ? new (std::nothrow) SCA_CommandLoop(gate_.get()) : nullptr) {
   SCA_CopyText(version_, version, SCA_TextFit::Cut);
   SCA_GetHostName(hostName_, sizeof hostName_);
   SetValid(IsWhole() ? 1 : 0);
@@ -73,7 +74,8 @@ SCA_VirtualCmdServer::~SCA_VirtualCmdServer() {
 }
 
 bool SCA_VirtualCmdServer::IsWhole() const {
-  return listener_ != nullptr && listener_->IsValid() != 0 && guard_ != nullptr && gate_ != nullptr;
+  return listener_ != nullptr && listener_->IsValid() != 0 && guard_ != nullptr &&
+         gate_ != nullptr && loop_ != nullptr && loop_->IsWhole();
 }
 
 int SCA_VirtualCmdServer::Lock(const char* caller, unsigned long* error) {
@@ -99,11 +101,27 @@ int SCA_VirtualCmdServer::OpenGate(unsigned long* error) {
   if (BindPort(error) != 0) {
     port_ = listener_->GetPort();
     isOpen_ = true;
-    if (Lock(kSource, error) != 0) return 1;
+    loop_->SetMaxConnections(MaxConnections());
+    if (loop_->Start().Store(error) != 0 && Lock(kSource, error) != 0) return 1;
     isOpen_ = false;
   }
   SetValid(0);
   return 0;
+}
+
+// The process needs descriptors for other things too.
+unsigned long SCA_VirtualCmdServer::MaxConnections() const {
+  const unsigned long wanted = maxConnections_.Get();
+  return wanted != 0 ? wanted : std::clamp(SCA_GetMaxHandles() / 2, 1UL, SCA_DefaultMaxConnections);
+}
+
+void SCA_VirtualCmdServer::SetMaxConnections(unsigned long count) {
+  maxConnections_.Set(count);
+  if (loop_ != nullptr) loop_->SetMaxConnections(MaxConnections());
+}
+
+unsigned long SCA_VirtualCmdServer::GetConnectionCount() const {
+  return loop_ != nullptr ? loop_->GetConnectionCount() : 0;
 }
 
 int SCA_VirtualCmdServer::OpenLocal(const char* path, const char* group, unsigned long* error) {
@@ -114,64 +132,10 @@ unsigned long long SCA_VirtualCmdServer::GetRefusedLogins() const {
   return guard_ != nullptr ? guard_->RefusedLogins() : 0;
 }
 
-// @return One that has ended, or null. One by one: there may be no memory for a list of them.
-SCA_Owned<SCA_NetConnection> SCA_VirtualCmdServer::TakeEnded() {
-  const SCA_LockGuard guard(agentsLock_);
-  const auto ended = std::find_if(agents_.begin(), agents_.end(),
-                                  [](const auto& agent) { return agent->HasEnded(); });
-  if (ended == agents_.end()) return nullptr;
-  SCA_Owned<SCA_NetConnection> taken = std::move(*ended);
-  agents_.erase(ended);
-  return taken;
-}
-
-SCA_VirtualCmdServer::Agents SCA_VirtualCmdServer::TakeAll() {
-  const SCA_LockGuard guard(agentsLock_);
-  return std::exchange(agents_, {});
-}
-
-unsigned long SCA_VirtualCmdServer::GetConnectionCount() {
-  const SCA_LockGuard guard(agentsLock_);
-  return static_cast<unsigned long>(std::count_if(
-      agents_.begin(), agents_.end(), [](const auto& agent) { return !agent->HasEnded(); }));
-}
-
-// @return False when there are too many connections and none can be given up: strangers are, of
-// whom nothing is known yet. Until such a one has ended there is one more than there should be.
-bool SCA_VirtualCmdServer::MakeRoom() {
-  const SCA_LockGuard guard(agentsLock_);
-  if (agents_.size() < maxConnections_.Get()) return true;
-  const auto stranger = std::find_if(agents_.begin(), agents_.end(),
-                                     [](const auto& agent) { return agent->IsStranger(); });
-  if (stranger == agents_.end() || agents_.size() >= 2 * maxConnections_.Get()) return false;
-  (*stranger)->Stop();
-  return true;
-}
-
-void SCA_VirtualCmdServer::AddConnection(const SCA_AcceptedPeer& peer) try {
+void SCA_VirtualCmdServer::AddConnection(const SCA_AcceptedPeer& peer) {
   const bool isAdmitted = peer.isLocal || guard_->Admits(peer.network);
-  const bool hasRoom = isAdmitted && MakeRoom();
-  SCA_Owned<SCA_NetConnection> agent(new (std::nothrow) SCA_NetConnection(gate_.get(), peer));
-  if (agent == nullptr || agent->IsValid() == 0) {
-    // An agent would have taken the descriptor over; a socket of its own closes it.
-    if (agent == nullptr) SCA_Owned<SCA_VirtualTcpSock>(SCA_CreateTcpSock(peer.handle));
-    return;
-  }
-  unsigned long error = isAdmitted ? SCA_ErrorConnectionLimit : SCA_ErrorTooManyLogins;
-  if (!isAdmitted) guard_->NoteRefusal(peer, error);
-  if (hasRoom) {
-    const SCA_LockGuard guard(agentsLock_);
-    agents_.reserve(agents_.size() + 1);
-    if (agent->Lock(kSource, &error) != 0) {
-      agents_.push_back(std::move(agent));
-      // The stopping thread has gone through the others already.
-      if (isStopping_.Get() != 0) agents_.back()->Stop();
-      return;
-    }
-  }
-  agent->Refuse(error);
-} catch (const std::bad_alloc&) {
-  // Nothing was started; the peer sees its connection close.
+  if (!isAdmitted) guard_->NoteRefusal(peer, SCA_ErrorTooManyLogins);
+  loop_->Add(peer, isAdmitted ? 0 : SCA_ErrorTooManyLogins);
 }
 
 unsigned long SCA_VirtualCmdServer::ThreadFunc() {
@@ -192,27 +156,20 @@ unsigned long SCA_VirtualCmdServer::ThreadFunc() {
       isShort = true;
       stop->Wait(kAcceptPauseMs);
     }
-    while (TakeEnded() != nullptr) {
-    }
   }
   listener_->Close();
   return 0;
 }
 
-void SCA_VirtualCmdServer::StopAgents() {
-  const SCA_LockGuard guard(agentsLock_);
-  for (const auto& agent : agents_) agent->Stop();
-}
-
 int SCA_VirtualCmdServer::StopAll() {
   isStopping_.Set(1);
+  if (SCA_Event* stop = GetStopEvent(); stop != nullptr) stop->Set();
   if (listener_ != nullptr) listener_->Wake();
-  StopAgents();
-  // An agent must not wait for itself, nor for another that waits for it.
-  if (gate_ != nullptr && SCA_NetConnection::IsCaller(gate_.get())) return 1;
+  if (loop_ == nullptr) return 1;
+  loop_->Stop();
+  // A call must not wait for itself, nor for another that waits for it.
+  if (loop_->IsCaller()) return 1;
   Unlock(kSource);
-  // What was accepted in between.
-  StopAgents();
-  const Agents ending = TakeAll();
+  loop_->Join();
   return 1;
 }

@@ -1,29 +1,29 @@
-/// The command server: a control port and, if wanted, a Unix socket, with an accepting thread and
-/// one agent for each connection. Threads: one thread builds, opens, stops and destroys it; events
-/// and commands come on the agents' threads, of several connections at once.
+/// The command server: a control port and, if wanted, a Unix socket. One thread accepts, and one
+/// serves every connection. Threads: one thread builds, opens, stops and destroys it; events and
+/// commands come on the server's threads, those of a connection one after the other, those of
+/// several connections at the same time when they last.
 #ifndef SCA_CONTROL_SCA_VIRTUALCMDSERVER_H
 #define SCA_CONTROL_SCA_VIRTUALCMDSERVER_H
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "control/SCA_ControlKey.h"
 #include "control/SCA_NetServerAgent.h"
-#include "platform/SCA_Lock.h"
 
+class SCA_CommandLoop;
 class SCA_Listener;
 class SCA_LoginGuard;
-class SCA_NetConnection;
 struct SCA_AcceptedPeer;
 
-/// Connections that a server serves at a time, unless it is told otherwise.
-constexpr unsigned long SCA_DefaultMaxConnections = 256;
+/// Connections that a server serves at a time, unless it is told otherwise: half of the descriptors
+/// that the process may have open, and at most this many.
+constexpr unsigned long SCA_DefaultMaxConnections = 16384;
 
 /// Nothing of a derived class is called before `OpenGate`, which is the last step of the most
-/// derived constructor. The most derived class calls `StopAll` in its own destructor, because the
-/// agents call it until then.
+/// derived constructor. The most derived class calls `StopAll` in its own destructor, because its
+/// threads call it until then.
 class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
  public:
   /// Opens nothing yet.
@@ -61,20 +61,21 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   int OpenLocal(const char* path, const char* group, unsigned long* error);
 
   /// Closes the port and ends every connection; one in the middle of a request still replies. No
-  /// agent is in an event or a command when it returns; called by one of them it only starts the
-  /// stop, and the reply is still sent. @return 1.
+  /// connection is in an event or a command when it returns; called by one of them it only starts
+  /// the stop, and the reply is still sent. @return 1.
   int StopAll();
 
-  /// @param count  > 0. Beyond it a new connection replaces the oldest one without a login or a
-  ///               request, and is refused when there is none.
-  void SetMaxConnections(unsigned long count) { maxConnections_.Set(count); }
+  /// @param count  Beyond it a new connection replaces the oldest one without a login or a request,
+  ///               and is refused when there is none. 0 for the default.
+  void SetMaxConnections(unsigned long count);
   /// @return Logins that were refused since the gate was opened, with the connections that were
   ///         turned away at once: an address that has failed 20 times may try once a second.
   unsigned long long GetRefusedLogins() const;
-  /// @return The connections whose agents run.
-  unsigned long GetConnectionCount() SCA_EXCLUDES(agentsLock_);
+  /// @return The connections that have not ended, with their disconnect event.
+  unsigned long GetConnectionCount() const;
 
-  /// Serves one request, on the agent's thread.
+  /// Serves one request. It may wait: other connections are served meanwhile, and requests that
+  /// wait at the same time, beyond 64, one after the other.
   /// @param reply  Prepared with the name "ERR", which a result of 0 gives it again.
   virtual int DoCommand(SCA_NetServerAgent* agent, SCA_NetMessage* request,
                         SCA_NetMessage* reply) = 0;
@@ -88,16 +89,12 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   unsigned long ThreadFunc() override;
 
  private:
-  using Agents = std::vector<SCA_Owned<SCA_NetConnection>>;
-  class Gate;  // what the agents see of this server
+  class Gate;  // what the connections see of this server
 
   bool IsWhole() const;
   int BindPort(unsigned long* error);
-  void AddConnection(const SCA_AcceptedPeer& peer) SCA_EXCLUDES(agentsLock_);
-  bool MakeRoom() SCA_EXCLUDES(agentsLock_);
-  SCA_Owned<SCA_NetConnection> TakeEnded() SCA_EXCLUDES(agentsLock_);
-  Agents TakeAll() SCA_EXCLUDES(agentsLock_);
-  void StopAgents() SCA_EXCLUDES(agentsLock_);
+  unsigned long MaxConnections() const;
+  void AddConnection(const SCA_AcceptedPeer& peer);
 
   char version_[64] = "";
   char hostName_[260] = "";
@@ -108,11 +105,10 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   std::unique_ptr<SCA_Listener> listener_;
   std::unique_ptr<SCA_LoginGuard> guard_;
   std::unique_ptr<Gate> gate_;
-  SCA_AtomicValue<unsigned long> maxConnections_{SCA_DefaultMaxConnections};
+  std::unique_ptr<SCA_CommandLoop> loop_;
+  SCA_AtomicValue<unsigned long> maxConnections_{0};
   std::atomic<std::uint32_t> nextAgentId_{0};
   SCA_AtomicValue<int> isStopping_{0};
-  SCA_Lock agentsLock_;
-  Agents agents_ SCA_GUARDED_BY(agentsLock_);  // oldest first
 };
 
 #endif  // SCA_CONTROL_SCA_VIRTUALCMDSERVER_H

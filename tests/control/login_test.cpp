@@ -64,9 +64,8 @@ class Peer {
 
   SCA_FrameKind Receive(SCA_NetMessage* message) {
     SCA_NetFrame frame;
-    unsigned long error = 0;
-    EXPECT_EQ(channel.Receive(20000, 20000, &frame, &error), 1) << error;
-    SCA_NetChannel::Decode(frame, message);
+    EXPECT_EQ(channel.Receive(20000, &frame).Code(), 0U);
+    SCA_NetFrames::Decode(frame, message);
     return frame.kind;
   }
   std::string ReceiveNonce() {
@@ -83,21 +82,19 @@ class Peer {
     socket_->Send(bytes.data(), bytes.size(), &sent, &error);
   }
   void Send(SCA_FrameKind kind, std::uint32_t sequence, const SCA_NetMessage& message) {
-    unsigned long error = 0;
-    EXPECT_EQ(channel.Send(kind, sequence, message, 5000, &error), 1) << error;
+    EXPECT_EQ(channel.Send(kind, sequence, message, 5000).Code(), 0U);
   }
   void LogIn() {
     SCA_NetGreeting greeting;
-    unsigned long error = 0;
-    ASSERT_EQ(SCA_Login(&channel, "h", 1, false, &greeting, &error), 1) << error;
+    ASSERT_EQ(SCA_Login(&channel, "h", 1, false, &greeting).Code(), 0U);
   }
   // The code with which the server ends the connection, or that of a frame that is not proved.
   unsigned long Refusal() {
     SCA_NetFrame frame;
-    unsigned long error = 0;
-    if (channel.Receive(20000, 20000, &frame, &error) == 0) return error;
+    const SCA_Result received = channel.Receive(20000, &frame);
+    if (received.HasFailed()) return received.Code();
     EXPECT_EQ(frame.kind, SCA_FrameKind::Refused);
-    return SCA_NetChannel::CodeOf(frame);
+    return SCA_NetFrames::CodeOf(frame);
   }
 
  private:
@@ -167,7 +164,7 @@ TEST_F(Login, EveryLaterFrameIsProved) {
   }
   Peer forging(host_.Port());
   forging.LogIn();
-  forging.channel.Authenticate(SCA_Digest{});
+  forging.channel.Frames()->Authenticate(SCA_Digest{});
   forging.Send(SCA_FrameKind::Message, 1, request);
   EXPECT_EQ(forging.Refusal(), SCA_ErrorFrameForged) << "the refusal is proved with the real key";
 }

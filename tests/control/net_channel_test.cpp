@@ -21,13 +21,10 @@ struct Scripted {
         sockets(&script),
         socket(SCA_CreateTcpSock(-1)),
         channel(socket.get(), side) {
-    if (key != nullptr) channel.Authenticate(*key);
+    if (key != nullptr) channel.Frames()->Authenticate(*key);
   }
   // The error of the next frame, or 0.
-  unsigned long Receive() {
-    error = 0;
-    return channel.Receive(SCA_Infinite, SCA_Infinite, &frame, &error) != 0 ? 0 : error;
-  }
+  unsigned long Receive() { return channel.Receive(SCA_Infinite, &frame).Code(); }
   static SocketScript ScriptOf(std::vector<std::string> pieces) {
     SocketScript script;
     script.pieces = std::move(pieces);
@@ -39,14 +36,13 @@ struct Scripted {
   const SCA_Owned<SCA_VirtualTcpSock> socket;
   SCA_NetChannel channel;
   SCA_NetFrame frame;
-  unsigned long error = 0;
 };
 
 // The bytes of a frame, as a channel of that side sends it.
 std::string FrameBytes(SCA_NetSide side, SCA_FrameKind kind, std::uint32_t sequence,
                        const SCA_NetMessage& message, const SCA_Digest* key = nullptr) {
   Scripted sender(side, {}, key);
-  EXPECT_EQ(sender.channel.Send(kind, sequence, message, 0, &sender.error), 1) << sender.error;
+  EXPECT_EQ(sender.channel.Send(kind, sequence, message, 0).Code(), 0U);
   return sender.script.sent;
 }
 
@@ -83,12 +79,12 @@ TEST(NetChannel, FramesArriveWholeHoweverTheyAreCut) {
     for (const std::size_t piece : {1U, 7U, 16U, 4096U, 100000U, 1000000U}) {
       SCOPED_TRACE(piece);
       Scripted reader(SCA_NetSide::Client, InPieces(bytes, piece), used);
-      reader.channel.AllowLargeFrames();
+      reader.channel.Frames()->AllowLargeFrames();
       for (std::uint32_t i = 0; i < 6; ++i) {
         ASSERT_EQ(reader.Receive(), 0U) << i;
         ASSERT_EQ(reader.frame.sequence, i);
         SCA_NetMessage read;
-        ASSERT_EQ(SCA_NetChannel::Decode(reader.frame, &read), 1);
+        ASSERT_TRUE(SCA_NetFrames::Decode(reader.frame, &read));
         const SCA_NetMessage& sent = i % 2 == 0 ? small : large;
         ASSERT_STREQ(read.GetCommandName(), sent.GetCommandName());
         ASSERT_EQ(read.GetData()->Compare(sent.GetData()), 1);
@@ -101,7 +97,7 @@ TEST(NetChannel, FramesArriveWholeHoweverTheyAreCut) {
 TEST(NetChannel, TakesMemoryOnlyAsBytesArrive) {
   Scripted reader(SCA_NetSide::Server,
                   {std::string("SCA1\x01\0\0\0\0\0\0\1\0\0\0\0", 16), std::string(100000, 'x')});
-  reader.channel.AllowLargeFrames();
+  reader.channel.Frames()->AllowLargeFrames();
   EXPECT_EQ(reader.Receive(), static_cast<unsigned long>(ECONNRESET));
   for (const unsigned long room : reader.script.receiveSizes) EXPECT_LE(room, 200000U);
   Scripted early(SCA_NetSide::Server, {std::string("SCA1\0\0\x10\x01\0\0\0\3\0\0\0\0", 16)});
@@ -120,19 +116,16 @@ TEST(NetChannel, WaitsAsLongAsItIsToldAndKeepsHalfAFrame) {
   SCA_NetFrame frame;
   unsigned long error = 0;
   unsigned long sent = 0;
-  const auto timesOut = [&](unsigned long idleMs, unsigned long frameMs) {
+  const auto timesOut = [&](unsigned long timeoutMs) {
     const Stopwatch watch;
-    error = 0;
-    return channel.Receive(idleMs, frameMs, &frame, &error) == 0 && error == ETIMEDOUT &&
-           watch.Ms() < kDeadlineMs;
+    return channel.Receive(timeoutMs, &frame).Code() == ETIMEDOUT && watch.Ms() < kDeadlineMs;
   };
-  EXPECT_TRUE(timesOut(0, SCA_Infinite));
-  EXPECT_TRUE(timesOut(20, SCA_Infinite));
+  EXPECT_TRUE(timesOut(0));
+  EXPECT_TRUE(timesOut(20));
   ASSERT_EQ(peer->Send(bytes.data(), 20, &sent, &error), 1);
-  EXPECT_TRUE(timesOut(20, SCA_Infinite));
-  EXPECT_TRUE(timesOut(SCA_Infinite, 20)) << "the rest of a frame has a limit of its own";
+  EXPECT_TRUE(timesOut(20));
   ASSERT_EQ(peer->Send(bytes.data() + 20, bytes.size() - 20, &sent, &error), 1);
-  EXPECT_EQ(channel.Receive(20, 20, &frame, &error), 1) << error;
+  EXPECT_EQ(channel.Receive(20000, &frame).Code(), 0U);
   EXPECT_EQ(frame.sequence, 1U);
 }
 
@@ -160,22 +153,23 @@ TEST(NetChannel, RefusesBodiesThatAreNoMessages) {
       "2\1\1"
       "0\1";
   const std::string good = prefix + '\2' + "OK" + object;
-  const std::pair<std::string, int> rows[] = {{good, 1},
-                                              {prefix + '\0' + object, 1},
-                                              {prefix + std::string("\2O\0", 3) + object, 0},
-                                              {prefix + '\x40' + std::string(64, 'n') + object, 0},
-                                              {prefix + '\x3f' + std::string(62, 'n'), 0},
-                                              {good + "x", 0},
-                                              {prefix + '\2' + "OK1\1n\1v\1", 0}};
+  const std::pair<std::string, bool> rows[] = {
+      {good, true},
+      {prefix + '\0' + object, true},
+      {prefix + std::string("\2O\0", 3) + object, false},
+      {prefix + '\x40' + std::string(64, 'n') + object, false},
+      {prefix + '\x3f' + std::string(62, 'n'), false},
+      {good + "x", false},
+      {prefix + '\2' + "OK1\1n\1v\1", false}};
   const auto decode = [](const std::string& body) {
     SCA_NetMessage message;
     SCA_NetFrame frame;
     frame.body = body.data();
     frame.length = body.size();
-    return SCA_NetChannel::Decode(frame, &message);
+    return SCA_NetFrames::Decode(frame, &message);
   };
   for (const auto& [body, isMessage] : rows) EXPECT_EQ(decode(body), isMessage) << body;
-  for (std::size_t end = 0; end < good.size(); ++end) EXPECT_EQ(decode(good.substr(0, end)), 0);
+  for (std::size_t end = 0; end < good.size(); ++end) EXPECT_FALSE(decode(good.substr(0, end)));
 }
 
 // What a client makes of a server that says these bytes.

@@ -67,10 +67,9 @@ TEST_F(StatusList, AServiceThatHangsHoldsNobodyUpForLong) {
     SCA_Owned<SCA_VirtualTcpSock> socket(SCA_CreateTcpSock(::dup(connection.Fd())));
     SCA_NetMessage hello;
     SCA_NetChannel channel(socket.get(), SCA_NetSide::Server);
-    unsigned long error = 0;
     hello.GetData()->AddField("LoginMode", 0, 0);
     hello.GetData()->AddField("Nonce", std::string(64, '0').c_str(), 0);
-    channel.Send(SCA_FrameKind::Hello, 0, hello, 1000, &error);
+    EXPECT_EQ(channel.Send(SCA_FrameKind::Hello, 0, hello, 1000).Code(), 0U);
     connection.WaitForEnd();
   });
   record_.SetControlPort(hanging.Port());
