@@ -31,7 +31,7 @@ using std::chrono::milliseconds;
 
 constexpr double kPassMs = 142;  // the documented pass of the worker: 42 and 100 ms
 constexpr double kRestartLimitMs = 2 + kPassMs;
-constexpr double kIdleLimit = 1;
+constexpr double kIdleLimit = 0.5;
 // Longer than the second for which other supervisors keep back a child that died young.
 constexpr int kLifeMs = 1100;
 

@@ -28,8 +28,9 @@ constexpr unsigned long kMaxErrors = 1000;  // unexpected ends that are made goo
 constexpr unsigned long kOutputPassMs = 42;
 constexpr int kOutputPassLines = 1000;
 constexpr unsigned long kStopWaitMs = 100;
-// A silent process is watched by one wait instead of two: waking up is what watching costs.
-constexpr unsigned long kSilentPassMs = kOutputPassMs + kStopWaitMs;
+// A silent process is watched by one wait, which output, death, a stop and a requested restart end
+// at once. Waking up is what watching costs, so it is as long as the figures may be old.
+constexpr unsigned long kSilentPassMs = 1000;
 // For what a process left in the pipe: one that escaped from the group may go on writing.
 constexpr std::chrono::milliseconds kDrainLimit{1000};
 constexpr std::size_t kLineSize = 260;

@@ -145,6 +145,7 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   /// @}
 
   /// @name State and figures, which the worker writes
+  /// Figures are up to a second old.
   /// @{
   unsigned long GetProcessStatus() const { return processStatus_.Get(); }
   void SetProcessStatus(unsigned long status) {
@@ -164,7 +165,7 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   /// Absolute time of the running process's start.
   unsigned long long GetStartTime() const { return startTime_.Get(); }
   void SetStartTime(unsigned long long time) { startTime_.Set(time); }
-  /// Milliseconds since then, as of the last look.
+  /// Milliseconds since then.
   unsigned long long GetUpTime() const { return upTime_.Get(); }
   void SetUpTime(unsigned long long ms) { upTime_.Set(ms); }
   /// Operations, modulo 2^32, and bytes that the process and its descendants have read and written.
