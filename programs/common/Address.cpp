@@ -2,9 +2,11 @@
 
 #include <netdb.h>
 #include <netinet/in.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <memory>
 
 #include "platform/SCA_TcpSock.h"
@@ -22,6 +24,11 @@ bool IsBareHost(const std::string& text) {
 std::string Unbracketed(const std::string& host) {
   const bool hasBrackets = host.size() > 2 && host.front() == '[' && host.back() == ']';
   return hasBrackets ? host.substr(1, host.size() - 2) : host;
+}
+
+bool BeginsWithScheme(const std::string& text, const char* scheme) {
+  const std::string prefix = std::string(scheme) + "://";
+  return ::strncasecmp(text.c_str(), prefix.c_str(), prefix.size()) == 0;
 }
 
 // @return 0 for what is no port.
@@ -46,6 +53,22 @@ std::string ParseHostPort(const std::string& text, unsigned short defaultPort, H
   }
   *address = {host, static_cast<unsigned short>(port)};
   return {};
+}
+
+std::string ParseServerAddress(const std::string& text, unsigned short defaultPort,
+                               HostPort* address) {
+  if (BeginsWithScheme(text, "https")) {
+    return Quoted(text) + " cannot be used: Tika servers are reached without TLS, by http";
+  }
+  if (!BeginsWithScheme(text, "http")) return ParseHostPort(text, defaultPort, address);
+  constexpr unsigned short kHttpPort = 80;
+  const std::string place = text.substr(std::strlen("http://"));
+  const std::size_t slash = place.find('/');
+  if (slash != std::string::npos && slash + 1 != place.size()) {
+    return Quoted(text) + " has a path: name the server alone, as http://" +
+           Printable(place.substr(0, slash)) + "/";
+  }
+  return ParseHostPort(place.substr(0, slash), kHttpPort, address);
 }
 
 std::string FormatHostPort(const HostPort& address) {

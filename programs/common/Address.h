@@ -15,6 +15,13 @@ struct HostPort {
 /// @return A complaint, or nothing.
 std::string ParseHostPort(const std::string& text, unsigned short defaultPort, HostPort* address);
 
+/// Reads the address of a Tika server: "host:port", "host" or "http://host:port/". A URL without a
+/// port means port 80, as everywhere.
+/// @param defaultPort  Used when there is only a "host"; > 0.
+/// @return A complaint, or nothing.
+std::string ParseServerAddress(const std::string& text, unsigned short defaultPort,
+                               HostPort* address);
+
 /// @return "host:port", with brackets where they are needed.
 std::string FormatHostPort(const HostPort& address);
 

@@ -4,6 +4,7 @@
 
 #include "programs/common/Escape.h"
 #include "programs/common/Json.h"
+#include "settings/SCA_TikaConfigOrv.h"
 
 namespace {
 
@@ -15,6 +16,8 @@ const char* TypeName(unsigned long fileType) {
       return " (root configuration of the service host)";
     case SCA_FileTypeServiceUser:
       return " (user configuration of the service host)";
+    case SCA_FileTypeSettings:
+      return " (settings of text extraction)";
     case SCA_FileTypeHistory:
       return " (deaths that a service host remembers)";
     case SCA_FileTypeReport:

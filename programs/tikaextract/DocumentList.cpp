@@ -12,6 +12,7 @@
 namespace {
 
 constexpr std::size_t kBlock = 64UL << 10;
+constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
 constexpr int kLookMs = 50;  // between two looks at the cancel event
 
 }  // namespace
@@ -24,6 +25,23 @@ DocumentList::~DocumentList() {
 }
 
 DocumentList::Result DocumentList::Next(std::string* text) {
+  for (;;) {
+    const Result result = TakeRaw(text);
+    if (result != Result::Entry || separator_ == '\0') return result;
+    // Programs of other systems put them there.
+    if (std::exchange(isFirst_, false)) {
+      if (text->rfind(kUtf8Mark, 0) == 0) text->erase(0, std::strlen(kUtf8Mark));
+      if (text->rfind("\xFF\xFE", 0) == 0 || text->rfind("\xFE\xFF", 0) == 0) {
+        return Fail("it is encoded as UTF-16; save it as UTF-8", text);
+      }
+    }
+    if (!text->empty() && text->back() == '\r') text->pop_back();
+    if (!text->empty()) return result;
+  }
+}
+
+// An entry as it stands there, not empty.
+DocumentList::Result DocumentList::TakeRaw(std::string* text) {
   text->clear();
   while (!isOver_) {
     if (next_ == end_) {

@@ -13,7 +13,8 @@ class DocumentList {
   enum class Result { Entry, End, Failed };
 
   /// @param name       Of the file, "-" for standard input.
-  /// @param separator  Ends each entry; the last one may lack it.
+  /// @param separator  Ends each entry; the last one may lack it. Lines may end in CR LF, and a
+  ///                   list of lines may begin with the mark of UTF-8; neither is part of a name.
   /// @param cancel     Ends the waits for more, which then read as the end; not owned.
   DocumentList(std::string name, char separator, SCA_Event* cancel);
   ~DocumentList();
@@ -26,6 +27,7 @@ class DocumentList {
 
  private:
   Result Fail(const std::string& why, std::string* text);
+  Result TakeRaw(std::string* text);
   bool Open();
   bool WaitForBytes();
   long Read();
@@ -37,6 +39,7 @@ class DocumentList {
   std::vector<char> block_;
   std::size_t next_ = 0;  // in the block
   std::size_t end_ = 0;   // of what was read into it
+  bool isFirst_ = true;   // no entry was taken
   bool isOver_ = false;
 };
 

@@ -49,6 +49,9 @@ int Extraction::RunDocuments() {
     if (output_.HasFailed()) CancelOnce();
   }
   output_.Finish();
+  if (IsCancelled() && !options_.outputDir.empty()) {
+    progress_.PrintLine("tikaextract: interrupted; the same command with --resume does the rest");
+  }
   if (options_.IsBulk()) progress_.PrintLine("tikaextract: " + progress_.Summary());
   return output_.Status();
 }

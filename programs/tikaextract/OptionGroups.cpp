@@ -20,7 +20,15 @@ void DefineInput(CLI::App* app, Options* options, OptionWords* words) {
   app->add_flag("-0,--null", options->zeroSeparated,
                 "Names in the list end with a zero byte, not a line feed");
   app->add_option("--ext", words->extensions,
-                  "Extensions of the files to take from directories, such as pdf,docx")
+                  "Extensions of the files to take from directories, such as pdf,docx; '*' takes "
+                  "every file")
+      ->type_name("LIST")
+      ->allow_extra_args(false);
+  app->add_option("--add-ext", words->addedExtensions, "Take files with these extensions, too")
+      ->type_name("LIST")
+      ->allow_extra_args(false);
+  app->add_option("--remove-ext", words->removedExtensions,
+                  "Do not take files with these extensions")
       ->type_name("LIST")
       ->allow_extra_args(false);
 }
@@ -40,8 +48,8 @@ void DefineOutput(CLI::App* app, Options* options) {
 }
 
 void DefineServers(CLI::App* app, Options* options, OptionWords* words) {
-  app->add_option("--server", words->servers, "Tika server to use")
-      ->type_name("HOST:PORT")
+  app->add_option("--server", words->servers, "Tika server to use; its default port is 9998")
+      ->type_name("HOST[:PORT]")
       ->allow_extra_args(false);
   app->add_option("-j,--jobs", options->jobs, "Extractions at the same time")
       ->default_str("one per server")
@@ -50,7 +58,8 @@ void DefineServers(CLI::App* app, Options* options, OptionWords* words) {
   app->add_option("--settings", options->settingsFile,
                   "Read servers, extensions and timeout from saved settings")
       ->type_name("FILE");
-  app->add_option("--save-settings", options->saveSettingsFile, "Save the settings of this run")
+  app->add_option("--save-settings", options->saveSettingsFile,
+                  "Save the settings of this run, which needs no FILE")
       ->type_name("FILE");
   app->add_option("--variant", options->variant,
                   "Reply decoder; decoder 2 may report truncated text as success")

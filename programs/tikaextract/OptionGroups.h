@@ -17,6 +17,8 @@ struct OptionWords {
   std::vector<std::string> servers;
   std::vector<std::string> services;
   std::vector<std::string> extensions;
+  std::vector<std::string> addedExtensions;
+  std::vector<std::string> removedExtensions;
   unsigned long timeoutSeconds = 0;
   std::optional<unsigned long> limitSeconds;
 };

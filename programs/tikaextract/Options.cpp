@@ -49,14 +49,14 @@ constexpr const char* kServiceWishes[] = {"--service-servers", "--service-jar",
                                           "--service-first-port", "--service-heap",
                                           "--service-java-options"};
 
-std::string ParseAddresses(const std::vector<std::string>& texts, unsigned short defaultPort,
-                           std::vector<HostPort>* addresses) {
+using ParseAddress = std::string (*)(const std::string& text, unsigned short defaultPort,
+                                     HostPort* address);
+
+std::string ParseAddresses(const std::vector<std::string>& texts, ParseAddress parse,
+                           unsigned short defaultPort, std::vector<HostPort>* addresses) {
   for (const std::string& text : texts) {
     HostPort address;
-    // Service hosts have a default port, Tika servers none.
-    const std::string complaint = defaultPort != 0
-                                      ? ParseServiceAddress(text, defaultPort, &address)
-                                      : ParseHostPort(text, defaultPort, &address);
+    const std::string complaint = parse(text, defaultPort, &address);
     if (!complaint.empty()) return complaint;
     addresses->push_back(address);
   }
@@ -110,7 +110,6 @@ std::string Check(const Options& options) {
   for (const std::string& text : {options.serviceJar, options.serviceJavaOptions}) {
     if (text.size() > kMaxServiceText) return Quoted(text) + " is longer than 259 bytes";
   }
-  if (options.extensions.size() > 519) return "the list of --ext is longer than 519 bytes";
   return PrepareOutputDir(options);
 }
 
@@ -126,12 +125,16 @@ std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
   if (words.timeoutSeconds != 0) options->timeoutMs = words.timeoutSeconds * 1000;
   if (words.limitSeconds) options->timeLimitMs = *words.limitSeconds * 1000;
   options->extensions = Extensions(words.extensions);
+  options->addedExtensions = Extensions(words.addedExtensions);
+  options->removedExtensions = Extensions(words.removedExtensions);
   for (const char* wish : kServiceWishes) {
     if (options->serviceServers == 0 && app.count(wish) > 0) options->serviceServers = 1;
   }
-  std::string complaint = ParseAddresses(words.servers, 0, &options->servers);
+  std::string complaint =
+      ParseAddresses(words.servers, ParseServerAddress, kDefaultServerPort, &options->servers);
   if (complaint.empty()) {
-    complaint = ParseAddresses(words.services, kDefaultControlPort, &options->services);
+    complaint = ParseAddresses(words.services, ParseServiceAddress, kDefaultControlPort,
+                               &options->services);
   }
   if (complaint.empty()) complaint = Check(*options);
   if (complaint.empty()) return std::nullopt;

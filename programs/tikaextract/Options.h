@@ -16,7 +16,10 @@ struct Options {
   bool recursive = false;
   std::string filesFrom;  ///< a file that lists further documents, "-" for standard input
   bool zeroSeparated = false;
-  std::string extensions;            ///< separated by blanks; empty: those of the settings
+  /// Separated by blanks; "*" is every one. Empty: those of the settings.
+  std::string extensions;
+  std::string addedExtensions;       ///< to these
+  std::string removedExtensions;     ///< from these
   std::vector<HostPort> servers;     ///< empty: the settings', or a private server for the run
   std::vector<HostPort> services;    ///< service hosts, by their control ports
   unsigned long serviceServers = 0;  ///< wanted of each service; 0: those that it has
@@ -47,6 +50,7 @@ struct Options {
 
 constexpr unsigned long kDefaultTimeoutMs = 60000;
 constexpr unsigned short kDefaultControlPort = 9500;
+constexpr unsigned short kDefaultServerPort = 9998;  ///< of a Tika server that is started by itself
 
 /// Reads the command line; prints help, version and complaints.
 /// @return The exit status with which the program is to end at once, if it is.

@@ -1,5 +1,6 @@
 #include "programs/tikaextract/Progress.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,11 +12,20 @@
 namespace {
 
 constexpr std::chrono::milliseconds kBetweenDraws{100};
+constexpr std::size_t kUsualWidth = 80;
 
 std::string Size(double bytes) {
   char text[32];
   SCA_FormatSize(static_cast<unsigned long long>(bytes), text, sizeof text);
   return text;
+}
+
+// What does not fit would wrap, and could not be erased. Asked each time: windows change. The last
+// column stays free, since some terminals wrap when it is written.
+std::size_t TerminalWidth() {
+  winsize size{};
+  const bool isKnown = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+  return isKnown ? size.ws_col - 1U : kUsualWidth - 1U;
 }
 
 }  // namespace
@@ -66,11 +76,12 @@ void Progress::Show() {
   if (!isShown_ || Clock::now() - shownAt_ < kBetweenDraws) return;
   shownAt_ = Clock::now();
   const std::string total = totalFiles_ > 0 ? "/" + std::to_string(totalFiles_) : "";
+  const std::string line =
+      "[" + std::to_string(Files()) + total + "] " + Size(static_cast<double>(bytes_)) + ", " +
+      Size(static_cast<double>(bytes_) / Seconds()) + "/s, " + std::to_string(failed_) + " failed" +
+      TimeLeft() + (remark_.empty() ? "" : "; ") + Printable(remark_);
   Erase();
-  std::fprintf(stderr, "[%llu%s] %s, %s/s, %llu failed%s%s%s", Files(), total.c_str(),
-               Size(static_cast<double>(bytes_)).c_str(),
-               Size(static_cast<double>(bytes_) / Seconds()).c_str(), failed_, TimeLeft().c_str(),
-               remark_.empty() ? "" : "; ", Printable(remark_).c_str());
+  std::fputs(ClipToWidth(line, TerminalWidth()).c_str(), stderr);
   std::fflush(stderr);
 }
 

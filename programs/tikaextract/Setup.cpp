@@ -1,8 +1,11 @@
 #include "programs/tikaextract/Setup.h"
 
+#include <sstream>
+
 #include "foundation/SCA_ConfigFile.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_TcpSock.h"
+#include "platform/SCA_Text.h"
 #include "programs/common/Escape.h"
 #include "programs/common/LocalHost.h"
 
@@ -11,6 +14,7 @@ namespace {
 constexpr unsigned long kMaxServers = 256;
 constexpr unsigned long kMaxPort = 65535;
 constexpr std::size_t kMaxHostName = 259;
+constexpr std::size_t kMaxExtensions = 519;
 constexpr unsigned long kLocalConnectMs = 5000;
 // Version 2 may hold service hosts. What holds none is saved as version 1, for who knows no other.
 constexpr unsigned long kSettingsVersion = 2;
@@ -22,6 +26,12 @@ void ForEachService(SCA_TikaConfigOrv* settings, Visit visit) {
        node = node->GetNext()) {
     visit(node->GetItem());
   }
+}
+
+template <class Visit>
+void ForEachWord(const std::string& text, Visit visit) {
+  std::istringstream words(text);
+  for (std::string word; words >> word;) visit(word);
 }
 
 // Both would bind the ports of one machine, and the settings keep one service for each host.
@@ -42,7 +52,8 @@ std::string Setup::Prepare() {
   std::string complaint = options_.settingsFile.empty() ? std::string() : Load();
   if (!complaint.empty()) return complaint;
   if (options_.timeoutMs) settings_.SetNetworkTimeout(*options_.timeoutMs);
-  if (!options_.extensions.empty()) settings_.SetFileExtensions(options_.extensions.c_str());
+  complaint = UseExtensions();
+  if (!complaint.empty()) return complaint;
   if (options_.servers.empty() && options_.services.empty()) {
     complaint = UseSavedServers();
   } else {
@@ -79,6 +90,26 @@ std::string Setup::Load() {
   if (settings_.GetMaxPendingRequests() == 0) {
     return "the settings " + Quoted(file) + " allow no pending requests";
   }
+  return {};
+}
+
+std::string Setup::UseExtensions() {
+  const bool isChanged = !options_.extensions.empty() || !options_.addedExtensions.empty() ||
+                         !options_.removedExtensions.empty();
+  if (!isChanged) return {};
+  const std::string base =
+      options_.extensions.empty() ? settings_.GetFileExtensions() : options_.extensions;
+  std::string list;
+  ForEachWord(base + " " + options_.addedExtensions, [&](const std::string& word) {
+    const bool isKnown = SCA_HasToken(list.c_str(), word.c_str()) != 0;
+    if (isKnown || SCA_HasToken(options_.removedExtensions.c_str(), word.c_str()) != 0) return;
+    list += (list.empty() ? "" : " ") + word;
+  });
+  if (list.empty()) return "--remove-ext leaves no extension: name others with --add-ext";
+  if (list.size() > kMaxExtensions) {
+    return "the list of extensions is longer than " + std::to_string(kMaxExtensions) + " bytes";
+  }
+  settings_.SetFileExtensions(list.c_str());
   return {};
 }
 

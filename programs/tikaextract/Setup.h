@@ -33,6 +33,10 @@ class Setup {
   const SCA_TikaConfigOrv& Settings() const { return settings_; }
   /// @return Whether documents with this extension are taken from directories.
   bool IsTaken(const std::string& extension) const {
+    return settings_.MatchExtension("*") != 0 || IsListed(extension);
+  }
+  /// @return Whether the settings name this extension, which chooses services.
+  bool IsListed(const std::string& extension) const {
     return settings_.MatchExtension(extension.c_str()) != 0;
   }
   /// The servers that are used directly.
@@ -47,6 +51,7 @@ class Setup {
  private:
   std::string Load();
   std::string Save();
+  std::string UseExtensions();
   std::string UseGivenServers();
   std::string UseGivenServices();
   std::string UseSavedServers();

@@ -18,6 +18,7 @@
 #include <tuple>
 
 #include "faultlab/FaultServer.h"
+#include "programs/common/Address.h"
 #include "programs/common/Json.h"
 #include "settings/SCA_TikaConfigOrv.h"
 #include "tests/support/Program.h"
@@ -123,7 +124,12 @@ TEST_F(TikaExtract, WhatIsWrongIsSaidAndHasItsStatus) {
   } const rows[] = {
       {2, {}, "FILE is required"},
       {2, {"--timeout", "soon", "x"}, "--timeout"},
-      {2, {"--server", "host", "x"}, "'host' is not host:port"},
+      {2,
+       {"--server", "http://h:1/tika", "x"},
+       "has a path: name the server alone, as http://h:1/"},
+      {2, {"--server", "https://h:1", "x"}, "without TLS"},
+      {2, {"--ext", "a,b", "--remove-ext", "B,A", "x"}, "--remove-ext leaves no extension"},
+      {2, {"--add-ext", std::string(520, 'x'), "x"}, "longer than 519 bytes"},
       {2, {"--server", "host:65536", "x"}, "'host:65536' is not host:port"},
       {2, {"-o", dir_.Path(), "a/x.doc", "b/x.doc"}, "'a/x.doc' and 'b/x.doc'"},
       {2, {"-o", file + "/out", "x"}, "cannot create the directory"},
@@ -192,6 +198,67 @@ TEST_F(TikaExtract, DirectoriesAndListsAreMirroredUnderTheOutput) {
     EXPECT_EQ(texts, expected);
   }
   fs::current_path("/");
+}
+
+TEST_F(TikaExtract, ListsOfOtherSystemsAreRead) {
+  const std::string a = dir_.Write("a", "a\n");
+  const std::string b = dir_.Write("b\r", "b\n");
+  const std::string zero(1, '\0');
+  struct {
+    std::string list;
+    std::vector<std::string> options;
+    int status;
+    std::string printed;
+    std::string complaint;
+  } const rows[] = {
+      {"\xEF\xBB\xBF" + a + "\r\n\r\n" + a, {}, 0, "text of a\ntext of a\n", "2 extracted"},
+      {"\xEF\xBB\xBF\r\n" + a + "\r", {}, 0, "text of a\n", "1 extracted"},
+      {b + zero + a + zero, {"-0"}, 0, "text of b\ntext of a\n", "2 extracted"},
+      {b + "\n" + a + "\n", {}, 1, "text of a\n", "b: No such file"},
+      {std::string("\xFF\xFE/\0a\0\n\0", 8),
+       {},
+       1,
+       "",
+       "cannot read the list: it is encoded as UTF-16"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.complaint);
+    std::vector<std::string> arguments = WithServer({"--files-from", dir_.Write("list", row.list)});
+    arguments.insert(arguments.end(), row.options.begin(), row.options.end());
+    Program program("tikaextract", arguments);
+    EXPECT_TRUE(Ends(program, row.status, row.complaint));
+    EXPECT_EQ(program.Output(), row.printed);
+  }
+}
+
+TEST(Address, ServersAreNamedAsPeopleDo) {
+  const std::tuple<const char*, const char*, unsigned short> rows[] = {
+      {"host", "host", 9998},
+      {"host:1", "host", 1},
+      {"[::1]", "::1", 9998},
+      {"::1", "::1", 9998},
+      {"[::1]:2", "::1", 2},
+      {"http://h:65535/", "h", 65535},
+      {"HTTP://h", "h", 80},
+      {"http://[::1]/", "::1", 80},
+      {"http://[::1]:3", "::1", 3},
+      {"http://", nullptr, 0},
+      {"http:///", nullptr, 0},
+      {"http://h:0/", nullptr, 0},
+      {"http://h:1//", nullptr, 0},
+      {"http://h/tika", nullptr, 0},
+      {"https://h/", nullptr, 0},
+      {"host:", nullptr, 0},
+      {"", nullptr, 0},
+      {"host:65536", nullptr, 0},
+  };
+  for (const auto& [text, host, port] : rows) {
+    SCOPED_TRACE(text);
+    HostPort address;
+    EXPECT_EQ(ParseServerAddress(text, 9998, &address).empty(), host != nullptr);
+    EXPECT_EQ(address.host, host != nullptr ? host : "");
+    EXPECT_EQ(address.port, port);
+  }
 }
 
 TEST_F(TikaExtract, RecordsHoldEverythingWhateverTheBytes) {
@@ -494,6 +561,15 @@ TEST_F(TikaExtract, SettingsAreSavedAndUsed) {
   Program use("tikaextract", {"--settings", file, "-r", dir_.File("in")});
   EXPECT_TRUE(Ends(use, 0));
   EXPECT_EQ(use.Output(), "text of b");
+  Program edit("tikaextract", {"--settings", file, "--add-ext", ".PDF,odt", "--remove-ext", "ODT",
+                               "--save-settings", file});
+  EXPECT_TRUE(Ends(edit, 0));
+  Program show("scaconf", {file});
+  EXPECT_TRUE(Ends(show, 0) && Has(show.Output(), "(settings of text extraction)"));
+  EXPECT_TRUE(Has(show.Output(), "FileExtensions = PDF\n"));
+  Program edited("tikaextract", {"--settings", file, "-r", dir_.File("in")});
+  EXPECT_TRUE(Ends(edited, 0));
+  EXPECT_EQ(edited.Output(), "text of a");
   Program named("tikaextract", {"--settings", file, dir_.File("in/a.pdf")});
   EXPECT_EQ(named.Wait(), 0) << "what is named is taken whatever its extension";
   EXPECT_EQ(named.Output(), "text of a");
