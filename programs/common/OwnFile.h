@@ -24,6 +24,9 @@ class OwnFile {
   /// Makes a file without a name in the directory for temporary files, `TemporaryDirectory()`.
   [[nodiscard]] unsigned long OpenTemporary();
   static std::string TemporaryDirectory();
+  /// @return A path at which this process can open the file for reading while it is open here,
+  ///         whether it has a name or not.
+  std::string PathInProcess() const { return "/proc/self/fd/" + std::to_string(fd_); }
   void Close();
   bool IsOpen() const { return fd_ >= 0; }
 

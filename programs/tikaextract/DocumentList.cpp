@@ -1,7 +1,6 @@
 #include "programs/tikaextract/DocumentList.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,11 +8,12 @@
 #include <cstring>
 #include <utility>
 
+#include "programs/common/Input.h"
+
 namespace {
 
 constexpr std::size_t kBlock = 64UL << 10;
 constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
-constexpr int kLookMs = 50;  // between two looks at the cancel event
 
 }  // namespace
 
@@ -45,7 +45,9 @@ DocumentList::Result DocumentList::TakeRaw(std::string* text) {
   text->clear();
   while (!isOver_) {
     if (next_ == end_) {
-      const long length = Read();
+      const bool isOpen = fd_ >= 0 || Open();
+      const long length =
+          isOpen ? ReadUnlessCancelled(fd_, block_.data(), block_.size(), cancel_) : -1;
       if (length < 0) return Fail(std::strerror(errno), text);
       if (length == 0) {
         isOver_ = true;
@@ -78,28 +80,8 @@ DocumentList::Result DocumentList::Fail(const std::string& why, std::string* tex
   return Result::Failed;
 }
 
-// @return The bytes read; 0 at the end, or when the wait was cancelled; -1 with errno.
-long DocumentList::Read() {
-  if (fd_ < 0 && !Open()) return -1;
-  for (;;) {
-    if (!WaitForBytes()) return 0;
-    const ssize_t length = ::read(fd_, block_.data(), block_.size());
-    if (length >= 0 || (errno != EINTR && errno != EAGAIN)) return length;
-  }
-}
-
 // Opening a named pipe must not wait for its writer, which nothing could interrupt.
 bool DocumentList::Open() {
   fd_ = name_ == "-" ? STDIN_FILENO : ::open(name_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   return fd_ >= 0;
-}
-
-// Until there is something to read, the end and an error included. A named pipe that has had no
-// writer yet is not at its end.
-bool DocumentList::WaitForBytes() {
-  pollfd entry{fd_, POLLIN, 0};
-  while (cancel_->Wait(0) == 0) {
-    if (::poll(&entry, 1, kLookMs) > 0) return true;
-  }
-  return false;
 }

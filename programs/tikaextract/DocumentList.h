@@ -29,8 +29,6 @@ class DocumentList {
   Result Fail(const std::string& why, std::string* text);
   Result TakeRaw(std::string* text);
   bool Open();
-  bool WaitForBytes();
-  long Read();
 
   const std::string name_;
   const char separator_;

@@ -1,5 +1,7 @@
 #include "programs/tikaextract/Documents.h"
 
+#include <algorithm>
+#include <filesystem>
 #include <map>
 
 #include "programs/common/Escape.h"
@@ -29,6 +31,9 @@ bool IsDirectory(const std::string& path) {
 
 // Where the content of a named directory goes, or the text of a named document without its ".txt".
 std::string OutputOfNamed(const Options& options, const std::string& path) {
+  if (path == kStandardInput) {
+    return options.inputName.empty() ? "stdin" : LastName(options.inputName);
+  }
   const bool isMirrored = options.recursive && IsDirectory(path);
   const bool isOnlyOne = options.files.size() == 1 && options.filesFrom.empty();
   return isMirrored && isOnlyOne ? std::string() : LastName(path);
@@ -41,22 +46,20 @@ std::string OutputOfListed(const std::string& path) {
   return normal.relative_path().string();
 }
 
-Document MakeDocument(const std::string& path, const std::string& output) {
-  std::string extension = fs::path(path).extension().string();
-  if (!extension.empty()) extension.erase(0, 1);
-  return {path, output + ".txt", extension, {}};
-}
-
 }  // namespace
 
-Documents::Documents(const Options& options, const Setup& setup, SCA_Event* cancel)
+Documents::Documents(const Options& options, const Setup& setup, SCA_Event* cancel, Tell tell)
     : options_(options),
-      setup_(setup),
-      list_(options.filesFrom, options.zeroSeparated ? '\0' : '\n', cancel) {}
+      cancel_(cancel),
+      tell_(std::move(tell)),
+      list_(options.filesFrom, options.zeroSeparated ? '\0' : '\n', cancel),
+      walk_(options, setup) {}
 
 // What is read from a pipe can be read once.
 bool Documents::CanCount(const Options& options) {
   std::error_code ignored;
+  const auto& files = options.files;
+  if (std::find(files.begin(), files.end(), kStandardInput) != files.end()) return false;
   return options.filesFrom.empty() ||
          (options.filesFrom != "-" && fs::is_regular_file(options.filesFrom, ignored));
 }
@@ -67,7 +70,12 @@ bool Documents::Next(Document* document) {
     std::string path;
     if (named_ < options_.files.size()) {
       path = options_.files[named_++];
-      if (Enter(path, OutputOfNamed(options_, path), document)) return true;
+      const std::string output = OutputOfNamed(options_, path);
+      if (path == kStandardInput) {
+        TakeInput(output, document);
+        return true;
+      }
+      if (Enter(path, output, document)) return true;
       continue;
     }
     if (options_.filesFrom.empty()) return false;
@@ -75,7 +83,7 @@ bool Documents::Next(Document* document) {
       case DocumentList::Result::End:
         return false;
       case DocumentList::Result::Failed:
-        *document = {options_.filesFrom, "", "", "cannot read the list: " + path};
+        *document = {options_.filesFrom, "", "", "cannot read the list: " + path, {}};
         return true;
       case DocumentList::Result::Entry:
         if (Enter(path, OutputOfListed(path), document)) return true;
@@ -84,54 +92,32 @@ bool Documents::Next(Document* document) {
   }
 }
 
+void Documents::TakeInput(const std::string& output, Document* document) {
+  *document = MakeDocument(
+      options_, options_.inputName.empty() ? std::string(kStandardInput) : options_.inputName,
+      output);
+  const auto input = std::make_shared<Spool>();
+  document->complaint = input->Fill(cancel_);
+  document->input = input;
+}
+
 // Begins the walk of a directory. @return True when the path itself is to be extracted, or
 // complained about.
 bool Documents::Enter(const std::string& path, const std::string& output, Document* document) {
-  *document = MakeDocument(path, output);
+  *document = MakeDocument(options_, path, output);
   if (!options_.recursive || !IsDirectory(path)) return true;
-  std::error_code error;
-  walk_ = Walk(path, error);
-  walkRoot_ = path;
-  walkOutput_ = output;
-  document->complaint = error ? error.message() : std::string();
-  return static_cast<bool>(error);
+  document->complaint = walk_.Begin(path, output);
+  isWalking_ = document->complaint.empty();
+  return !isWalking_;
 }
 
-// A directory's documents come in the order of the file system: sorting them would need
-// all their names at once.
 bool Documents::NextInDirectory(Document* document) {
-  while (walk_ != Walk()) {
-    const fs::path path = walk_->path();
-    std::error_code error;
-    const bool isFile = walk_->is_regular_file(error);
-    std::error_code unreadable;
-    if (!isFile && walk_->is_directory(error)) {
-      // A directory that cannot be entered would end the whole walk.
-      const fs::directory_iterator attempt(path, unreadable);
-      if (unreadable || IsOutputDir(path)) walk_.disable_recursion_pending();
-    }
-    walk_.increment(error);
-    if (!error) error = unreadable;
-    if (error) {
-      *document = MakeDocument(path.string(), "");
-      document->complaint = error.message();
-      return true;
-    }
-    if (!isFile) continue;
-    *document = MakeDocument(path.string(),
-                             (fs::path(walkOutput_) / path.lexically_relative(walkRoot_)).string());
-    if (setup_.IsTaken(document->extension)) return true;
-  }
+  if (!isWalking_) return false;
+  if (walk_.Next(document)) return true;
+  isWalking_ = false;
+  const std::string note = walk_.Note();
+  if (tell_ && !note.empty()) tell_(note);
   return false;
-}
-
-bool Documents::IsOutputDir(const fs::path& path) const {
-  std::error_code ignored;
-  return !options_.outputDir.empty() && fs::equivalent(path, options_.outputDir, ignored);
-}
-
-std::string OutputPath(const Options& options, const Document& document) {
-  return (fs::path(options.outputDir) / document.output).string();
 }
 
 std::string FindNameClash(const Options& options) {

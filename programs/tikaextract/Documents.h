@@ -2,25 +2,23 @@
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_DOCUMENTS_H
 #define SCA_PROGRAMS_TIKAEXTRACT_DOCUMENTS_H
 
-#include <filesystem>
+#include <functional>
 #include <string>
 
+#include "programs/tikaextract/Document.h"
 #include "programs/tikaextract/DocumentList.h"
+#include "programs/tikaextract/FolderWalk.h"
 #include "programs/tikaextract/Options.h"
 #include "programs/tikaextract/Setup.h"
 
-struct Document {
-  std::string path;
-  std::string output;     ///< where its text goes, below the output directory
-  std::string extension;  ///< without its dot
-  std::string complaint;  ///< not empty: why there is nothing to extract at this path
-};
-
 class Documents {
  public:
+  using Tell = std::function<void(const std::string& note)>;
+
   /// @param setup   Tells which extensions are taken from directories; outlives this object.
-  /// @param cancel  Ends the wait for further entries of a list; not owned.
-  Documents(const Options& options, const Setup& setup, SCA_Event* cancel);
+  /// @param cancel  Ends the wait for standard input and for further entries of a list; not owned.
+  /// @param tell    Gets lines for people on what was passed over; may be empty.
+  Documents(const Options& options, const Setup& setup, SCA_Event* cancel, Tell tell = {});
 
   /// Finds the next document. @return False after the last one.
   bool Next(Document* document);
@@ -28,23 +26,18 @@ class Documents {
   static bool CanCount(const Options& options);
 
  private:
-  using Walk = std::filesystem::recursive_directory_iterator;
-
   bool NextInDirectory(Document* document);
   bool Enter(const std::string& path, const std::string& output, Document* document);
-  bool IsOutputDir(const std::filesystem::path& path) const;
+  void TakeInput(const std::string& output, Document* document);
 
   const Options& options_;
-  const Setup& setup_;
+  SCA_Event* const cancel_;
+  const Tell tell_;
   std::size_t named_ = 0;  // of the files of the command line
   DocumentList list_;
-  Walk walk_;  // the directory that is walked now; at its end when there is none
-  std::string walkRoot_;
-  std::string walkOutput_;
+  FolderWalk walk_;
+  bool isWalking_ = false;
 };
-
-/// @return Where the text of a document goes under -o.
-std::string OutputPath(const Options& options, const Document& document);
 
 /// Two documents of one name would write one file, and one text would be lost.
 /// @return A complaint, or nothing.

@@ -41,7 +41,9 @@ std::string Extraction::Prepare() {
 
 int Extraction::RunDocuments() {
   if (progress_.IsShown()) CountDocuments();
-  Documents documents(options_, setup_, cancel_);
+  Documents documents(options_, setup_, cancel_, [this](const std::string& note) {
+    progress_.PrintLine("tikaextract: " + note);
+  });
   while (Fill(&documents)) {
     std::unique_ptr<Job> job = WaitForNext();
     servers_.ShowServices();
@@ -76,7 +78,8 @@ void Extraction::CountDocuments() {
 bool Extraction::Fill(Documents* documents) {
   Document document;
   while (!isEnding_ && window_.Size() < MostUnderWay()) {
-    if (IsCancelled() || !documents->Next(&document)) {
+    // What a cancelled wait has brought is not whole.
+    if (IsCancelled() || !documents->Next(&document) || IsCancelled()) {
       isEnding_ = true;
       break;
     }

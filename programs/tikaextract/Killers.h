@@ -18,9 +18,6 @@ class Killers {
   /// @return Null for a document that may be sent.
   const Content* Find(const std::string& path, unsigned long long size) const;
 
-  /// @return The digest of a file; empty when it cannot be read.
-  static std::string Digest(const std::string& path);
-
  private:
   std::multimap<unsigned long long, Content> contents_;  // by size in bytes
 };

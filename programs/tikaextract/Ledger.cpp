@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "programs/common/Escape.h"
+#include "programs/tikaextract/Digest.h"
 
 namespace fs = std::filesystem;
 
@@ -56,7 +57,7 @@ bool Ledger::Admit(Job* job) {
     }
   }
   if (options_.retryRefused) return true;
-  if (const Killers::Content* killer = killers_.Find(job->document.path, job->bytes)) {
+  if (const Killers::Content* killer = killers_.Find(job->document.Source(), job->bytes)) {
     job->killer = killer->digest;
     job->document.complaint = "not sent: servers died while they had " + Quoted(killer->path) +
                               ", which has the same content; --retry-refused sends it anyway";
@@ -66,11 +67,16 @@ bool Ledger::Admit(Job* job) {
 
 void Ledger::Describe(Job* job) const {
   struct stat status {};
-  if (::stat(job->document.path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+  if (::stat(job->document.Source().c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
   job->bytes = static_cast<unsigned long long>(status.st_size);
   if (options_.outputDir.empty()) return;
-  job->entry = Journal::Describe(job->document.path, status, RealOutput(job->document));
-  job->mode = ModeOfText(status, options_.outputDir);
+  // What comes from standard input has a name for people only, which may be that of another file.
+  const bool isInput = job->document.input != nullptr;
+  job->entry = Journal::Describe(isInput ? "/dev/stdin" : job->document.path, status,
+                                 RealOutput(job->document));
+  // A copy that this run has made says nothing of who may read.
+  if (!isInput || !job->document.input->IsCopy())
+    job->mode = ModeOfText(status, options_.outputDir);
 }
 
 // Where directories of the output are links, two names may mean one text: the journal has the one
@@ -88,7 +94,7 @@ void Ledger::Note(const Job& job, const Result& result) {
   using Kind = Journal::Kind;
   if (result.outcome == SCA_TikaOutcome::ServersDied) {
     const bool isKnown = !job.killer.empty();
-    const std::string digest = isKnown ? job.killer : Killers::Digest(job.document.path);
+    const std::string digest = isKnown ? job.killer : DigestOfFile(job.document.Source());
     if (!isKnown && !digest.empty()) killers_.Add(job.bytes, {digest, job.document.path});
     journal_.Add(job.entry, digest.empty() ? Kind::Failed : Kind::Killer, digest);
   } else if (result.IsExtracted()) {

@@ -12,7 +12,11 @@ constexpr unsigned long kMaxServers = 256;
 constexpr unsigned long kMaxPort = 65535;
 
 void DefineInput(CLI::App* app, Options* options, OptionWords* words) {
-  app->add_option("FILE", options->files, "Documents; with -r also directories");
+  app->add_option("FILE", options->files,
+                  "Documents; - is standard input; with -r also directories");
+  app->add_option("--name", options->inputName,
+                  "Name of the document on standard input, which is read without FILE, too")
+      ->type_name("NAME");
   app->add_flag("-r,--recursive", options->recursive, "Extract the documents in directories");
   app->add_option("--files-from", options->filesFrom,
                   "Read the names of documents from a file, one per line; - is standard input")
@@ -30,6 +34,14 @@ void DefineInput(CLI::App* app, Options* options, OptionWords* words) {
   app->add_option("--remove-ext", words->removedExtensions,
                   "Do not take files with these extensions")
       ->type_name("LIST")
+      ->allow_extra_args(false);
+  app->add_option("--include", options->includes,
+                  "From directories, take only what matches; whatever its extension, without --ext")
+      ->type_name("GLOB")
+      ->allow_extra_args(false);
+  app->add_option("--exclude", options->excludes,
+                  "From directories, leave out what matches, as a .tikaignore there does")
+      ->type_name("GLOB")
       ->allow_extra_args(false);
 }
 

@@ -9,6 +9,7 @@
 #include "programs/common/Start.h"
 #include "programs/tikaextract/Documents.h"
 #include "programs/tikaextract/OptionGroups.h"
+#include "programs/tikaextract/PathPattern.h"
 
 namespace {
 
@@ -93,10 +94,32 @@ std::string PrepareOutputDir(const Options& options) {
          (error ? error.message() : "a file of that name is in the way");
 }
 
+std::string CheckInput(const Options& options) {
+  const auto inputs = std::count(options.files.begin(), options.files.end(), kStandardInput);
+  if (inputs > 1 || (inputs == 1 && options.filesFrom == kStandardInput)) {
+    return "standard input can be read only once: leave out one -";
+  }
+  if (!options.inputName.empty()) {
+    const std::string name = fs::path(options.inputName).filename().string();
+    if (inputs == 0) return "--name is for the document on standard input: add - or leave it out";
+    if (name.empty() || name == "." || name == "..") {
+      return Quoted(options.inputName) + " is no name of a file, such as report.pdf";
+    }
+  }
+  for (const auto& globs : {options.includes, options.excludes}) {
+    for (const std::string& glob : globs) {
+      if (!PathPattern::FromArgument(glob)) return Quoted(glob) + " is no pattern of names";
+    }
+  }
+  return {};
+}
+
 std::string Check(const Options& options) {
   if (options.files.empty() && options.filesFrom.empty() && options.saveSettingsFile.empty()) {
     return "FILE is required: name documents, or a list of them with --files-from";
   }
+  std::string complaint = CheckInput(options);
+  if (!complaint.empty()) return complaint;
   if (options.resume && options.outputDir.empty()) {
     return "--resume needs -o, the directory of the earlier run";
   }
@@ -124,6 +147,9 @@ std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
   if (const auto status = ParseCommandLine(&app, argc, argv)) return status;
   if (words.timeoutSeconds != 0) options->timeoutMs = words.timeoutSeconds * 1000;
   if (words.limitSeconds) options->timeLimitMs = *words.limitSeconds * 1000;
+  if (!options->inputName.empty() && options->files.empty() && options->filesFrom.empty()) {
+    options->files.emplace_back(kStandardInput);
+  }
   options->extensions = Extensions(words.extensions);
   options->addedExtensions = Extensions(words.addedExtensions);
   options->removedExtensions = Extensions(words.removedExtensions);

@@ -13,7 +13,11 @@ enum ExitStatus { kAllExtracted = 0, kSomeFailed = 1, kWrongUse = 2, kNoServer =
 
 struct Options {
   std::vector<std::string> files;
+  std::string inputName;  ///< of the document from standard input; empty: it has none
   bool recursive = false;
+  std::vector<std::string>
+      includes;  ///< patterns of the files to take from directories; empty: all
+  std::vector<std::string> excludes;  ///< patterns of what to leave out
   std::string filesFrom;  ///< a file that lists further documents, "-" for standard input
   bool zeroSeparated = false;
   /// Separated by blanks; "*" is every one. Empty: those of the settings.
@@ -48,6 +52,7 @@ struct Options {
   bool IsBulk() const { return recursive || jsonl || !filesFrom.empty(); }
 };
 
+constexpr char kStandardInput[] = "-";  ///< among the files
 constexpr unsigned long kDefaultTimeoutMs = 60000;
 constexpr unsigned short kDefaultControlPort = 9500;
 constexpr unsigned short kDefaultServerPort = 9998;  ///< of a Tika server that is started by itself

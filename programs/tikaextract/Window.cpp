@@ -16,8 +16,8 @@ void Window::Add(std::unique_ptr<Job> admitted, std::unique_ptr<TextStore> store
   if (store == nullptr) return HasEnded(job);
   job->store = store.get();
   store->onFinish = [this, job] { HasEnded(job); };
-  job->request.reset(new SCA_TikaExtractRequest(document.path.c_str(), document.extension.c_str(),
-                                                "Default", store.release()));
+  job->request.reset(new SCA_TikaExtractRequest(
+      document.Source().c_str(), document.extension.c_str(), "Default", store.release()));
   document.complaint = servers->Submit(job->request.get(), document.extension);
   if (document.complaint.empty()) return;
   job->request.reset();

@@ -261,6 +261,132 @@ TEST(Address, ServersAreNamedAsPeopleDo) {
   }
 }
 
+TEST_F(TikaExtract, FoldersSayWhatIsLeftOut) {
+  for (const char* name : {"in/private/deep", "in/open"}) fs::create_directories(dir_.File(name));
+  for (const char* name : {"a.pdf", "draft-a.pdf", "b.odt", "noext", "private/p.pdf",
+                           "private/deep/q.pdf", "open/draft-b.pdf", "open/o.pdf"}) {
+    dir_.Write(std::string("in/") + name, "x");
+  }
+  dir_.Write("in/.tikaignore",
+             "\xEF\xBB\xBF# not yet\r\ndraft-*\r\n/private/*\r\n!/private/deep/\r\n");
+  dir_.Write("in/open/.tikaignore", "!draft-b.pdf\n/o.pdf");
+  const std::string everything = "a.pdf b.odt noext open/draft-b.pdf private/deep/q.pdf";
+  struct {
+    std::vector<std::string> options;
+    std::string taken;  // in the order of the alphabet
+    std::string said;
+  } const rows[] = {
+      {{}, "a.pdf open/draft-b.pdf private/deep/q.pdf", "3 extracted"},
+      {{"--ext", "*"}, everything, "5 extracted"},
+      {{"--exclude", "*.pdf", "--ext", "*"}, "b.odt noext", "2 extracted"},
+      {{"--include", "*o*"}, "b.odt noext", ""},
+      {{"--include", "open/", "--include", "/a.pdf"}, "a.pdf open/draft-b.pdf", ""},
+      {{"--include", "[ab].*", "--ext", "odt"}, "b.odt", ""},
+      {{"--add-ext", "ODT", "--exclude", "deep"}, "a.pdf b.odt open/draft-b.pdf", ""},
+      {{"--ext", "xyz"},
+       "",
+       "nothing was taken from '" + dir_.File("in") +
+           "': 5 files have other extensions than xyz (--ext LIST takes others, --ext '*' takes "
+           "all); 5 files and folders are left out"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(::testing::PrintToString(row.options));
+    std::vector<std::string> arguments = WithServer({"--jsonl", "-r", dir_.File("in")});
+    arguments.insert(arguments.end(), row.options.begin(), row.options.end());
+    Program program("tikaextract", arguments);
+    EXPECT_TRUE(Ends(program, 0, row.said));
+    std::set<std::string> taken;
+    for (const std::string& line : Lines(program.Output())) {
+      const std::string path = nlohmann::json::parse(line)["path"];
+      taken.insert(fs::path(path).lexically_relative(dir_.File("in")).string());
+    }
+    std::string words;
+    for (const std::string& path : taken) words += (words.empty() ? "" : " ") + path;
+    EXPECT_EQ(words, row.taken);
+  }
+  fs::remove(dir_.File("in/.tikaignore"));
+  fs::create_directory(dir_.File("in/.tikaignore"));
+  Program unknown("tikaextract", WithServer({"-r", dir_.File("in")}));
+  EXPECT_TRUE(Ends(unknown, 1, "cannot read the rules of the folder"));
+  EXPECT_EQ(unknown.Output(), "") << "what may be private is not taken";
+}
+
+TEST_F(TikaExtract, StandardInputIsADocument) {
+  const std::string file = dir_.Write("file", "file\n");
+  const std::string large = dir_.Write("large", std::string(3 << 20, 'l') + "\n");
+  const std::string program = std::string(SCA_BIN_DIR) +
+                              "/tikaextract --server 127.0.0.1:" + std::to_string(server_.Port()) +
+                              " ";
+  const std::string out = dir_.File("out");
+  struct {
+    std::string command;
+    int status;
+    std::string printed;
+    std::string complaint;
+  } const rows[] = {
+      {"printf 'a\\n' | $P -", 0, "text of a\n", ""},
+      {"$P - " + file + " <" + file, 0, "text of file\ntext of file\n", ""},
+      {"(head -c 2 >/dev/null; $P -) <" + file, 0, "text of le\n", ""},
+      {"cat " + large + " | $P --name a/b.pdf -o " + out, 0, "", ""},
+      {"$P --name b.pdf -o " + out + " <" + file, 0, "", ""},
+      {"printf c | $P - -o " + out, 0, "", ""},
+      {"printf '" + std::string(kRefused) + "' | $P --name x.pdf", 1, "",
+       "x.pdf: the server could not"},
+      {"$P - <&-", 1, "", "-: cannot read standard input: Bad file descriptor"},
+      {"$P - <" + dir_.Path(), 1, "", "cannot read standard input: Is a directory"},
+      {"printf a | TMPDIR=" + file + " $P -", 1, "", "to a temporary file in '" + file + "'"},
+      {"$P - - </dev/null", 2, "", "only once"},
+      {"$P - --files-from - </dev/null", 2, "", "only once"},
+      {"$P --name a " + file + " </dev/null", 2, "", "--name is for the document"},
+      {"$P --name a/.. </dev/null", 2, "", "no name of a file"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.command);
+    std::string command = row.command;
+    command.replace(command.find("$P "), 3, program);
+    Program shell("/bin/sh", {"-c", command});
+    EXPECT_TRUE(Ends(shell, row.status, row.complaint));
+    EXPECT_EQ(shell.Output(), row.printed);
+  }
+  EXPECT_EQ(ReadFile(out + "/b.pdf.txt"), "text of file\n") << "the second takes the first's place";
+  EXPECT_EQ(ReadFile(out + "/stdin.txt"), "text of c");
+  Program record("/bin/sh", {"-c", "printf a | " + program + "--jsonl --name x.pdf"});
+  EXPECT_TRUE(Ends(record, 0));
+  const auto json = nlohmann::json::parse(record.Output());
+  EXPECT_EQ(json["path"], "x.pdf");
+  EXPECT_EQ(json["size"], 1);
+}
+
+TEST_F(TikaExtract, NameThatIsTooLongIsShortenedAlwaysToTheSame) {
+  const std::string begin(240, 'n');
+  const std::string out = dir_.File("out");
+  std::vector<std::string> arguments{"--jsonl", "-o", out};
+  for (const char* end :
+       {"\u00E4\u00E4\u00E4\u00E41.pdf", "\u00E4\u00E4\u00E4\u00E42.pdf", "3.pdf"}) {
+    arguments.push_back(dir_.Write(begin + end, end));
+  }
+  std::set<std::string> texts;
+  Program first("tikaextract", WithServer(arguments));
+  EXPECT_TRUE(Ends(first, 0));
+  for (const std::string& line : Lines(first.Output())) {
+    const auto record = nlohmann::json::parse(line);
+    const std::string path = record["textPath"];
+    const std::string document = record["path"];
+    EXPECT_EQ(ReadFile(path), "text of " + document.substr(document.find_last_of('n') + 1));
+    EXPECT_EQ(path.find("nnn~") == std::string::npos, document.find("3.pdf") != std::string::npos);
+    texts.insert(path);
+  }
+  EXPECT_EQ(texts.size(), 3U);
+  arguments.emplace_back("--resume");
+  Program again("tikaextract", WithServer(arguments));
+  EXPECT_TRUE(Ends(again, 0, "0 extracted, 0 failed, 3 skipped"));
+  std::string deep = "/";
+  for (int i = 0; i < 16; ++i) deep += std::string(250, 'd') + "/";
+  Program list("tikaextract", WithServer({"--jsonl", "-o", out, "--files-from",
+                                          dir_.Write("list", deep + "x.pdf\n")}));
+  EXPECT_TRUE(Ends(list, 1, "x.pdf: No such file"));
+}
+
 TEST_F(TikaExtract, RecordsHoldEverythingWhateverTheBytes) {
   const std::string bad = dir_.Write("b\xE4.doc", "\xFF\"");
   const std::string empty = dir_.Write("empty.doc", kRefused);
