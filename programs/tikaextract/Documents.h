@@ -7,11 +7,12 @@
 
 #include "programs/tikaextract/Document.h"
 #include "programs/tikaextract/DocumentList.h"
+#include "programs/tikaextract/DocumentSource.h"
 #include "programs/tikaextract/FolderWalk.h"
 #include "programs/tikaextract/Options.h"
 #include "programs/tikaextract/Setup.h"
 
-class Documents {
+class Documents : public DocumentSource {
  public:
   using Tell = std::function<void(const std::string& note)>;
 
@@ -21,7 +22,7 @@ class Documents {
   Documents(const Options& options, const Setup& setup, SCA_Event* cancel, Tell tell = {});
 
   /// Finds the next document. @return False after the last one.
-  bool Next(Document* document);
+  bool Next(Document* document) override;
   /// @return True when the same documents can be found a second time, to be counted.
   static bool CanCount(const Options& options);
 

@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "platform/SCA_Sync.h"
-#include "programs/tikaextract/Documents.h"
+#include "programs/tikaextract/DocumentSource.h"
 #include "programs/tikaextract/Options.h"
 #include "programs/tikaextract/Output.h"
 #include "programs/tikaextract/Progress.h"
@@ -26,7 +26,9 @@ class Extraction {
   std::string Prepare();
   int RunDocuments();
   void CountDocuments();
-  bool Fill(Documents* documents);
+  std::string FindSource();
+  bool Fill();
+  void End(std::unique_ptr<Job> job);
   std::size_t MostUnderWay() const;
   std::unique_ptr<Job> WaitForNext();
   void CancelOnce();
@@ -38,6 +40,7 @@ class Extraction {
   Progress progress_;
   Output output_;
   Window window_;
+  std::unique_ptr<DocumentSource> source_;
   bool isEnding_ = false;     // no further documents
   bool isCancelled_ = false;  // the servers know
 

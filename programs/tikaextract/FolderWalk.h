@@ -28,6 +28,7 @@ class FolderWalk {
   /// Finds the next document, or something to complain about. @return False after the last one.
   bool Next(Document* document);
   bool IsOver() const { return walk_ == Walk(); }
+  void Stop() { walk_ = Walk(); }
 
   /// @return What to say of the walk that is over, when it has taken nothing and passed over files.
   std::string Note() const;

@@ -12,6 +12,7 @@ struct Job {
   Journal::Entry entry;          ///< under -o
   unsigned long long bytes = 0;  ///< of the document
   unsigned mode = 0666;          ///< permissions of its text at most
+  bool replacesText = false;     ///< an older one of this document, which this run has made
   std::string killer;            ///< digest of a content that is not sent any more
 
   SCA_Owned<SCA_TikaExtractRequest> request;  ///< null when there was nothing to submit

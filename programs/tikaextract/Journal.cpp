@@ -267,9 +267,12 @@ Journal::Verdict Journal::Claim(const Entry& entry, std::string* owner) {
     *owner = FromOneLine(claimed->second);
     return claimed->second == entry.path ? Verdict::Repeated : Verdict::Taken;
   }
+  Verdict verdict = Verdict::Extract;
   Record newest;
   if (const std::uint64_t* const place = FindPlace(entry.output, &newest)) {
-    const bool isOfThisRun = OffsetTable::OffsetOf(*place) >= ownRecords_;
+    const bool isOwn = OffsetTable::OffsetOf(*place) >= ownRecords_;
+    // In a run that lasts, an ended document is as one of an earlier run.
+    const bool isOfThisRun = isOwn && !isLasting_;
     *owner = FromOneLine(newest.entry.path);
     if (newest.entry.path != entry.path) {
       if (isOfThisRun || (IsIntact(newest) && IsUnchanged(newest.entry))) return Verdict::Taken;
@@ -277,11 +280,12 @@ Journal::Verdict Journal::Claim(const Entry& entry, std::string* owner) {
       return Verdict::Repeated;
     } else if (newest.entry.state == entry.state) {
       if (IsIntact(newest)) return Verdict::Done;
-      if (newest.kind == Kind::Refused && !retryRefused_) return Verdict::Refused;
+      if (newest.kind == Kind::Refused && (isOwn || !retryRefused_)) return Verdict::Refused;
     }
+    verdict = isOwn && newest.entry.path == entry.path ? Verdict::Renew : Verdict::Extract;
   }
   claims_.emplace(entry.output, entry.path);
-  return Verdict::Extract;
+  return verdict;
 }
 
 // A text of another length is not the one that was written.

@@ -69,12 +69,15 @@ class Journal {
   /// What is to be done with a document.
   enum class Verdict {
     Extract,   ///< its text is to be made; the output is its own until the run has written its line
+    Renew,     ///< the same; the text in its place, if any, is one that this run has made of it
     Done,      ///< an earlier run has made its text
     Refused,   ///< an earlier run's server has refused it
     Repeated,  ///< this run already has it
     Taken      ///< the output is another document's
   };
 
+  /// Has documents that change during the run extracted again. Before `Open`.
+  void SetLasting() { isLasting_ = true; }
   /// Takes the output directory for this run, under its lock `.tikaextract.lock`, and removes what
   /// killed runs have left aside.
   /// @param resume        Earlier runs count.
@@ -89,6 +92,8 @@ class Journal {
                         const std::string& output);
   /// @param owner  Receives the path of the document that has the output, when it is taken.
   Verdict Claim(const Entry& entry, std::string* owner);
+  /// Gives back what was claimed and not extracted.
+  void Withdraw(const Entry& entry) { claims_.erase(entry.output); }
   /// Adds a line, which `Write` writes.
   /// @param detail  Of a text its length in bytes, of a killer the digest of its content.
   void Add(const Entry& entry, Kind kind, const std::string& detail);
@@ -119,6 +124,7 @@ class Journal {
   std::string Complain(const char* what, unsigned long error) const;
 
   std::string directory_;
+  bool isLasting_ = false;
   bool retryRefused_ = false;
   bool isContinued_ = false;  // an earlier run was here
   timespec beginTime_{};

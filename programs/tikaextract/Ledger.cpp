@@ -27,8 +27,10 @@ unsigned ModeOfText(const struct stat& document, const std::string& outputDir) {
 
 std::string Ledger::Open() {
   if (options_.outputDir.empty()) return {};
-  std::string complaint =
-      journal_.Open(options_.outputDir, options_.resume, options_.retryRefused, &killers_);
+  const bool isLasting = !options_.watchFolder.empty();
+  if (isLasting) journal_.SetLasting();
+  std::string complaint = journal_.Open(options_.outputDir, options_.resume || isLasting,
+                                        options_.retryRefused, &killers_);
   std::error_code ignored;
   realDir_ = fs::canonical(options_.outputDir, ignored);
   return complaint;
@@ -41,8 +43,12 @@ bool Ledger::Admit(Job* job) {
     switch (journal_.Claim(job->entry, &owner)) {
       case Journal::Verdict::Extract:
         break;
+      case Journal::Verdict::Renew:
+        job->replacesText = true;
+        break;
       case Journal::Verdict::Refused:
-        ++refusedBefore_;
+        // A run that lasts comes across it again and again.
+        if (options_.watchFolder.empty()) ++refusedBefore_;
         return false;
       case Journal::Verdict::Done:
       case Journal::Verdict::Repeated:

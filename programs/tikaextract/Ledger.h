@@ -25,6 +25,8 @@ class Ledger {
   /// @param job  Receives the document's state, and a complaint when there is nothing to extract.
   /// @return False for a document that is skipped.
   bool Admit(Job* job);
+  /// Gives back a document that was admitted and has no outcome.
+  void Withdraw(const Job& job) { journal_.Withdraw(job.entry); }
   /// Notes what a later run, or another document, must know.
   void Note(const Job& job, const Result& result);
   /// Writes what was noted. @return A complaint, or nothing.

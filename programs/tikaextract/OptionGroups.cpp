@@ -18,6 +18,10 @@ void DefineInput(CLI::App* app, Options* options, OptionWords* words) {
                   "Name of the document on standard input, which is read without FILE, too")
       ->type_name("NAME");
   app->add_flag("-r,--recursive", options->recursive, "Extract the documents in directories");
+  app->add_option("--watch", options->watchFolder,
+                  "Extract the documents of a directory, and from then on those that come or "
+                  "change there; ends when interrupted")
+      ->type_name("DIR");
   app->add_option("--files-from", options->filesFrom,
                   "Read the names of documents from a file, one per line; - is standard input")
       ->type_name("FILE");

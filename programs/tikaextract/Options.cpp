@@ -114,11 +114,27 @@ std::string CheckInput(const Options& options) {
   return {};
 }
 
+std::string CheckWatch(const Options& options) {
+  if (!options.files.empty() || !options.filesFrom.empty()) {
+    return "--watch takes the documents of its directory: leave out FILE and --files-from";
+  }
+  if (options.outputDir.empty() && !options.jsonl) {
+    return "--watch needs -o or --jsonl, for texts that can be told apart";
+  }
+  std::error_code ignored;
+  if (!options.outputDir.empty() &&
+      fs::equivalent(options.watchFolder, options.outputDir, ignored)) {
+    return "the texts of --watch need a directory of their own: name another one with -o";
+  }
+  return {};
+}
+
 std::string Check(const Options& options) {
-  if (options.files.empty() && options.filesFrom.empty() && options.saveSettingsFile.empty()) {
+  if (!options.HasInput() && options.saveSettingsFile.empty()) {
     return "FILE is required: name documents, or a list of them with --files-from";
   }
   std::string complaint = CheckInput(options);
+  if (complaint.empty() && !options.watchFolder.empty()) complaint = CheckWatch(options);
   if (!complaint.empty()) return complaint;
   if (options.resume && options.outputDir.empty()) {
     return "--resume needs -o, the directory of the earlier run";

@@ -18,7 +18,8 @@ struct Options {
   std::vector<std::string>
       includes;  ///< patterns of the files to take from directories; empty: all
   std::vector<std::string> excludes;  ///< patterns of what to leave out
-  std::string filesFrom;  ///< a file that lists further documents, "-" for standard input
+  std::string watchFolder;  ///< whose documents are extracted whenever they come; empty: none
+  std::string filesFrom;    ///< a file that lists further documents, "-" for standard input
   bool zeroSeparated = false;
   /// Separated by blanks; "*" is every one. Empty: those of the settings.
   std::string extensions;
@@ -49,7 +50,9 @@ struct Options {
   bool verbose = false;
 
   /// Documents beyond those named one by one: the end of the run is worth a line.
-  bool IsBulk() const { return recursive || jsonl || !filesFrom.empty(); }
+  bool IsBulk() const { return recursive || jsonl || !filesFrom.empty() || !watchFolder.empty(); }
+  /// The run has something to extract.
+  bool HasInput() const { return !files.empty() || !filesFrom.empty() || !watchFolder.empty(); }
 };
 
 constexpr char kStandardInput[] = "-";  ///< among the files

@@ -24,7 +24,8 @@ std::unique_ptr<Job> Output::Admit(const Document& document) {
   auto job = std::make_unique<Job>();
   job->document = document;
   if (!document.complaint.empty() || ledger_.Admit(job.get())) return job;
-  progress_.AddSkipped(job->bytes);
+  // A run that lasts comes across the same ones again and again.
+  if (options_.watchFolder.empty()) progress_.AddSkipped(job->bytes);
   progress_.Show();
   return nullptr;
 }
@@ -32,7 +33,8 @@ std::unique_ptr<Job> Output::Admit(const Document& document) {
 std::unique_ptr<TextStore> Output::MakeStore(const Job& job) {
   if (!job.document.complaint.empty()) return nullptr;
   if (options_.outputDir.empty()) return std::make_unique<BufferedText>();
-  return std::make_unique<TextFile>(OutputPath(options_, job.document), job.mode, &folder_);
+  return std::make_unique<TextFile>(OutputPath(options_, job.document), job.mode, job.replacesText,
+                                    &folder_);
 }
 
 void Output::Take(std::unique_ptr<Job> job, bool isCut) {
@@ -87,6 +89,7 @@ void Output::Conclude(const Job& job) {
     status_ = kSomeFailed;
   }
   progress_.Show();
+  if (onConcluded) onConcluded(job, result);
 }
 
 Result Output::Judge(const Job& job) const {

@@ -18,6 +18,9 @@
 /// Threads: one.
 class Output {
  public:
+  /// Told of each document when all is written and told of it. May be empty.
+  std::function<void(const Job& job, const Result& result)> onConcluded;
+
   using WhyNoServer = std::function<std::string(const std::string& cause)>;
 
   /// @param whyNoServer  Tells all that is known of why a document found no server, out of what its
@@ -42,6 +45,9 @@ class Output {
   /// disk.
   /// @param isCut  The run was cancelled: what has no text is no failure of its document.
   void Take(std::unique_ptr<Job> job, bool isCut);
+  /// Gives back a job whose document is to be extracted again later, as if it had not been
+  /// admitted.
+  void Withdraw(const Job& job) { ledger_.Withdraw(job); }
   /// Concludes what has been gathered, when it has waited long enough.
   void FlushWhenDue();
   void Finish();

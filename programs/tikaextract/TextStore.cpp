@@ -129,7 +129,7 @@ unsigned long TextFile::Place() {
   const SCA_LockGuard guard(folder_->placing);
   const timespec& began = folder_->beganAt;
   struct stat status {};
-  if (::lstat(path_.c_str(), &status) == 0 &&
+  if (!replaces_ && ::lstat(path_.c_str(), &status) == 0 &&
       std::tie(status.st_mtim.tv_sec, status.st_mtim.tv_nsec) >
           std::tie(began.tv_sec, began.tv_nsec)) {
     return EEXIST;

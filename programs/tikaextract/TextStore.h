@@ -68,8 +68,9 @@ struct TextFolder {
 class TextFile : public TextStore {
  public:
   /// @param mode  The permissions that the text may have at most.
-  TextFile(std::string path, unsigned mode, TextFolder* folder)
-      : path_(std::move(path)), mode_(mode), folder_(folder) {}
+  /// @param replaces  A text that was written there in the same run is of this document, too.
+  TextFile(std::string path, unsigned mode, bool replaces, TextFolder* folder)
+      : path_(std::move(path)), mode_(mode), replaces_(replaces), folder_(folder) {}
 
   int Write(const char* text, unsigned long length, unsigned long offset) override;
   int Restart() override;
@@ -88,6 +89,7 @@ class TextFile : public TextStore {
 
   const std::string path_;
   const unsigned mode_;
+  const bool replaces_;
   TextFolder* const folder_;
   std::unique_ptr<SCA_ReplacementFile> file_;
 };
