@@ -8,6 +8,7 @@
 
 #include "client/SCA_TikaExtraction.h"
 #include "client/SCA_TikaLink.h"
+#include "client/SCA_TikaRequestHead.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Report.h"
 #include "platform/SCA_Result.h"
@@ -24,6 +25,7 @@ constexpr unsigned long kPieceSize = 4096;    // of a body sent or received by H
 constexpr unsigned long kMaxGetBody = 65535;  // bytes
 constexpr unsigned long kMaxPutReplyBody = 0x3D090000;
 constexpr unsigned long kMaxVersionLength = 100;
+constexpr unsigned long kFirstHttpCode = 200;  // of the codes that an answer shows
 
 // The data buffer begins at a page's start, as what is read into it from a file does. A few bytes
 // behind it, where large blocks of the heap begin, some processors copy at a twentieth of the
@@ -59,7 +61,10 @@ SCA_TikaClient::~SCA_TikaClient() {
 }
 
 int SCA_TikaClient::SetServerName(const char* serverName) {
-  if (SCA_CopyText(serverName_, serverName, SCA_TextFit::Refuse) != 0) return 1;
+  if (SCA_CopyText(serverName_, serverName, SCA_TextFit::Refuse) != 0) {
+    serverVersion_ = {};
+    return 1;
+  }
   SCA_GetReportFunction(kSource, __LINE__)(
       SCA_LevelError, "SCA_TikaClient::SetServerName: a server name of %lu bytes is too long",
       static_cast<unsigned long>(std::strlen(serverName)));
@@ -205,6 +210,24 @@ int SCA_TikaClient::GetVersion(char* version, unsigned long size, unsigned long*
   if (length >= size) return SCA_Fail(ENOBUFS, error);
   std::memcpy(version, reply.GetContentBuffer(), length);
   version[length] = '\0';
+  serverVersion_ = SCA_TikaVersion::Parse(version);
+  return 1;
+}
+
+// On a connection of its own: the question uses it up. A server that answers otherwise has a
+// version that is not known.
+int SCA_TikaClient::LearnVersion(SCA_Event* cancel, unsigned long* error) {
+  SCA_TikaClient asking(settings_, serverName_, port_);
+  if (asking.IsValid() == 0) return SCA_Fail(SCA_ErrorHostNameInvalid, error);
+  asking.SetCancelEvent(cancel);
+  char version[kMaxVersionLength + 1];
+  if (asking.Connect(settings_->GetNetworkTimeout(), error) == 0) return 0;
+  unsigned long code = 0;
+  if (asking.GetVersion(version, sizeof version, &code) == 0 &&
+      (code < kFirstHttpCode || code == SCA_ErrorCancelled)) {
+    return SCA_Fail(code, error);
+  }
+  serverVersion_ = asking.serverVersion_;
   return 1;
 }
 
@@ -251,7 +274,9 @@ int SCA_TikaClient::SendFile(const char* fileName, SCA_Event* cancel, unsigned l
   static constexpr SCA_TikaVariant kPlainUpload = {
       kSource, "SendFile", kSource, "SendFile", SCA_TikaReply::kMaxNetworkSize,
       false,   false,      false,   nullptr};
-  return SCA_TikaExtraction(this, kPlainUpload, nullptr, nullptr, cancel).SendFile(fileName, error);
+  return SCA_TikaExtraction(this, kPlainUpload, nullptr, nullptr, cancel,
+                            SCA_TikaPlainHead(serverVersion_))
+      .SendFile(fileName, error);
 }
 
 int SCA_TikaClient::GetFileText(unsigned long variant, const char* fileName, const char* secondName,
@@ -265,4 +290,24 @@ int SCA_TikaClient::GetFileText(unsigned long variant, const char* fileName, con
     default:
       return GetFileTextV1(fileName, secondName, callback, context, cancel, textLength, error);
   }
+}
+
+int SCA_TikaClient::GetFileText(const char* fileName, const SCA_TikaRequestOptions& options,
+                                SCA_TikaTextCallback callback, void* context, SCA_Event* cancel,
+                                unsigned long* textLength, unsigned long* error) try {
+  ignoredOptions_ = refusedOptions_ = 0;
+  const char* complaint = nullptr;
+  if (const unsigned long code = SCA_CheckTikaOptions(options, &complaint)) {
+    SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelError, "SCA_TikaClient::GetFileText: %s",
+                                             complaint);
+    return SCA_Fail(code, error);
+  }
+  if (!serverVersion_.IsKnown() && LearnVersion(cancel, error) == 0) return 0;
+  const SCA_TikaRequestHead head = SCA_MakeRequestHead(options, serverVersion_);
+  ignoredOptions_ = head.ignored;
+  refusedOptions_ = head.refused;
+  if (head.refused != 0) return SCA_Fail(SCA_ErrorOptionRefused, error);
+  return SendRequest(head, fileName, callback, context, cancel, textLength, error);
+} catch (const std::bad_alloc&) {
+  return SCA_Fail(ENOMEM, error);
 }

@@ -7,12 +7,15 @@
 #include <cstdint>
 #include <memory>
 
+#include "client/SCA_TikaRequestOptions.h"
+#include "client/SCA_TikaVersion.h"
 #include "platform/SCA_HttpClientRequest.h"
 #include "platform/SCA_Object.h"
 #include "platform/SCA_Sync.h"
 #include "settings/SCA_TikaConfigOrv.h"
 
 class SCA_TikaLink;
+struct SCA_TikaRequestHead;
 
 /// Receives the text of a document, block by block, on the thread that called `GetFileText`.
 /// @param text     The block: bytes as the server sent them, neither decoded nor converted. A block
@@ -100,6 +103,33 @@ class SCA_API SCA_TikaClient : public SCA_Object {
                   SCA_TikaTextCallback callback, void* context, SCA_Event* cancel,
                   unsigned long* textLength, unsigned long* error);
 
+  /// Extracts from a file what options ask for, with the third decoder. Errors are those of the
+  /// operation above and the following.
+  ///
+  /// What the options become depends on the server's version. A client that does not know it asks
+  /// for it first, over a connection of its own.
+  /// @param options   Copied before anything is sent.
+  /// @param callback  Receives the content asked for, as bytes: text, Markdown or JSON.
+  /// @param error     Also `SCA_ErrorOptionInvalid`; `SCA_ErrorOptionRefused` when the server's
+  ///                  version cannot do what is asked for or is not known; the errors of `Connect`
+  ///                  and `GetVersion`; `ENOMEM`. With the first two nothing has been sent, and the
+  ///                  connection can be used.
+  int GetFileText(const char* fileName, const SCA_TikaRequestOptions& options,
+                  SCA_TikaTextCallback callback, void* context, SCA_Event* cancel,
+                  unsigned long* textLength, unsigned long* error);
+  /// @return The options of the last extraction of which the server takes no notice, as bits of
+  ///         `SCA_TikaOption`.
+  unsigned long GetIgnoredOptions() const { return ignoredOptions_; }
+  /// @return The same for the options that failed it with `SCA_ErrorOptionRefused`.
+  unsigned long GetRefusedOptions() const { return refusedOptions_; }
+
+  /// The version that the server gave to this client, or that the caller has set; not known at
+  /// first, nor after the server's name or port has changed. Without options, too, a client that
+  /// knows a server of Tika 4 asks it at another path, since `PUT /tika` is Markdown there.
+  /// Threads: the caller's.
+  const SCA_TikaVersion& GetServerVersion() const { return serverVersion_; }
+  void SetServerVersion(const SCA_TikaVersion& version) { serverVersion_ = version; }
+
   /// @return The HTTP code of a reply that arrived before the last extraction's upload was complete
   ///         and made its send fail; 0 when there was none. The file was then refused; another
   ///         server would refuse it too.
@@ -152,7 +182,10 @@ class SCA_API SCA_TikaClient : public SCA_Object {
   /// @return 1; or 0 when the name is longer than 259 bytes, the old one being kept.
   int SetServerName(const char* serverName);
   unsigned short GetPortNumber() const { return port_; }
-  void SetPortNumber(unsigned short port) { port_ = port; }
+  void SetPortNumber(unsigned short port) {
+    if (port != port_) serverVersion_ = {};
+    port_ = port;
+  }
   /// Above 1 the first variant traces what it does.
   unsigned long GetDebugLevel() const { return debugLevel_; }
   void SetDebugLevel(unsigned long level) { debugLevel_ = static_cast<std::uint32_t>(level); }
@@ -202,6 +235,12 @@ class SCA_API SCA_TikaClient : public SCA_Object {
                     unsigned long* error);
 
  private:
+  int LearnVersion(SCA_Event* cancel, unsigned long* error);
+  // With the third decoder.
+  int SendRequest(const SCA_TikaRequestHead& head, const char* fileName,
+                  SCA_TikaTextCallback callback, void* context, SCA_Event* cancel,
+                  unsigned long* textLength, unsigned long* error);
+
   friend class SCA_TikaExtraction;  // the inside of GetFileText
 
   // Ends what was allocated at a page's start.
@@ -231,6 +270,9 @@ class SCA_API SCA_TikaClient : public SCA_Object {
   std::uint32_t bufferSize_ = 0x100000;
   unsigned long dataCapacity_ = 0;  // buffer size that the data buffer was made for
   SCA_Event* cancel_ = nullptr;
+  SCA_TikaVersion serverVersion_;
+  unsigned long ignoredOptions_ = 0;
+  unsigned long refusedOptions_ = 0;
   std::unique_ptr<SCA_TikaLink> link_;
   SCA_AtomicValue<int> doDelete_{0};
 };

@@ -22,7 +22,8 @@ int SCA_TikaClient::GetFileTextV1(const char* fileName, const char* /*secondName
       kSource,         "GetFileTextV1", kSource,
       "GetFileTextV1", kNetworkSize,    true,
       false,           false,           &SCA_DecodeReply<SCA_TikaDecoderV1>};
-  SCA_TikaExtraction extraction(this, kVariant, callback, context, cancel);
+  SCA_TikaExtraction extraction(this, kVariant, callback, context, cancel,
+                                SCA_TikaPlainHead(serverVersion_));
   return extraction.Run(fileName, textLength, error);
 }
 

@@ -44,7 +44,8 @@ int SCA_TikaClient::GetFileTextV2(const char* fileName, const char* /*secondName
       kSource,         "GetFileTextV2", kSource,
       "GetFileTextV2", kNetworkSize,    false,
       false,           false,           &SCA_DecodeReply<SCA_TikaDecoderV2>};
-  SCA_TikaExtraction extraction(this, kVariant, callback, context, cancel);
+  SCA_TikaExtraction extraction(this, kVariant, callback, context, cancel,
+                                SCA_TikaPlainHead(serverVersion_));
   return extraction.Run(fileName, textLength, error);
 }
 

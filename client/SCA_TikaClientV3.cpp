@@ -64,6 +64,13 @@ SCA_TikaStep NoLineFound(unsigned long unread) {
 int SCA_TikaClient::GetFileTextV3(const char* fileName, const char* /*secondName*/,
                                   SCA_TikaTextCallback callback, void* context, SCA_Event* cancel,
                                   unsigned long* textLength, unsigned long* error) {
+  return SendRequest(SCA_TikaPlainHead(serverVersion_), fileName, callback, context, cancel,
+                     textLength, error);
+}
+
+int SCA_TikaClient::SendRequest(const SCA_TikaRequestHead& head, const char* fileName,
+                                SCA_TikaTextCallback callback, void* context, SCA_Event* cancel,
+                                unsigned long* textLength, unsigned long* error) {
   static constexpr SCA_TikaVariant kVariant = {kSource,
                                                "GetFileTextV3",
                                                "SCA_TikaClient",
@@ -73,7 +80,7 @@ int SCA_TikaClient::GetFileTextV3(const char* fileName, const char* /*secondName
                                                true,
                                                true,
                                                &SCA_DecodeReply<SCA_TikaDecoderV3>};
-  SCA_TikaExtraction extraction(this, kVariant, callback, context, cancel);
+  SCA_TikaExtraction extraction(this, kVariant, callback, context, cancel, head);
   return extraction.Run(fileName, textLength, error);
 }
 

@@ -32,10 +32,11 @@ class SCA_TikaExtraction::Limits {
 
 SCA_TikaExtraction::SCA_TikaExtraction(SCA_TikaClient* client, const SCA_TikaVariant& variant,
                                        SCA_TikaTextCallback callback, void* context,
-                                       SCA_Event* cancel)
+                                       SCA_Event* cancel, const SCA_TikaRequestHead& head)
     : client_(*client),
       link_(client->link_.get()),
       variant_(variant),
+      head_(head),
       loan_{callback,
             context,
             cancel,
@@ -125,24 +126,37 @@ SCA_TikaStep SCA_TikaExtraction::Begin() {
 
 SCA_TikaStep SCA_TikaExtraction::Send() {
   if (link_ == nullptr) return SCA_TikaStep::Broken(ENOTCONN);
+  const SCA_TikaStep step = SendHead();
+  return step.IsDone() ? SendContent() : step;
+}
+
+SCA_TikaStep SCA_TikaExtraction::SendHead() {
   const unsigned long long size = client_.lastFileSize_.Get();
-  char request[512];  // holds the longest server name
-  const int length = std::snprintf(request, sizeof request,
-                                   "PUT /tika HTTP/1.1\r\n"
-                                   "Host: %s:%d\r\n"
-                                   "User-Agent: Orvane HTTP Client\r\n"
-                                   "Accept: text/plain\r\n"
-                                   "Content-Length: %llu\r\n"
-                                   "\r\n",
-                                   SCA_HostLine(client_.serverName_).text, client_.port_, size);
+  char lines[512];  // holds the longest server name
+  const int length =
+      std::snprintf(lines, sizeof lines,
+                    "PUT %s HTTP/1.1\r\n"
+                    "Host: %s:%d\r\n"
+                    "User-Agent: Orvane HTTP Client\r\n"
+                    "Accept: %s\r\n"
+                    "Content-Length: %llu\r\n"
+                    "%s",
+                    head_.path, SCA_HostLine(client_.serverName_).text, client_.port_, head_.accept,
+                    size, head_.fields.empty() ? "\r\n" : "");
   // A small file then takes one packet, and the server wakes once.
   if (size > 0) link_->Socket().SetOption(SCA_SockOptionMoreFollows, 1);
   unsigned long sent = 0;
   unsigned long code = 0;
-  if (link_->Socket().Send(request, static_cast<unsigned long>(length), &sent, &code) == 0) {
-    return SendFailed(code);
+  if (head_.fields.empty()) {
+    return link_->Socket().Send(lines, static_cast<unsigned long>(length), &sent, &code) != 0
+               ? SCA_TikaStep::Done()
+               : SendFailed(code);
   }
-  return SendContent();
+  const std::string request =
+      std::string(lines, static_cast<std::size_t>(length)) + head_.fields + "\r\n";
+  return link_->Socket().Send(request.data(), request.size(), &sent, &code) != 0
+             ? SCA_TikaStep::Done()
+             : SendFailed(code);
 }
 
 SCA_TikaStep SCA_TikaExtraction::SendContent() {

@@ -5,6 +5,7 @@
 #define SCA_CLIENT_SCA_TIKAEXTRACTION_H
 
 #include "client/SCA_TikaReply.h"
+#include "client/SCA_TikaRequestHead.h"
 #include "platform/SCA_File.h"
 #include "platform/SCA_HttpParser.h"
 
@@ -13,8 +14,10 @@ class SCA_TikaLink;
 /// One extraction. Only it writes the figures of its client.
 class SCA_TikaExtraction {
  public:
+  /// @param head  Must outlive the extraction.
   SCA_TikaExtraction(SCA_TikaClient* client, const SCA_TikaVariant& variant,
-                     SCA_TikaTextCallback callback, void* context, SCA_Event* cancel);
+                     SCA_TikaTextCallback callback, void* context, SCA_Event* cancel,
+                     const SCA_TikaRequestHead& head);
   SCA_TikaExtraction(const SCA_TikaExtraction&) = delete;
   SCA_TikaExtraction& operator=(const SCA_TikaExtraction&) = delete;
 
@@ -30,6 +33,7 @@ class SCA_TikaExtraction {
   SCA_TikaStep Open(const char* fileName);
   SCA_TikaStep Begin();
   SCA_TikaStep Send();
+  SCA_TikaStep SendHead();
   SCA_TikaStep SendContent();
   SCA_TikaStep SendFailed(unsigned long code);
   SCA_TikaStep ReadReply();
@@ -39,6 +43,7 @@ class SCA_TikaExtraction {
   SCA_TikaClient& client_;
   SCA_TikaLink* const link_;  // null without a connection
   const SCA_TikaVariant& variant_;
+  const SCA_TikaRequestHead& head_;
   const SCA_TikaLoan loan_;
   SCA_File file_;
   SCA_TikaReply reply_;

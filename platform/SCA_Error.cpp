@@ -50,6 +50,8 @@ constexpr CodeText kTexts[] = {
     {SCA_ErrorFileGrew,
      "the file holds more bytes than its size says: it grew while it was read, or has no fixed "
      "size"},
+    {SCA_ErrorOptionInvalid, "an option of the request is not valid"},
+    {SCA_ErrorOptionRefused, "the server's version of Tika cannot do what the request asks for"},
     {SCA_ErrorExtractionOff, "text extraction is switched off in the settings"},
     {SCA_ErrorNoService, "no enabled Tika service takes files of this kind"},
     {SCA_ErrorQueueFull, "too many extraction requests are pending"},

@@ -164,6 +164,10 @@ unsigned long SCA_TikaDispatch::Check(SCA_TikaExtractRequest* request) const {
       SCA_TikaTicket::Of(*request) != nullptr) {
     return SCA_ErrorAlreadyActive;
   }
+  if (request->GetOptions() != nullptr) {
+    const unsigned long error = SCA_CheckTikaOptions(*request->GetOptions(), nullptr);
+    if (error != 0) return error;
+  }
   if (terms_.settings->IsEnabled() == 0) return SCA_ErrorExtractionOff;
   return request->GetServiceList()->Count() > 0 ? 0 : FillServices(request);
 }

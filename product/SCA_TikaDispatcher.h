@@ -90,7 +90,8 @@ class SCA_API SCA_TikaDispatcher : public SCA_Object {
   /// @param error  `SCA_ErrorExtractionOff`, `SCA_ErrorNoService`, `SCA_ErrorQueueFull`,
   ///               `SCA_ErrorStopping`, `SCA_ErrorAlreadyActive` for one submitted before,
   ///               `SCA_ErrorCancelled` for one cancelled while it waited for room,
-  ///               `SCA_ErrorInvalidData` for one that is not valid, `ENOMEM`.
+  ///               `SCA_ErrorInvalidData` for one that is not valid, `SCA_ErrorOptionInvalid` for
+  ///               one with an option that is not (`SCA_CheckTikaOptions` tells which), `ENOMEM`.
   /// @return 1; or 0, the request then being the caller's as before.
   int Submit(SCA_TikaExtractRequest* request, int wait, unsigned long* error);
   /// Cancels a request, which ends soon as `Cancelled` unless it ends otherwise before. Ends its

@@ -43,6 +43,8 @@ const char* SCA_TikaOutcomeText(SCA_TikaOutcome outcome) {
       return "sink failed";
     case SCA_TikaOutcome::NoServer:
       return "no server";
+    case SCA_TikaOutcome::OptionRefused:
+      return "option refused";
   }
   return "none";
 }
@@ -54,6 +56,17 @@ SCA_TikaExtractRequest::SCA_TikaExtractRequest(const char* path, const char* fil
     : SCA_TikaClientRequest(fileExt, poolName), path_(Copy(path)), sink_(sink) {
   const bool isComplete = path_ != nullptr && sink_ != nullptr && cancel_.IsValid() != 0;
   SetValid(IsValid() != 0 && isComplete ? 1 : 0);
+}
+
+SCA_TikaExtractRequest::SCA_TikaExtractRequest(const char* path, const char* fileExt,
+                                               const char* poolName, SCA_TikaTextSink* sink,
+                                               const SCA_TikaRequestOptions& options)
+    : SCA_TikaExtractRequest(path, fileExt, poolName, sink) {
+  try {
+    options_ = std::make_unique<const SCA_TikaRequestOptions>(options);
+  } catch (const std::bad_alloc&) {
+    SetValid(0);
+  }
 }
 
 SCA_TikaExtractRequest::~SCA_TikaExtractRequest() {

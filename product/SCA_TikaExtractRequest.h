@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "client/SCA_TikaRequestOptions.h"
 #include "product/SCA_TikaClientRequest.h"
 
 class SCA_TikaExtractRequest;
@@ -23,7 +24,8 @@ enum class SCA_TikaOutcome {
   Cancelled,         ///< its requester, or the end of the dispatcher, cancelled it
   FileFailed,        ///< the file could not be read
   SinkFailed,        ///< the receiver of the text refused to go on
-  NoServer           ///< no server that may serve it could be reached
+  NoServer,          ///< no server that may serve it could be reached
+  OptionRefused      ///< the server's version of Tika cannot do what its options ask for
 };
 
 /// @return A word for the outcome, such as "extracted" or "time limit"; static storage.
@@ -59,14 +61,20 @@ class SCA_API SCA_TikaExtractRequest : public SCA_TikaClientRequest {
   /// @param sink      Receives the text; taken over in any case.
   SCA_TikaExtractRequest(const char* path, const char* fileExt, const char* poolName,
                          SCA_TikaTextSink* sink);
+  /// With options, which are copied. Without them, the request is the one above. The sink receives
+  /// the content asked for, as bytes. `SCA_TikaDispatcher::Submit` checks the options.
+  SCA_TikaExtractRequest(const char* path, const char* fileExt, const char* poolName,
+                         SCA_TikaTextSink* sink, const SCA_TikaRequestOptions& options);
   /// Leaves the dispatcher that knows it, if any.
   ~SCA_TikaExtractRequest() override;
 
   const char* GetPath() const { return path_.get(); }
+  /// @return Null for a request that was made without options.
+  const SCA_TikaRequestOptions* GetOptions() const { return options_.get(); }
   SCA_TikaTextSink* GetSink() { return sink_.get(); }
   /// Setting it cancels the request; `SCA_TikaDispatcher::Cancel` does so at once where this takes
   /// a moment, up to a second for a submit that waits.
-  SCA_Event* GetCancel() { return &cancel_; }
+  SCA_Event* GetCancel() const { return &cancel_; }
 
   /// @name How it ended; the status code holds the error code, 0 for an extracted text
   /// @{
@@ -77,6 +85,8 @@ class SCA_API SCA_TikaExtractRequest : public SCA_TikaClientRequest {
   const char* GetServer() const { return serverName_; }
   /// The HTTP code with which a server refused the file before it had read it; 0 for none.
   unsigned long GetRefusalCode() const { return refusalCode_; }
+  /// The options of which the server takes no notice, as bits of `SCA_TikaOption`.
+  unsigned long GetIgnoredOptions() const { return ignoredOptions_; }
   /// Bytes of text delivered; 0 unless it was extracted.
   unsigned long long GetTextLength() const { return textLength_; }
   /// Bytes of the file; 0 when it was not opened.
@@ -91,13 +101,15 @@ class SCA_API SCA_TikaExtractRequest : public SCA_TikaClientRequest {
   friend struct SCA_TikaTicket;
 
   std::unique_ptr<char[]> path_;
+  std::unique_ptr<const SCA_TikaRequestOptions> options_;
   SCA_Owned<SCA_TikaTextSink> sink_;
-  SCA_Event cancel_{1, 0};
+  mutable SCA_Event cancel_{1, 0};
 
   SCA_TikaOutcome outcome_ = SCA_TikaOutcome::None;
   char cause_[260] = "";
   char serverName_[272] = "";
   unsigned long refusalCode_ = 0;
+  unsigned long ignoredOptions_ = 0;
   unsigned long long textLength_ = 0;
   unsigned long long fileSize_ = 0;
   unsigned long long durationMs_ = 0;

@@ -3,6 +3,7 @@
 #include <cassert>
 #include <cstring>
 
+#include "client/SCA_TikaClient.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Text.h"
 
@@ -67,10 +68,10 @@ void SCA_TikaTicket::NoteServer(const char* name) {
   SCA_CopyText(request->serverName_, name, SCA_TextFit::Cut);
 }
 
-void SCA_TikaTicket::NoteReply(unsigned long long fileSize, unsigned long refusalCode,
-                               unsigned long long textLength) {
-  request->fileSize_ = fileSize;
-  request->refusalCode_ = refusalCode;
+void SCA_TikaTicket::NoteReply(const SCA_TikaClient& client, unsigned long long textLength) {
+  request->fileSize_ = client.GetLastFileSize();
+  request->refusalCode_ = client.GetRefusalCode();
+  request->ignoredOptions_ = client.GetIgnoredOptions();
   request->textLength_ = textLength;
 }
 

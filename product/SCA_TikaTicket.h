@@ -80,8 +80,7 @@ struct SCA_TikaTicket {
   void NoteServer(const char* name);
   const char* ServerName() const { return request->GetServer(); }
   /// @param textLength  Bytes delivered, 0 unless all were.
-  void NoteReply(unsigned long long fileSize, unsigned long refusalCode,
-                 unsigned long long textLength);
+  void NoteReply(const SCA_TikaClient& client, unsigned long long textLength);
   void NoteOutcome(const SCA_TikaVerdict& verdict);
   /// @}
 

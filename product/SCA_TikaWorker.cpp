@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <new>
 
 #include "platform/SCA_Error.h"
@@ -123,7 +124,7 @@ bool SCA_TikaWorker::MakeReady(Proof proof) {
   unsigned long error = SCA_ErrorCannotCreate;
   if (RenewClient(&error)) {
     client_->Disconnect();
-    if (Prepare(&error) && (proof == Proof::None || Answers(&error)) && Connect(&error)) {
+    if (Prepare(&error) && Answers(proof, &error) && Connect(&error)) {
       workplace_->ServerIsUp(this);
       usedAt_ = Clock::now();
       proof_ = Proof::None;
@@ -144,13 +145,23 @@ bool SCA_TikaWorker::Connect(unsigned long* error) {
   return client_->Connect(workplace_->Terms().limits.connectMs, error) != 0;
 }
 
-bool SCA_TikaWorker::Answers(unsigned long* error) {
+// Asks the server for its version, unless that is known and no proof is wanted. The version decides
+// the path of a request, and whatever comes back after a break may be another one.
+// @param proof  `Answer`: a server that is starting does not count.
+bool SCA_TikaWorker::Answers(Proof proof, unsigned long* error) {
+  unready_ = 0;
+  if (proof == Proof::None && client_->GetServerVersion().IsKnown()) return true;
   if (!Connect(error)) return false;
+  client_->SetServerVersion({});
   char version[101];
   workplace_->BeginAsk(this, &askEnds_);
   client_->SetCancelEvent(&askEnds_);
-  const bool answers = client_->GetVersion(version, sizeof version, error) != 0 ||
-                       (IsAnswer(*error) && !IsComingUp(*error));
+  bool answers = client_->GetVersion(version, sizeof version, error) != 0 ||
+                 (IsAnswer(*error) && !IsComingUp(*error));
+  if (!answers && IsComingUp(*error) && proof == Proof::None) {
+    unready_ = *error;
+    answers = true;
+  }
   client_->SetCancelEvent(&stop_);
   workplace_->EndAsk(this);
   if (!answers && *error == SCA_ErrorCancelled) *error = ETIMEDOUT;
@@ -236,19 +247,45 @@ SCA_TikaVerdict SCA_TikaWorker::Extract(SCA_TikaTicket* ticket, Delivery* delive
   ticket->NoteServer(name_.c_str());
   workplace_->BeginTry(ticket, client_.get());
   if (ticket->IsCancelled()) return Judge(*delivery, SCA_ErrorCancelled);
-  unsigned long length = 0;
+  // Its answer to the file would be the same, or the text in another form: a server of Tika 4 that
+  // becomes ready now would take the request for one for Markdown.
+  if (unready_ != 0) {
+    client_->Disconnect();
+    return SCA_TikaVerdict::Make(SCA_TikaOutcome::ServerFailed, unready_, name_.c_str());
+  }
   unsigned long error = 0;
-  const bool isExtracted =
-      client_->GetFileText(workplace_->Terms().limits.variant, request->GetPath(), nullptr,
-                           &Deliver, delivery, request->GetCancel(), &length, &error) != 0;
+  const bool isExtracted = Send(*request, delivery, &error) != 0;
   delivery->refusalCode = client_->GetRefusalCode();
-  ticket->NoteReply(client_->GetLastFileSize(), delivery->refusalCode,
-                    isExtracted ? delivery->length : 0);
+  ticket->NoteReply(*client_, isExtracted ? delivery->length : 0);
   usedAt_ = Clock::now();
   if (isExtracted) return SCA_TikaVerdict::Make(SCA_TikaOutcome::Extracted, 0, nullptr, "");
   // The connection may hold half an exchange; the next file gets a new one.
   client_->Disconnect();
   return Judge(*delivery, error);
+}
+
+int SCA_TikaWorker::Send(const SCA_TikaExtractRequest& request, Delivery* delivery,
+                         unsigned long* error) {
+  unsigned long length = 0;
+  return request.GetOptions() != nullptr
+             ? client_->GetFileText(request.GetPath(), *request.GetOptions(), &Deliver, delivery,
+                                    request.GetCancel(), &length, error)
+             : client_->GetFileText(workplace_->Terms().limits.variant, request.GetPath(), nullptr,
+                                    &Deliver, delivery, request.GetCancel(), &length, error);
+}
+
+SCA_TikaVerdict SCA_TikaWorker::RefusedOptions() const {
+  const SCA_TikaVersion& version = client_->GetServerVersion();
+  char text[300];
+  if (version.IsKnown())
+    std::snprintf(text, sizeof text, "Tika %lu.%lu.%lu cannot follow this option of a request: %s",
+                  version.GetMajor(), version.GetMinor(), version.GetPatch(),
+                  SCA_TikaOptionNames(client_->GetRefusedOptions()).c_str());
+  return SCA_TikaVerdict::Make(
+      SCA_TikaOutcome::OptionRefused, SCA_ErrorOptionRefused, name_.c_str(),
+      version.IsKnown()
+          ? text
+          : "the server does not tell its version, without which no options can be sent");
 }
 
 SCA_TikaVerdict SCA_TikaWorker::Judge(const Delivery& delivery, unsigned long error) const {
@@ -266,6 +303,7 @@ SCA_TikaVerdict SCA_TikaWorker::Judge(const Delivery& delivery, unsigned long er
                                  name_.c_str(), SCA_ErrorText(delivery.refusalCode))
         .Tell(" before it had read the file");
   }
+  if (error == SCA_ErrorOptionRefused) return RefusedOptions();
   if (error == SCA_ErrorTika422)
     return SCA_TikaVerdict::Make(Outcome::Refused, error, name_.c_str());
   // A failure that left the client valid came from the file.

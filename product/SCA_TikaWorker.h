@@ -110,7 +110,9 @@ class SCA_TikaWorker {
   bool MakeReady(Proof proof);
   bool Prepare(unsigned long* error);
   bool Connect(unsigned long* error);
-  bool Answers(unsigned long* error);
+  bool Answers(Proof proof, unsigned long* error);
+  int Send(const SCA_TikaExtractRequest& request, Delivery* delivery, unsigned long* error);
+  SCA_TikaVerdict RefusedOptions() const;
   bool RenewClient(unsigned long* error);
   void WaitBeforeNextTry();
   bool Serve(SCA_TikaTicket* ticket);
@@ -131,6 +133,7 @@ class SCA_TikaWorker {
   SCA_Owned<SCA_TikaClient> client_;
   Clock::time_point usedAt_;
   Proof proof_ = Proof::None;  // what the next connection needs
+  unsigned long unready_ = 0;  // the HTTP code of a starting server that has told no version yet
   unsigned long delayMs_;
   std::minstd_rand random_;
 

@@ -36,6 +36,16 @@ Extracted ClientHarness::Extract(unsigned long variant, const std::string& file)
   return extracted;
 }
 
+Extracted ClientHarness::ExtractWith(const SCA_TikaRequestOptions& options,
+                                     const std::string& file) {
+  Extracted extracted;
+  current_ = &extracted;
+  const std::string& name = file.empty() ? SmallFile() : file;
+  extracted.result = client.GetFileText(name.c_str(), options, &ClientHarness::Collect, this,
+                                        &cancel, &extracted.textLength, &extracted.error);
+  return extracted;
+}
+
 int ClientHarness::Collect(const char* text, unsigned long length, unsigned long offset,
                            void* context) {
   auto* self = static_cast<ClientHarness*>(context);

@@ -41,6 +41,8 @@ class ClientHarness {
   /// Extracts `file`, by default one of 10 bytes; the script begins anew with each connection.
   Extracted Extract(unsigned long variant, const std::string& file = {});
 
+  Extracted ExtractWith(const SCA_TikaRequestOptions& options, const std::string& file = {});
+
   SocketScript script;
   std::optional<ScriptedSockets> sockets;
   ReportCapture reports;

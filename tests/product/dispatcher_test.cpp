@@ -394,8 +394,12 @@ TEST_F(Dispatcher, ServerThatComesBackIsFoundAndOneThatDoesNotIsGivenUp) {
   // One that breaks a file, and then answers without end, is down for all its workers.
   dispatcher_.reset();
   settings_.SetNetworkTimeout(300);
-  const ScriptedServer endless([](ServerConnection& connection) {
-    if (connection.ReceiveHeader().rfind("GET", 0) != 0) return;
+  std::atomic<int> broken{0};
+  const ScriptedServer endless([&](ServerConnection& connection) {
+    const bool isGet = connection.ReceiveHeader().rfind("GET", 0) == 0;
+    if (!isGet) ++broken;
+    if (isGet && broken == 0) connection.Send(kVersionReply);
+    if (!isGet || broken == 0) return;
     while (connection.Send("X") && connection.WaitForEnd(10)) {
     }
   });
@@ -406,8 +410,8 @@ TEST_F(Dispatcher, ServerThatComesBackIsFoundAndOneThatDoesNotIsGivenUp) {
 TEST_F(Dispatcher, ServersThatAreDownLeaveTheWorkToTheOthers) {
   auto gone = std::make_unique<Tika>(memory_);
   AddServer(gone->Port());
-  // The worker is connected, and waits, when its server goes.
-  ASSERT_TRUE(Eventually([&gone] { return gone->Connections() == 1; }));
+  // The worker has asked, is connected, and waits, when its server goes.
+  ASSERT_TRUE(Eventually([&gone] { return gone->Connections() == 2; }));
   Tika& left = AddTika();
   gone.reset();
   for (int i = 0; i < 20; ++i) EXPECT_EQ(Extract(Request(good_)), Outcome::Extracted);
@@ -541,7 +545,7 @@ TEST_F(Dispatcher, StopEndsEveryRequestAndLetsNobodyWait) {
 // A request may have more services than are kept for the time when it may have gone.
 TEST_F(Dispatcher, WorkerOfAnyServiceOfARequestIsWoken) {
   AddServer(AddTika().Port(), 100);
-  ASSERT_TRUE(Eventually([&] { return servers_[0]->Connections() == 2; }));
+  ASSERT_TRUE(Eventually([&] { return servers_[0]->Connections() == 4; }));
   for (unsigned long services = 15; services < 20; ++services) {
     const Request request(good_);
     for (unsigned long i = 1; i < services; ++i) request->GetServiceList()->AddItemToTail(i);
@@ -556,7 +560,11 @@ TEST_F(Dispatcher, RemovedServerEndsItsFileTakesNoOtherAndMayBeAddedAgain) {
   SCA_Event mayEnd(1, 0);
   SCA_Event hasClosed(1, 0);
   const ScriptedServer server([&](ServerConnection& connection) {
-    while (!connection.ReceiveRequest().empty()) {
+    for (std::string got; !(got = connection.ReceiveRequest()).empty();) {
+      if (got.rfind("GET", 0) == 0) {
+        connection.Send(kVersionReply);
+        return;
+      }
       hasBegun.Set();
       mayEnd.Wait(kDeadlineMs);
       connection.Send(ChunkedReply("text", 4));

@@ -48,6 +48,9 @@ class ScriptedServer {
   std::thread thread_;
 };
 
+/// The answer to `GET /version`, after which a server closes.
+constexpr char kVersionReply[] = "HTTP/1.1 200 OK\r\nContent-Length: 17\r\n\r\nApache Tika 3.3.2";
+
 /// A reply with the text in chunks of the given size.
 inline std::string ChunkedReply(const std::string& text, std::size_t chunkSize) {
   std::string reply = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
