@@ -56,6 +56,8 @@ int Extraction::Run() {
     return setup_.StatusOfComplaint();
   }
   if (!options_.HasInput()) return kAllExtracted;
+  const std::string use = setup_.UseReadyHost();
+  if (options_.verbose && !use.empty()) progress_.PrintLine("tikaextract: " + use);
   int status = servers_.Start();
   if (status == kAllExtracted) status = RunDocuments();
   servers_.Stop();

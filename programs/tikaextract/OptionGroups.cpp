@@ -95,6 +95,9 @@ void DefineServers(CLI::App* app, Options* options, OptionWords* words) {
       ->check(CLI::Range(0UL, kMaxTextMb))
       ->type_name("MB")
       ->capture_default_str();
+  app->add_flag("--private", words->isPrivate,
+                "Start a private server even if the settings name servers or this machine has a "
+                "service host; --jar and --java-heap also keep from the host");
   app->add_option("--java-heap", options->javaHeapMb, "Java heap of the private server")
       ->check(CLI::Range(64UL, 1048576UL))
       ->type_name("MB")

@@ -19,6 +19,7 @@ struct OptionWords {
   std::vector<std::string> extensions;
   std::vector<std::string> addedExtensions;
   std::vector<std::string> removedExtensions;
+  bool isPrivate = false;
   unsigned long timeoutSeconds = 0;
   std::optional<unsigned long> limitSeconds;
 };

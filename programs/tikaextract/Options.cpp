@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 
 #include "programs/common/Escape.h"
@@ -17,15 +18,18 @@ namespace fs = std::filesystem;
 
 constexpr char kDescription[] =
     "Prints the plain text of documents: PDF, DOC, DOCX, XLS, XLSX and every other format that "
-    "Apache Tika reads. Without --server or --service it starts a private Tika server for the run "
-    "and stops it at the end.";
+    "Apache Tika reads. Without --server or --service it uses the servers of this machine's "
+    "service host. If there is no host that it may use, or no server there is ready, it starts a "
+    "private Tika server for the run and stops it at the end.";
 constexpr char kFooter[] =
     "From a directory it takes the files with the extensions of --ext or of the settings. Under -o "
     "their texts keep the directory's layout, in a folder of the directory's name when more than "
     "one FILE is given. The documents of a list keep their paths under -o.\n"
     "\n"
     "The servers of a service host are used as they are. With --service-servers or --service-jar, "
-    "missing servers are added for the run and deleted at its end if nobody else uses them.\n"
+    "missing servers are added for the run and deleted at its end if nobody else uses them. "
+    "This machine's host is found as by --service local. It is never asked to start a server "
+    "unless --service names it: a private server takes as long, and leaves nothing behind.\n"
     "\n"
     "Exit status:\n"
     "  0    all documents were extracted\n"
@@ -35,7 +39,8 @@ constexpr char kFooter[] =
     "  130  interrupted\n"
     "\n"
     "Environment:\n"
-    "  TIKA_SERVER_JAR  The runnable Tika server jar of the private server\n"
+    "  TIKA_SERVER_JAR  The runnable Tika server jar of the private server, which is then used "
+    "even if this machine has a service host\n"
     "\n"
     "Examples:\n"
     "  $ tikaextract -o texts report.pdf minutes.docx\n"
@@ -140,6 +145,10 @@ std::string Check(const Options& options) {
     return "--resume needs -o, the directory of the earlier run";
   }
   if (options.zeroSeparated && options.filesFrom.empty()) return "-0 needs --files-from";
+  if (options.privateUse == PrivateServerUse::Always &&
+      !(options.servers.empty() && options.services.empty())) {
+    return "--private is given with --server or --service: choose one";
+  }
   if (options.serviceServers != 0 && options.services.empty()) {
     return "--service-jar, --service-servers and the other --service options need --service";
   }
@@ -150,6 +159,15 @@ std::string Check(const Options& options) {
     if (text.size() > kMaxServiceText) return Quoted(text) + " is longer than 259 bytes";
   }
   return PrepareOutputDir(options);
+}
+
+// A private server's jar or heap are named for a private server.
+PrivateServerUse FindPrivateUse(const CLI::App& app, const OptionWords& words) {
+  if (words.isPrivate) return PrivateServerUse::Always;
+  const char* jar = std::getenv("TIKA_SERVER_JAR");
+  const bool isDescribed =
+      app.count("--jar") > 0 || app.count("--java-heap") > 0 || (jar != nullptr && *jar != '\0');
+  return isDescribed ? PrivateServerUse::WithoutServers : PrivateServerUse::WithoutHost;
 }
 
 }  // namespace
@@ -169,6 +187,7 @@ std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
   options->extensions = Extensions(words.extensions);
   options->addedExtensions = Extensions(words.addedExtensions);
   options->removedExtensions = Extensions(words.removedExtensions);
+  options->privateUse = FindPrivateUse(app, words);
   for (const char* wish : kServiceWishes) {
     if (options->serviceServers == 0 && app.count(wish) > 0) options->serviceServers = 1;
   }

@@ -11,6 +11,13 @@
 /// Exit status of the program; one ended by a signal exits with 128 and the signal's number.
 enum ExitStatus { kAllExtracted = 0, kSomeFailed = 1, kWrongUse = 2, kNoServer = 3 };
 
+/// When a private server is started.
+enum class PrivateServerUse {
+  WithoutHost,     ///< no servers are named, and this machine's service host has none ready
+  WithoutServers,  ///< no servers are named
+  Always           ///< whatever the settings name
+};
+
 struct Options {
   std::vector<std::string> files;
   std::string inputName;  ///< of the document from standard input; empty: it has none
@@ -25,7 +32,7 @@ struct Options {
   std::string extensions;
   std::string addedExtensions;       ///< to these
   std::string removedExtensions;     ///< from these
-  std::vector<HostPort> servers;     ///< empty: the settings', or a private server for the run
+  std::vector<HostPort> servers;     ///< empty: the settings', or as `privateUse` says
   std::vector<HostPort> services;    ///< service hosts, by their control ports
   unsigned long serviceServers = 0;  ///< wanted of each service; 0: those that it has
   std::string serviceJar;            ///< a path there; empty: the records' default
@@ -47,6 +54,7 @@ struct Options {
   unsigned long textLimitMb = 2048;          ///< for one text; 0: none
   unsigned long javaHeapMb = 1024;
   std::string jar;  ///< empty: looked up, see PrivateServer
+  PrivateServerUse privateUse = PrivateServerUse::WithoutHost;
   bool verbose = false;
 
   /// Documents beyond those named one by one: the end of the run is worth a line.

@@ -156,8 +156,7 @@ bool Servers::PreparePrivate(SCA_TikaClient* client, unsigned long* error) {
 
 std::string Servers::Submit(SCA_TikaExtractRequest* request, const std::string& extension) {
   // What was named goes to a server whatever its extension: any of this run's services will do.
-  if (setup_.IsPrivate() || !options_.servers.empty() || !options_.services.empty() ||
-      !setup_.IsListed(extension)) {
+  if (!setup_.AreServersSaved() || !setup_.IsListed(extension)) {
     const auto& services = *setup_.Settings().GetServiceList();
     for (const auto* node = services.GetHead(); node != nullptr; node = node->GetNext()) {
       if (node->GetItem()->IsEnabled() != 0) {

@@ -8,6 +8,7 @@
 #include "platform/SCA_Text.h"
 #include "programs/common/Escape.h"
 #include "programs/common/LocalHost.h"
+#include "programs/tikaextract/ReadyHost.h"
 
 namespace {
 
@@ -54,15 +55,16 @@ std::string Setup::Prepare() {
   if (options_.timeoutMs) settings_.SetNetworkTimeout(*options_.timeoutMs);
   complaint = UseExtensions();
   if (!complaint.empty()) return complaint;
-  if (options_.servers.empty() && options_.services.empty()) {
-    complaint = UseSavedServers();
+  const bool isAlwaysPrivate = options_.privateUse == PrivateServerUse::Always;
+  if (!AreServersGiven()) {
+    if (!isAlwaysPrivate) complaint = UseSavedServers();
   } else {
     settings_.ClearAll();
     complaint = UseGivenServers();
     if (complaint.empty()) complaint = UseGivenServices();
   }
   if (complaint.empty() && !options_.saveSettingsFile.empty()) complaint = Save();
-  return complaint.empty() ? UseServices() : complaint;
+  return complaint.empty() && !isAlwaysPrivate ? UseServices() : complaint;
 }
 
 std::string Setup::Load() {
@@ -271,6 +273,24 @@ std::string Setup::Claim(const std::string& address, unsigned short port, bool* 
   const auto [entry, isInserted] = ports_.insert({address, port});
   *isNew = isInserted;
   return entry->second == port ? std::string() : ComplainAboutPorts(address, entry->second, port);
+}
+
+std::string Setup::UseReadyHost() {
+  if (!IsPrivate() || options_.privateUse != PrivateServerUse::WithoutHost) return {};
+  std::string path;
+  const std::string complaint = FindReadyHost(&path);
+  SCA_TikaServiceList& services = *settings_.GetServiceList();
+  SCA_TikaService* service = nullptr;
+  if (!complaint.empty() || path.size() > kMaxHostName) {
+    return "using a private server; " + complaint;
+  }
+  services.ClearAll();
+  if (services.AddService(path.c_str(), &service) == 0) return "not enough memory";
+  service->SetControlPort(kDefaultControlPort);
+  service->SetNumOfServers(0);
+  services_.push_back(service);
+  isHostFound_ = true;
+  return "using the service host at " + Printable(path);
 }
 
 unsigned long Setup::MakePrivateService() {

@@ -46,9 +46,15 @@ class Setup {
   const std::vector<SCA_TikaService*>& Services() const { return services_; }
   /// The run is to have a server of its own, of the service `MakePrivateService()`.
   bool IsPrivate() const { return servers_.empty() && services_.empty(); }
+  /// The servers are those of the settings, each of which takes its own kinds of documents.
+  bool AreServersSaved() const { return !IsPrivate() && !isHostFound_ && !AreServersGiven(); }
+  /// Uses this machine's service host for a run that would be private, if it may and can be used.
+  /// @return What the run uses, for people; nothing when that was said before.
+  std::string UseReadyHost();
   unsigned long MakePrivateService();
 
  private:
+  bool AreServersGiven() const { return !options_.servers.empty() || !options_.services.empty(); }
   std::string Load();
   std::string Save();
   std::string UseExtensions();
@@ -63,6 +69,7 @@ class Setup {
   const Options& options_;
   SCA_TikaConfigOrv settings_;
   bool lacksLocalHost_ = false;  // which is wanted
+  bool isHostFound_ = false;     // and used, although nothing names it
   std::vector<ServerOfService> servers_;
   std::vector<SCA_TikaService*> services_;
   std::map<std::string, unsigned short> ports_;  // control ports in use, by address

@@ -31,7 +31,7 @@ TEST(PrivateServer, ExampleHasOneToo) {
 }
 
 TEST(PrivateServer, InterruptStopsItBeforeTheProgramEnds) {
-  Program program("tikaextract", {"--verbose", kSample});
+  Program program("tikaextract", {"--private", "--verbose", kSample});
   ASSERT_TRUE(program.WaitForError("tikaextract: started java"));
   program.Signal(SIGINT);
   EXPECT_EQ(program.Wait(), 130);
@@ -45,7 +45,7 @@ TEST(PrivateServer, KilledProgramLeavesNoJavaBehind) {
   for (int round = 0; round < 6; ++round) {
     const int afterMs = moment(random);
     SCOPED_TRACE(::testing::Message() << "seed " << seed << ", killed after " << afterMs << " ms");
-    Program program("tikaextract", {kSample, kSample});
+    Program program("tikaextract", {"--private", kSample, kSample});
     // The moment itself is what is tested here, not a thing to wait for.
     ::poll(nullptr, 0, afterMs);
     program.Signal(SIGKILL);

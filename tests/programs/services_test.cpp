@@ -1,7 +1,10 @@
 // tikaextract with service hosts, which are scripted here with all their Tika servers.
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -157,6 +160,61 @@ TEST_F(TikaExtractServices, ServiceOfThisMachineNeedsNoKey) {
       EXPECT_EQ(program.Output(), isOpen ? "text of x" : "");
     }
   }
+}
+
+// Without a host the run would have a private server, for which there is no jar here.
+TEST_F(TikaExtractServices, RunWithoutServersAsksThisMachineFirst) {
+  const std::string directory = dir_.File("Tika Service/data");
+  const std::string socket = directory + "/control.socket";
+  std::filesystem::create_directories(directory);
+  ScriptedHost host("127.0.0.1");
+  const auto run = [&](const std::vector<std::string>& options) {
+    std::vector<std::string> arguments{"-v", x_};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    const std::vector<std::string> empty{"XDG_CONFIG_HOME=" + dir_.Path(),
+                                         "XDG_CACHE_HOME=" + dir_.Path(), "TIKA_SERVER_JAR="};
+    return std::make_unique<Program>("tikaextract", arguments, empty);
+  };
+  const std::string noJar = "there is no Tika server jar";
+  host.OpenLocal(socket);
+  EXPECT_TRUE(Ends(*run({}), 3, "the service host at " + socket + " cannot be asked"));
+  const unsigned short port = host.Keep(SCA_ServerActive);
+  const std::size_t calls = host.Calls().size();
+  const auto used = run({});
+  EXPECT_TRUE(Ends(*used, 0, "using the service host at " + socket));
+  EXPECT_EQ(used->Output(), "text of x");
+  const std::vector<std::string> keepAway[] = {
+      {"--private"}, {"--jar", dir_.File("none.jar")}, {"--java-heap", "64"}};
+  for (const auto& options : keepAway) EXPECT_TRUE(Ends(*run(options), 3, noJar));
+  EXPECT_TRUE(Ends(*run({"--private", "--service", "local"}), 2, "choose one"));
+  // Whoever may write there may have put another program's socket there.
+  ::chmod(directory.c_str(), 0777);
+  const auto distrusting = run({});
+  EXPECT_TRUE(Ends(*distrusting, 3, noJar));
+  EXPECT_TRUE(Has(distrusting->Error(), socket + " (the host takes commands from its own account"));
+  ::chmod(directory.c_str(), 0700);
+  host.SetStatus(port, SCA_ServerInactive);
+  EXPECT_TRUE(Ends(*run({}), 3, noJar));
+  EXPECT_EQ(host.served.load(), 1);
+  EXPECT_EQ(host.Calls().size(), calls) << "was asked to start a server";
+}
+
+TEST_F(TikaExtractServices, HungOrDeadHostOfThisMachineIsPassedOver) {
+  const std::string directory = dir_.File("Tika Service/data");
+  std::filesystem::create_directories(directory);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  SCA_CopyText(address.sun_path, (directory + "/control.socket").c_str(), SCA_TextFit::Cut);
+  const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  for (const bool hangs : {false, true}) {
+    ASSERT_EQ(hangs ? ::listen(socket, 1) : 0, 0);
+    Program program(
+        "tikaextract", {x_},
+        {"XDG_CONFIG_HOME=" + dir_.Path(), "XDG_CACHE_HOME=" + dir_.Path(), "TIKA_SERVER_JAR="});
+    EXPECT_TRUE(Ends(program, 3, "there is no Tika server jar"));
+  }
+  ::close(socket);
 }
 
 TEST_F(TikaExtractServices, SavedWishesComeBackAndFormerSettingsAreUnderstood) {
