@@ -11,4 +11,8 @@
 /// @return 20000 to 32000, or 0 when none was found.
 SCA_API unsigned short SCA_FindFreePort();
 
+/// @return 1 when a server could listen on the port now: no other one does, on any IPv4 address of
+///         this machine. Connections of an earlier one that are still ending do not matter.
+SCA_API int SCA_IsPortFree(unsigned short port);
+
 #endif  // SCA_PLATFORM_SCA_FREEPORT_H

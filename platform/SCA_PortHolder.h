@@ -1,4 +1,5 @@
-/// Who listens on a port: two programs may want the same. Internal to the library.
+/// Who listens on a port, which two programs may want, and how many are connected to it. Internal
+/// to the library.
 /// Threads: any thread may ask.
 #ifndef SCA_PLATFORM_SCA_PORTHOLDER_H
 #define SCA_PLATFORM_SCA_PORTHOLDER_H
@@ -12,5 +13,9 @@ enum class SCA_PortHolder {
 /// @param group  A process group of this account, by its leader's id.
 /// Throws `std::bad_alloc`.
 SCA_PortHolder SCA_FindPortHolder(unsigned short port, unsigned long group);
+
+/// @return How many TCP connections to the port of this machine are established, idle ones as well,
+///         as far as the system tells. Throws `std::bad_alloc`.
+unsigned long SCA_CountConnections(unsigned short port);
 
 #endif  // SCA_PLATFORM_SCA_PORTHOLDER_H

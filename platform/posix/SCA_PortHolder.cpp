@@ -14,9 +14,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// How a process's descriptors name the sockets that listen on a port: "socket:[INODE]".
-std::vector<std::string> ListenersOn(unsigned short port) {
-  std::vector<std::string> listeners;
+constexpr char kEstablished[] = "01";
+constexpr char kListening[] = "0A";
+
+// How a process's descriptors name the sockets that have a port of their own and are in a state:
+// "socket:[INODE]".
+std::vector<std::string> SocketsOn(unsigned short port, const char* state) {
+  std::vector<std::string> sockets;
   for (const char* table : {"/proc/self/net/tcp", "/proc/self/net/tcp6"}) {
     std::ifstream file(table);
     std::string line;
@@ -29,13 +33,16 @@ std::vector<std::string> ListenersOn(unsigned short port) {
       for (std::string& each : word) words >> each;
       words >> inode;
       const std::size_t colon = word[1].rfind(':');
-      constexpr char kListening[] = "0A";
-      if (colon == std::string::npos || word[3] != kListening) continue;
+      if (colon == std::string::npos || word[3] != state) continue;
       if (std::strtoul(word[1].c_str() + colon + 1, nullptr, 16) != port) continue;
-      listeners.push_back("socket:[" + inode + "]");
+      sockets.push_back("socket:[" + inode + "]");
     }
   }
-  return listeners;
+  return sockets;
+}
+
+std::vector<std::string> ListenersOn(unsigned short port) {
+  return SocketsOn(port, kListening);
 }
 
 // Whether a process holds one of the sockets; `isTold` becomes false when it cannot be seen.
@@ -67,4 +74,8 @@ SCA_PortHolder SCA_FindPortHolder(unsigned short port, unsigned long group) {
   // A process that held the port may have ended before it was looked at.
   const bool isSame = ListenersOn(port) == sockets;
   return isTold && !error && isSame ? SCA_PortHolder::Stranger : SCA_PortHolder::Unknown;
+}
+
+unsigned long SCA_CountConnections(unsigned short port) {
+  return SocketsOn(port, kEstablished).size();
 }
