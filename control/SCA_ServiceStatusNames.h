@@ -108,6 +108,8 @@ struct SCA_StatusField {
   FIELD(HostDescriptors, "Host Descriptors", U32, "open files of the service host itself") \
   FIELD(Deaths, "Deaths", U64, "of servers, unexpected, since the start of the host")      \
   FIELD(WorkerDeaths, "Worker Deaths", U64, "of workers whose servers ran on")             \
+  FIELD(LeavingServers, "Leaving Servers", U32, "replaced, and finishing their documents") \
+  FIELD(RecycledServers, "Recycled Servers", U64, "replaced since the start of the host")  \
   FIELD(ServersStatusId, "Servers Status Id", U32, "changes with the list of servers")     \
   FIELD(DebugLogSession, "Debug Log Session", U32, "changes when the log is cleared")      \
   FIELD(History, "History", Object, "of deaths, oldest first, named by their numbers")
@@ -130,6 +132,7 @@ struct SCA_StatusField {
   FIELD(ProcessId, "Process Id", U32, "0 when none runs")                                      \
   FIELD(Restarts, "Restarts", U32, "since the server was started")                             \
   FIELD(WorkerDeaths, "Worker Deaths", U32, "since the server was started")                    \
+  FIELD(Documents, "Documents", U64, "begun by the running process, as its log tells")         \
   FIELD(StartTime, "Start Time", Time, "of the running process")                               \
   FIELD(UpTime, "Up Time", Ms, "of the running process")                                       \
   FIELD(MemoryUsage, "Memory Usage", Bytes, "with all its processes")                          \

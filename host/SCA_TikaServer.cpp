@@ -58,6 +58,19 @@ unsigned long LevelOf(const char* line) {
   return SCA_LevelInfo;
 }
 
+// "INFO [..] 12:00:00,000 org.apache.tika.server.core.resource.TikaResource /tika (TYPE)", and so
+// for /meta and /rmeta. Versions differ in the package, and in the path's slash.
+bool TellsOfDocument(std::string_view line) {
+  constexpr std::string_view kResource = "Resource ";
+  const std::size_t package = line.find(" org.apache.tika.server.");
+  if (line.rfind("INFO", 0) != 0 || package == std::string_view::npos) return false;
+  const std::size_t resource = line.find(kResource, package);
+  if (resource == std::string_view::npos || line.back() != ')') return false;
+  const std::string_view request = line.substr(resource + kResource.size());
+  const std::size_t blank = request.find(' ');
+  return blank != std::string_view::npos && request.substr(blank, 2) == " (";
+}
+
 const char* NotNull(const char* text) {
   return text != nullptr ? text : "";
 }
@@ -486,6 +499,7 @@ unsigned long SCA_TikaServer::StartJava(Run* run) {
   run->begin = Clock::now();
   run->processId = run->process->GetProcessId();
   SetStartTime(SCA_GetAbsTime());
+  documents_.Set(0);
   processId_.Set(static_cast<std::uint32_t>(run->processId));
   SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelInfo,
                                            "Tika server %lu started on port - %d (PID:%lu)",
@@ -560,6 +574,7 @@ void SCA_TikaServer::AddOutput(Run* run, char* line, unsigned long length) {
   if (std::strstr(line, kWorkerIsIdle) != nullptr) ++run->idleWorkers;
   const bool isFirst = !run->isInLine;
   run->isInLine = run->process->IsLineContinued() != 0;
+  if (isFirst && TellsOfDocument({line, length})) documents_.Add(1);
   if (isFirst && !run->isInLine) {
     unsigned long ignored = 0;
     AddLogMessage(line, length, &ignored);

@@ -162,6 +162,9 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   void SetTikaErrors(unsigned long count) { tikaErrors_.Set(static_cast<std::uint32_t>(count)); }
   /// Worker processes that have ended while the process ran on, since the last start of the server.
   unsigned long GetWorkerEnds() const { return workerEnds_.Get(); }
+  /// Documents that the running process has begun, as far as its log tells: Tika logs one line for
+  /// each request that parses.
+  unsigned long long GetDocuments() const { return documents_.Get(); }
   /// Absolute time of the running process's start.
   unsigned long long GetStartTime() const { return startTime_.Get(); }
   void SetStartTime(unsigned long long time) { startTime_.Set(time); }
@@ -233,6 +236,7 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   SCA_AtomicValue<std::uint32_t> workerEnds_{0};
   SCA_AtomicValue<std::uint32_t> processStatus_{SCA_ServerIdle};
   SCA_AtomicValue<std::uint32_t> statusCode_{0};
+  SCA_AtomicValue<unsigned long long> documents_{0};
   SCA_AtomicValue<unsigned long long> startTime_{0};
   SCA_AtomicValue<unsigned long long> upTime_{0};
   SCA_AtomicValue<unsigned long long> readIops_{0};

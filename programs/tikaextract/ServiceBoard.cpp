@@ -142,8 +142,10 @@ void ServiceBoard::TellDetail(const Service& service, const std::string& text) {
 }
 
 unsigned long ServiceBoard::ClientsFor(unsigned long serviceId, unsigned short port) {
-  const unsigned long clients = clientsFor_();
+  unsigned long clients = clientsFor_();
   const SCA_LockGuard guard(lock_);
+  // One that takes the place of another comes while that one still has its share.
+  for (const auto& [server, share] : clients_) clients = std::max(clients, share);
   return clients_[{serviceId, port}] = clients;
 }
 

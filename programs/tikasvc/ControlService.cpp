@@ -268,6 +268,8 @@ ServiceStatus ControlService::GetStatus() const {
   status.HostDescriptors = self.descriptors;
   status.Deaths = parts_.history->GetCount(SCA_DeathOf::Server);
   status.WorkerDeaths = parts_.history->GetCount(SCA_DeathOf::Worker);
+  status.LeavingServers = servers.leaving;
+  status.RecycledServers = servers.recycled;
   status.ServersStatusId = servers.statusId;
   status.DebugLogSession = parts_.log->GetLog()->GetSessionId();
   return status;

@@ -47,6 +47,7 @@ int HostedServer::GetStatus(ServerStatus* status, SCA_ConfigObj* history) const 
   status->ProcessId = health.processId;
   status->Restarts = health.restarts;
   status->WorkerDeaths = health.workerDeaths;
+  status->Documents = runs ? server->GetDocuments() : 0;
   status->StartTime = server->GetStartTime();
   status->UpTime = runs ? server->GetUpTime() : 0;
   status->MemoryUsage = runs ? server->GetMemoryUsage() : 0;

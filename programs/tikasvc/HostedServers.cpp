@@ -7,6 +7,7 @@
 
 #include "control/SCA_ServiceStatusNames.h"
 #include "platform/SCA_Error.h"
+#include "platform/SCA_FreePort.h"
 #include "programs/tikasvc/HostLog.h"
 #include "programs/tikasvc/LogMessages.h"
 
@@ -99,6 +100,7 @@ int HostedServers::Add(unsigned long agent, const char* fileName, unsigned short
       return 1;
     }
     if (!isNew) hosted->second.owners.Claim(agent);
+    if (agent == kHost) lowestPort_ = std::min(lowestPort_, port);
     isAnother = server->CheckConfig(fileName, port, heapSize, javaOptions) == 0;
     *id = server->GetServerId();
     *status = server->GetProcessStatus();
@@ -188,6 +190,8 @@ void HostedServers::DeleteAll() {
   {
     const SCA_LockGuard guard(lock_);
     while (!hosted_.empty()) leaving.push_back(Take(hosted_.begin()->first));
+    for (auto& [id, one] : withdrawn_) leaving.push_back(std::move(one));
+    withdrawn_.clear();
   }
   End(std::move(leaving));
 }
@@ -199,12 +203,14 @@ void HostedServers::Forget(unsigned long agent) {
 
 void HostedServers::StopAll() {
   for (auto& [id, hosted] : hosted_) hosted.watch->RequestStop();
+  for (auto& [id, one] : withdrawn_) one.watch->RequestStop();
 }
 
 bool HostedServers::IsStopping() const {
   const SCA_LockGuard guard(lock_);
-  return std::any_of(hosted_.begin(), hosted_.end(),
-                     [](const auto& entry) { return entry.second.watch->IsStopping() != 0; });
+  const auto isStopping = [](const auto& entry) { return entry.second.watch->IsStopping() != 0; };
+  return std::any_of(hosted_.begin(), hosted_.end(), isStopping) ||
+         std::any_of(withdrawn_.begin(), withdrawn_.end(), isStopping);
 }
 
 void HostedServers::BeginEnd() {
@@ -226,6 +232,110 @@ int HostedServers::Suspend() {
     std::this_thread::sleep_for(kSuspendPoll);
   }
   return 1;
+}
+
+// Successions
+
+std::vector<SCA_TikaTenure> HostedServers::GetTenures() const {
+  std::vector<SCA_TikaTenure> tenures;
+  const SCA_LockGuard guard(lock_);
+  for (const auto& [id, hosted] : hosted_) {
+    SCA_TikaTenure tenure;
+    tenure.serverId = id;
+    tenure.port = hosted.server->GetPortNumber();
+    tenure.isReady = hosted.IsReady() ? 1 : 0;
+    tenure.isBound = hosted.owners.HasConnection() || isSuspended_ ? 1 : 0;
+    tenure.documents = hosted.server->GetDocuments();
+    tenure.upTimeMs = hosted.server->GetUpTime();
+    tenure.memoryBytes = hosted.server->GetMemoryUsage();
+    tenures.push_back(tenure);
+  }
+  return tenures;
+}
+
+// @return 0 when there is none.
+unsigned short HostedServers::FindSparePort() const {
+  for (unsigned long port = lowestPort_; port <= kMaxPort; ++port) {
+    const auto number = static_cast<unsigned short>(port);
+    const auto isIts = [=](const auto& entry) {
+      return entry.second.server->GetPortNumber() == number;
+    };
+    if (std::any_of(hosted_.begin(), hosted_.end(), isIts)) continue;
+    if (std::any_of(withdrawn_.begin(), withdrawn_.end(), isIts)) continue;
+    if (SCA_IsPortFree(number) != 0) return number;
+  }
+  return 0;
+}
+
+// @return Null when there can be none.
+SCA_TikaServer* HostedServers::AddSuccessor(const HostedServer& hosted, unsigned long* error) {
+  ServerStatus status;
+  const unsigned short port = FindSparePort();
+  *error = port == 0 ? EADDRINUSE : SCA_ErrorDataTooLarge;
+  if (port == 0 || list_.Count() >= SCA_MaxHostedServers) return nullptr;
+  SCA_TikaServer* server = nullptr;
+  *error = ENOMEM;
+  if (hosted.GetStatus(&status) == 0 ||
+      list_.AddServer(config_, status.FileName.c_str(), port,
+                      static_cast<unsigned long>(status.HeapSize), status.JavaOptions.c_str(),
+                      &server, error) == 0) {
+    return nullptr;
+  }
+  *error = EAGAIN;
+  return Adopt(server, kHost) ? server : nullptr;
+}
+
+int HostedServers::StartSuccessor(unsigned long id, unsigned long* successorId,
+                                  unsigned short* port, unsigned long* error) {
+  std::vector<Leaving> leaving;
+  {
+    const SCA_LockGuard guard(lock_);
+    const HostedServer* hosted = Find(id);
+    *error = SCA_ErrorStopping;
+    if (hosted == nullptr || isSuspended_ || isEnding_) return 0;
+    SCA_TikaServer* server = AddSuccessor(*hosted, error);
+    if (server == nullptr) return 0;
+    *successorId = server->GetServerId();
+    *port = server->GetPortNumber();
+    if (Find(*successorId)->watch->Start(error) != 0) return 1;
+    leaving.push_back(Take(*successorId));
+  }
+  End(std::move(leaving));
+  return 0;
+}
+
+int HostedServers::Withdraw(unsigned long id, unsigned long successorId) {
+  const SCA_LockGuard guard(lock_);
+  const HostedServer* hosted = Find(id);
+  const HostedServer* successor = Find(successorId);
+  const bool mayGo = hosted != nullptr && !hosted->owners.HasConnection() && !isSuspended_;
+  if (!mayGo || successor == nullptr || !successor->IsReady()) return 0;
+  withdrawn_[id] = Take(id);
+  ++recycled_;
+  return 1;
+}
+
+void HostedServers::DeleteWithdrawn(unsigned long id) {
+  std::vector<Leaving> leaving;
+  {
+    const SCA_LockGuard guard(lock_);
+    const auto found = withdrawn_.find(id);
+    if (found == withdrawn_.end()) return;
+    leaving.push_back(std::move(found->second));
+    withdrawn_.erase(found);
+  }
+  End(std::move(leaving));
+}
+
+void HostedServers::DeleteUnclaimed(unsigned long id) {
+  std::vector<Leaving> leaving;
+  {
+    const SCA_LockGuard guard(lock_);
+    const HostedServer* hosted = Find(id);
+    if (hosted == nullptr || hosted->owners.HasConnection()) return;
+    leaving.push_back(Take(id));
+  }
+  End(std::move(leaving));
 }
 
 // What is told
@@ -260,6 +370,8 @@ ServersSummary HostedServers::Summarize() const {
   ServersSummary summary;
   summary.servers = hosted_.size();
   summary.statusId = list_.GetServersStatusId();
+  summary.leaving = withdrawn_.size();
+  summary.recycled = recycled_;
   summary.isSuspended = isSuspended_;
   // Each is looked at once: what is counted here must add up.
   for (const auto& [id, hosted] : hosted_) {
@@ -269,6 +381,9 @@ ServersSummary HostedServers::Summarize() const {
     if (status == SCA_ServerError) ++summary.error;
     if (isActive && hosted.IsReady()) ++summary.ready;
     if (hosted.server->GetProcessId() != 0) summary.memoryUsage += hosted.server->GetMemoryUsage();
+  }
+  for (const auto& [id, one] : withdrawn_) {
+    if (one.server->GetProcessId() != 0) summary.memoryUsage += one.server->GetMemoryUsage();
   }
   return summary;
 }

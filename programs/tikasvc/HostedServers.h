@@ -10,6 +10,7 @@
 #include "host/SCA_TikaServerList.h"
 #include "programs/tikasvc/HostedServer.h"
 #include "programs/tikasvc/WatchReports.h"
+#include "supervision/SCA_TikaRecycler.h"
 
 /// How the servers are, summed up.
 struct ServersSummary {
@@ -18,6 +19,8 @@ struct ServersSummary {
   unsigned long ready = 0;
   unsigned long error = 0;
   unsigned long long memoryUsage = 0;
+  unsigned long leaving = 0;  ///< not among the servers, but their memory is among the memory
+  unsigned long long recycled = 0;
   unsigned long statusId = 0;
   bool isSuspended = false;
 
@@ -57,6 +60,20 @@ class HostedServers {
   /// `EBUSY`.
   int Suspend() SCA_EXCLUDES(lock_);
 
+  /// @name For a recycler, as in `SCA_TikaRecyclerOwner`
+  /// A server that a connection has asked for stays as long as the connection does, because the
+  /// connection has asked for its port. A successor is on the first free port from the lowest one
+  /// on that the host has ever asked for.
+  /// @{
+  std::vector<SCA_TikaTenure> GetTenures() const SCA_EXCLUDES(lock_);
+  int StartSuccessor(unsigned long id, unsigned long* successorId, unsigned short* port,
+                     unsigned long* error) SCA_EXCLUDES(lock_);
+  int Withdraw(unsigned long id, unsigned long successorId) SCA_EXCLUDES(lock_);
+  void DeleteWithdrawn(unsigned long id) SCA_EXCLUDES(lock_);
+  /// Deletes a server unless a connection has asked for it.
+  void DeleteUnclaimed(unsigned long id) SCA_EXCLUDES(lock_);
+  /// @}
+
   int SerializeList(SCA_ConfigObj* list) const SCA_EXCLUDES(lock_);
   int Serialize(unsigned long id, SCA_ConfigObj* server) const SCA_EXCLUDES(lock_);
   /// As in the control port's `GetServerLog`.
@@ -72,6 +89,8 @@ class HostedServers {
   int FillStatus(unsigned long id, SCA_ConfigObj* status) const SCA_EXCLUDES(lock_);
 
  private:
+  static constexpr unsigned short kMaxPort = 65535;
+
   // A server that has left the list, with its watch.
   struct Leaving {
     SCA_Owned<SCA_TikaServer> server;
@@ -83,6 +102,9 @@ class HostedServers {
   void StopAll() SCA_REQUIRES(lock_);
   bool IsStopping() const SCA_EXCLUDES(lock_);
   Leaving Take(unsigned long id) SCA_REQUIRES(lock_);
+  unsigned short FindSparePort() const SCA_REQUIRES(lock_);
+  SCA_TikaServer* AddSuccessor(const HostedServer& hosted, unsigned long* error)
+      SCA_REQUIRES(lock_);
   static void End(std::vector<Leaving> leaving);
 
   SCA_TikaConfigUser* const config_;
@@ -95,6 +117,9 @@ class HostedServers {
   mutable SCA_Lock lock_;
   SCA_TikaServerList list_ SCA_GUARDED_BY(lock_);
   std::map<unsigned long, HostedServer> hosted_ SCA_GUARDED_BY(lock_);  // by server id
+  std::map<unsigned long, Leaving> withdrawn_ SCA_GUARDED_BY(lock_);    // by server id
+  unsigned short lowestPort_ SCA_GUARDED_BY(lock_) = kMaxPort;          // that the host asked for
+  unsigned long long recycled_ SCA_GUARDED_BY(lock_) = 0;
   bool isSuspended_ SCA_GUARDED_BY(lock_) = false;
   bool isEnding_ SCA_GUARDED_BY(lock_) = false;
 };

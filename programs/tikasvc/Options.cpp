@@ -19,6 +19,18 @@ constexpr char kFooter[] =
     "The user configuration (tika_service.trv), the data directory and the key of the control port "
     "(control.key) are in '$XDG_CONFIG_HOME/Tika Service', by default '~/.config/Tika Service'.\n"
     "\n"
+    "Under --recycle-after, which may be given once for documents, time and memory each, a "
+    "successor starts on the first free port from --first-port on. When it answers, clients move "
+    "over to it, and the server that it replaces finishes its documents, for 10 minutes at most, "
+    "and is stopped. One server is replaced at a time. If the successor does not come up, or less "
+    "than 512 MB of memory are free for it, the server stays, and the next attempt follows 30 s to "
+    "1 h later. Documents are counted by Tika's log, which has a line for each request to parse; a "
+    "server that logs less is not replaced for them. Memory counts after ten minutes. A server "
+    "that "
+    "a connected client has asked for by its port stays until that client has gone. Clients that "
+    "use a port without the control port are not told: give them all ports, one more than there "
+    "are servers.\n"
+    "\n"
     "Exit status:\n"
     "  0  stopped on request\n"
     "  1  failed\n"
@@ -34,7 +46,7 @@ constexpr char kFooter[] =
     "  $ tikasvc --jar /opt/tika/tika-server.jar --servers 2";
 constexpr unsigned long kMaxSilenceSeconds = 86400;
 
-void DefineServers(CLI::App* app, Options* options) {
+void DefineServers(CLI::App* app, Options* options, std::vector<std::string>* recycleLimits) {
   app->add_option("--jar", options->jar, "Tika server jar of the servers started with the host")
       ->type_name("FILE");
   app->add_option("--servers", options->servers, "Servers to start with the host")
@@ -66,6 +78,54 @@ void DefineServers(CLI::App* app, Options* options) {
       ->check(CLI::Range(0UL, kMaxSilenceSeconds))
       ->default_str("120")
       ->type_name("SECONDS");
+  app->add_option("--recycle-after", *recycleLimits,
+                  "Replace a server of the host that has begun so many documents (10000), has run "
+                  "for so long (90m, 12h, 7d) or uses so much memory (800M, 2G); see below")
+      ->type_name("LIMIT")
+      ->allow_extra_args(false);
+}
+
+// What a limit is of is told by its unit.
+struct RecycleUnit {
+  const char* suffix;
+  unsigned long long SCA_TikaRecycleRules::*limit;
+  unsigned long long size;
+};
+
+constexpr unsigned long long kSecondMs = 1000;
+constexpr RecycleUnit kRecycleUnits[] = {
+    {"", &SCA_TikaRecycleRules::documents, 1},
+    {"s", &SCA_TikaRecycleRules::upTimeMs, kSecondMs},
+    {"m", &SCA_TikaRecycleRules::upTimeMs, 60 * kSecondMs},
+    {"h", &SCA_TikaRecycleRules::upTimeMs, 3600 * kSecondMs},
+    {"d", &SCA_TikaRecycleRules::upTimeMs, 86400 * kSecondMs},
+    {"M", &SCA_TikaRecycleRules::memoryBytes, 1ULL << 20},
+    {"G", &SCA_TikaRecycleRules::memoryBytes, 1ULL << 30},
+};
+
+// "10000", "12h" or "2G".
+std::string ReadRecycleLimit(const std::string& text, SCA_TikaRecycleRules* rules) {
+  constexpr std::size_t kMaxDigits = 9;
+  const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+  const unsigned long value = digits <= kMaxDigits ? std::strtoul(text.c_str(), nullptr, 10) : 0;
+  for (const RecycleUnit& unit : kRecycleUnits) {
+    if (value == 0 || text.substr(digits) != unit.suffix) continue;
+    if (rules->*unit.limit != 0) {
+      return "--recycle-after " + Quoted(text) + " is a second limit of its kind: leave one out";
+    }
+    rules->*unit.limit = value * unit.size;
+    return {};
+  }
+  return "--recycle-after " + Quoted(text) +
+         " is no limit: give documents (10000), a time (90m, 12h, 7d) or memory (800M, 2G)";
+}
+
+std::string ReadRecycleLimits(const std::vector<std::string>& texts, SCA_TikaRecycleRules* rules) {
+  std::string complaint;
+  for (const std::string& text : texts) {
+    if (complaint.empty()) complaint = ReadRecycleLimit(text, rules);
+  }
+  return complaint;
 }
 
 // A removed option says what to do instead.
@@ -140,7 +200,8 @@ std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
   app.footer(kFooter);
   app.set_version_flag("--version", "tikasvc " SCA_VERSION);
   std::string metrics;
-  DefineServers(&app, options);
+  std::vector<std::string> recycleLimits;
+  DefineServers(&app, options, &recycleLimits);
   DefineHost(&app, options, &metrics);
   bool noLogin = false;
   DefineFormer(&app, &noLogin);
@@ -149,6 +210,7 @@ std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
   if (complaint.empty()) complaint = CompleteServers(options);
   if (complaint.empty()) complaint = CheckBindAddress(options->tikaBind);
   if (complaint.empty()) complaint = ReadMetricsAddress(metrics, options);
+  if (complaint.empty()) complaint = ReadRecycleLimits(recycleLimits, &options->recycle);
   if (complaint.empty()) return std::nullopt;
   PrintErrorLine("tikasvc: " + complaint);
   return kWrongUse;

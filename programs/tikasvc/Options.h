@@ -6,6 +6,7 @@
 #include <string>
 
 #include "programs/common/Address.h"
+#include "supervision/SCA_TikaRecycler.h"
 
 /// Exit status of the program.
 enum ExitStatus {
@@ -31,7 +32,12 @@ struct Options {
   std::string controlGroup;                   ///< may use it too; empty: nobody
   std::optional<HostPort> metrics;
   unsigned long silenceLimitMs = 120000;  ///< 0: a server that does not answer is let be
+  SCA_TikaRecycleRules recycle;           ///< its limits are those of the command line
   bool verbose = false;
+
+  bool Recycles() const {
+    return (recycle.documents | recycle.upTimeMs | recycle.memoryBytes) != 0;
+  }
 };
 
 /// Reads the command line; prints help, version and complaints.

@@ -1,15 +1,12 @@
 #include "programs/tikasvc/ServerOwners.h"
 
 #include <algorithm>
+#include <utility>
 
 void ServerOwners::Claim(unsigned long agent) {
-  if (owner_ == kHost || owner_ == agent) return;
-  if (agent == kHost) {
-    owner_ = kHost;
-    claims_.clear();
-  } else if (std::find(claims_.begin(), claims_.end(), agent) == claims_.end()) {
-    claims_.push_back(agent);
-  }
+  if (owner_ == agent) return;
+  if (agent == kHost) std::swap(agent, owner_);
+  if (std::find(claims_.begin(), claims_.end(), agent) == claims_.end()) claims_.push_back(agent);
 }
 
 void ServerOwners::Withdraw(unsigned long agent) {
@@ -27,9 +24,7 @@ bool ServerOwners::Leave(unsigned long agent) {
 
 void ServerOwners::Forget(unsigned long agent) {
   Withdraw(agent);
-  if (owner_ != agent) return;
-  owner_ = kHost;
-  claims_.clear();
+  if (owner_ == agent) owner_ = kHost;
 }
 
 std::string ServerOwners::TextOf(unsigned long agent) {

@@ -24,6 +24,9 @@ class ServerOwners {
   /// A connection broke: its servers stay and belong to the host.
   void Forget(unsigned long agent);
 
+  /// @return True while a connection owns the server or has asked for it: it counts on its port.
+  bool HasConnection() const { return owner_ != kHost || !claims_.empty(); }
+
   /// @return "host", or "connection 12".
   static std::string TextOf(unsigned long agent);
   std::string Text() const { return TextOf(owner_); }
@@ -32,7 +35,8 @@ class ServerOwners {
   void Withdraw(unsigned long agent);
 
   unsigned long owner_;
-  std::deque<unsigned long> claims_;  // of other connections, the oldest first
+  std::deque<unsigned long> claims_;  // of other connections, the oldest first; where the host
+                                      // is the owner it stays so
 };
 
 #endif  // SCA_PROGRAMS_TIKASVC_SERVEROWNERS_H

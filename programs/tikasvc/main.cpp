@@ -21,6 +21,7 @@
 #include "programs/tikasvc/FormerLife.h"
 #include "programs/tikasvc/Metrics.h"
 #include "programs/tikasvc/Options.h"
+#include "programs/tikasvc/Recycling.h"
 
 namespace {
 
@@ -42,7 +43,8 @@ unsigned long TickMs() {
 std::string Describe(const ServersSummary& summary) {
   if (summary.servers == 0) return "no servers";
   return std::to_string(summary.ready) + " of " + std::to_string(summary.servers) +
-         " servers ready" + (summary.isSuspended ? ", suspended" : "");
+         " servers ready" + (summary.isSuspended ? ", suspended" : "") +
+         (summary.leaving > 0 ? ", " + std::to_string(summary.leaving) + " finishing" : "");
 }
 
 // The service host at work, from the open ports to the last stopped server.
@@ -80,7 +82,7 @@ class Host {
     Say(SCA_LevelInfo, "tikasvc " SCA_VERSION " listens on control port %u with login, and on %s",
         server.GetPort(), installation_.ControlSocket().c_str());
     if (!StartServers()) return kUnfit;
-    Serve();
+    ServeAndRecycle();
     sd_notify(0, "STOPPING=1\nSTATUS=Stopping the servers");
     Say(SCA_LevelInfo, "stopping");
     // Before the ports close, which takes a moment: the servers end meanwhile, and whoever ends
@@ -138,6 +140,13 @@ class Host {
       return false;
     }
     return true;
+  }
+
+  void ServeAndRecycle() {
+    if (!options_.Recycles()) return Serve();
+    const Recycling recycling(options_.recycle, &servers_);
+    if (!recycling.IsValid()) throw std::bad_alloc();
+    Serve();
   }
 
   void Serve() {

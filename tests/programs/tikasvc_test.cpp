@@ -83,6 +83,20 @@ template <class Otherwise>
   if (part == "chatty") {
     for (int i = 0; i < 40; ++i) Print("INFO  line " + std::to_string(i));
   }
+  if (part == "busy") {
+    // As Tika 1, 3 and 4 log documents, among other lines.
+    Print("INFO  [qtp1-15] 18:41:47,489 org.apache.tika.server.resource.TikaResource tika (a/b)");
+    Print(
+        "INFO  [qtp1-14] 18:41:32,485 org.apache.tika.server.core.resource.TikaResource /tika "
+        "(autodetecting type)");
+    Print(
+        "INFO  [qtp1-24] 18:43:16,120 org.apache.tika.server.core.resource."
+        "RecursiveMetadataResource /rmeta (autodetecting type)");
+    Print(
+        "WARN  [qtp1-17] 18:41:34,426 org.apache.tika.server.core.resource.TikaResource tika: "
+        "Text extraction failed (null)");
+    Print("INFO  [main] 18:42:41,217 [fork] org.pf4j.Provider Enabled plugins: (none)");
+  }
   Answer(listener, part == "mute" ? 1 : -1, [](int) {
     for (;;) ::pause();
   });
@@ -426,6 +440,43 @@ TEST_F(TikaSvc, HandsOutTheMessagesThatAreAskedFor) {
   EXPECT_EQ(Text(service.get(), SCA_ServiceFields::TikaLogDir), Home() + "/data/logs");
 }
 
+TEST_F(TikaSvc, ReplacesServersThatHaveServedForLong) {
+  const unsigned short port = FreePort();
+  Start({"--jar", Jar("busy"), "--first-port", std::to_string(port), "--heap", "64",
+         "--recycle-after", "3", "--recycle-after", "9h"});
+  auto client = Connect();
+  SCA_Owned<SCA_ConfigObj> status;
+  ASSERT_TRUE(IsReady(*client, 0, &status)) << host_->Error();
+  ASSERT_TRUE(Eventually(
+      [&] { return Number(StatusOf(*client, 0).get(), SCA_ServerFields::Documents) == 3; }));
+  const auto process = static_cast<pid_t>(Number(status.get(), SCA_ServerFields::ProcessId));
+  ASSERT_TRUE(host_->WaitForError("it has begun 3 documents: server 1 starts on port ")) << port;
+  EXPECT_EQ(Ids(*client), (std::vector<unsigned long>{0, 1})) << "both, so that clients move over";
+  // The first leaves the list, but not its process yet.
+  ASSERT_TRUE(Eventually([&] { return Ids(*client).front() == 1; })) << host_->Error();
+  EXPECT_EQ(::kill(process, 0), 0);
+  auto service = ServiceStatus(*client);
+  EXPECT_EQ(Number(service.get(), SCA_ServiceFields::LeavingServers), 1ULL);
+  EXPECT_EQ(Number(service.get(), SCA_ServiceFields::RecycledServers), 1ULL);
+  status = StatusOf(*client, 1);
+  EXPECT_EQ(Text(status.get(), SCA_ServerFields::FileName), Jar("busy"));
+  EXPECT_EQ(Number(status.get(), SCA_ServerFields::HeapSize), 64ULL);
+  const auto successor = static_cast<unsigned short>(Number(status.get(), SCA_ServerFields::Port));
+  EXPECT_GT(successor, port);
+  // A client that asks for a server by its port keeps it.
+  EXPECT_EQ(Add(*client, Jar("busy"), successor), 1UL);
+  ASSERT_TRUE(Eventually([&] { return ::kill(process, 0) != 0; })) << host_->Error();
+  EXPECT_EQ(Ids(*client), (std::vector<unsigned long>{1})) << host_->Error();
+  client.reset();
+  ASSERT_TRUE(host_->WaitForError("server 2 starts on port " + std::to_string(port)));
+  client = Connect();
+  ASSERT_EQ(client->Suspend(), 1);
+  EXPECT_TRUE(host_->WaitForError("server 1 is not replaced"));
+  EXPECT_EQ(client->StopServer(), 1);
+  EXPECT_EQ(host_->Wait(), 0) << host_->Error();
+  EXPECT_TRUE(host_->FamilyEndsWithin(10));
+}
+
 TEST_F(TikaSvc, KillsWhatAFormerLifeHasLeft) {
   Start({"--jar", Jar("leaves"), "--first-port", std::to_string(FreePort())});
   auto client = Connect();
@@ -457,6 +508,9 @@ TEST_F(TikaSvc, SaysWhyItDoesNotStart) {
       {{"--jar", "x", "--first-port", "65535", "--servers", "2"}, 2, "exceed port 65535"},
       {{"--metrics", "nowhere"}, 2, "is not host:port"},
       {{"--tika-bind", "127.0.0.1 "}, 2, "is not an address"},
+      {{"--recycle-after", "12x"}, 2, "'12x' is no limit"},
+      {{"--recycle-after", "0"}, 2, "'0' is no limit"},
+      {{"--recycle-after", "9h", "--recycle-after", "2d"}, 2, "'2d' is a second limit"},
       {{"--no-login"}, 2, "--no-login was removed"},
       {{}, 5, "another service host (process "},
   };
