@@ -206,7 +206,7 @@ SCA_TikaStep SCA_TikaDecoderV3::SeeRest() {
 
 // Brings what is unread to where more can follow it. @return Room for that.
 unsigned long SCA_TikaDecoderV3::PlaceUnread() {
-  const bool isRoomy = surplus_ == kStretch && reply_.Room() >= seen_ + kLeastRoom;
+  const bool isRoomy = reply_.Room() >= seen_ + kLeastRoom;
   char* const target = isRoomy ? reply_.TextEnd() : reply_.network;
   std::memmove(target, next_, seen_);
   next_ = target;
@@ -214,7 +214,6 @@ unsigned long SCA_TikaDecoderV3::PlaceUnread() {
 }
 
 SCA_TikaStep SCA_TikaDecoderV3::ReceiveUnread(unsigned long room) {
-  surplus_ = kStretch;
   const SCA_TikaStep step = ReceiveMore(reply_.Socket(), seen_, next_ + seen_, room, &ahead_);
   isFull_ = ahead_ == room;
   return step;
@@ -224,11 +223,10 @@ SCA_TikaStep SCA_TikaDecoderV3::ReceiveUnread(unsigned long room) {
 // @param missing  In and out: the bytes that are text, and the CR LF; there is room for them.
 SCA_TikaStep SCA_TikaDecoderV3::ReceiveText(unsigned long* missing) {
   static constexpr SCA_TikaReceiveTexts kTexts = {"data wait timeout", "cannot receive data chunk"};
-  const unsigned long wanted = std::min(reply_.Room(), *missing + surplus_);
+  const unsigned long wanted = std::min(reply_.Room(), *missing + kStretch);
   unsigned long count = 0;
   const SCA_TikaStep step = reply_.Receive(kTexts, reply_.TextEnd(), wanted, &count);
   if (!step.IsDone()) return step;
-  surplus_ = kStretch;
   isFull_ = count == wanted;
   const unsigned long text = std::min(count, *missing);
   reply_.Keep(text);

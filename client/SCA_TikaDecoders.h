@@ -45,14 +45,15 @@ class SCA_TikaDecoderV2 {
 class SCA_TikaDecoderV3 {
  public:
   explicit SCA_TikaDecoderV3(SCA_TikaReply* reply)
-      : reply_(*reply), next_(reply->network + reply->position), seen_(reply->Unread()) {}
+      : reply_(*reply), next_(reply->network + reply->position), seen_(reply->Unread()) {
+    reply_.Socket()->SetOption(SCA_SockOptionTakeHeld, 1);
+  }
+  ~SCA_TikaDecoderV3() { reply_.Socket()->SetOption(SCA_SockOptionTakeHeld, 0); }
+  SCA_TikaDecoderV3(const SCA_TikaDecoderV3&) = delete;
+  SCA_TikaDecoderV3& operator=(const SCA_TikaDecoderV3&) = delete;
   SCA_TikaStep Decode();
 
  private:
-  // The end of a reply after its last text. Most replies have one chunk: asking for that much
-  // beside it takes the whole reply and, unlike asking for more, never asks the system in vain.
-  static constexpr unsigned long kReplyEnd = sizeof "0\r\n\r\n" - 1;
-
   SCA_TikaStep ReadSizeLine(unsigned long* chunkSize);
   SCA_TikaStep TakeChunk(unsigned long size);
   SCA_TikaStep SeeMore();
@@ -70,11 +71,10 @@ class SCA_TikaDecoderV3 {
   // after the text. There the zero after a block never hits it: the size line of the chunk that
   // makes the text be flushed lay between them.
   char* next_;
-  unsigned long seen_;                 // bytes from there on that the network buffer would hold
-  unsigned long ahead_ = 0;            // bytes after those
-  unsigned long surplus_ = kReplyEnd;  // bytes to ask for beside text that is missing
-  bool isFull_ = false;                // the last receive got all it asked for: more may be there
-  unsigned long lack_ = 0;             // bytes that the network buffer would hold of that
+  unsigned long seen_;       // bytes from there on that the network buffer would hold
+  unsigned long ahead_ = 0;  // bytes after those
+  bool isFull_ = false;      // the last receive got all it asked for: more may be there
+  unsigned long lack_ = 0;   // bytes that the network buffer would hold of that
 };
 
 /// The decoding of a variant, for its row.

@@ -8,6 +8,18 @@
 #include "client/SCA_TikaLink.h"
 #include "platform/SCA_Report.h"
 
+namespace {
+
+// From this size on a file goes straight from the system's cache to the connection.
+constexpr unsigned long long kLeastStraight = 512 << 10;
+constexpr unsigned long kStraightBlock = 1 << 20;  // between two looks at the cancel event
+
+// Of a file that goes through the data buffer. Larger ones leave the second-level cache before they
+// are sent, and a connection that is paced takes them in many small parts.
+constexpr unsigned long kBlockSize = 128 << 10;
+
+}  // namespace
+
 // Lends the cancel event and the time-out of one call to the socket.
 class SCA_TikaExtraction::Limits {
  public:
@@ -57,7 +69,7 @@ int SCA_TikaExtraction::Run(const char* fileName, unsigned long* textLength, uns
   if (step.kind == SCA_TikaStep::Kind::Cancelled && variant_.countsCancelledUpload) {
     step.kind = SCA_TikaStep::Kind::Failed;
   }
-  if (step.IsDone()) step = ReadReply();
+  if (step.IsDone()) step = CheckFile(ReadReply());
   if (step.IsDone()) {
     client_.lastTextLength_.Set(static_cast<std::uint32_t>(reply_.Delivered()));
     *textLength = reply_.Delivered();
@@ -160,33 +172,61 @@ SCA_TikaStep SCA_TikaExtraction::SendHead() {
 }
 
 SCA_TikaStep SCA_TikaExtraction::SendContent() {
-  unsigned long code = 0;
-  unsigned long long total = 0;
-  for (unsigned long long remaining = client_.lastFileSize_.Get(); remaining > 0;) {
-    const auto wanted =
-        static_cast<unsigned long>(std::min<unsigned long long>(remaining, loan_.capacity));
-    unsigned long count = 0;
-    if (file_.Read(loan_.text, wanted, &count, &code) == 0) return SCA_TikaStep::Failed(code);
-    if (count == 0) return SCA_TikaStep::Failed(SCA_ErrorFileShrank);
-    unsigned long sent = 0;
-    if (link_->Socket().Send(loan_.text, count, &sent, &code) == 0) return SendFailed(code);
-    remaining -= count;
-    total += sent;
-    client_.sentData_.Add(sent);
-    if (loan_.IsCancelled()) return SCA_TikaStep::Cancelled();
-  }
-  // What was announced is what was sent; it is the file only if nothing follows. The files of /proc
-  // announce nothing and hold something.
-  char further = 0;
-  unsigned long count = 0;
-  if (file_.Read(&further, 1, &count, &code) == 0) return SCA_TikaStep::Failed(code);
-  if (count != 0) return SCA_TikaStep::Failed(SCA_ErrorFileGrew);
-  if (loan_.traces) {
+  unsigned long long remaining = client_.lastFileSize_.Get();
+  SCA_TikaStep step = SCA_TikaStep::Done();
+  if (remaining >= kLeastStraight) step = SendStraight(&remaining);
+  if (step.IsDone()) step = SendThroughBuffer(remaining);
+  if (step.IsDone() && loan_.traces) {
     SCA_GetReportFunction(variant_.source, __LINE__)(
         SCA_LevelInfo, "SCA_TikaClient::%s: %llu bytes od data sent to the Tika server",
-        variant_.name, total);
+        variant_.name, client_.lastFileSize_.Get());
+  }
+  return step;
+}
+
+// Sends as much as the system sends without copying it through the data buffer.
+SCA_TikaStep SCA_TikaExtraction::SendStraight(unsigned long long* remaining) {
+  while (*remaining > 0) {
+    const auto wanted =
+        static_cast<unsigned long>(std::min<unsigned long long>(*remaining, kStraightBlock));
+    unsigned long sent = 0;
+    unsigned long code = 0;
+    if (link_->Socket().SendFile(&file_, wanted, &sent, &code) == 0) return SendFailed(code);
+    wentStraight_ = wentStraight_ || sent > 0;
+    *remaining -= sent;
+    client_.sentData_.Add(sent);
+    if (loan_.IsCancelled()) return SCA_TikaStep::Cancelled();
+    if (sent < wanted) break;
   }
   return SCA_TikaStep::Done();
+}
+
+// Sends the rest of the file. What was announced is what was sent; it is the file only if nothing
+// follows. The files of /proc announce nothing and hold something.
+SCA_TikaStep SCA_TikaExtraction::SendThroughBuffer(unsigned long long remaining) {
+  const unsigned long block = std::min(loan_.capacity, kBlockSize);
+  for (;;) {
+    const auto wanted = static_cast<unsigned long>(std::min<unsigned long long>(remaining, block));
+    // The last read asks for one byte more, for which the data buffer always has room.
+    const unsigned long further = wanted == remaining ? 1 : 0;
+    unsigned long count = 0;
+    unsigned long code = 0;
+    if (file_.ReadSome(loan_.text, wanted + further, &count, &code) == 0) {
+      return SCA_TikaStep::Failed(code);
+    }
+    if (count == 0 && wanted > 0) return SCA_TikaStep::Failed(SCA_ErrorFileShrank);
+    const bool grew = count > wanted;
+    count -= grew ? 1 : 0;
+    if (count > 0) {
+      unsigned long sent = 0;
+      if (link_->Socket().Send(loan_.text, count, &sent, &code) == 0) return SendFailed(code);
+      remaining -= count;
+      client_.sentData_.Add(sent);
+      if (loan_.IsCancelled()) return SCA_TikaStep::Cancelled();
+    }
+    if (grew) return SCA_TikaStep::Failed(SCA_ErrorFileGrew);
+    if (remaining == 0) return SCA_TikaStep::Done();
+  }
 }
 
 // A server may refuse a file and close before it has read it all. What it said lies in the receive
@@ -203,6 +243,17 @@ SCA_TikaStep SCA_TikaExtraction::SendFailed(unsigned long code) {
     client_.refusalCode_.Set(reply.replyCode);
   }
   return step;
+}
+
+// What was cut off while the server was still to read it has arrived as zeros.
+SCA_TikaStep SCA_TikaExtraction::CheckFile(const SCA_TikaStep& outcome) {
+  const bool isJudged =
+      outcome.IsDone() || outcome.kind == SCA_TikaStep::Kind::Failed;  // not a broken connection
+  unsigned long long size = 0;
+  unsigned long code = 0;
+  if (!wentStraight_ || !isJudged) return outcome;
+  if (file_.GetSize(&size, &code) == 0) return SCA_TikaStep::Failed(code);
+  return size < client_.lastFileSize_.Get() ? SCA_TikaStep::Failed(SCA_ErrorFileShrank) : outcome;
 }
 
 SCA_TikaStep SCA_TikaExtraction::ReadReply() {

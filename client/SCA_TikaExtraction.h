@@ -35,9 +35,12 @@ class SCA_TikaExtraction {
   SCA_TikaStep Send();
   SCA_TikaStep SendHead();
   SCA_TikaStep SendContent();
+  SCA_TikaStep SendStraight(unsigned long long* remaining);
+  SCA_TikaStep SendThroughBuffer(unsigned long long remaining);
   SCA_TikaStep SendFailed(unsigned long code);
   SCA_TikaStep ReadReply();
   SCA_TikaStep TakeText(const tagSCA_HTTP_REQUEST& header);
+  SCA_TikaStep CheckFile(const SCA_TikaStep& outcome);
   int Conclude(const SCA_TikaStep& step, unsigned long* error);
 
   SCA_TikaClient& client_;
@@ -46,6 +49,7 @@ class SCA_TikaExtraction {
   const SCA_TikaRequestHead& head_;
   const SCA_TikaLoan loan_;
   SCA_File file_;
+  bool wentStraight_ = false;  // sent, but perhaps not copied before the server has read it
   SCA_TikaReply reply_;
 };
 

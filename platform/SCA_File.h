@@ -42,6 +42,15 @@ class SCA_API SCA_File : public SCA_Object {
   /// @param read   Receives the bytes read: `count`, fewer at the end of the file, 0 after it.
   int Read(char* buffer, unsigned long count, unsigned long* read, unsigned long* error);
 
+  /// The same with one call to the system, which may give less before the end too. Of a file on a
+  /// disk it gives less only at the end.
+  /// @param read  Receives 1 to `count`, or 0 at the end of the file.
+  int ReadSome(char* buffer, unsigned long count, unsigned long* read, unsigned long* error);
+
+  /// @return The system's descriptor, which stays the file's; -1 when none is open. Calls with it
+  ///         move the place of the next read as reads do.
+  int GetHandle() const { return fd_; }
+
   /// Moves the place of the next read. A write goes to the end wherever that place is.
   /// @param position  Bytes from the start.
   int SetPosition(unsigned long long position, unsigned long* error);

@@ -11,6 +11,12 @@ int SCA_FormatHostPort(const char* host, unsigned short port, char* text, unsign
   return length >= 0 && static_cast<unsigned long>(length) < size ? 1 : 0;
 }
 
+int SCA_VirtualTcpSock::SendFile(SCA_File* /*file*/, unsigned long /*length*/, unsigned long* sent,
+                                 unsigned long* /*error*/) {
+  *sent = 0;
+  return 1;
+}
+
 SCA_TcpSock::SCA_TcpSock() : socket_(SCA_CreateTcpSock(-1)) {
   if (socket_ == nullptr) {
     SCA_GetReportFunction("SCA_TcpSock", __LINE__)(SCA_LevelError, "Cannot create TCP socket");
@@ -36,6 +42,11 @@ int SCA_TcpSock::Receive(char* buffer, unsigned long length, unsigned long* rece
 int SCA_TcpSock::Send(const char* buffer, unsigned long length, unsigned long* sent,
                       unsigned long* error) {
   return socket_->Send(buffer, length, sent, error);
+}
+
+int SCA_TcpSock::SendFile(SCA_File* file, unsigned long length, unsigned long* sent,
+                          unsigned long* error) {
+  return socket_->SendFile(file, length, sent, error);
 }
 
 int SCA_TcpSock::SetOption(int option, int value) {

@@ -7,12 +7,17 @@
 #include "platform/SCA_Object.h"
 #include "platform/SCA_Sync.h"
 
+class SCA_File;
+
 /// `SetOption` number: send small packets at once (TCP_NODELAY); the value is 1 or 0.
 /// @note Inherited: the number has no meaning of its own.
 constexpr int SCA_SockOptionNoDelay = 3;
 /// `SetOption` number: another send follows the next one at once, so that both may travel in one
-/// packet (MSG_MORE); holds for one send. The value is 1 or 0.
+/// packet: what is sent next may be kept back until then. Holds for one send. The value is 1 or 0.
 constexpr int SCA_SockOptionMoreFollows = 5;
+/// `SetOption` number: a receive is content with what was read ahead (1), or asks the system for
+/// more while it has room (0, at first).
+constexpr int SCA_SockOptionTakeHeld = 6;
 
 /// Milliseconds without progress after which a receive or a send gives up, until `SetIdleTimeout`
 /// or a wait says otherwise.
@@ -46,6 +51,17 @@ class SCA_API SCA_VirtualTcpSock : public SCA_Object {
   /// @param sent  Receives the bytes handed to the system, also on failure.
   virtual int Send(const char* buffer, unsigned long length, unsigned long* sent,
                    unsigned long* error) = 0;
+
+  /// Sends the next bytes of a file without copying them through this process, where the system
+  /// can do that and it costs less than `Send`.
+  /// @param file    Open for reading; the place of its next read moves.
+  /// @param length  Bytes to send, > 0.
+  /// @param sent    Receives the bytes handed to the system, also on failure. Fewer than `length`
+  ///                on success: the file is to be read on and sent by `Send`, which tell why when
+  ///                its end was reached or something failed. A file that is cut before the peer has
+  ///                read may arrive with zeros where its new end is.
+  virtual int SendFile(SCA_File* file, unsigned long length, unsigned long* sent,
+                       unsigned long* error);
 
   virtual int SetOption(int option, int value) = 0;
 
@@ -90,6 +106,8 @@ class SCA_API SCA_TcpSock : public SCA_VirtualTcpSock {
               unsigned long* error) override;
   int Send(const char* buffer, unsigned long length, unsigned long* sent,
            unsigned long* error) override;
+  int SendFile(SCA_File* file, unsigned long length, unsigned long* sent,
+               unsigned long* error) override;
   int SetOption(int option, int value) override;
   void SetCancelEvent(SCA_Event* cancel) override;
   void SetIdleTimeout(unsigned long timeoutMs) override;

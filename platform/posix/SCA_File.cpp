@@ -103,13 +103,18 @@ int SCA_File::IsPrivate() const {
 
 int SCA_File::Read(char* buffer, unsigned long count, unsigned long* read, unsigned long* error) {
   unsigned long total = 0;
-  while (total < count) {
-    const ssize_t got = SCA_Retry([&] { return ::read(fd_, buffer + total, count - total); });
-    if (got < 0) return SCA_SystemError().Store(error);
-    if (got == 0) break;
-    total += static_cast<unsigned long>(got);
+  for (unsigned long got = 1; got > 0 && total < count; total += got) {
+    if (ReadSome(buffer + total, count - total, &got, error) == 0) return 0;
   }
   *read = total;
+  return 1;
+}
+
+int SCA_File::ReadSome(char* buffer, unsigned long count, unsigned long* read,
+                       unsigned long* error) {
+  const ssize_t got = SCA_Retry([&] { return ::read(fd_, buffer, count); });
+  if (got < 0) return SCA_SystemError().Store(error);
+  *read = static_cast<unsigned long>(got);
   return 1;
 }
 

@@ -5,6 +5,9 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/sendfile.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/uio.h>
@@ -15,10 +18,12 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_File.h"
 #include "platform/SCA_TcpSockFactory.h"
 #include "platform/posix/SCA_Posix.h"
 #include "platform/posix/SCA_UnixAddress.h"
@@ -82,6 +87,61 @@ SCA_Result PendingError(int fd) {
   return SCA_Result(static_cast<unsigned long>(pending));
 }
 
+bool IsLoopback(const sockaddr_storage& address) {
+  if (address.ss_family == AF_INET) {
+    const auto& ip = reinterpret_cast<const sockaddr_in&>(address).sin_addr;
+    return ntohl(ip.s_addr) >> 24 == IN_LOOPBACKNET;
+  }
+  return address.ss_family == AF_INET6 &&
+         IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<const sockaddr_in6&>(address).sin6_addr);
+}
+
+// Whether the system spreads over time what the socket sends.
+bool IsPaced(int fd) {
+  char name[16] = "";  // TCP_CA_NAME_MAX
+  socklen_t size = sizeof name - 1;
+  return ::getsockopt(fd, IPPROTO_TCP, TCP_CONGESTION, name, &size) == 0 &&
+         std::string_view(name).substr(0, 3) == "bbr";
+}
+
+// Before it connects: a paced connection stays paced. On loopback there is no queue that pacing
+// could keep short; it only makes a send cost twice as much. A system that does not allow the
+// choice has its way.
+void AvoidPacing(int fd) {
+  constexpr std::string_view kUnpaced = "reno";
+  if (!IsPaced(fd)) return;
+  ::setsockopt(fd, IPPROTO_TCP, TCP_CONGESTION, kUnpaced.data(),
+               static_cast<socklen_t>(kUnpaced.size()));
+}
+
+// Keeps SIGPIPE from this thread while a call may raise it that cannot be told not to.
+class PipeSignalGuard {
+ public:
+  PipeSignalGuard() {
+    sigset_t pending;
+    ::sigemptyset(&pipe_);
+    ::sigaddset(&pipe_, SIGPIPE);
+    ::sigpending(&pending);
+    wasPending_ = ::sigismember(&pending, SIGPIPE) == 1;
+    ::pthread_sigmask(SIG_BLOCK, &pipe_, &former_);
+  }
+  ~PipeSignalGuard() {
+    constexpr timespec kNow{};
+    if (raised_ && !wasPending_) SCA_Retry([&] { return ::sigtimedwait(&pipe_, nullptr, &kNow); });
+    ::pthread_sigmask(SIG_SETMASK, &former_, nullptr);
+  }
+  PipeSignalGuard(const PipeSignalGuard&) = delete;
+  PipeSignalGuard& operator=(const PipeSignalGuard&) = delete;
+
+  void SetRaised() { raised_ = true; }
+
+ private:
+  sigset_t pipe_;
+  sigset_t former_;
+  bool wasPending_ = false;
+  bool raised_ = false;
+};
+
 class TcpSock final : public SCA_VirtualTcpSock {
  public:
   explicit TcpSock(SCA_Fd fd) : fd_(std::move(fd)) {
@@ -96,6 +156,8 @@ class TcpSock final : public SCA_VirtualTcpSock {
               unsigned long* error) override;
   int Send(const char* buffer, unsigned long length, unsigned long* sent,
            unsigned long* error) override;
+  int SendFile(SCA_File* file, unsigned long length, unsigned long* sent,
+               unsigned long* error) override;
   int SetOption(int option, int value) override;
   void SetCancelEvent(SCA_Event* cancel) override { cancel_ = cancel; }
   void Shutdown() override;
@@ -107,6 +169,11 @@ class TcpSock final : public SCA_VirtualTcpSock {
   // The fewer receives, the fewer acknowledgements, which on loopback cost the receiver more than
   // copying from the second-level cache does; what is larger leaves that cache too.
   static constexpr std::size_t kLookAheadSize = 131072;
+  // From here on copying costs more than the poll that spares it.
+  static constexpr std::size_t kBulkSize = 32768;
+
+  // Holds the header of a request.
+  static constexpr std::size_t kMaxKept = 1024;
 
   bool IsCancelled() const { return cancel_ != nullptr && cancel_->Wait(0) != 0; }
   std::size_t Held() const { return lookEnd_ - lookBegin_; }
@@ -123,6 +190,11 @@ class TcpSock final : public SCA_VirtualTcpSock {
   SCA_Result ConnectPath(const char* path, unsigned long timeoutMs);
   SCA_Result ConnectAddress(const Address& address, const SCA_Deadline& deadline);
   void BoundReads() const;
+  bool SetBlocking(bool blocks) const;
+  SCA_Result WaitForRoom() const;
+  template <class Attempt>
+  SCA_Result SendAll(unsigned long length, unsigned long* done, const Attempt& attempt) const;
+  SCA_Result SendKept(const char* buffer, unsigned long length, unsigned long* sent, int flags);
   std::size_t TakeHeld(char* buffer, std::size_t length);
   std::size_t Read(char* buffer, std::size_t length, int flags);
   SCA_Result WaitAndRead(char* buffer, std::size_t length, unsigned long timeoutMs,
@@ -131,8 +203,10 @@ class TcpSock final : public SCA_VirtualTcpSock {
   SCA_Fd fd_;
   SCA_Event* cancel_ = nullptr;
   unsigned long idleTimeoutMs_ = SCA_SockIdleTimeoutMs;
+  bool isPaced_ = false;      // a connection that was handed over counts as not paced
   bool moreFollows_ = false;  // for the next send alone
-  bool takesAll_ = false;     // the last receive was large: waits leave the data to the next one
+  bool takesHeld_ = false;    // a receive needs no more than the look-ahead holds
+  bool isBulk_ = false;       // data come fast, and the receives are large
 
   // The look-ahead: bytes read from the socket and not yet received by the caller. Once the input
   // has ended, inputEnd_ holds the failure that a receive gives when the look-ahead is empty.
@@ -140,6 +214,8 @@ class TcpSock final : public SCA_VirtualTcpSock {
   bool closedInOrder_ = false;
   std::size_t lookBegin_ = 0;
   std::size_t lookEnd_ = 0;
+  std::size_t keptLength_ = 0;
+  char kept_[kMaxKept];  // of a send that another follows
   char lookAhead_[kLookAheadSize];
 };
 
@@ -182,7 +258,9 @@ int TcpSock::Connect(const char* host, unsigned short port, unsigned long timeou
   inputEnd_ = SCA_Done;
   closedInOrder_ = false;
   moreFollows_ = false;
-  takesAll_ = false;
+  keptLength_ = 0;
+  takesHeld_ = false;
+  isBulk_ = false;
   lookBegin_ = lookEnd_ = 0;
   if (timeoutMs == 0) timeoutMs = SCA_SockIdleTimeoutMs;
   if (host != nullptr && *host == '/') return ConnectPath(host, timeoutMs).Store(error);
@@ -231,6 +309,7 @@ SCA_Result TcpSock::ConnectAddress(const Address& address, const SCA_Deadline& d
   SCA_Fd fd(::socket(address.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   if (!fd.IsOpen()) return SCA_SystemError();
   fd_ = std::move(fd);
+  if (IsLoopback(address.storage)) AvoidPacing(fd_.Get());
   const auto* peer = reinterpret_cast<const sockaddr*>(&address.storage);
   // An interrupted connect goes on in the background, as one in progress does.
   if (::connect(fd_.Get(), peer, address.length) != 0) {
@@ -255,6 +334,7 @@ SCA_Result TcpSock::ConnectAddress(const Address& address, const SCA_Deadline& d
     return SCA_Result(ECONNREFUSED);
   }
   BoundReads();
+  isPaced_ = IsPaced(fd_.Get());
   return SCA_Done;
 }
 
@@ -262,7 +342,13 @@ SCA_Result TcpSock::ConnectAddress(const Address& address, const SCA_Deadline& d
 void TcpSock::BoundReads() const {
   const timeval slice{0, kCancelSliceMs * 1000};
   ::setsockopt(fd_.Get(), SOL_SOCKET, SO_RCVTIMEO, &slice, sizeof slice);
-  ::fcntl(fd_.Get(), F_SETFL, ::fcntl(fd_.Get(), F_GETFL) & ~O_NONBLOCK);
+  SetBlocking(true);
+}
+
+bool TcpSock::SetBlocking(bool blocks) const {
+  const int flags = ::fcntl(fd_.Get(), F_GETFL);
+  return flags >= 0 &&
+         ::fcntl(fd_.Get(), F_SETFL, blocks ? flags & ~O_NONBLOCK : flags | O_NONBLOCK) == 0;
 }
 
 std::size_t TcpSock::TakeHeld(char* buffer, std::size_t length) {
@@ -322,7 +408,8 @@ int TcpSock::WaitForData(unsigned long timeoutMs, unsigned long* error) {
   // At the start of each wait: a peer that always has something to say must not outrun a cancel.
   if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
   if (Held() > 0) return 1;
-  if (takesAll_ && !inputEnd_.HasFailed()) {
+  // What the next receive has room for would be copied for nothing.
+  if (isBulk_ && !inputEnd_.HasFailed()) {
     short events = 0;
     const SCA_Result poll = Poll(POLLIN, SCA_Deadline(timeoutMs), &events);
     if (poll.HasFailed()) return poll.Store(error);
@@ -338,11 +425,10 @@ int TcpSock::WaitForData(unsigned long timeoutMs, unsigned long* error) {
 
 int TcpSock::Receive(char* buffer, unsigned long length, unsigned long* received,
                      unsigned long* error) {
-  takesAll_ = IsLarge(length);
   std::size_t count = TakeHeld(buffer, length);
   // The look-ahead must not show a cut that a plain receive at this moment would not have shown:
   // when it runs out with room left, the socket is asked once more.
-  if (count > 0 && count < length && !inputEnd_.HasFailed()) {
+  if (count > 0 && count < length && !takesHeld_ && !inputEnd_.HasFailed()) {
     count += Read(buffer + count, length - count, MSG_DONTWAIT);
   }
   if (count == 0 && !inputEnd_.HasFailed()) {
@@ -350,39 +436,102 @@ int TcpSock::Receive(char* buffer, unsigned long length, unsigned long* received
     if (wait.HasFailed()) return wait.Store(error);
   }
   if (count == 0 && inputEnd_.HasFailed()) return inputEnd_.Store(error);
+  isBulk_ = IsLarge(length) && count >= kBulkSize;
   *received = count;
   return 1;
 }
 
-int TcpSock::Send(const char* buffer, unsigned long length, unsigned long* sent,
-                  unsigned long* error) {
-  const int flags =
-      MSG_NOSIGNAL | MSG_DONTWAIT | (std::exchange(moreFollows_, false) ? MSG_MORE : 0);
-  unsigned long total = 0;
-  *sent = 0;
-  while (total < length) {
-    const ssize_t count =
-        SCA_Retry([&] { return ::send(fd_.Get(), buffer + total, length - total, flags); });
-    if (count >= 0) {
-      total += static_cast<unsigned long>(count);
-      *sent = total;
+SCA_Result TcpSock::WaitForRoom() const {
+  // A peer that reads a little all the time must not outrun a cancel.
+  if (IsCancelled()) return SCA_Result(SCA_ErrorCancelled);
+  short events = 0;
+  const SCA_Result poll = Poll(POLLOUT | POLLRDHUP, SCA_Deadline(idleTimeoutMs_), &events);
+  if (poll.HasFailed()) return poll;
+  // A peer that has closed and reads no more would leave a send waiting for ever.
+  return (events & POLLOUT) != 0 ? SCA_Done : SCA_Result(ECONNRESET);
+}
+
+// Repeats a call that sends and does not wait, until all is sent.
+// @param done     Receives the bytes sent, also on failure.
+// @param attempt  Gets the bytes sent so far; gives the bytes that it has sent, 0 to end early, -1
+//                 with errno.
+template <class Attempt>
+SCA_Result TcpSock::SendAll(unsigned long length, unsigned long* done,
+                            const Attempt& attempt) const {
+  *done = 0;
+  while (*done < length) {
+    const ssize_t count = SCA_Retry([&] { return attempt(*done); });
+    if (count == 0) break;
+    if (count > 0) {
+      *done += static_cast<unsigned long>(count);
       continue;
     }
-    if (errno != EAGAIN) return SCA_SystemError().Store(error);
-    // A peer that reads a little all the time must not outrun a cancel.
-    if (IsCancelled()) return SCA_Fail(SCA_ErrorCancelled, error);
-    short events = 0;
-    const SCA_Result poll = Poll(POLLOUT | POLLRDHUP, SCA_Deadline(idleTimeoutMs_), &events);
-    if (poll.HasFailed()) return poll.Store(error);
-    // A peer that has closed and reads no more would leave this send waiting for ever.
-    if ((events & POLLOUT) == 0) return SCA_Fail(ECONNRESET, error);
+    if (errno != EAGAIN) return SCA_SystemError();
+    if (const SCA_Result room = WaitForRoom(); room.HasFailed()) return room;
   }
-  return 1;
+  return SCA_Done;
+}
+
+// Sends what was kept back, and the caller's bytes with it.
+SCA_Result TcpSock::SendKept(const char* buffer, unsigned long length, unsigned long* sent,
+                             int flags) {
+  const std::size_t kept = std::exchange(keptLength_, 0);
+  unsigned long done = 0;
+  const SCA_Result result = SendAll(kept + length, &done, [&](unsigned long before) {
+    const std::size_t skipped = std::min(before, kept);
+    iovec parts[2] = {
+        {kept_ + skipped, kept - skipped},
+        {const_cast<char*>(buffer) + (before - skipped), length - (before - skipped)}};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = 2;
+    return ::sendmsg(fd_.Get(), &message, flags);
+  });
+  *sent = done - std::min(done, kept);
+  return result;
+}
+
+int TcpSock::Send(const char* buffer, unsigned long length, unsigned long* sent,
+                  unsigned long* error) {
+  constexpr int kFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
+  const bool moreFollows = std::exchange(moreFollows_, false);
+  if (moreFollows && fd_.IsOpen() && keptLength_ + length <= kMaxKept) {
+    std::memcpy(kept_ + keptLength_, buffer, length);
+    keptLength_ += length;
+    *sent = length;
+    return 1;
+  }
+  return SendKept(buffer, length, sent, moreFollows ? kFlags | MSG_MORE : kFlags).Store(error);
+}
+
+int TcpSock::SendFile(SCA_File* file, unsigned long length, unsigned long* sent,
+                      unsigned long* error) {
+  *sent = 0;
+  // Pages go out one by one when they are paced.
+  if (isPaced_ || !SetBlocking(false)) return 1;
+  PipeSignalGuard guard;
+  unsigned long none = 0;
+  SCA_Result result = SendKept(nullptr, 0, &none, MSG_NOSIGNAL | MSG_DONTWAIT | MSG_MORE);
+  if (!result.HasFailed()) {
+    result = SendAll(length, sent, [&](unsigned long before) -> ssize_t {
+      const ssize_t count = ::sendfile(fd_.Get(), file->GetHandle(), nullptr, length - before);
+      if (count >= 0 || errno == EAGAIN || errno == EINTR) return count;
+      // Whether the file or the connection failed, the next read and send will tell.
+      if (errno == EPIPE) guard.SetRaised();
+      return 0;
+    });
+  }
+  SetBlocking(true);
+  return result.Store(error);
 }
 
 int TcpSock::SetOption(int option, int value) {
   if (option == SCA_SockOptionMoreFollows) {
     moreFollows_ = value != 0;
+    return 1;
+  }
+  if (option == SCA_SockOptionTakeHeld) {
+    takesHeld_ = value != 0;
     return 1;
   }
   if (option != SCA_SockOptionNoDelay) return 0;

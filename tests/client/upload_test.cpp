@@ -3,11 +3,13 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <thread>
 
 #include "platform/SCA_Error.h"
 #include "tests/client/client_harness.h"
 #include "tests/support/ScriptedServer.h"
+#include "tests/support/Timing.h"
 
 namespace {
 
@@ -147,7 +149,42 @@ TEST(Upload, FiveGibibytesArriveWhole) {
   EXPECT_EQ(real.client.GetLastFileSize(), kSize);
 }
 
+// A large file, which the system sends by itself, changes when all of it is on its way.
+TEST(Upload, ALargeFileArrivesAsItIsOrFails) {
+  constexpr off_t kSize = (3 << 20) + 777;
+  std::string content;
+  while (content.size() < kSize) content += "line " + std::to_string(content.size()) + "\n";
+  content.resize(kSize);
+  const std::pair<off_t, unsigned long> rows[] = {{kSize, 0}, {kSize - 9000, SCA_ErrorFileShrank}};
+  for (const bool refuses : {false, true}) {
+    for (const auto& [newSize, code] : rows) {
+      SCOPED_TRACE(::testing::Message() << newSize << ' ' << refuses);
+      const TempDir dir;
+      const std::string file = dir.Write("large.doc", content);
+      std::string got;
+      ClientHarness* client = nullptr;
+      ScriptedServer server([&, size = newSize](ServerConnection& connection) {
+        got = connection.ReceiveHeader();
+        const std::string header = got.substr(0, got.find("\r\n\r\n") + 4);
+        const std::size_t whole = header.size() + kSize;
+        while (got.size() < whole - 60000) got += connection.Receive(whole - 60000 - got.size());
+        EXPECT_TRUE(Eventually([&] { return client->client.GetSentData() == kSize; }));
+        EXPECT_EQ(::truncate(file.c_str(), size), 0);
+        while (got.size() < whole) got += connection.Receive();
+        EXPECT_TRUE(size < kSize || got == header + content);
+        connection.Send(refuses ? "HTTP/1.1 422 No\r\nContent-Length: 0\r\n\r\n"
+                                : ChunkedReply("text", 4));
+      });
+      ClientHarness real(server.Port(), kDeadlineMs);
+      client = &real;
+      EXPECT_EQ(real.Extract(3, file).error, code == 0 && refuses ? SCA_ErrorTika422 : code);
+      EXPECT_EQ(real.client.IsValid(), 1);
+    }
+  }
+}
+
 TEST(Upload, RefusalBehindABrokenSendIsFound) {
+  const auto formerAction = std::signal(SIGPIPE, SIG_DFL);  // which would end the test
   for (const bool resets : {true, false}) {
     SCOPED_TRACE(resets);
     ScriptedServer server([&](ServerConnection& connection) {
@@ -168,6 +205,12 @@ TEST(Upload, RefusalBehindABrokenSendIsFound) {
     EXPECT_EQ(real.Extract(3, dir.File("missing")).error, static_cast<unsigned long>(ENOENT));
     EXPECT_EQ(real.client.GetRefusalCode(), 0U);
   }
+  sigset_t signals;
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &signals);
+  EXPECT_EQ(::sigismember(&signals, SIGPIPE), 0);
+  ::sigpending(&signals);
+  EXPECT_EQ(::sigismember(&signals, SIGPIPE), 0);
+  std::signal(SIGPIPE, formerAction);
 }
 
 TEST(Upload, PeerThatSaysNothingTimesOutAndCanBeCancelled) {

@@ -19,9 +19,11 @@
 #include <vector>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_File.h"
 #include "platform/SCA_Text.h"
 #include "platform/posix/SCA_Posix.h"
 #include "tests/support/ScriptedServer.h"
+#include "tests/support/TempDir.h"
 #include "tests/support/Timing.h"
 
 namespace {
@@ -165,6 +167,17 @@ const std::string& TooMuch() {
   return bytes;
 }
 
+// Sends a file of too many bytes as its user does: what ends early goes on by a plain send.
+unsigned long SendFile(SCA_VirtualTcpSock& socket) {
+  const TempDir dir;
+  SCA_File file;
+  unsigned long sent = 0;
+  unsigned long error = 0;
+  EXPECT_EQ(file.Open(dir.Write("f", TooMuch()).c_str(), SCA_FileOpenRead, &error), 1);
+  if (socket.SendFile(&file, TooMuch().size(), &sent, &error) == 0) return error;
+  return sent == TooMuch().size() ? 0 : Send(socket, TooMuch());
+}
+
 // What the look-ahead is compared with: a poll and a receive, and nothing else.
 class PlainSocket final : public SCA_VirtualTcpSock {
  public:
@@ -270,7 +283,7 @@ class BlockedTcpSock : public ::testing::Test {
   void ForEachCall(
       unsigned long timeoutMs,
       const std::function<void(SCA_VirtualTcpSock&, std::function<unsigned long()>)>& test) {
-    for (const std::string name : {"connect", "wait", "receive", "send"}) {
+    for (const std::string name : {"connect", "wait", "receive", "send", "send file"}) {
       SCOPED_TRACE(name);
       Connection connection;
       SCA_VirtualTcpSock& socket = *connection.socket;
@@ -279,6 +292,7 @@ class BlockedTcpSock : public ::testing::Test {
       test(socket, [&] {
         if (name == "connect") return Connect(socket, "127.0.0.1", full_.Number(), timeoutMs);
         if (name == "wait") return Wait(socket, timeoutMs);
+        if (name == "send file") return SendFile(socket);
         return name == "send" ? Send(socket, TooMuch()) : Receive(socket, 10, &bytes);
       });
     }
@@ -350,18 +364,54 @@ TEST(TcpSock, ABlockedSendEndsWhenThePeerCloses) {
       [](Connection& connection) { connection.ClosePeer(false); },
       [](Connection& connection) { connection.ClosePeer(true); },
       [](Connection& connection) { ::shutdown(connection.peer.Get(), SHUT_WR); }};
-  for (const auto& end : ends) {
+  for (int i = 0; i < 6; ++i) {
     Connection connection;
     const Stopwatch watch;
     {
-      const WhenBlocked closer([&](const WhenBlocked&) { end(connection); });
-      const unsigned long code = Send(*connection.socket, TooMuch());
+      const WhenBlocked closer([&](const WhenBlocked&) { ends[i / 2](connection); });
+      const unsigned long code =
+          i % 2 == 0 ? Send(*connection.socket, TooMuch()) : SendFile(*connection.socket);
       EXPECT_TRUE(code == ECONNRESET || code == EPIPE) << code;
     }
     EXPECT_LT(watch.Ms(), 10000);
     EXPECT_TRUE(connection.peer.IsOpen() || Send(*connection.socket, "more") == EPIPE);
   }
   std::signal(SIGPIPE, formerAction);
+}
+
+TEST(TcpSock, WhatWasKeptBackTravelsFirstAndNotOverTheNextConnection) {
+  std::string received;
+  ScriptedServer server([&](ServerConnection& connection) {
+    received.clear();
+    while (received.size() < 2200) {
+      const std::string more = connection.Receive();
+      if (more.empty()) break;
+      received += more;
+    }
+    connection.Send("x");
+  });
+  const TempDir dir;
+  SCA_File file;
+  unsigned long error = 0;
+  const std::string rest = Bytes(2188);
+  ASSERT_EQ(file.Open(dir.Write("f", rest).c_str(), SCA_FileOpenRead, &error), 1);
+  SCA_TcpSock socket;
+  std::string answer;
+  for (const bool isFile : {false, true}) {
+    ASSERT_EQ(Connect(socket, "127.0.0.1", server.Port()), 0U);
+    socket.SetOption(SCA_SockOptionMoreFollows, 1);
+    EXPECT_EQ(Send(socket, "forgotten"), 0U);
+    ASSERT_EQ(Connect(socket, "127.0.0.1", server.Port()), 0U);
+    for (const char* part : {"head", "line", "end\n"}) {
+      socket.SetOption(SCA_SockOptionMoreFollows, 1);
+      EXPECT_EQ(Send(socket, part), 0U);
+    }
+    unsigned long sent = 0;
+    EXPECT_TRUE(!isFile || socket.SendFile(&file, rest.size(), &sent, &error) == 1);
+    EXPECT_EQ(Send(socket, rest.substr(sent)), 0U);
+    EXPECT_EQ(Receive(socket, 10, &answer), 0U);
+    EXPECT_EQ(received, "headlineend\n" + rest);
+  }
 }
 
 TEST(TcpSock, SignalsDoNotBreakAWaitOrASend) {
