@@ -154,6 +154,13 @@ SCA_TikaStep SCA_TikaDecoderV3::TakeChunk(unsigned long size) {
   SCA_TikaStep step = lack_ > 0 ? SeeRest() : SCA_TikaStep::Done();
   if (!step.IsDone()) return step;
   const unsigned long held = std::min(size, seen_);
+  // Nearly always the chunk is there and fits, and one move takes what the steps below take.
+  if (held < size && size + 2 <= seen_ + ahead_ && size + 2 <= reply_.Room()) {
+    See(size - held + 2);
+    TakeText(size);
+    Skip(2);
+    return step;
+  }
   step = reply_.MakeRoom(held);
   if (!step.IsDone()) return step;
   TakeText(held);
