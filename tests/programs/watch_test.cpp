@@ -37,7 +37,7 @@ class Watch : public ::testing::Test {
   bool HasText(const std::string& name, const std::string& content) const {
     const std::string path = dir_.File("out/" + name + ".txt");
     return Eventually([&] { return fs::exists(path) && ReadFile(path) == "text of " + content; },
-                      10000, 5);
+                      kDeadlineMs, 5);
   }
 
   TempDir dir_;
