@@ -223,7 +223,7 @@ bool Watcher::Describe(const std::string& file, Document* document) {
 
 bool Watcher::NextWalked(Document* document) {
   while (!hasFailed_ && (!walk_.IsOver() || BeginWalk())) {
-    if (!walk_.Next(document)) continue;
+    if (!walk_.Next(document) || hasFailed_) continue;
     const std::string file = InFolder(*document);
     const bool isBroken = !document->complaint.empty();
     // What cannot be gone through any further ends the walk.
