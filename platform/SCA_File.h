@@ -107,4 +107,8 @@ class SCA_API SCA_ReplacementFile : public SCA_Object {
   std::string asideName_;
 };
 
+/// Gives a file another name on the same file system once its content is on the disk, in place of
+/// what has that name.
+SCA_API int SCA_MoveWhole(const char* from, const char* to, unsigned long* error);
+
 #endif  // SCA_PLATFORM_SCA_FILE_H

@@ -46,4 +46,20 @@ SCA_API int SCA_GetHostName(char* name, unsigned long size);
 /// absolute, else .config in HOME, else in the home of the password database. It need not exist.
 SCA_API int SCA_GetUserAppConfDir(char* directory, unsigned long size);
 
+/// The directory in which the account's programs keep what they can make again: XDG_CACHE_HOME when
+/// it is absolute, else .cache in HOME, else in the home of the password database. It need not
+/// exist.
+SCA_API int SCA_GetUserCacheDir(char* directory, unsigned long size);
+
+/// Finds a program as a shell does: a name without a slash in the directories that PATH names, or
+/// in the system's own when it is not set. An empty entry of PATH, the current directory, is passed
+/// over: what lies there may be anybody's.
+/// @param path  Receives a name with a slash as it is, else the file's path.
+/// @return 0 when there is none.
+SCA_API int SCA_FindProgram(const char* name, char* path, unsigned long size);
+
+/// @return 1 when nobody but root and this account may change what the path names: it belongs to
+///         one of them, and neither its group nor others may write.
+SCA_API int SCA_IsOwnPath(const char* path);
+
 #endif  // SCA_PLATFORM_SCA_PATH_H

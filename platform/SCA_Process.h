@@ -34,6 +34,12 @@ struct SCA_ProcessWorker {
   unsigned long long runTimeMs = 0;       ///< from the first look at it to the last
 };
 
+/// How much of the machine a child may take from others.
+enum class SCA_ProcessPriority {
+  Inherited,  ///< as much as its parent
+  Idle        ///< processor and disks only while nothing else wants them
+};
+
 /// One child process with its descendants, which share a process group of their own. The child gets
 /// no descriptor except its output pipe and an empty standard input, default signal handling, and
 /// SIGKILL when the thread that started it ends. When this process ends, by a SIGKILL too, a small
@@ -114,6 +120,9 @@ class SCA_API SCA_Process : public SCA_Object {
   /// @param path  Absolute, since `Start` looks the program up from the caller's directory.
   /// @return 1, or 0 for another path or without memory.
   virtual int SetDirectory(const char* path) = 0;
+
+  /// Chooses the priority of the child and its descendants. Before `Start`.
+  virtual void SetPriority(SCA_ProcessPriority priority) = 0;
 };
 
 /// Milliseconds that a destroyed process object gives its child to end by itself.
@@ -121,5 +130,14 @@ constexpr unsigned long SCA_ProcessStopGraceMs = 2000;
 
 /// @return The object, which the caller ends by `Destroy()`; null when memory is exhausted.
 SCA_API SCA_Process* SCA_CreateProcess();
+
+/// Starts a program that runs on when this one ends, in a process group of its own, with empty
+/// standard streams and no other descriptor. What bounds its life is the program's own affair.
+/// @param words  The program, looked up as by `SCA_Process::Start`, and its arguments, followed by
+///               a null pointer.
+/// @param error  As for `SCA_Process::Start`.
+/// @return 1 once the program runs, else 0.
+SCA_API int SCA_StartDetached(const char* const* words, SCA_ProcessPriority priority,
+                              unsigned long* error);
 
 #endif  // SCA_PLATFORM_SCA_PROCESS_H

@@ -214,3 +214,10 @@ void SCA_ReplacementFile::Discard() {
   if (!asideName_.empty()) ::unlink(asideName_.c_str());
   asideName_.clear();
 }
+
+int SCA_MoveWhole(const char* from, const char* to, unsigned long* error) {
+  const SCA_Fd file(SCA_Retry([&] { return ::open(from, O_RDONLY | O_NOFOLLOW | O_CLOEXEC); }));
+  const bool isMoved =
+      file.IsOpen() && Sync(file.Get(), SCA_FileCommit::Durable) == 0 && ::rename(from, to) == 0;
+  return isMoved ? 1 : SCA_SystemError().Store(error);
+}

@@ -55,6 +55,23 @@ class Account {
   char buffer_[kAccountSize];
 };
 
+// A relative one is invalid and to be ignored, as the XDG base directories have it.
+int UserDirectory(const char* variable, const char* inHome, char* directory, unsigned long size) {
+  const char* configured = Environment(variable);
+  if (*configured == '/') return Fit(directory, size, configured);
+  Account account;
+  const char* home = Environment("HOME");
+  if (*home == '\0') home = account.Get(&passwd::pw_dir);
+  if (*home == '\0') return Empty(directory);
+  const int length = std::snprintf(directory, size, "%s/%s", home, inHome);
+  return static_cast<unsigned long>(length) < size ? 1 : Empty(directory);
+}
+
+bool IsExecutable(const char* path) {
+  struct stat status {};
+  return ::stat(path, &status) == 0 && S_ISREG(status.st_mode) && ::access(path, X_OK) == 0;
+}
+
 SCA_Result CreateDirectory(const char* path) {
   char part[SCA_MaxPath];
   const std::string_view text(path);
@@ -150,13 +167,35 @@ int SCA_GetHostName(char* name, unsigned long size) {
 }
 
 int SCA_GetUserAppConfDir(char* directory, unsigned long size) {
-  // A relative one is invalid and to be ignored, as the XDG base directories have it.
-  const char* configured = Environment("XDG_CONFIG_HOME");
-  if (*configured == '/') return Fit(directory, size, configured);
-  Account account;
-  const char* home = Environment("HOME");
-  if (*home == '\0') home = account.Get(&passwd::pw_dir);
-  if (*home == '\0') return Empty(directory);
-  const int length = std::snprintf(directory, size, "%s/.config", home);
-  return static_cast<unsigned long>(length) < size ? 1 : Empty(directory);
+  return UserDirectory("XDG_CONFIG_HOME", ".config", directory, size);
+}
+
+int SCA_GetUserCacheDir(char* directory, unsigned long size) {
+  return UserDirectory("XDG_CACHE_HOME", ".cache", directory, size);
+}
+
+int SCA_FindProgram(const char* name, char* path, unsigned long size) {
+  if (std::strchr(name, '/') != nullptr) return Fit(path, size, name);
+  char system[260] = "";
+  ::confstr(_CS_PATH, system, sizeof system);
+  const char* const configured = std::getenv("PATH");
+  const std::string_view directories = configured != nullptr ? configured : system;
+  for (std::size_t begin = 0; begin <= directories.size();) {
+    const std::size_t end = std::min(directories.find(':', begin), directories.size());
+    const std::string_view directory = directories.substr(begin, end - begin);
+    begin = end + 1;
+    if (directory.empty()) continue;
+    const int length = std::snprintf(path, size, "%.*s/%s", static_cast<int>(directory.size()),
+                                     directory.data(), name);
+    if (static_cast<unsigned long>(length) < size && IsExecutable(path)) return 1;
+  }
+  return Empty(path);
+}
+
+int SCA_IsOwnPath(const char* path) {
+  struct stat status {};
+  return ::stat(path, &status) == 0 && (status.st_uid == ::geteuid() || status.st_uid == 0) &&
+                 (status.st_mode & (S_IWGRP | S_IWOTH)) == 0
+             ? 1
+             : 0;
 }

@@ -5,7 +5,8 @@
 #include <sched.h>
 #include <sys/eventfd.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -19,6 +20,7 @@
 #include <vector>
 
 #include "platform/SCA_Error.h"
+#include "platform/SCA_Path.h"
 #include "platform/SCA_Text.h"
 #include "platform/posix/SCA_Posix.h"
 #include "platform/posix/SCA_ProcessGroup.h"
@@ -49,34 +51,12 @@ bool SplitCommand(const char* command, std::vector<std::string>* words) {
   return !inQuotes && !words->empty() && !words->front().empty();
 }
 
-bool IsExecutable(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-         ::access(path.c_str(), X_OK) == 0;
-}
-
-// The directories that PATH names; the system's where it is not set.
-std::string SearchPath() {
-  if (const char* path = std::getenv("PATH")) return path;
-  char text[256] = "";
-  ::confstr(_CS_PATH, text, sizeof text);
-  return text;
-}
-
 // The path of a program, looked up here because the child may not allocate; empty when it is found
-// nowhere, for the exec to fail as for a missing file. What lies in the current directory is not
-// found: it may be anybody's.
+// nowhere, for the exec to fail as for a missing file.
 std::string FindProgram(const std::string& name) {
-  if (name.find('/') != std::string::npos) return name;
-  const std::string directories = SearchPath();
-  for (std::size_t begin = 0; begin <= directories.size();) {
-    const std::size_t end = std::min(directories.find(':', begin), directories.size());
-    const std::string directory = directories.substr(begin, end - begin);
-    const std::string candidate = directory + "/" + name;
-    if (!directory.empty() && IsExecutable(candidate)) return candidate;
-    begin = end + 1;
-  }
-  return {};
+  char path[SCA_MaxPath] = "";
+  SCA_FindProgram(name.c_str(), path, sizeof path);
+  return path;
 }
 
 std::vector<char*> PointersTo(std::vector<std::string>& texts) {
@@ -115,9 +95,19 @@ struct ChildPlan {
   int input;
   int output;
   bool diesWithParent;
+  bool isIdle = false;
   int failure = -1;  // takes the errno of a failed start
   pid_t parent = 0;
 };
+
+// Best effort: at the usual priority it does its work as well.
+void LowerPriority() {
+  constexpr int kWhoProcess = 1;
+  constexpr int kIdleClass = 3 << 13;
+  constexpr int kLowest = 19;
+  ::setpriority(PRIO_PROCESS, 0, kLowest);
+  ::syscall(SYS_ioprio_set, kWhoProcess, 0, kIdleClass);  // the C library has no name for it
+}
 
 __attribute__((no_sanitize("address", "thread", "undefined"))) int RunChild(void* argument) {
   const auto* plan = static_cast<const ChildPlan*>(argument);
@@ -128,6 +118,7 @@ __attribute__((no_sanitize("address", "thread", "undefined"))) int RunChild(void
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != plan->parent) ::_exit(127);
   }
+  if (plan->isIdle) LowerPriority();
   struct sigaction standard;
   std::memset(&standard, 0, sizeof standard);
   standard.sa_handler = SIG_DFL;
@@ -274,6 +265,9 @@ class Process final : public SCA_Process {
   void Terminate() override;
   void Stop(unsigned long graceMs) override;
   int SetDirectory(const char* path) override;
+  void SetPriority(SCA_ProcessPriority priority) override {
+    isIdle_ = priority == SCA_ProcessPriority::Idle;
+  }
 
  private:
   std::vector<std::string> MakeEnvironment() const;
@@ -289,6 +283,7 @@ class Process final : public SCA_Process {
 
   std::vector<std::string> variables_;  // NAME=VALUE
   std::string directory_;               // empty for the caller's
+  bool isIdle_ = false;
   pid_t pid_ = 0;
   bool reaped_ = false;
   bool ended_ = false;
@@ -362,10 +357,10 @@ SCA_Result Process::StartWords(std::vector<std::string>* words) {
   const std::vector<char*> arguments = PointersTo(*words);
   const std::vector<char*> variables = PointersTo(environment);
   Child child;
-  const SCA_Result launched = Launch(
-      {program.c_str(), arguments.data(), variables.data(),
-       directory_.empty() ? nullptr : directory_.c_str(), null.Get(), output.write.Get(), true},
-      &child);
+  const SCA_Result launched = Launch({program.c_str(), arguments.data(), variables.data(),
+                                      directory_.empty() ? nullptr : directory_.c_str(), null.Get(),
+                                      output.write.Get(), true, isIdle_},
+                                     &child);
   if (launched.HasFailed()) return launched;
   pid_ = child.pid;
   pidFd_ = std::move(child.pidFd);
@@ -545,4 +540,23 @@ void Process::Stop(unsigned long graceMs) {
 
 SCA_Process* SCA_CreateProcess() {
   return new (std::nothrow) Process;
+}
+
+int SCA_StartDetached(const char* const* words, SCA_ProcessPriority priority,
+                      unsigned long* error) {
+  const auto start = [&] {
+    std::vector<std::string> texts;
+    for (; *words != nullptr; ++words) texts.emplace_back(*words);
+    if (texts.empty()) return SCA_Result(SCA_ErrorCommandLine);
+    const SCA_Fd null = AboveStandard(SCA_Fd(::open("/dev/null", O_RDWR | O_CLOEXEC)));
+    if (!null.IsOpen()) return SCA_SystemError();
+    const std::string program = FindProgram(texts.front());
+    const std::vector<char*> arguments = PointersTo(texts);
+    const bool isIdle = priority == SCA_ProcessPriority::Idle;
+    Child child;
+    return Launch({program.c_str(), arguments.data(), environ, nullptr, null.Get(), null.Get(),
+                   false, isIdle},
+                  &child);
+  };
+  return SCA_Guarded(start).Store(error);
 }
