@@ -75,6 +75,10 @@ const char* NotNull(const char* text) {
   return text != nullptr ? text : "";
 }
 
+std::string HeapOption(unsigned long megabytes) {
+  return "-Xmx" + std::to_string(megabytes) + "m";
+}
+
 bool HasControls(const char* text) {
   return std::any_of(text, text + std::strlen(text), [](char c) {
     return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F;
@@ -122,6 +126,9 @@ SCA_TikaServerObserver::~SCA_TikaServerObserver() = default;
 void SCA_TikaServerObserver::OnWorkerEnd(const SCA_TikaObituary& /*obituary*/) {}
 unsigned long SCA_TikaServerObserver::GetRestartDelay() {
   return 0;
+}
+std::string SCA_TikaServerObserver::GetJvmOptions(const SCA_TikaLaunch& /*launch*/) {
+  return {};
 }
 
 // One life of the Java process.
@@ -443,30 +450,37 @@ int SCA_TikaServer::DoProcess(unsigned long* error) {
   return SCA_Fail(SCA_ErrorNotStarted, error);
 }
 
+SCA_TikaLaunch SCA_TikaServer::GetLaunch() const {
+  const SCA_LockGuard guard(texts_);
+  return {fileName_, javaOptions_, GetHeapSize()};
+}
+
+// The environment reaches a JVM that the process forks, and that gets no options from it.
+std::string SCA_TikaServer::MakeToolOptions(const SCA_TikaLaunch& launch) const {
+  std::string words = observer_ != nullptr ? observer_->GetJvmOptions(launch) : std::string();
+  const std::string inherited = NotNull(std::getenv("JAVA_TOOL_OPTIONS"));
+  for (const std::string& option : {inherited, launch.javaOptions, HeapOption(launch.heapSize)}) {
+    if (!words.empty() && !option.empty()) words += ' ';
+    words += option;
+  }
+  return words;
+}
+
 void SCA_TikaServer::MakeCommand(Run* run) const {
-  std::string fileName;
-  std::string javaOptions;
+  const SCA_TikaLaunch launch = GetLaunch();
   std::string address;
   {
     const SCA_LockGuard guard(texts_);
-    fileName = fileName_;
-    javaOptions = javaOptions_;
     address = bindAddress_;
   }
-  const std::string heap = "-Xmx" + std::to_string(GetHeapSize()) + "m";
-  // The environment reaches a JVM that the process forks, and that gets no options from it.
-  run->toolOptions = NotNull(std::getenv("JAVA_TOOL_OPTIONS"));
-  for (const std::string& option : {javaOptions, heap}) {
-    if (!run->toolOptions.empty() && !option.empty()) run->toolOptions += ' ';
-    run->toolOptions += option;
-  }
+  run->toolOptions = MakeToolOptions(launch);
   // Tika makes a URL of the address, in which one of IPv6 stands in brackets.
   const bool isBareIpv6 = address.find(':') != std::string::npos && address[0] != '[';
   if (isBareIpv6) address = "[" + address + "]";
-  const SCA_TikaJar jar = SCA_LookAtTikaJar(fileName.c_str());
+  const SCA_TikaJar jar = SCA_LookAtTikaJar(launch.fileName.c_str());
   run->directory = jar.directory;
-  run->command = "java " + javaOptions + " " + heap + " -jar \"" + jar.path + "\" -h " + address +
-                 " -port " + std::to_string(GetPortNumber());
+  run->command = "java " + launch.javaOptions + " " + HeapOption(launch.heapSize) + " -jar \"" +
+                 jar.path + "\" -h " + address + " -port " + std::to_string(GetPortNumber());
 }
 
 int SCA_TikaServer::OpenTikaLogSession(const char* command, unsigned long* error) {

@@ -29,6 +29,13 @@ struct SCA_TikaObituary {
   const char* text = "";   ///< the line in the log; valid for the call
 };
 
+/// What a Java process is started with.
+struct SCA_TikaLaunch {
+  std::string fileName;  ///< the jar
+  std::string javaOptions;
+  unsigned long heapSize = 1024;  ///< megabytes
+};
+
 /// Receives each start and end of the Java process, on the server's worker thread and under no
 /// lock. May read the server and its log, to which nothing is added meanwhile, and ask it to stop
 /// (`RequestStop`). Must not start, change, wait for or destroy it, and must not throw.
@@ -49,6 +56,11 @@ class SCA_API SCA_TikaServerObserver {
   /// unexpected end. A stop ends the wait.
   /// @return Milliseconds, 0 (at once) unless it is overridden; `SCA_Infinite` gives the server up.
   virtual unsigned long GetRestartDelay();
+  /// Asked before each start for options of the process and of all JVMs that it forks. They stand
+  /// before those of JAVA_TOOL_OPTIONS and of the configuration, so that these win. May throw
+  /// `std::bad_alloc`.
+  /// @return Words as in JAVA_TOOL_OPTIONS; none unless it is overridden.
+  virtual std::string GetJvmOptions(const SCA_TikaLaunch& launch);
 };
 
 /// One Tika server. Made with a user configuration it can be started: a worker thread runs
@@ -209,6 +221,8 @@ class SCA_API SCA_TikaServer : public SCA_ThreadObj {
   int StartWorker(Complaint* complaint) SCA_REQUIRES(control_);
   void ClearFigures();
   void StoreFileName(const char* fileName) SCA_REQUIRES(control_) SCA_EXCLUDES(texts_);
+  SCA_TikaLaunch GetLaunch() const SCA_EXCLUDES(texts_);
+  std::string MakeToolOptions(const SCA_TikaLaunch& launch) const;
   void MakeCommand(Run* run) const SCA_EXCLUDES(texts_);
   static bool Equip(const Run& run);
   unsigned long StartJava(Run* run) SCA_EXCLUDES(texts_);

@@ -86,6 +86,7 @@ class SCA_TikaWatch::Core final : public SCA_TikaServerObserver {
   void OnEnd(const SCA_TikaObituary& obituary) override SCA_EXCLUDES(lock_);
   void OnWorkerEnd(const SCA_TikaObituary& obituary) override SCA_EXCLUDES(lock_);
   unsigned long GetRestartDelay() override;
+  std::string GetJvmOptions(const SCA_TikaLaunch& launch) override SCA_EXCLUDES(lock_);
 
  private:
   struct Sample {
@@ -116,6 +117,9 @@ class SCA_TikaWatch::Core final : public SCA_TikaServerObserver {
   bool Extracts(unsigned long long epoch, const char* version) SCA_EXCLUDES(lock_);
   void NoteAnswer(unsigned long long epoch, bool answers, const SCA_TikaAnswer& answer)
       SCA_EXCLUDES(lock_);
+  void JudgeArchive(unsigned long long epoch) SCA_EXCLUDES(lock_);
+  bool IsArchiveRefused() const;
+  bool DropArchive() SCA_EXCLUDES(lock_);
   void SampleMemory() SCA_REQUIRES(lock_);
   void RestartWhenSilent() SCA_EXCLUDES(lock_);
   unsigned long ReviveWhenGivenUp() SCA_EXCLUDES(order_);
@@ -152,6 +156,8 @@ class SCA_TikaWatch::Core final : public SCA_TikaServerObserver {
   char lastDeath_[sizeof SCA_TikaWatchState::lastDeath] SCA_GUARDED_BY(lock_) = "";
   unsigned long long lastDeathTime_ SCA_GUARDED_BY(lock_) = 0;
   std::optional<SCA_TikaDeath> lastEnd_ SCA_GUARDED_BY(lock_);
+  SCA_ClassArchiveState archive_ SCA_GUARDED_BY(lock_) = SCA_ClassArchiveState::Off;
+  SCA_TikaLaunch launch_ SCA_GUARDED_BY(lock_);  // of the process that was started last
 
   // The worker's.
   unsigned long logSession_ = 0;
@@ -273,6 +279,7 @@ int SCA_TikaWatch::Core::GetState(SCA_TikaWatchState* state, SCA_ConfigObj* hist
   }
   SCA_CopyText(state->lastDeath, lastDeath_, SCA_TextFit::Cut);
   state->lastDeathTime = lastDeathTime_;
+  state->archive = archive_;
   if (history == nullptr || history_ == nullptr) return 1;
   return history_->CopyTo(history, server_->GetPortNumber());
 }
@@ -403,6 +410,7 @@ bool SCA_TikaWatch::Core::IsFromStranger(unsigned long long epoch) {
 void SCA_TikaWatch::Core::NoteAnswer(unsigned long long epoch, bool answers,
                                      const SCA_TikaAnswer& answer) {
   bool isNews = false;
+  if (answers) JudgeArchive(epoch);
   {
     const SCA_LockGuard guard(lock_);
     if (run_.isOver || epoch_ != epoch) return;
@@ -415,6 +423,54 @@ void SCA_TikaWatch::Core::NoteAnswer(unsigned long long epoch, bool answers,
     answered_ = asked_;
   }
   if (isNews && observer_ != nullptr) observer_->OnReady(*server_, answer.version);
+}
+
+// At the first answer of a process its JVM has said what it thinks of the archive.
+void SCA_TikaWatch::Core::JudgeArchive(unsigned long long epoch) {
+  SCA_TikaLaunch launch;
+  {
+    const SCA_LockGuard guard(lock_);
+    if (rules_.archive == nullptr || run_.isOver || epoch_ != epoch || run_.hasAnswered) return;
+    launch = launch_;
+  }
+  if (IsArchiveRefused()) DropArchive();
+  {
+    const SCA_LockGuard guard(lock_);
+    if (archive_ == SCA_ClassArchiveState::Used) return;
+  }
+  rules_.archive->MakeLater(launch);
+}
+
+// The newest lines are those of its start, or of the start and a second more.
+bool SCA_TikaWatch::Core::IsArchiveRefused() const {
+  constexpr unsigned long kLines = 100;
+  SCA_ConfigObj messages("Log", nullptr);
+  server_->GetLog()->Serialize(&messages, kLines, SCA_NoItemId);
+  bool isRefused = false;
+  for (const SCA_Field* field = messages.GetFields().GetHead(); field != nullptr;
+       field = field->GetNext()) {
+    const std::string text = TextOf(*field);
+    // Of an earlier process the lines no longer count.
+    if (text.compare(0, 14, "Tika Command: ") == 0) isRefused = false;
+    isRefused = isRefused || SCA_IsArchiveRefusal(text);
+  }
+  return isRefused;
+}
+
+// @return Whether there was one.
+bool SCA_TikaWatch::Core::DropArchive() {
+  SCA_TikaLaunch launch;
+  {
+    const SCA_LockGuard guard(lock_);
+    if (archive_ != SCA_ClassArchiveState::Used) return false;
+    archive_ = SCA_ClassArchiveState::Refused;
+    launch = launch_;
+  }
+  rules_.archive->Discard(launch);
+  SCA_GetReportFunction(kSource, __LINE__)(SCA_LevelInfo,
+                                           "the class archive for %s was refused and thrown away",
+                                           launch.fileName.c_str());
+  return true;
 }
 
 void SCA_TikaWatch::Core::SampleMemory() {
@@ -491,6 +547,12 @@ void SCA_TikaWatch::Core::RecordEnd(const SCA_TikaObituary& obituary) {
   }
   SCA_FindDeathCause(obituary, verdict, hasAnswered, &death);
   const bool isInVain = !hasAnswered || death.kind == SCA_DeathKind::PortTaken;
+  // A JVM dies of an archive that a disk has damaged. Without it the next may live.
+  if (!hasAnswered && obituary.isRequested == 0 && death.kind != SCA_DeathKind::PortTaken &&
+      DropArchive()) {
+    deathsInVain_ = 0;
+    return Tell(death, obituary);
+  }
   if (obituary.isRequested == 0) deathsInVain_ = isInVain ? deathsInVain_ + 1 : 0;
   Tell(death, obituary);
 }
@@ -526,6 +588,19 @@ void SCA_TikaWatch::Core::RecordWorkerEnd(const SCA_TikaObituary& obituary) {
     }
   }
   Tell(death, obituary);
+}
+
+std::string SCA_TikaWatch::Core::GetJvmOptions(const SCA_TikaLaunch& launch) {
+  std::string options = SCA_JvmOptions(rules_.purpose, launch);
+  std::string option;
+  const SCA_ClassArchiveState state = rules_.archive != nullptr
+                                          ? rules_.archive->Find(launch, &option)
+                                          : SCA_ClassArchiveState::Off;
+  if (!option.empty()) options += (options.empty() ? "" : " ") + option;
+  const SCA_LockGuard guard(lock_);
+  archive_ = state;
+  launch_ = launch;
+  return options;
 }
 
 unsigned long SCA_TikaWatch::Core::GetRestartDelay() {

@@ -8,6 +8,8 @@
 #include <memory>
 
 #include "host/SCA_TikaServer.h"
+#include "supervision/SCA_ClassArchive.h"
+#include "supervision/SCA_JvmOptions.h"
 #include "supervision/SCA_TikaDeathHistory.h"
 
 /// What happens when a process ends before it has ever answered.
@@ -27,6 +29,10 @@ struct SCA_TikaWatchRules {
   unsigned long lastDelayMs = 10000;    ///< its upper limit
   unsigned long reviveAfterMs = 60000;  ///< a server that was given up starts again; 0: never
   SCA_TikaVainEnd vainEnd = SCA_TikaVainEnd::Retry;
+  SCA_JvmPurpose purpose = SCA_JvmPurpose::Unknown;  ///< chooses options of its JVMs
+  /// Speeds its starts up; not owned, outlives the watch, may be null. An archive that its JVM does
+  /// not take is thrown away; a missing one is asked for once the server answers.
+  SCA_ClassArchive* archive = nullptr;
 };
 
 /// The state of a server at one moment. A death is counted and recorded, and readiness withdrawn,
@@ -42,6 +48,8 @@ struct SCA_TikaWatchState {
   unsigned long workerDeaths = 0;        ///< as well
   char lastDeath[260] = "";              ///< the cause; empty when it never died
   unsigned long long lastDeathTime = 0;  ///< absolute time; 0 when it never died
+  /// Of the process that was started last; `Used` is certain once it has answered.
+  SCA_ClassArchiveState archive = SCA_ClassArchiveState::Off;
 };
 
 /// Receives the events of a server, under no lock. May use the getters of server and watch, and ask
