@@ -146,6 +146,7 @@ struct SCA_StatusField {
   FIELD(LastDeath, "Last Death", Text, "the cause; empty when it never died")                  \
   FIELD(LastDeathTime, "Last Death Time", Time, "0 when it never died")                        \
   FIELD(Owner, "Owner", Text, "\"host\", or \"connection 12\"")                                \
+  FIELD(ClassArchive, "Class Archive", Text, "\"used\", or why there is none: \"none yet\"")   \
   FIELD(History, "History", Object, "as of the service, but only of servers on this port")
 
 /// @}

@@ -53,6 +53,7 @@ Table ServerTable(const SCA_ConfigObj& servers) {
                {"RESTARTS", Align::Right},
                {"TIKA"},
                {"JAR"},
+               {"CLASS ARCHIVE"},
                {"OWNER"},
                {"LAST TROUBLE"}});
   ForEachServer(servers, [&table](const std::string& id, const Fields& server) {
@@ -69,6 +70,7 @@ Table ServerTable(const SCA_ConfigObj& servers) {
                figure(hasAnswered, Duration(server.NumberOr(ServerField::AnswerTime, 0))),
                NumberOrDash(server, ServerField::Restarts), TikaVersion(server),
                OrDash(BaseName(server.Text(ServerField::FileName))),
+               OrDash(server.Text(ServerField::ClassArchive)),
                OrDash(server.Text(ServerField::Owner)), Trouble(server)});
   });
   return table;

@@ -104,6 +104,11 @@ void DefineServers(CLI::App* app, Options* options, OptionWords* words) {
       ->capture_default_str();
   app->add_option("--jar", options->jar, "Runnable Tika server jar of the private server")
       ->type_name("FILE");
+  app->add_flag("!--no-class-archive", options->classArchive,
+                "Start the private server without the class-data archive, which the end of a run "
+                "without one makes in the background");
+  app->add_flag("--make-class-archive", options->makeClassArchive,
+                "Make the class-data archive of the private server now, and exit");
 }
 
 void DefineServices(CLI::App* app, Options* options, OptionWords* words) {

@@ -135,6 +135,7 @@ std::string CheckWatch(const Options& options) {
 }
 
 std::string Check(const Options& options) {
+  if (options.makeClassArchive) return {};
   if (!options.HasInput() && options.saveSettingsFile.empty()) {
     return "FILE is required: name documents, or a list of them with --files-from";
   }

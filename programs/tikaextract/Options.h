@@ -53,7 +53,9 @@ struct Options {
   std::optional<unsigned long> timeLimitMs;  ///< for one file; 0: none; unset: the dispatcher's
   unsigned long textLimitMb = 2048;          ///< for one text; 0: none
   unsigned long javaHeapMb = 1024;
-  std::string jar;  ///< empty: looked up, see PrivateServer
+  std::string jar;                ///< empty: looked up, see PrivateServer
+  bool classArchive = true;       ///< for the private server's JVMs
+  bool makeClassArchive = false;  ///< instead of a run
   PrivateServerUse privateUse = PrivateServerUse::WithoutHost;
   bool verbose = false;
 

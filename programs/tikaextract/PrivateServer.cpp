@@ -16,8 +16,10 @@ constexpr std::size_t kLinesShown = 20;
 constexpr unsigned long kPrintMs = 100;  // between two looks at what the server has said
 constexpr unsigned long kReadyMs = 60000;
 
-SCA_TikaWatchRules Rules() {
+SCA_TikaWatchRules Rules(SCA_ClassArchive* archive) {
   SCA_TikaWatchRules rules;
+  rules.purpose = SCA_JvmPurpose::Run;
+  rules.archive = archive;
   rules.askMs = SCA_Infinite;  // once it answers, it is asked when it is needed
   rules.firstAskMs = 50;
   rules.answerLimitMs = 2000;
@@ -56,6 +58,10 @@ std::string ComplainAboutJar(const std::string& jar) {
          ": name one with --jar or TIKA_SERVER_JAR, or use a running server with --server";
 }
 
+SCA_TikaLaunch LaunchOf(const Options& options) {
+  return {JarPath(options), "", options.javaHeapMb};
+}
+
 // What the process printed last.
 std::string LastLines(const SCA_TikaDeath& death) {
   const std::size_t skipped = death.lines.size() - std::min(death.lines.size(), kLinesShown);
@@ -69,7 +75,10 @@ std::string LastLines(const SCA_TikaDeath& death) {
 }  // namespace
 
 PrivateServer::PrivateServer(const Options& options, SCA_Event* cancel)
-    : options_(options), cancel_(cancel), watch_(&server_, Rules(), nullptr, this) {
+    : options_(options),
+      cancel_(cancel),
+      archive_(ClassArchiveDirectory().c_str()),
+      watch_(&server_, Rules(options.classArchive ? &archive_ : nullptr), nullptr, this) {
   server_.SetBindAddress("127.0.0.1");
 }
 
@@ -87,6 +96,23 @@ bool PrivateServer::EnsureReady(std::string* complaint) {
   watch_.Stop();
   *complaint = Explain(error);
   return false;
+}
+
+ExitStatus PrivateServer::MakeArchive(const Options& options, SCA_Event* cancel) {
+  const SCA_TikaLaunch launch = LaunchOf(options);
+  const std::string complaint = ComplainAboutJar(launch.fileName);
+  if (complaint.empty()) return MakeClassArchive(options, launch, cancel);
+  PrintErrorLine("tikaextract: " + complaint);
+  return kNoServer;
+}
+
+void PrivateServer::MakeArchiveLater() {
+  SCA_TikaWatchState state;
+  const bool isMissing = watch_.GetState(&state) != 0 && state.hasAnswered != 0 &&
+                         state.archive == SCA_ClassArchiveState::Missing;
+  if (isMissing && StartMakingClassArchive(archive_, LaunchOf(options_)) && options_.verbose) {
+    PrintErrorLine("tikaextract: making a class archive for later runs in the background");
+  }
 }
 
 std::string PrivateServer::Explain(unsigned long error) const {
@@ -139,7 +165,11 @@ void PrivateServer::OnStart(const SCA_TikaServer& /*server*/, unsigned long proc
 }
 
 void PrivateServer::OnReady(const SCA_TikaServer& /*server*/, const char* version) {
-  if (options_.verbose) PrintErrorLine("tikaextract: " + Printable(version) + " answers");
+  if (!options_.verbose) return;
+  SCA_TikaWatchState state;
+  watch_.GetState(&state);
+  PrintErrorLine("tikaextract: " + Printable(version) + " answers");
+  PrintErrorLine(std::string("tikaextract: class archive: ") + SCA_ClassArchiveText(state.archive));
 }
 
 // Prints what comes into the log, and what is left there at the end.

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "programs/common/Event.h"
+#include "programs/tikaextract/ClassArchive.h"
 #include "programs/tikaextract/Options.h"
 #include "supervision/SCA_TikaWatch.h"
 
@@ -29,6 +30,11 @@ class PrivateServer : private SCA_TikaWatchObserver {
 
   unsigned short Port() const { return port_; }
 
+  /// Makes the class archive, as `--make-class-archive` asks. @return The exit status.
+  static ExitStatus MakeArchive(const Options& options, SCA_Event* cancel);
+  /// Has the class archive made for later runs, if it is missing. Does not wait for it.
+  void MakeArchiveLater();
+
  private:
   void OnStart(const SCA_TikaServer& server, unsigned long processId) override;
   void OnReady(const SCA_TikaServer& server, const char* version) override;
@@ -40,6 +46,7 @@ class PrivateServer : private SCA_TikaWatchObserver {
   const Options& options_;
   SCA_Event* const cancel_;
   unsigned short port_ = 0;
+  SCA_ClassArchive archive_;
   SCA_TikaConfigUser config_{nullptr, nullptr};
   SCA_TikaServer server_{&config_};
   SCA_TikaWatch watch_;

@@ -53,9 +53,14 @@ ExitStatus Servers::Start() {
 }
 
 void Servers::Stop() {
+  const bool isInterrupted = cancel_->Wait(0) != 0;
   // A worker that still waits for the private server need not wait any longer.
   cancel_->Set();
   dispatcher_->Stop();
+  if (setup_.IsPrivate() && !isInterrupted) {
+    const SCA_LockGuard guard(privateLock_);
+    private_.MakeArchiveLater();
+  }
   services_.Leave();
   ShowServices();
 }

@@ -35,7 +35,7 @@ class Servers {
   /// @return `kAllExtracted`, or the `ExitStatus` to end with.
   ExitStatus Start();
   /// Ends everything that is under way and gives servers back.
-  void Stop();
+  void Stop() SCA_EXCLUDES(privateLock_);
 
   /// Hands a document to the dispatcher.
   /// @return Nothing; or why it was not taken, and then the caller still owns it.

@@ -22,7 +22,8 @@ void PrintReport(void* context, unsigned long level, const char* source, int lin
 int RunUntilSignalled(const Options& options) {
   ProgramEvent cancel(1, 0);
   const Signals signals(&cancel);
-  const int status = Extraction(options, &cancel).Run();
+  const int status = options.makeClassArchive ? PrivateServer::MakeArchive(options, &cancel)
+                                              : Extraction(options, &cancel).Run();
   return signals.Received() != 0 ? 128 + signals.Received() : status;
 }
 

@@ -61,5 +61,6 @@ int HostedServer::GetStatus(ServerStatus* status, SCA_ConfigObj* history) const 
   status->LastDeath = health.lastDeath;
   status->LastDeathTime = health.lastDeathTime;
   status->Owner = owners.Text();
+  status->ClassArchive = SCA_ClassArchiveText(health.archive);
   return 1;
 }

@@ -32,10 +32,13 @@ unsigned long ServersSummary::Status() const {
 }
 
 HostedServers::HostedServers(SCA_TikaConfigUser* config, const std::string& bind,
-                             unsigned long silenceLimitMs, SCA_TikaDeathHistory* history)
+                             unsigned long silenceLimitMs, SCA_TikaDeathHistory* history,
+                             SCA_ClassArchive* archive)
     : config_(config), bind_(bind), address_(AskedAddress(bind)), history_(history) {
   rules_.address = address_.c_str();
   rules_.silenceLimitMs = silenceLimitMs;
+  rules_.purpose = SCA_JvmPurpose::Service;
+  rules_.archive = archive;
 }
 
 HostedServers::~HostedServers() {

@@ -38,7 +38,7 @@ class HostedServers {
   /// @param config  Not owned, outlives this; says whether daily files are written.
   /// @param bind    Address on which servers listen.
   HostedServers(SCA_TikaConfigUser* config, const std::string& bind, unsigned long silenceLimitMs,
-                SCA_TikaDeathHistory* history);
+                SCA_TikaDeathHistory* history, SCA_ClassArchive* archive);
   ~HostedServers();
   HostedServers(const HostedServers&) = delete;
   HostedServers& operator=(const HostedServers&) = delete;

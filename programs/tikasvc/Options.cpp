@@ -65,6 +65,9 @@ void DefineServers(CLI::App* app, Options* options, std::vector<std::string>* re
   app->add_option("--java-options", options->javaOptions,
                   "Additional Java options of these servers")
       ->type_name("TEXT");
+  app->add_flag_callback(
+      "--no-class-archive", [options] { options->classArchive = false; },
+      "Start servers without the class-data archives, which the host makes in its data directory");
   app->add_option("--tika-bind", options->tikaBind,
                   "Address on which all servers listen, without access control; 0.0.0.0 is every "
                   "address of the machine")

@@ -26,6 +26,7 @@ struct Options {
   unsigned short firstPort = 9998;  ///< of the first of them; the others follow
   unsigned long heapMb = 1024;
   std::string javaOptions;
+  bool classArchive = true;  ///< for the servers' JVMs
   std::string tikaBind = "127.0.0.1";
   std::optional<unsigned short> controlPort;  ///< unset: the configurations'
   std::string controlSocket;                  ///< empty: in the data directory

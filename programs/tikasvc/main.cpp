@@ -166,8 +166,11 @@ class Host {
   Installation& installation_;
   HostParts parts_;
   SCA_TikaDeathHistory history_{(installation_.DataDirectory() + "/history.trv").c_str()};
+  // Before the servers, which use it to the end.
+  SCA_ClassArchive archive_{(installation_.DataDirectory() + "/class-archives").c_str(),
+                            SCA_ClassArchiveMaking::InBackground};
   HostedServers servers_{installation_.User(), options_.tikaBind, options_.silenceLimitMs,
-                         &history_};
+                         &history_, options_.classArchive ? &archive_ : nullptr};
 };
 
 int RunHost(const Options& options, Installation* installation, HostLog* log) {

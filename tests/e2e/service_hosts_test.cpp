@@ -94,9 +94,9 @@ class ServiceHosts : public ::testing::Test {
     fs::create_directories(Home(host) + "/Tika Service");
     fs::copy_file(keyFile_, Home(host) + "/Tika Service/control.key",
                   fs::copy_options::skip_existing);
-    std::vector<std::string> arguments = {"--config",       Home(host) + "/root.trv",
-                                          "--tika-bind",    Address(host),
-                                          "--control-port", std::to_string(ports_[host])};
+    std::vector<std::string> arguments = {
+        "--no-class-archive", "--config",       Home(host) + "/root.trv",    "--tika-bind",
+        Address(host),        "--control-port", std::to_string(ports_[host])};
     if (servers > 0) {
       arguments.insert(arguments.end(),
                        {"--jar", DefaultJar(), "--servers", std::to_string(servers), "--first-port",
