@@ -56,8 +56,10 @@ std::string FirstLine(std::string_view trace) {
   return std::string(line);
 }
 
+// The last is the one of an embedded document that is judged by itself.
 bool IsOfTheWholeDocument(const SCA_TikaException& exception) {
-  return exception.kind == "runtime" || exception.kind == "container-exception";
+  return exception.kind == "runtime" || exception.kind == "container-exception" ||
+         exception.kind == "embedded-exception";
 }
 
 SCA_TikaFinding FindingOf(const SCA_TikaException& exception) {

@@ -48,7 +48,9 @@ void SetContent(SCA_TikaContent content, SCA_TikaRequestHead* head) {
     case SCA_TikaContent::Text:
       break;
     case SCA_TikaContent::Metadata:
-      head->path = "/rmeta/text";
+      // Of the forms of the text in it, only "body" is the one of PUT /tika: "text" begins with the
+      // title and line feeds.
+      head->path = "/rmeta/body";
       head->accept = kAcceptJson;
       break;
     case SCA_TikaContent::Detection:
