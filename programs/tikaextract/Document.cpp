@@ -10,7 +10,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kEnding[] = ".txt";
 constexpr std::size_t kDigestDigits = 16;  // enough that no two names get the same by chance
 constexpr std::size_t kAsideRoom = 64;     // for the name of the file aside
 
@@ -27,23 +26,23 @@ std::string Shorten(const std::string& name, std::size_t most, const std::string
 
 // Each name for itself; a path that is too long as a whole becomes one name.
 std::string Fit(const Options& options, const std::string& output) {
+  const std::string ending = options.choice.TextEnding();
   fs::path fitting;
-  const fs::path whole = output + kEnding;
+  const fs::path whole = output + ending;
   for (auto name = whole.begin(); name != whole.end(); ++name) {
     const bool isLast = std::next(name) == whole.end();
     const std::string text = name->string();
     if (text.size() <= NAME_MAX) {
       fitting /= text;
     } else {
-      fitting /= Shorten(text, NAME_MAX, isLast ? kEnding : "");
+      fitting /= Shorten(text, NAME_MAX, isLast ? ending : "");
     }
   }
   if (options.outputDir.size() + fitting.native().size() + kAsideRoom <= PATH_MAX) {
     return fitting.string();
   }
   const std::string last = fs::path(output).filename().string() + "~" + ShortDigest(output);
-  return last.size() + sizeof kEnding <= NAME_MAX ? last + kEnding
-                                                  : Shorten(last, NAME_MAX, kEnding);
+  return last.size() + ending.size() < NAME_MAX ? last + ending : Shorten(last, NAME_MAX, ending);
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ struct Document {
   const std::string& Source() const { return input != nullptr ? input->Path() : path; }
 };
 
-/// @param output  Where its text goes without the ".txt", below the output directory. A name that
+/// @param output  Where its text goes without its ending, below the output directory. A name that
 ///                is too long there is shortened, always to the same.
 Document MakeDocument(const Options& options, const std::string& path, const std::string& output);
 

@@ -29,7 +29,7 @@ bool IsDirectory(const std::string& path) {
   return fs::is_directory(path, ignored);
 }
 
-// Where the content of a named directory goes, or the text of a named document without its ".txt".
+// Where the content of a named directory goes, or the text of a named document without its ending.
 std::string OutputOfNamed(const Options& options, const std::string& path) {
   if (path == kStandardInput) {
     return options.inputName.empty() ? "stdin" : LastName(options.inputName);
@@ -124,7 +124,8 @@ std::string FindNameClash(const Options& options) {
   std::map<std::string, std::string> outputs;
   for (const std::string& file : options.files) {
     const bool isMirrored = options.recursive && IsDirectory(file);
-    const std::string output = OutputOfNamed(options, file) + (isMirrored ? "" : ".txt");
+    const std::string output =
+        OutputOfNamed(options, file) + (isMirrored ? "" : options.choice.TextEnding());
     const auto [entry, isNew] = outputs.emplace(output, file);
     if (!isNew) {
       return Quoted(entry->second) + " and " + Quoted(file) + " would both be written to " +

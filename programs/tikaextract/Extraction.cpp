@@ -44,9 +44,9 @@ Extraction::Extraction(const Options& options, SCA_Event* cancel)
       cancel_(cancel),
       setup_(options),
       progress_(!options.outputDir.empty() && !options.jsonl),
-      output_(options, &progress_,
+      output_(options, &progress_, cancel,
               [this](const std::string& cause) { return servers_.WhyNone(cause); }),
-      window_(!options.unordered && options.watchFolder.empty()),
+      window_(options),
       servers_(options, &setup_, &progress_, cancel) {}
 
 int Extraction::Run() {
@@ -148,8 +148,8 @@ bool Extraction::Fill() {
     }
     std::unique_ptr<Job> job = output_.Admit(document);
     if (job != nullptr) {
-      std::unique_ptr<TextStore> store = output_.MakeStore(*job);
-      window_.Add(std::move(job), std::move(store), &servers_);
+      SCA_Owned<SCA_TikaTextSink> sink = output_.MakeSink(job.get());
+      window_.Add(std::move(job), std::move(sink), &servers_);
     } else {
       source_->HasEnded(document, DocumentSource::Ending::Final);
     }

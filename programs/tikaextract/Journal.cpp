@@ -108,12 +108,11 @@ void OffsetTable::Insert(std::uint64_t slot) {
   slots_[i] = slot;
 }
 
-std::string Journal::Open(const std::string& outputDir, bool resume, bool retryRefused,
-                          Killers* killers) {
+std::string Journal::Open(const std::string& outputDir, const Terms& terms, Killers* killers) {
   directory_ = outputDir;
-  retryRefused_ = retryRefused;
+  terms_ = terms;
   std::string complaint = TakeLock();
-  if (complaint.empty()) complaint = Begin(resume, killers);
+  if (complaint.empty()) complaint = Begin(killers);
   if (!complaint.empty()) return complaint;
   // Under the lock they are nobody's.
   if (isContinued_) RemoveLeftovers(outputDir);
@@ -132,13 +131,13 @@ std::string Journal::TakeLock() {
   return "cannot lock " + Quoted(name) + ": " + Explain(error);
 }
 
-std::string Journal::Begin(bool resume, Killers* killers) {
+std::string Journal::Begin(Killers* killers) {
   unsigned long error = file_.Open(Name(), 0666);
   if (error != 0) return Complain("open", error);
   std::string complaint = CheckHeader();
   if (!complaint.empty()) return complaint;
   unsigned long long complete = 0;
-  error = Load(resume, killers, &complete);
+  error = Load(killers, &complete);
   if (error == 0) error = file_.GetSize(&size_);
   if (error != 0) return Complain("read", error);
   // A run that was killed may have left half a line.
@@ -166,11 +165,11 @@ std::string Journal::CheckHeader() {
          "directory, or delete it to have everything extracted again";
 }
 
-unsigned long Journal::Load(bool resume, Killers* killers, unsigned long long* complete) {
+unsigned long Journal::Load(Killers* killers, unsigned long long* complete) {
   std::map<std::string, Record> killings;  // by their outputs
   const unsigned long error = ReadLines(0, [&](std::string_view line, unsigned long long offset) {
     *complete = offset + line.size() + 1;
-    const std::optional<Record> record = resume ? Parse(line) : std::nullopt;
+    const std::optional<Record> record = terms_.resume ? Parse(line) : std::nullopt;
     if (!record) return true;
     Index(record->entry.output, offset);
     killings.erase(record->entry.output);
@@ -178,7 +177,7 @@ unsigned long Journal::Load(bool resume, Killers* killers, unsigned long long* c
     return true;
   });
   for (const auto& [output, record] : killings) {
-    if (retryRefused_) break;
+    if (terms_.retryRefused) break;
     killers->Add(std::strtoull(record.entry.state.c_str(), nullptr, 10),
                  {record.detail, FromOneLine(record.entry.path)});
   }
@@ -223,7 +222,7 @@ std::optional<Journal::Record> Journal::Parse(std::string_view line) {
     line.remove_prefix(std::min(end + 1, line.size()));
   }
   const std::string& kind = fields[0];
-  if (kind.size() != 1 || kind.find_first_of("TRKF") != 0) return std::nullopt;
+  if (kind.size() != 1 || kind.find_first_of("TCXRKF") != 0) return std::nullopt;
   return Record{static_cast<Kind>(kind[0]), {fields[1], fields[4], fields[3]}, fields[2]};
 }
 
@@ -279,8 +278,8 @@ Journal::Verdict Journal::Claim(const Entry& entry, std::string* owner) {
     } else if (isOfThisRun) {
       return Verdict::Repeated;
     } else if (newest.entry.state == entry.state) {
-      if (IsIntact(newest)) return Verdict::Done;
-      if (newest.kind == Kind::Refused && (isOwn || !retryRefused_)) return Verdict::Refused;
+      const Verdict former = JudgeFormer(newest, isOwn);
+      if (former != Verdict::Extract) return former;
     }
     verdict = isOwn && newest.entry.path == entry.path ? Verdict::Renew : Verdict::Extract;
   }
@@ -288,9 +287,34 @@ Journal::Verdict Journal::Claim(const Entry& entry, std::string* owner) {
   return verdict;
 }
 
+// What to do with a document that has not changed since.
+// @param isOwn  The line is of this run, whose terms it has met.
+Journal::Verdict Journal::JudgeFormer(const Record& record, bool isOwn) const {
+  const Terms terms = isOwn ? Terms() : terms_;
+  const bool isIntact = IsIntact(record);
+  switch (record.kind) {
+    case Kind::Text:
+      return isIntact && !terms.checksTexts ? Verdict::Done : Verdict::Extract;
+    case Kind::Checked:
+      return isIntact ? Verdict::Done : Verdict::Extract;
+    case Kind::Truncated:
+      return isIntact && !terms.retryRefused ? Verdict::Truncated : Verdict::Extract;
+    case Kind::Refused:
+      return terms.retryRefused || (terms.hasPassword && record.detail == kLocked)
+                 ? Verdict::Extract
+                 : Verdict::Refused;
+    case Kind::Killer:
+    case Kind::Failed:
+      break;
+  }
+  return Verdict::Extract;
+}
+
 // A text of another length is not the one that was written.
 bool Journal::IsIntact(const Record& record) const {
-  if (record.kind != Kind::Text) return false;
+  const bool isText =
+      record.kind == Kind::Text || record.kind == Kind::Checked || record.kind == Kind::Truncated;
+  if (!isText) return false;
   struct stat status {};
   const std::string path = (fs::path(directory_) / FromOneLine(record.entry.output)).string();
   return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&

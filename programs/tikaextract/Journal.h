@@ -52,10 +52,22 @@ class Journal {
  public:
   /// How a document ended; the letter of its line.
   enum class Kind : char {
-    Text = 'T',     ///< its text is on the disk
-    Refused = 'R',  ///< its server refused it, as any other would
-    Killer = 'K',   ///< servers died of it
-    Failed = 'F'    ///< otherwise; it is to be tried again
+    Text = 'T',       ///< its text is on the disk; whether that is whole was not asked
+    Checked = 'C',    ///< the same, and it is whole by what its server told
+    Truncated = 'X',  ///< the same, and it may not be whole
+    Refused = 'R',    ///< its server refused it, as any other would
+    Killer = 'K',     ///< servers died of it
+    Failed = 'F'      ///< otherwise; it is to be tried again
+  };
+  /// The detail of a refused document that a password opens.
+  static constexpr char kLocked[] = "locked";
+
+  /// What a run makes of the lines of earlier ones.
+  struct Terms {
+    bool resume = false;        ///< they count, ...
+    bool retryRefused = false;  ///< ... except for what was refused or is not whole, ...
+    bool checksTexts = false;   ///< ... or was not checked, ...
+    bool hasPassword = false;   ///< ... or was locked
   };
 
   /// A document in its present state.
@@ -68,23 +80,22 @@ class Journal {
 
   /// What is to be done with a document.
   enum class Verdict {
-    Extract,   ///< its text is to be made; the output is its own until the run has written its line
-    Renew,     ///< the same; the text in its place, if any, is one that this run has made of it
-    Done,      ///< an earlier run has made its text
-    Refused,   ///< an earlier run's server has refused it
-    Repeated,  ///< this run already has it
-    Taken      ///< the output is another document's
+    Extract,  ///< its text is to be made; the output is its own until the run has written its line
+    Renew,    ///< the same; the text in its place, if any, is one that this run has made of it
+    Done,     ///< an earlier run has made its text
+    Truncated,  ///< the same, and that may not be whole
+    Refused,    ///< an earlier run's server has refused it
+    Repeated,   ///< this run already has it
+    Taken       ///< the output is another document's
   };
 
   /// Has documents that change during the run extracted again. Before `Open`.
   void SetLasting() { isLasting_ = true; }
   /// Takes the output directory for this run, under its lock `.tikaextract.lock`, and removes what
   /// killed runs have left aside.
-  /// @param resume        Earlier runs count.
-  /// @param retryRefused  Except for what they were refused.
-  /// @param killers       Receives the contents that servers have died of in runs that count.
+  /// @param killers  Receives the contents that servers have died of in runs that count.
   /// @return A complaint, or nothing.
-  std::string Open(const std::string& outputDir, bool resume, bool retryRefused, Killers* killers);
+  std::string Open(const std::string& outputDir, const Terms& terms, Killers* killers);
   /// The time on the output directory's file system at which this run began.
   const timespec& BeginTime() const { return beginTime_; }
 
@@ -95,7 +106,8 @@ class Journal {
   /// Gives back what was claimed and not extracted.
   void Withdraw(const Entry& entry) { claims_.erase(entry.output); }
   /// Adds a line, which `Write` writes.
-  /// @param detail  Of a text its length in bytes, of a killer the digest of its content.
+  /// @param detail  Of a text its length in bytes, of a killer the digest of its content, of a
+  ///                refused document `kLocked` where that is known.
   void Add(const Entry& entry, Kind kind, const std::string& detail);
   /// Writes what was added. @return A complaint, or nothing.
   std::string Write();
@@ -111,13 +123,14 @@ class Journal {
   using TakeLine = std::function<bool(std::string_view line, unsigned long long offset)>;
 
   std::string TakeLock();
-  std::string Begin(bool resume, Killers* killers);
+  std::string Begin(Killers* killers);
   std::string CheckHeader();
-  unsigned long Load(bool resume, Killers* killers, unsigned long long* complete);
+  unsigned long Load(Killers* killers, unsigned long long* complete);
   unsigned long ReadLines(unsigned long long from, const TakeLine& take) const;
   static std::optional<Record> Parse(std::string_view line);
   std::uint64_t* FindPlace(const std::string& output, Record* newest);
   void Index(const std::string& output, unsigned long long offset);
+  Verdict JudgeFormer(const Record& record, bool isOwn) const;
   bool IsIntact(const Record& record) const;
   static bool IsUnchanged(const Entry& entry);
   std::string Name() const;
@@ -125,7 +138,7 @@ class Journal {
 
   std::string directory_;
   bool isLasting_ = false;
-  bool retryRefused_ = false;
+  Terms terms_;
   bool isContinued_ = false;  // an earlier run was here
   timespec beginTime_{};
   LockFile lock_;

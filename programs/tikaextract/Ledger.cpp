@@ -29,8 +29,12 @@ std::string Ledger::Open() {
   if (options_.outputDir.empty()) return {};
   const bool isLasting = !options_.watchFolder.empty();
   if (isLasting) journal_.SetLasting();
-  std::string complaint = journal_.Open(options_.outputDir, options_.resume || isLasting,
-                                        options_.retryRefused, &killers_);
+  Journal::Terms terms;
+  terms.resume = options_.resume || isLasting;
+  terms.retryRefused = options_.retryRefused;
+  terms.checksTexts = options_.choice.IsReport();
+  terms.hasPassword = !options_.choice.request.password.empty();
+  std::string complaint = journal_.Open(options_.outputDir, terms, &killers_);
   std::error_code ignored;
   realDir_ = fs::canonical(options_.outputDir, ignored);
   return complaint;
@@ -49,6 +53,9 @@ bool Ledger::Admit(Job* job) {
       case Journal::Verdict::Refused:
         // A run that lasts comes across it again and again.
         if (options_.watchFolder.empty()) ++refusedBefore_;
+        return false;
+      case Journal::Verdict::Truncated:
+        if (options_.watchFolder.empty()) ++truncatedBefore_;
         return false;
       case Journal::Verdict::Done:
       case Journal::Verdict::Repeated:
@@ -104,9 +111,13 @@ void Ledger::Note(const Job& job, const Result& result) {
     if (!isKnown && !digest.empty()) killers_.Add(job.bytes, {digest, job.document.path});
     journal_.Add(job.entry, digest.empty() ? Kind::Failed : Kind::Killer, digest);
   } else if (result.IsExtracted()) {
-    journal_.Add(job.entry, Kind::Text, std::to_string(job.request->GetTextLength()));
+    Kind kind = result.finding ? Kind::Checked : Kind::Text;
+    if (result.IsTruncated()) kind = Kind::Truncated;
+    journal_.Add(job.entry, kind, std::to_string(job.TextLength()));
+  } else if (result.outcome == SCA_TikaOutcome::Refused) {
+    const bool isLocked = result.finding == SCA_TikaFinding::Locked;
+    journal_.Add(job.entry, Kind::Refused, isLocked ? Journal::kLocked : "");
   } else {
-    journal_.Add(job.entry,
-                 result.outcome == SCA_TikaOutcome::Refused ? Kind::Refused : Kind::Failed, "");
+    journal_.Add(job.entry, Kind::Failed, "");
   }
 }

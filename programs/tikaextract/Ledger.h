@@ -36,6 +36,8 @@ class Ledger {
 
   /// @return How many of the skipped documents an earlier run's servers refused.
   unsigned long long RefusedBefore() const { return refusedBefore_; }
+  /// @return How many of the skipped documents have a text that may not be whole.
+  unsigned long long TruncatedBefore() const { return truncatedBefore_; }
 
  private:
   void Describe(Job* job) const;
@@ -46,6 +48,7 @@ class Ledger {
   Killers killers_;
   std::filesystem::path realDir_;  // the output directory without links
   unsigned long long refusedBefore_ = 0;
+  unsigned long long truncatedBefore_ = 0;
 };
 
 #endif  // SCA_PROGRAMS_TIKAEXTRACT_LEDGER_H

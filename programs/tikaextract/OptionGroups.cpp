@@ -1,6 +1,7 @@
 #include "programs/tikaextract/OptionGroups.h"
 
 #include <CLI/CLI.hpp>
+#include <map>
 
 namespace {
 
@@ -50,8 +51,9 @@ void DefineInput(CLI::App* app, Options* options, OptionWords* words) {
 }
 
 void DefineOutput(CLI::App* app, Options* options) {
-  app->add_option("-o,--output", options->outputDir,
-                  "Write the text of each document NAME to DIR/NAME.txt")
+  app->add_option(
+         "-o,--output", options->outputDir,
+         "Write the text of each document NAME to DIR/NAME.txt, or NAME.md with --markdown")
       ->type_name("DIR");
   app->add_flag("--jsonl", options->jsonl, "Print one JSON record per document");
   app->add_flag("--unordered", options->unordered,
@@ -61,6 +63,45 @@ void DefineOutput(CLI::App* app, Options* options) {
   app->add_flag("--retry-refused", options->retryRefused,
                 "Retry documents that were refused or that killed servers");
   app->add_flag("-v,--verbose", options->verbose, "Report progress on standard error");
+}
+
+void DefineRequest(CLI::App* app, Options* options, OptionWords* words) {
+  RequestChoice& choice = options->choice;
+  auto* const check =
+      app->add_flag("--check-complete", words->checkComplete,
+                    "Find out whether each text is whole, by what Tika notes about it");
+  auto* const meta = app->add_flag("--meta", words->meta,
+                                   "Print title, author, dates and so on instead of the text; with "
+                                   "--jsonl or -o besides it. Checks completeness, too");
+  auto* const detect =
+      app->add_flag("--detect", words->detect, "Print only the type and language of each document");
+  auto* const markdown =
+      app->add_flag("--markdown", words->markdown,
+                    "Extract Markdown instead of plain text, where the Tika version can");
+  detect->excludes(check)->excludes(meta)->excludes(markdown);
+  markdown->excludes(check)->excludes(meta);
+  app->add_flag("--embedded", choice.embeddedRecords,
+                "Print a record of its own for each embedded document, such as an attachment; "
+                "needs --jsonl and --meta")
+      ->needs(meta)
+      ->needs(app->get_option("--jsonl"))
+      ->excludes(app->get_option("-o"));
+  app->add_flag("--no-embedded{false}", choice.request.embedded, "Leave embedded documents out")
+      ->excludes(app->get_option("--embedded"));
+  app->add_option("--password-file", choice.passwordFile,
+                  "Open locked documents with the password in the first line of this file")
+      ->type_name("FILE");
+  const std::map<std::string, SCA_TikaOcr> ocr = {
+      {"none", SCA_TikaOcr::None}, {"auto", SCA_TikaOcr::Automatic}, {"only", SCA_TikaOcr::Only}};
+  app->add_option("--ocr", choice.request.ocr,
+                  "Text in pictures: none, auto (where a page has no other text), or only")
+      ->transform(CLI::CheckedTransformer(ocr))
+      ->type_name("HOW");
+  app->add_option("--ocr-lang", choice.request.ocrLanguage, "Languages for --ocr, such as deu+eng")
+      ->type_name("LANG");
+  app->add_flag("--no-name{false}", choice.sendsName,
+                "Do not send file names. They help Tika to recognize types, and are sent with any "
+                "option of this kind, not for plain text alone");
 }
 
 void DefineServers(CLI::App* app, Options* options, OptionWords* words) {
@@ -146,6 +187,7 @@ void DefineServices(CLI::App* app, Options* options, OptionWords* words) {
 void DefineOptions(CLI::App* app, Options* options, OptionWords* words) {
   DefineInput(app, options, words);
   DefineOutput(app, options);
+  DefineRequest(app, options, words);
   DefineServers(app, options, words);
   DefineServices(app, options, words);
 }

@@ -22,6 +22,10 @@ struct OptionWords {
   bool isPrivate = false;
   unsigned long timeoutSeconds = 0;
   std::optional<unsigned long> limitSeconds;
+  bool checkComplete = false;
+  bool meta = false;
+  bool detect = false;
+  bool markdown = false;
 };
 
 /// Defines all options; parsing fills in what the arguments point to.

@@ -36,6 +36,7 @@ constexpr char kFooter[] =
     "  1    some documents failed\n"
     "  2    the command line is wrong\n"
     "  3    no server could be used\n"
+    "  4    all documents were extracted, but texts may not be whole (--check-complete, --meta)\n"
     "  130  interrupted\n"
     "\n"
     "Environment:\n"
@@ -85,6 +86,13 @@ std::string Extensions(const std::vector<std::string>& given) {
     }
   }
   return list;
+}
+
+Aim AimOf(const OptionWords& words) {
+  if (words.markdown) return Aim::Markdown;
+  if (words.detect) return Aim::Detection;
+  if (words.meta) return Aim::Metadata;
+  return words.checkComplete ? Aim::CheckedText : Aim::Text;
 }
 
 std::string PrepareOutputDir(const Options& options) {
@@ -159,6 +167,12 @@ std::string Check(const Options& options) {
   for (const std::string& text : {options.serviceJar, options.serviceJavaOptions}) {
     if (text.size() > kMaxServiceText) return Quoted(text) + " is longer than 259 bytes";
   }
+  if (options.choice.aim == Aim::Detection && !options.outputDir.empty()) {
+    return "--detect makes no texts: leave -o out";
+  }
+  if (options.variant != 3 && !options.choice.IsPlain()) {
+    return "--variant 1 and 2 are for plain text without further options";
+  }
   return PrepareOutputDir(options);
 }
 
@@ -198,6 +212,8 @@ std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
     complaint = ParseAddresses(words.services, ParseServiceAddress, kDefaultControlPort,
                                &options->services);
   }
+  options->choice.aim = AimOf(words);
+  if (complaint.empty()) complaint = CompleteChoice(&options->choice);
   if (complaint.empty()) complaint = Check(*options);
   if (complaint.empty()) return std::nullopt;
   PrintErrorLine("tikaextract: " + complaint);

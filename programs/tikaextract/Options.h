@@ -7,9 +7,16 @@
 #include <vector>
 
 #include "programs/common/Address.h"
+#include "programs/tikaextract/RequestChoice.h"
 
 /// Exit status of the program; one ended by a signal exits with 128 and the signal's number.
-enum ExitStatus { kAllExtracted = 0, kSomeFailed = 1, kWrongUse = 2, kNoServer = 3 };
+enum ExitStatus {
+  kAllExtracted = 0,
+  kSomeFailed = 1,
+  kWrongUse = 2,
+  kNoServer = 3,
+  kSomeTruncated = 4  ///< none failed, but texts may not be whole
+};
 
 /// When a private server is started.
 enum class PrivateServerUse {
@@ -48,6 +55,7 @@ struct Options {
   bool unordered = false;
   bool resume = false;
   bool retryRefused = false;
+  RequestChoice choice;
   unsigned long variant = 3;
   std::optional<unsigned long> timeoutMs;    ///< unset: the settings', or `kDefaultTimeoutMs`
   std::optional<unsigned long> timeLimitMs;  ///< for one file; 0: none; unset: the dispatcher's

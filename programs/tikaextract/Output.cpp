@@ -12,6 +12,26 @@ namespace {
 constexpr std::size_t kMostGathered = 64;
 constexpr std::chrono::seconds kLongestGathered{1};
 
+// What a finding means, and what to do about it.
+std::string Sentence(SCA_TikaFinding finding, const std::string& cause, bool hasPassword) {
+  switch (finding) {
+    case SCA_TikaFinding::Complete:
+      return {};
+    case SCA_TikaFinding::Truncated:
+      return "its text may not be whole (" + Printable(cause) +
+             "): compare it with the document in its own program";
+    case SCA_TikaFinding::Locked:
+      return hasPassword ? "it is locked, and the password of --password-file does not open it"
+                         : "it is locked with a password: give that with --password-file";
+    case SCA_TikaFinding::Empty:
+      return "it is an empty file: check that it was copied whole";
+    case SCA_TikaFinding::Damaged:
+      return "Tika cannot read it (" + Printable(cause) +
+             "): it is damaged, or not what it seems to be; open it in its own program";
+  }
+  return {};
+}
+
 }  // namespace
 
 std::string Output::Open() {
@@ -30,19 +50,44 @@ std::unique_ptr<Job> Output::Admit(const Document& document) {
   return nullptr;
 }
 
-std::unique_ptr<TextStore> Output::MakeStore(const Job& job) {
-  if (!job.document.complaint.empty()) return nullptr;
-  if (options_.outputDir.empty()) return std::make_unique<BufferedText>();
-  return std::make_unique<TextFile>(OutputPath(options_, job.document), job.mode, job.replacesText,
-                                    &folder_);
+SCA_Owned<SCA_TikaTextSink> Output::MakeSink(Job* job) {
+  if (!job->document.complaint.empty()) return nullptr;
+  std::unique_ptr<TextStore> store;
+  if (options_.outputDir.empty()) {
+    store = std::make_unique<BufferedText>();
+  } else {
+    store = std::make_unique<TextFile>(OutputPath(options_, job->document), job->mode,
+                                       job->replacesText, &folder_);
+  }
+  job->store = store.get();
+  SCA_Owned<SCA_TikaTextSink> sink;
+  if (options_.choice.IsReport()) {
+    job->report = new DocumentReport(std::move(store), options_.choice.embeddedRecords);
+    sink.reset(job->report);
+  } else {
+    sink.reset(store.release());
+  }
+  return sink;
 }
 
 void Output::Take(std::unique_ptr<Job> job, bool isCut) {
   // What the run's end has cut off is no failure of the document.
   if (isCut && !Judge(*job).IsExtracted()) return;
+  if (!isCut) job->reason = AskWhy(*job);
   if (gathered_.empty()) gatheredSince_ = Clock::now();
   gathered_.push_back(std::move(job));
   FlushWhenDue();
+}
+
+// Only of what was refused for its content. An empty file tells by itself.
+std::optional<Reason> Output::AskWhy(const Job& job) {
+  const SCA_TikaExtractRequest* const request = job.request.get();
+  if (request == nullptr || request->GetOutcome() != SCA_TikaOutcome::Refused ||
+      request->GetStatusCode() != SCA_ErrorTika422 || request->GetRefusalCode() != 0) {
+    return std::nullopt;
+  }
+  if (request->GetFileSize() == 0) return Reason{SCA_TikaFinding::Empty, {}, {}};
+  return inquiry_.Ask(request->GetServer(), request->GetPath(), job.document.path);
 }
 
 void Output::FlushWhenDue() {
@@ -71,8 +116,14 @@ void Output::Flush() {
 void Output::Finish() {
   Flush();
   Fail(ledger_.Sync());
+  if (ledger_.TruncatedBefore() != 0) {
+    Worsen(kSomeTruncated);
+    progress_.PrintLine("tikaextract: " + std::to_string(ledger_.TruncatedBefore()) +
+                        " of the skipped documents have texts that may not be whole; "
+                        "--retry-refused extracts them again");
+  }
   if (ledger_.RefusedBefore() == 0) return;
-  status_ = kSomeFailed;
+  Worsen(kSomeFailed);
   progress_.PrintLine("tikaextract: " + std::to_string(ledger_.RefusedBefore()) +
                       " of the skipped documents were refused by an earlier run; --retry-refused "
                       "tries them again");
@@ -81,25 +132,60 @@ void Output::Finish() {
 void Output::Conclude(const Job& job) {
   Result result = Judge(job);
   if (!hasFailed_) result = Print(job, result);
+  if (!result.complaint.empty()) {
+    progress_.PrintLine("tikaextract: " + Printable(job.document.path) + ": " + result.complaint);
+    Worsen(result.IsTruncated() ? kSomeTruncated : kSomeFailed);
+  }
+  if (result.IsTruncated()) progress_.AddTruncated();
   if (result.IsExtracted()) {
     progress_.AddExtracted(job.bytes);
+    TellIgnoredOptions(job);
   } else {
     progress_.AddFailed(job.bytes);
-    progress_.PrintLine("tikaextract: " + Printable(job.document.path) + ": " + result.complaint);
-    status_ = kSomeFailed;
   }
   progress_.Show();
   if (onConcluded) onConcluded(job, result);
 }
 
+// A failure counts more than a text that is not whole.
+void Output::Worsen(ExitStatus status) {
+  if (status_ != kSomeFailed) status_ = status;
+}
+
+// Once for each option: the next documents are not different.
+void Output::TellIgnoredOptions(const Job& job) {
+  const unsigned long ignored = job.request->GetIgnoredOptions() & ~toldIgnored_;
+  if (ignored == 0) return;
+  toldIgnored_ |= ignored;
+  progress_.PrintLine("tikaextract: the Tika version of " + Printable(job.request->GetServer()) +
+                      " ignores: " + SCA_TikaOptionNames(ignored));
+}
+
 Result Output::Judge(const Job& job) const {
-  if (!job.killer.empty()) return {SCA_TikaOutcome::ServersDied, job.document.complaint};
-  if (job.request == nullptr) return {SCA_TikaOutcome::FileFailed, job.document.complaint};
-  if (!job.store->Complaint().empty()) {
-    return {SCA_TikaOutcome::SinkFailed, job.store->Complaint()};
+  using Outcome = SCA_TikaOutcome;
+  if (!job.killer.empty()) return {Outcome::ServersDied, job.document.complaint, {}};
+  if (job.request == nullptr) return {Outcome::FileFailed, job.document.complaint, {}};
+  if (!job.store->Complaint().empty()) return {Outcome::SinkFailed, job.store->Complaint(), {}};
+  if (job.report != nullptr && job.report->Error() != 0) {
+    return {Outcome::ServerFailed, "its metadata: " + Explain(job.report->Error()), {}};
   }
-  const SCA_TikaOutcome outcome = job.request->GetOutcome();
-  return {outcome, outcome == SCA_TikaOutcome::Extracted ? std::string() : Complain(job)};
+  const Outcome outcome = job.request->GetOutcome();
+  // The type of a document is known whatever else could not be read.
+  if (!options_.choice.HasText() && job.Metadata() != nullptr &&
+      !job.Metadata()->GetContentType().empty()) {
+    return {Outcome::Extracted, {}, SCA_TikaFinding::Complete};
+  }
+  const bool hasPassword = !options_.choice.request.password.empty();
+  if (job.reason) {
+    return {outcome, Sentence(job.reason->finding, job.reason->cause, hasPassword),
+            job.reason->finding};
+  }
+  if (outcome != Outcome::Extracted) return {outcome, Complain(job), {}};
+  if (job.report == nullptr) return {outcome, {}, {}};
+  const SCA_TikaFinding finding = job.report->Finding();
+  const bool isKept = finding == SCA_TikaFinding::Complete || finding == SCA_TikaFinding::Truncated;
+  return {isKept ? outcome : Outcome::Refused, Sentence(finding, job.report->Cause(), hasPassword),
+          finding};
 }
 
 std::string Output::Complain(const Job& job) const {
@@ -107,6 +193,7 @@ std::string Output::Complain(const Job& job) const {
   if (request.GetRefusalCode() != 0) {
     return std::string(SCA_ErrorText(request.GetRefusalCode())) + " before it had read the file";
   }
+  if (request.GetOutcome() == SCA_TikaOutcome::OptionRefused) return Printable(request.GetCause());
   if (request.GetOutcome() != SCA_TikaOutcome::NoServer &&
       request.GetStatusCode() != SCA_ErrorNoServer) {
     return Explain(request.GetStatusCode());

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "programs/tikaextract/Inquiry.h"
 #include "programs/tikaextract/Job.h"
 #include "programs/tikaextract/Ledger.h"
 #include "programs/tikaextract/Options.h"
@@ -23,12 +24,15 @@ class Output {
 
   using WhyNoServer = std::function<std::string(const std::string& cause)>;
 
+  /// @param cancel       Ends inquiries; not owned.
   /// @param whyNoServer  Tells all that is known of why a document found no server, out of what its
   ///                     request tells.
-  Output(const Options& options, Progress* progress, WhyNoServer whyNoServer)
+  Output(const Options& options, Progress* progress, SCA_Event* cancel, WhyNoServer whyNoServer)
       : options_(options),
         progress_(*progress),
+        cancel_(cancel),
         whyNoServer_(std::move(whyNoServer)),
+        inquiry_(options.choice, cancel),
         ledger_(options),
         printer_(options) {}
 
@@ -38,8 +42,9 @@ class Output {
   /// @return Null for a document that is skipped; else its job, which has a complaint when there is
   ///         nothing to extract.
   std::unique_ptr<Job> Admit(const Document& document);
-  /// @return Where the text of a document is kept; null when there is nothing to extract.
-  std::unique_ptr<TextStore> MakeStore(const Job& job);
+  /// Makes what receives the reply for a document, and notes it in the job.
+  /// @return Null when there is nothing to extract.
+  SCA_Owned<SCA_TikaTextSink> MakeSink(Job* job);
 
   /// Takes over a job that has ended. Under -o some are gathered, until their texts are on the
   /// disk.
@@ -60,23 +65,29 @@ class Output {
  private:
   using Clock = std::chrono::steady_clock;
 
+  std::optional<Reason> AskWhy(const Job& job);
+  void TellIgnoredOptions(const Job& job);
   void Flush();
   void Conclude(const Job& job);
   Result Judge(const Job& job) const;
   std::string Complain(const Job& job) const;
+  void Worsen(ExitStatus status);
   Result Print(const Job& job, const Result& result);
   void Fail(const std::string& complaint);
 
   const Options& options_;
   Progress& progress_;
+  SCA_Event* const cancel_;
   const WhyNoServer whyNoServer_;
+  Inquiry inquiry_;
+  unsigned long toldIgnored_ = 0;  // options, as bits
   Ledger ledger_;
   Printer printer_;
   TextFolder folder_;
   std::vector<std::unique_ptr<Job>> gathered_;
   Clock::time_point gatheredSince_;
   bool hasFailed_ = false;
-  int status_ = kAllExtracted;
+  ExitStatus status_ = kAllExtracted;
 };
 
 #endif  // SCA_PROGRAMS_TIKAEXTRACT_OUTPUT_H

@@ -1,7 +1,8 @@
-/// What standard output gets of a document: its text, or a JSON record.
+/// What standard output gets of a document: its text, its metadata, or JSON records.
 #ifndef SCA_PROGRAMS_TIKAEXTRACT_PRINTER_H
 #define SCA_PROGRAMS_TIKAEXTRACT_PRINTER_H
 
+#include "programs/common/Json.h"
 #include "programs/tikaextract/Job.h"
 #include "programs/tikaextract/Options.h"
 
@@ -18,7 +19,11 @@ class Printer {
   static unsigned long Flush();
 
  private:
+  void PrintMetadata(const Job& job) const;
   bool PrintRecord(const Job& job, const Result& result);
+  void SetReport(const Job& job, const Result& result, nlohmann::ordered_json* record) const;
+  bool PrintEmbedded(const Job& job) const;
+  static bool PrintWithText(std::string line, const Job& job, const BufferedText::Part& part);
 
   const Options& options_;
 };

@@ -95,7 +95,8 @@ std::string Progress::Summary() const {
   std::snprintf(
       text, sizeof text, "%llu files: %llu extracted, %llu failed, %llu skipped; %s in %.1f s",
       Files(), extracted_, failed_, skipped_, Size(static_cast<double>(bytes_)).c_str(), Seconds());
-  return text;
+  return text + (truncated_ == 0 ? std::string()
+                                 : "; " + std::to_string(truncated_) + " texts may not be whole");
 }
 
 void Progress::Erase() {

@@ -22,6 +22,8 @@ class Progress {
   void SetRemark(const std::string& remark) { remark_ = remark; }
 
   void AddExtracted(unsigned long long bytes);
+  /// Of the extracted ones, one whose text may not be whole.
+  void AddTruncated() { ++truncated_; }
   void AddFailed(unsigned long long bytes);
   void AddSkipped(unsigned long long bytes);
   /// Redraws the line, but not more often than an eye can read.
@@ -46,6 +48,7 @@ class Progress {
   unsigned long long totalFiles_ = 0;
   unsigned long long totalBytes_ = 0;
   unsigned long long extracted_ = 0;
+  unsigned long long truncated_ = 0;
   unsigned long long failed_ = 0;
   unsigned long long skipped_ = 0;
   unsigned long long bytes_ = 0;         // of the documents tried

@@ -77,13 +77,15 @@ void BufferedText::Keep(bool isExtracted) {
   if (!isExtracted) Restart();
 }
 
-bool BufferedText::ForEachBlock(const std::function<bool(std::string_view block)>& take) {
-  if (!file_.IsOpen()) return memory_.empty() || take(memory_);
+bool BufferedText::ForEachBlock(const Part& part,
+                                const std::function<bool(std::string_view block)>& take) {
+  const unsigned long long end = std::min(part.end, file_.IsOpen() ? length_ : memory_.size());
+  if (part.begin >= end) return true;
+  if (!file_.IsOpen()) return take(std::string_view(memory_).substr(part.begin, end - part.begin));
   std::string block(kBlock, '\0');
-  for (unsigned long long place = 0; place < length_;) {
+  for (unsigned long long place = part.begin; place < end;) {
     std::size_t length = 0;
-    const auto wanted =
-        static_cast<std::size_t>(std::min<unsigned long long>(kBlock, length_ - place));
+    const auto wanted = static_cast<std::size_t>(std::min<unsigned long long>(kBlock, end - place));
     unsigned long error = file_.ReadAt(place, block.data(), wanted, &length);
     if (error == 0 && length < wanted) error = EIO;
     if (Check(error, "read its text back from") == 0) return false;

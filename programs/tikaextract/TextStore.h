@@ -21,6 +21,8 @@ class TextStore : public SCA_TikaTextSink {
   std::function<void()> onFinish;
 
   void Finish(SCA_TikaExtractRequest* request) override;
+  /// Ends the text, which is kept or dropped. `Finish` does so too.
+  void End(bool isKept) { Keep(isKept); }
   /// @return Why the store itself failed, such as "cannot write 'a.txt': ..."; empty when it did
   /// not.
   const std::string& Complaint() const { return complaint_; }
@@ -42,8 +44,16 @@ class BufferedText : public TextStore {
   int Write(const char* text, unsigned long length, unsigned long offset) override;
   int Restart() override;
 
+  /// A part of the text, in bytes; by itself all of it.
+  struct Part {
+    unsigned long long begin = 0;
+    unsigned long long end = ~0ULL;
+  };
   /// Hands the text out in blocks until one is not taken or cannot be read.
-  bool ForEachBlock(const std::function<bool(std::string_view block)>& take);
+  bool ForEachBlock(const std::function<bool(std::string_view block)>& take) {
+    return ForEachBlock({}, take);
+  }
+  bool ForEachBlock(const Part& part, const std::function<bool(std::string_view block)>& take);
 
  protected:
   void Keep(bool isExtracted) override;

@@ -8,20 +8,28 @@ constexpr unsigned long kLookMs = 100;  // after which others are looked after
 
 }  // namespace
 
-void Window::Add(std::unique_ptr<Job> admitted, std::unique_ptr<TextStore> store,
+void Window::Add(std::unique_ptr<Job> admitted, SCA_Owned<SCA_TikaTextSink> sink,
                  Servers* servers) {
   jobs_.push_back(std::move(admitted));
   Job* const job = jobs_.back().get();
   Document& document = job->document;
-  if (store == nullptr) return HasEnded(job);
-  job->store = store.get();
-  store->onFinish = [this, job] { HasEnded(job); };
-  job->request.reset(new SCA_TikaExtractRequest(
-      document.Source().c_str(), document.extension.c_str(), "Default", store.release()));
+  if (sink == nullptr) return HasEnded(job);
+  job->store->onFinish = [this, job] { HasEnded(job); };
+  MakeRequest(job, std::move(sink));
   document.complaint = servers->Submit(job->request.get(), document.extension);
   if (document.complaint.empty()) return;
   job->request.reset();
   HasEnded(job);
+}
+
+void Window::MakeRequest(Job* job, SCA_Owned<SCA_TikaTextSink> sink) const {
+  const Document& document = job->document;
+  const char* const path = document.Source().c_str();
+  const char* const extension = document.extension.c_str();
+  job->request.reset(choice_.IsPlain()
+                         ? new SCA_TikaExtractRequest(path, extension, "Default", sink.release())
+                         : new SCA_TikaExtractRequest(path, extension, "Default", sink.release(),
+                                                      OptionsFor(choice_, document.path)));
 }
 
 void Window::HasEnded(Job* job) {

@@ -13,22 +13,24 @@
 /// Threads: used by one thread; those of the dispatcher say which document has ended.
 class Window {
  public:
-  /// @param isOrdered  Documents leave in the order in which they came; else as they end.
-  explicit Window(bool isOrdered) : isOrdered_(isOrdered) {}
+  explicit Window(const Options& options)
+      : choice_(options.choice), isOrdered_(!options.unordered && options.watchFolder.empty()) {}
 
   std::size_t Size() const { return jobs_.size(); }
   bool IsEmpty() const { return jobs_.empty(); }
   /// Takes a document over.
-  /// @param store  For its text; null when there is nothing to extract, and it has ended.
-  void Add(std::unique_ptr<Job> job, std::unique_ptr<TextStore> store, Servers* servers);
+  /// @param sink  For the reply; null when there is nothing to extract, and it has ended.
+  void Add(std::unique_ptr<Job> job, SCA_Owned<SCA_TikaTextSink> sink, Servers* servers);
   /// Waits for a moment until the next document has ended. @return Null when it has not.
   std::unique_ptr<Job> TakeEnded() SCA_EXCLUDES(lock_);
 
  private:
+  void MakeRequest(Job* job, SCA_Owned<SCA_TikaTextSink> sink) const;
   Job* FirstEnded() SCA_EXCLUDES(lock_);
   void HasEnded(Job* job) SCA_EXCLUDES(lock_);
 
-  const bool isOrdered_;
+  const RequestChoice& choice_;
+  const bool isOrdered_;  // documents leave in the order in which they came; else as they end
   std::deque<std::unique_ptr<Job>> jobs_;
 
   SCA_Lock lock_;
