@@ -87,6 +87,14 @@ std::string RefusedLoginsText(const Fields& service) {
   return refused == 0 ? "" : " (" + std::to_string(refused) + " refused)";
 }
 
+std::string RecyclingText(const Fields& service) {
+  const unsigned long long recycled = service.NumberOr(ServiceField::RecycledServers, 0);
+  const unsigned long long leaving = service.NumberOr(ServiceField::LeavingServers, 0);
+  if (recycled == 0) return {};
+  return "; replaced " + std::to_string(recycled) +
+         (leaving > 0 ? ", finishing " + std::to_string(leaving) : "");
+}
+
 void PrintService(const Fields& service, Output* output) {
   const auto number = [&service](const char* name) { return NumberOrDash(service, name); };
   const unsigned long long startTime = service.NumberOr(ServiceField::StartTime, 0);
@@ -101,11 +109,12 @@ void PrintService(const Fields& service, Output* output) {
                       number(ServiceField::Connections) + ", requests " +
                       number(ServiceField::Requests) + ", failed " +
                       number(ServiceField::FailedRequests)},
-      {"Servers",
-       number(ServiceField::Servers) + ": active " + number(ServiceField::ActiveServers) +
-           ", ready " + number(ServiceField::ReadyServers) + ", given up " +
-           number(ServiceField::ErrorServers) + "; deaths since the start " +
-           number(ServiceField::Deaths) + ", of workers " + number(ServiceField::WorkerDeaths)},
+      {"Servers", number(ServiceField::Servers) + ": active " +
+                      number(ServiceField::ActiveServers) + ", ready " +
+                      number(ServiceField::ReadyServers) + ", given up " +
+                      number(ServiceField::ErrorServers) + "; deaths since the start " +
+                      number(ServiceField::Deaths) + ", of workers " +
+                      number(ServiceField::WorkerDeaths) + RecyclingText(service)},
       {"Memory", SizeOrDash(service, ServiceField::MemoryUsage) + " in servers; host " +
                      SizeOrDash(service, ServiceField::HostMemory) + ", threads " +
                      number(ServiceField::HostThreads) + ", open files " +

@@ -103,7 +103,6 @@ int HostedServers::Add(unsigned long agent, const char* fileName, unsigned short
       return 1;
     }
     if (!isNew) hosted->second.owners.Claim(agent);
-    if (agent == kHost) lowestPort_ = std::min(lowestPort_, port);
     isAnother = server->CheckConfig(fileName, port, heapSize, javaOptions) == 0;
     *id = server->GetServerId();
     *status = server->GetProcessStatus();
@@ -296,6 +295,7 @@ int HostedServers::StartSuccessor(unsigned long id, unsigned long* successorId,
     const HostedServer* hosted = Find(id);
     *error = SCA_ErrorStopping;
     if (hosted == nullptr || isSuspended_ || isEnding_) return 0;
+    lowestPort_ = std::min(lowestPort_, hosted->server->GetPortNumber());
     SCA_TikaServer* server = AddSuccessor(*hosted, error);
     if (server == nullptr) return 0;
     *successorId = server->GetServerId();

@@ -63,7 +63,7 @@ class HostedServers {
   /// @name For a recycler, as in `SCA_TikaRecyclerOwner`
   /// A server that a connection has asked for stays as long as the connection does, because the
   /// connection has asked for its port. A successor is on the first free port from the lowest one
-  /// on that the host has ever asked for.
+  /// on that a server had which was replaced.
   /// @{
   std::vector<SCA_TikaTenure> GetTenures() const SCA_EXCLUDES(lock_);
   int StartSuccessor(unsigned long id, unsigned long* successorId, unsigned short* port,
@@ -118,7 +118,7 @@ class HostedServers {
   SCA_TikaServerList list_ SCA_GUARDED_BY(lock_);
   std::map<unsigned long, HostedServer> hosted_ SCA_GUARDED_BY(lock_);  // by server id
   std::map<unsigned long, Leaving> withdrawn_ SCA_GUARDED_BY(lock_);    // by server id
-  unsigned short lowestPort_ SCA_GUARDED_BY(lock_) = kMaxPort;          // that the host asked for
+  unsigned short lowestPort_ SCA_GUARDED_BY(lock_) = kMaxPort;          // of those replaced
   unsigned long long recycled_ SCA_GUARDED_BY(lock_) = 0;
   bool isSuspended_ SCA_GUARDED_BY(lock_) = false;
   bool isEnding_ SCA_GUARDED_BY(lock_) = false;

@@ -458,6 +458,9 @@ TEST_F(TikaSvc, ReplacesServersThatHaveServedForLong) {
   auto service = ServiceStatus(*client);
   EXPECT_EQ(Number(service.get(), SCA_ServiceFields::LeavingServers), 1ULL);
   EXPECT_EQ(Number(service.get(), SCA_ServiceFields::RecycledServers), 1ULL);
+  Program tikactl("tikactl", {"-H", Home() + "/data/control.socket", "status"});
+  EXPECT_EQ(tikactl.Wait(), 0) << tikactl.Error();
+  EXPECT_TRUE(Has(tikactl.Output(), "; replaced 1, finishing 1"));
   status = StatusOf(*client, 1);
   EXPECT_EQ(Text(status.get(), SCA_ServerFields::FileName), Jar("busy"));
   EXPECT_EQ(Number(status.get(), SCA_ServerFields::HeapSize), 64ULL);
