@@ -104,6 +104,25 @@ TEST_F(TikaExtractServices, ServersOfALostConnectionAreFoundAgainAndLeftToTheHos
   EXPECT_TRUE(host.Has(port));
 }
 
+TEST_F(TikaExtractServices, ServerThatJoinsGetsAsManyClientsAsTheOthers) {
+  ScriptedHost host("127.0.0.1");
+  host.Keep(SCA_ServerActive);
+  host.limit.store(0);
+  std::vector<std::string> arguments{"-j", "4", "--service", host.Service()};
+  std::string expected;
+  for (int i = 0; i < 8; ++i) {
+    arguments.push_back(dir_.Write(std::to_string(i) + ".pdf", std::to_string(i)));
+    expected += "text of " + std::to_string(i);
+  }
+  Program program("tikaextract", arguments);
+  ASSERT_TRUE(Eventually([&] { return host.asked.load() == 4; })) << program.Error();
+  host.Keep(SCA_ServerActive);
+  ASSERT_TRUE(Eventually([&] { return host.asked.load() == 8; })) << host.asked.load();
+  host.limit.store(ScriptedHost::kNoLimit);
+  EXPECT_TRUE(Ends(program, 0));
+  EXPECT_EQ(program.Output(), expected);
+}
+
 TEST_F(TikaExtractServices, ServiceWithoutServersSaysWhatToDo) {
   const struct {
     std::string complaint;  // "" for an extracted text

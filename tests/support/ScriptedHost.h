@@ -89,6 +89,7 @@ class ScriptedHost : public FakeService {
     return list_.GetServerByPort(port, &ignored) != 0;
   }
 
+  std::atomic<int> asked{0};  ///< for documents, served or waiting
   std::atomic<int> served{0};
   std::atomic<int> limit{kNoLimit};  ///< of documents served; the next ones wait
   std::atomic<unsigned long> addCode{0};
@@ -156,6 +157,7 @@ class ScriptedHost : public FakeService {
     options.address = address_;
     options.port = port;
     options.choose = [this](const DocumentHead&) {
+      asked.fetch_add(1);
       EXPECT_TRUE(Eventually([this] { return isDying_.load() || served.load() < limit.load(); }));
       if (!isDying_.load()) served.fetch_add(1);
       FaultSpec fault;
