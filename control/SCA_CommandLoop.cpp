@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <new>
 
 #include "platform/SCA_Error.h"
@@ -9,6 +10,8 @@
 namespace {
 
 constexpr std::size_t kBatch = 64;
+// What connections may hold together of messages that are arriving, waiting or leaving.
+constexpr std::size_t kMaxHeld = std::size_t{64} << 20;
 
 }  // namespace
 
@@ -22,7 +25,7 @@ void SCA_CommandLoop::Add(const SCA_AcceptedPeer& peer, unsigned long refusal) {
   SCA_PolledSock unwanted(peer.handle);
   const SCA_Result added = SCA_Guarded([&] {
     const SCA_LockGuard guard(mailLock_);
-    if (isStopping_) return SCA_Result(SCA_ErrorStopping);
+    if (isStopping_) return SCA_Result(ECANCELED);
     newcomers_.push_back({peer, refusal});
     return SCA_Done;
   });
@@ -61,6 +64,7 @@ void SCA_CommandLoop::Lead() {
     if (isStopping && connectionCount_.Get() == 0) return threads_.Finish();
     if (!ServeEvents()) return;
     EndOverdue();
+    EndGreedy();
   }
 }
 
@@ -100,6 +104,7 @@ bool SCA_CommandLoop::Serve(Seat* seat, SCA_NetNext next) {
 bool SCA_CommandLoop::Call(Seat* seat) {
   Move(seat, &calling_);
   SetLimit(seat, SCA_NetConnection::kNever);
+  Count(seat, 0);
   if (threads_.Call([seat] { seat->connection.Call(); })) {
     Settle(seat, seat->connection.AfterCall());
     return true;
@@ -170,7 +175,25 @@ void SCA_CommandLoop::EndOverdue() {
   while (!limits_.empty() && limits_.begin()->first <= now) {
     Seat* seat = limits_.begin()->second;
     SetLimit(seat, SCA_NetConnection::kNever);
-    Settle(seat, seat->connection.OnLimit());
+    Settle(seat, seat->connection.OnLimit(ETIMEDOUT));
+  }
+}
+
+// Ends those whose peers are slowest, and then those that wait for a thread, until the others'
+// memory is within bounds.
+void SCA_CommandLoop::EndGreedy() {
+  while (held_ > kMaxHeld) {
+    Seat* seat = nullptr;
+    if (!limits_.empty()) {
+      seat = limits_.begin()->second;
+    } else if (!due_.empty() && due_.back().connection.IsOpen()) {
+      seat = &due_.back();
+    } else {
+      return;
+    }
+    Count(seat, 0);
+    SetLimit(seat, SCA_NetConnection::kNever);
+    Settle(seat, seat->connection.OnLimit(ENOBUFS));
   }
 }
 
@@ -197,6 +220,7 @@ void SCA_CommandLoop::Settle(Seat* seat, SCA_NetNext next) {
       return Await(seat, next == SCA_NetNext::Input ? SCA_PollFor::Input : SCA_PollFor::Output);
     });
     if (!set.HasFailed()) {
+      Count(seat, seat->connection.Held());
       return Move(seat, seat->connection.IsStranger() ? &strangers_ : &known_);
     }
     next = seat->connection.Stop();
@@ -207,6 +231,7 @@ void SCA_CommandLoop::Settle(Seat* seat, SCA_NetNext next) {
     Unwatch(seat);
     seat->connection.Close();
   }
+  Count(seat, seat->connection.IsOpen() ? seat->connection.Held() : 0);
   if (next == SCA_NetNext::End) return Remove(seat);
   Move(seat, &due_);
 }
@@ -232,6 +257,11 @@ void SCA_CommandLoop::SetLimit(Seat* seat, Clock::time_point limit) {
   if (limit != SCA_NetConnection::kNever) limits_.insert({limit, seat});
   if (seat->limit != SCA_NetConnection::kNever) limits_.erase({seat->limit, seat});
   seat->limit = limit;
+}
+
+void SCA_CommandLoop::Count(Seat* seat, std::size_t held) {
+  held_ += held - seat->held;
+  seat->held = held;
 }
 
 void SCA_CommandLoop::Move(Seat* seat, Seats* list) {

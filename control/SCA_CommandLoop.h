@@ -60,6 +60,7 @@ class SCA_CommandLoop final : private SCA_LeadWork {
     bool isPolled = false;                                // the poller knows it ...
     SCA_PollFor polledFor = SCA_PollFor::Input;           // ... and what it waits for
     Clock::time_point limit = SCA_NetConnection::kNever;  // that limits_ holds
+    std::size_t held = 0;                                 // that held_ counts
     Seat* nextReturned = nullptr;
   };
   struct Newcomer {
@@ -81,11 +82,13 @@ class SCA_CommandLoop final : private SCA_LeadWork {
   void Welcome(const Newcomer& newcomer);
   bool MakeRoom();
   void EndOverdue();
+  void EndGreedy();
   void EndAll();
   void EndAll(Seats* seats);
   void Settle(Seat* seat, SCA_NetNext next);
   SCA_Result Await(Seat* seat, SCA_PollFor what);
   void SetLimit(Seat* seat, Clock::time_point limit);
+  void Count(Seat* seat, std::size_t held);
   void Unwatch(Seat* seat);
   void Move(Seat* seat, Seats* list);
   void Remove(Seat* seat);
@@ -112,6 +115,7 @@ class SCA_CommandLoop final : private SCA_LeadWork {
   Seats due_;  // oldest first
   Seats calling_;
   std::set<Limit> limits_;
+  std::size_t held_ = 0;  // bytes of all that wait
   SCA_NetConnection::Memory shared_;
 };
 

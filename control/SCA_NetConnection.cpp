@@ -179,9 +179,9 @@ SCA_NetNext SCA_NetConnection::Proceed() {
   }
 }
 
-SCA_NetNext SCA_NetConnection::OnLimit() {
+SCA_NetNext SCA_NetConnection::OnLimit(unsigned long code) {
   const bool isSending = sent_ < output_.size();
-  return isSending ? End() : Fault(ETIMEDOUT);
+  return isSending ? End() : Fault(code);
 }
 
 SCA_NetNext SCA_NetConnection::End() {
@@ -224,7 +224,7 @@ void SCA_NetConnection::CallConnected() {
     SCA_GetReportFunction(kSource, __LINE__)(
         SCA_LevelError, "SCA_NetServerAgent: control connection %lu is ended: %s", GetId(),
         failure.what());
-    callFailure_ = SCA_ErrorCannotCreate;
+    callFailure_ = ECANCELED;
   }
 }
 

@@ -72,8 +72,8 @@ class SCA_NetConnection final : public SCA_NetServerAgent {
   SCA_NetNext OnInput();
   /// @param isBroken  The peer will take none.
   SCA_NetNext OnOutput(bool isBroken);
-  /// The limit has passed.
-  SCA_NetNext OnLimit();
+  /// It may not wait any longer: `ETIMEDOUT` for its limit, or `ENOBUFS` for want of memory.
+  SCA_NetNext OnLimit(unsigned long code);
   /// Ends it, as it waits for something: at most for a call that has not begun.
   SCA_NetNext Stop() { return End(); }
   SCA_NetNext AfterCall();
@@ -88,6 +88,8 @@ class SCA_NetConnection final : public SCA_NetServerAgent {
   void Close() { socket_.Close(); }
   /// @return When it has waited for too long; `kNever` without a limit.
   Clock::time_point Limit() const { return limit_; }
+  /// @return Bytes of memory that it has for what it receives and sends.
+  std::size_t Held() const { return input_.Capacity() + output_.capacity(); }
   /// @return True while nothing is known of the peer: it has neither logged in nor, without a
   ///         login, sent a request.
   bool IsStranger() const { return !isKnown_; }

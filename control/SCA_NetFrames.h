@@ -86,6 +86,8 @@ class SCA_NetFrames {
 class SCA_NetInput {
  public:
   bool IsEmpty() const { return begin_ == end_; }
+  /// @return Bytes of memory that it has.
+  std::size_t Capacity() const { return bytes_.capacity(); }
 
   /// @param room  Receives how many bytes may arrive, > 0.
   /// @return Where to put them. Throws `std::bad_alloc`.

@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <regex>
+#include <set>
 #include <sstream>
 
 #include "control/SCA_ServiceCommands.h"
@@ -135,6 +137,44 @@ TEST(ProtocolDocument, ListsTheFieldsAndTheWords) {
   std::string text = Document();
   std::replace(text.begin(), text.end(), '\n', ' ');
   EXPECT_NE(text.find("The kinds of deaths are: " + kinds + "."), std::string::npos) << kinds;
+}
+
+// The error codes that a source file names, as the header numbers them: "| 100220 |
+// `SCA_ErrorFrame`".
+std::set<std::string> CodesIn(const std::string& file) {
+  static const std::string header = ReadFile(SCA_SAMPLES_DIR "/../platform/SCA_Error.h");
+  std::map<std::string, std::string> numbers;
+  for (auto [text, found] = std::pair(header, std::smatch());
+       std::regex_search(text, found, std::regex(R"((SCA_Error\w+) =\s+(\d+);)"));
+       text = found.suffix()) {
+    numbers[found[1]] = found[2];
+  }
+  std::set<std::string> codes;
+  for (auto [text, found] = std::pair(ReadFile(file), std::smatch());
+       std::regex_search(text, found, std::regex(R"(\bSCA_Error[A-Z]\w+)"));
+       text = found.suffix()) {
+    if (numbers.count(found[0]) > 0) {
+      codes.insert("| " + numbers[found[0]] + " | `" + found[0].str() + "`");
+    }
+  }
+  return codes;
+}
+
+TEST(ProtocolDocument, ListsTheCodesThatTheTwoEndsGive) {
+  std::set<std::string> given;
+  const std::string root = SCA_SAMPLES_DIR "/../";
+  for (const char* folder : {"control", "platform/posix"}) {
+    for (const auto& file : std::filesystem::directory_iterator(root + folder)) {
+      const std::string name = file.path().filename();
+      const bool isOurs = folder == std::string("control")
+                              ? file.path().extension() == ".cpp"
+                              : name == "SCA_Listener.cpp" || name == "SCA_UnixAddress.cpp";
+      if (isOurs) given.merge(CodesIn(file.path()));
+    }
+  }
+  std::set<std::string> listed;
+  for (const std::string& row : TableAfter("Codes")) listed.insert(row.substr(0, row.rfind(" | ")));
+  EXPECT_EQ(listed, given);
 }
 
 }  // namespace

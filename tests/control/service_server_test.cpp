@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "control/SCA_ControlKey.h"
+#include "control/SCA_NetChannel.h"
 #include "platform/SCA_Error.h"
 #include "tests/control/raw_client.h"
 #include "tests/support/ReportCapture.h"
@@ -303,6 +304,35 @@ TEST(ServiceServer, RepliesToRequestsSentAtOnceComeInOrderHoweverSlowlyTheyAreRe
   ASSERT_EQ(slow.WaitForMessage(20000, &message, &error), 1) << SCA_ErrorText(error);
   EXPECT_EQ(message.GetData()->GetFieldCount(), 0U) << "the reply to the last request";
   EXPECT_EQ(calls(), 151U);
+}
+
+TEST(ServiceServer, PeersThatSendHalfAMessageCannotTakeAllMemory) {
+  Host host;
+  ReportCapture reports;
+  TestClient good(host.Port());
+  const std::string header("SCA1\0\xd0\0\1\0\0\0\1\0\0\0\1", 16);
+  const std::string half(13 << 20, 'x');
+  std::vector<SCA_Owned<SCA_VirtualTcpSock>> peers;
+  const auto refusal = [](SCA_VirtualTcpSock* peer) {
+    SCA_NetChannel channel(peer, SCA_NetSide::Client);
+    SCA_NetFrame frame;
+    EXPECT_EQ(channel.Receive(20000, &frame).Code(), 0U);
+    EXPECT_EQ(frame.kind, SCA_FrameKind::Hello);
+    EXPECT_EQ(channel.Receive(20000, &frame).Code(), 0U);
+    return SCA_NetFrames::CodeOf(frame);
+  };
+  for (int i = 0; i < 5; ++i) {
+    unsigned long sent = 0;
+    unsigned long error = 0;
+    peers.emplace_back(SCA_CreateTcpSock(-1));
+    ASSERT_EQ(peers.back()->Connect("127.0.0.1", host.Port(), 5000, &error), 1);
+    for (const std::string& bytes : {header, half}) {
+      peers.back()->Send(bytes.data(), bytes.size(), &sent, &error);
+    }
+  }
+  EXPECT_EQ(refusal(peers[0].get()), static_cast<unsigned long>(ENOBUFS)) << "the slowest";
+  EXPECT_EQ(good.Ask(), 0U);
+  EXPECT_LE(host.server->GetConnectionCount(), 5U);
 }
 
 }  // namespace

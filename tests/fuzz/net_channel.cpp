@@ -64,10 +64,10 @@ void Serve(const std::vector<std::string>& pieces, bool isAccepted) {
     } else if (piece != pieces.end()) {
       std::size_t sent = 0;
       const SCA_Result result = peer.Send(piece->data(), piece->size(), &sent);
-      next = result.HasFailed() ? connection.OnLimit() : connection.OnInput();
+      next = result.HasFailed() ? connection.OnLimit(ETIMEDOUT) : connection.OnInput();
       ++piece;
     } else {
-      next = connection.IsOpen() ? connection.OnLimit() : connection.Stop();
+      next = connection.IsOpen() ? connection.OnLimit(ETIMEDOUT) : connection.Stop();
     }
   }
   Require(!connection.IsOpen());
