@@ -11,6 +11,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <stdexcept>
 
 #include "status.grpc.pb.h"
@@ -158,7 +159,8 @@ RedisClient::~RedisClient() {
 }
 
 bool RedisClient::Ping() {
-  constexpr char kPing[] = "PING\r\n";
+  // As its client libraries send it: the short form is meant for people and costs the server more.
+  constexpr char kPing[] = "*1\r\n$4\r\nPING\r\n";
   char pong[7];
   SendAll(fd_, kPing, sizeof kPing - 1);
   return ReceiveAll(fd_, pong, sizeof pong) && std::memcmp(pong, "+PONG\r\n", sizeof pong) == 0;
@@ -218,4 +220,34 @@ bool GrpcClient::GetServerLog() {
 
 std::string ControlPeerVersions() {
   return "gRPC " + grpc::Version();
+}
+
+IdleConnection::IdleConnection(unsigned short port, bool hasGreeting, const std::string& request,
+                               std::size_t replySize)
+    : fd_(ConnectTo(port)) {
+  char bytes[1024];
+  bool isServed = fd_ >= 0;
+  if (hasGreeting) {
+    // A header of 16 bytes, which tells the length of the rest.
+    isServed = isServed && ReceiveAll(fd_, bytes, 16);
+    const std::size_t length =
+        static_cast<unsigned char>(bytes[6]) * 256U + static_cast<unsigned char>(bytes[7]);
+    isServed = isServed && length <= sizeof bytes && ReceiveAll(fd_, bytes, length);
+  }
+  if (isServed) SendAll(fd_, request.data(), request.size());
+  if (!isServed || replySize > sizeof bytes || !ReceiveAll(fd_, bytes, replySize)) {
+    throw std::runtime_error("a connection that is to be idle is not served");
+  }
+}
+
+IdleConnection::~IdleConnection() {
+  ::close(fd_);
+}
+
+double MemoryOf(int pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/statm");
+  double total = 0;
+  double resident = 0;
+  file >> total >> resident;
+  return resident * static_cast<double>(::sysconf(_SC_PAGESIZE));
 }

@@ -41,6 +41,7 @@ class RedisServer {
   RedisServer& operator=(const RedisServer&) = delete;
 
   unsigned short Port() const { return port_; }
+  int ProcessId() const { return pid_; }
 
  private:
   unsigned short port_;
@@ -94,5 +95,23 @@ class GrpcClient {
 };
 
 std::string ControlPeerVersions();
+
+/// A connection whose client takes no memory in this process, after one exchange of bytes.
+class IdleConnection {
+ public:
+  /// @param hasGreeting  The server speaks first, in a frame of the control protocol.
+  /// @param request      Sent once; `replySize` bytes come back.
+  IdleConnection(unsigned short port, bool hasGreeting, const std::string& request,
+                 std::size_t replySize);
+  ~IdleConnection();
+  IdleConnection(const IdleConnection&) = delete;
+  IdleConnection& operator=(const IdleConnection&) = delete;
+
+ private:
+  int fd_;
+};
+
+/// @return Bytes of memory that a process has.
+double MemoryOf(int pid);
 
 #endif  // SCA_BENCH_CONTROLPEERS_H

@@ -1,6 +1,9 @@
 // What a command costs on the control port, against the same bytes sent to and fro over a bare
 // socket.
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -26,6 +29,8 @@ constexpr char kBare[] = "bare ping-pong";
 constexpr char kGrpc[] = "gRPC";
 constexpr char kRedis[] = "Redis PING";
 constexpr std::size_t kEntries = 500;
+constexpr std::size_t kStatusReplySize = 44;
+constexpr std::size_t kIdle = 1000;
 constexpr double kLimits[] = {1.5, 2};  // by login mode, for one client
 
 // The key of both ends in mode 1.
@@ -60,6 +65,8 @@ class Host {
     }
     return client;
   }
+
+  unsigned short Port() const { return server_->GetPort(); }
 
   BenchService service;
 
@@ -160,6 +167,40 @@ void Measure(const Kind& kind, unsigned long mode, std::size_t clients, int call
               contest.BaseWall() * 1e6 / calls / static_cast<double>(clients));
 }
 
+// GetStatus, as the first request of a connection.
+std::string StatusRequest() {
+  const std::string header("SCA1\0\0\0\x17\0\0\0\1\0\0\0\1", 16);
+  return header + std::string(8, '\0') + "\x09GetStatus" + "2\1\1" + "0\1";
+}
+
+// What a thousand connections that do nothing cost the server in memory, each after one exchange.
+void MeasureIdle(std::size_t count, Results* results) {
+  rlimit handles{};
+  ::getrlimit(RLIMIT_NOFILE, &handles);
+  handles.rlim_cur = std::min<rlim_t>(handles.rlim_max, 8 * count);
+  ::setrlimit(RLIMIT_NOFILE, &handles);
+  const Host host(0);
+  const RedisServer redis;
+  Peers<IdleConnection> connections;
+  connections.reserve(2 * count);
+  const auto grow = [&](int pid, const auto& connect) {
+    connect();  // what the first one makes stays
+    const double before = MemoryOf(pid);
+    for (std::size_t i = 1; i < count; ++i) connect();
+    return (MemoryOf(pid) - before) / (1 << 20);
+  };
+  const double ours = grow(::getpid(), [&] {
+    connections.push_back(
+        std::make_unique<IdleConnection>(host.Port(), true, StatusRequest(), kStatusReplySize));
+  });
+  const double theirs = grow(redis.ProcessId(), [&] {
+    connections.push_back(
+        std::make_unique<IdleConnection>(redis.Port(), false, "*1\r\n$4\r\nPING\r\n", 7));
+  });
+  results->Add({std::to_string(count) + " idle connections", "MiB", {ours, 0}, 20, {}});
+  std::printf("%zu idle connections take %.1f MiB, those of Redis %.1f MiB\n", count, ours, theirs);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
@@ -168,7 +209,7 @@ int main(int argc, char** argv) try {
       "Commands on the control port, beside %s and Redis's PING; the time that passes, since both\n"
       "ends are at work. On one core: taskset -c 0\n",
       ControlPeerVersions().c_str());
-  const Kind status{"GetStatus", {39, 44}, GetStatus, &GrpcClient::GetStatus, true};
+  const Kind status{"GetStatus", {39, kStatusReplySize}, GetStatus, &GrpcClient::GetStatus, true};
   const Kind log{
       "GetServerLog of 500 fields", {101, 5435}, GetServerLog, &GrpcClient::GetServerLog, false};
   const int calls = options.quick ? 100 : 4000;
@@ -180,6 +221,7 @@ int main(int argc, char** argv) try {
     }
     Measure(log, mode, 1, std::max(calls / 20, 10), options, &results);
   }
+  MeasureIdle(kIdle, &results);
   return results.Finish(options);
 } catch (const std::exception& error) {
   std::fprintf(stderr, "bench_control: %s\n", error.what());
