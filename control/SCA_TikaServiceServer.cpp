@@ -138,6 +138,10 @@ unsigned long SCA_TikaServiceServer::GetLoginMode() {
   return factory_->GetLoginMode();
 }
 
+const char* SCA_TikaServiceServer::GetServerAddress() {
+  return factory_->GetAddress();
+}
+
 #define SCA_DEFINE_HANDLER(name, parameters, arguments, fields)                       \
   int SCA_TikaServiceServer::name(SCA_NetServerAgent* agent, SCA_NetMessage* request, \
                                   SCA_NetMessage* reply) {                            \

@@ -21,6 +21,7 @@ class SCA_API SCA_TikaServiceServer final : public SCA_NetServer<SCA_TikaService
   int ConnectEvent(SCA_NetServerAgent* agent) override;
   int DisconnectEvent(SCA_NetServerAgent* agent) override;
   unsigned long GetLoginMode();
+  const char* GetServerAddress() override;
 
   /// @name Handlers, one for each command
   /// They read the fields of the request, call the operation of the connection's service object and

@@ -73,6 +73,9 @@ class SCA_API SCA_TikaServiceVirtualFactory : public SCA_Object {
   /// @return 0: no login, and a port on loopback only; 1: login with the control key. Asked once,
   ///         when the port is opened.
   virtual unsigned long GetLoginMode() = 0;
+  /// @return A numeric address on which alone the port is opened, of the loopback interface in mode
+  ///         0; null or empty for all that the mode allows. Asked once, and valid until then.
+  virtual const char* GetAddress() { return nullptr; }
 };
 
 #endif  // SCA_CONTROL_SCA_TIKASERVICEVIRTUAL_H

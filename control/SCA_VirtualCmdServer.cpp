@@ -93,7 +93,7 @@ int SCA_VirtualCmdServer::BindPort(unsigned long* error) {
   }
   const SCA_ListenScope scope =
       mode == SCA_LoginKey ? SCA_ListenScope::AllInterfaces : SCA_ListenScope::Loopback;
-  return listener_->Open(scope, port_).Store(error);
+  return listener_->Open(scope, port_, GetServerAddress()).Store(error);
 }
 
 int SCA_VirtualCmdServer::OpenGate(unsigned long* error) {

@@ -45,7 +45,7 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   /// Asks for the login mode, fetches the key in mode 1, binds the port (on loopback only in mode
   /// 0) and starts to accept. May succeed once. A failure before that makes the server invalid.
   /// @param error  `EADDRINUSE`, `EACCES` and the like; the key provider's; `EINVAL` for another
-  ///               mode; `EALREADY`.
+  ///               mode or an address that is none; `EALREADY`.
   int OpenGate(unsigned long* error);
 
   /// Accepts connections over a Unix socket too, without a login: the system tells which account
@@ -84,6 +84,10 @@ class SCA_API SCA_VirtualCmdServer : public SCA_ThreadObj {
   /// A connection that had its connect event has ended.
   virtual int DisconnectEvent(SCA_NetServerAgent* agent) = 0;
   virtual unsigned long GetServerLoginMode() = 0;
+  /// Asked once, when the port is opened.
+  /// @return A numeric address to listen on it alone, which in mode 0 is one of the loopback
+  ///         interface; null or empty for the whole loopback interface or all interfaces.
+  virtual const char* GetServerAddress() { return nullptr; }
 
   /// The accepting thread.
   unsigned long ThreadFunc() override;

@@ -35,7 +35,12 @@ class SCA_Listener : public SCA_Object {
 
   /// Binds the TCP port, 0 for a free one, and listens: on 127.0.0.1, or on every address of both
   /// families.
-  SCA_Result Open(SCA_ListenScope scope, unsigned short port) SCA_EXCLUDES(lock_);
+  /// @param address  Numeric, one that the scope allows, to listen on it alone; null or empty for
+  ///                 none.
+  /// @return `EINVAL` for an address that is none or that the scope does not allow;
+  ///         `EADDRNOTAVAIL` for one of another machine, `EADDRINUSE`, `EACCES`; else the system's.
+  SCA_Result Open(SCA_ListenScope scope, unsigned short port, const char* address = nullptr)
+      SCA_EXCLUDES(lock_);
   /// @return The bound port; 0 before `Open`.
   unsigned short GetPort() const { return port_; }
 

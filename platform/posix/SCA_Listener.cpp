@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <grp.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -51,8 +52,33 @@ Address MakeAddress(int family, bool isLoopback, unsigned short port) {
   return address;
 }
 
+bool IsLoopback(const Address& address) {
+  if (address.storage.ss_family == AF_INET) {
+    const auto& v4 = reinterpret_cast<const sockaddr_in&>(address.storage);
+    return ntohl(v4.sin_addr.s_addr) >> 24 == IN_LOOPBACKNET;
+  }
+  return IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<const sockaddr_in6&>(address.storage).sin6_addr);
+}
+
+// @return `EINVAL` for what is not a numeric address.
+SCA_Result ReadAddress(const char* text, unsigned short port, Address* address) {
+  addrinfo hints{};
+  hints.ai_family = AF_UNSPEC;
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+  char service[8];
+  std::snprintf(service, sizeof service, "%u", unsigned{port});
+  addrinfo* found = nullptr;
+  if (::getaddrinfo(text, service, &hints, &found) != 0) return SCA_Result(EINVAL);
+  const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, &::freeaddrinfo);
+  std::memcpy(&address->storage, found->ai_addr, found->ai_addrlen);
+  address->length = found->ai_addrlen;
+  return SCA_Done;
+}
+
 // A listening socket, or a closed one with errno set.
-SCA_Fd Listen(int family, bool isLoopback, unsigned short port) {
+SCA_Fd Listen(const Address& address) {
+  const int family = address.storage.ss_family;
   SCA_Fd fd(::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!fd.IsOpen()) return fd;
   // A port whose last connections are still being wound up can be taken at once.
@@ -62,7 +88,6 @@ SCA_Fd Listen(int family, bool isLoopback, unsigned short port) {
   if (family == AF_INET6) {
     ::setsockopt(fd.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
   }
-  const Address address = MakeAddress(family, isLoopback, port);
   if (::bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address.storage), address.length) != 0 ||
       ::listen(fd.Get(), kBacklog) != 0) {
     const int code = errno;
@@ -235,11 +260,17 @@ SCA_Listener::~SCA_Listener() {
   const SCA_Fd wake(wakeFd_);
 }
 
-SCA_Result SCA_Listener::Open(SCA_ListenScope scope, unsigned short port) {
+SCA_Result SCA_Listener::Open(SCA_ListenScope scope, unsigned short port, const char* address) {
   const bool isLoopback = scope == SCA_ListenScope::Loopback;
-  SCA_Fd fd = Listen(isLoopback ? AF_INET : AF_INET6, isLoopback, port);
+  const bool isNamed = address != nullptr && *address != '\0';
+  Address place = MakeAddress(isLoopback ? AF_INET : AF_INET6, isLoopback, port);
+  if (isNamed) {
+    if (const SCA_Result read = ReadAddress(address, port, &place); read.HasFailed()) return read;
+    if (isLoopback && !IsLoopback(place)) return SCA_Result(EINVAL);
+  }
+  SCA_Fd fd = Listen(place);
   const bool lacksV6 = !fd.IsOpen() && (errno == EAFNOSUPPORT || errno == EADDRNOTAVAIL);
-  if (!isLoopback && lacksV6) fd = Listen(AF_INET, isLoopback, port);
+  if (!isLoopback && !isNamed && lacksV6) fd = Listen(MakeAddress(AF_INET, isLoopback, port));
   if (!fd.IsOpen()) return SCA_SystemError();
   port_ = PortOf(fd.Get());
   const SCA_LockGuard guard(lock_);

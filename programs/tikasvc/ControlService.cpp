@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <utility>
+
 #include "control/SCA_ServiceStatusNames.h"
 #include "platform/SCA_Path.h"
 #include "platform/SCA_Text.h"
@@ -202,7 +204,8 @@ class ControlService::Connection : public SCA_TikaServiceVirtual {
   Operations operations_;
 };
 
-ControlService::ControlService(const HostParts& parts) : parts_(parts) {
+ControlService::ControlService(const HostParts& parts, std::string address)
+    : parts_(parts), address_(std::move(address)) {
   SetValid(1);
 }
 

@@ -51,7 +51,8 @@ struct HostParts {
 /// Makes a service object for each connection.
 class ControlService : public SCA_TikaServiceVirtualFactory {
  public:
-  explicit ControlService(const HostParts& parts);
+  /// @param address  On which alone the control port is opened; empty for all.
+  ControlService(const HostParts& parts, std::string address);
   ~ControlService() override;
 
   int OnConnect(SCA_NetServerAgent* agent) override SCA_EXCLUDES(lock_);
@@ -59,6 +60,7 @@ class ControlService : public SCA_TikaServiceVirtualFactory {
   int OnDisconnect(unsigned long agentId) override SCA_EXCLUDES(lock_);
   /// TCP is open to clients with the key, and to nobody else.
   unsigned long GetLoginMode() override { return kLoginMode; }
+  const char* GetAddress() override { return address_.c_str(); }
 
   /// Once the port is open; not owned, and there as long as connections are.
   void SetServer(const SCA_TikaServiceServer* server) { server_.store(server); }
@@ -73,6 +75,7 @@ class ControlService : public SCA_TikaServiceVirtualFactory {
   class Connection;
 
   const HostParts parts_;
+  const std::string address_;
   RequestCounts counts_;
   std::atomic<const SCA_TikaServiceServer*> server_{nullptr};
   mutable SCA_Lock lock_;

@@ -146,6 +146,10 @@ void DefineHost(CLI::App* app, Options* options, std::string* metrics) {
       ->default_str("the configured port, else 9500")
       ->check(CLI::Range(0, 65535))
       ->type_name("PORT");
+  app->add_option("--control-address", options->controlAddress,
+                  "Address on which this port is opened")
+      ->default_str("all addresses of the machine")
+      ->type_name("ADDRESS");
   app->add_option("--control-socket", options->controlSocket,
                   "Unix socket for commands from this machine, without a key")
       ->default_str("control.socket in the data directory")

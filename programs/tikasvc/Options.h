@@ -29,6 +29,7 @@ struct Options {
   bool classArchive = true;  ///< for the servers' JVMs
   std::string tikaBind = "127.0.0.1";
   std::optional<unsigned short> controlPort;  ///< unset: the configurations'
+  std::string controlAddress;                 ///< of that port; empty: all
   std::string controlSocket;                  ///< empty: in the data directory
   std::string controlGroup;                   ///< may use it too; empty: nobody
   std::optional<HostPort> metrics;

@@ -63,13 +63,11 @@ class Host {
 
   int Run() {
     if (history_.IsValid() == 0) throw std::bad_alloc();
-    ControlService control(parts_);
+    ControlService control(parts_, options_.controlAddress);
     unsigned long error = 0;
     SCA_TikaServiceServer server(&control, installation_.ControlPort(), &error);
     if (server.IsValid() == 0) {
-      return Refuse(kPortTaken, "cannot open the control port " +
-                                    std::to_string(installation_.ControlPort()) + ": " +
-                                    SCA_ErrorText(error) + "; choose another with --control-port");
+      return RefusePort(error);
     }
     control.SetServer(&server);
     const int status = OpenSocket(&server);
@@ -92,6 +90,16 @@ class Host {
   }
 
  private:
+  int RefusePort(unsigned long error) {
+    const std::string& address = options_.controlAddress;
+    const std::string place = std::to_string(installation_.ControlPort()) +
+                              (address.empty() ? "" : " on " + Quoted(address));
+    const bool isAddress = error == EINVAL || error == EADDRNOTAVAIL;
+    return Refuse(kPortTaken, "cannot open the control port " + place + ": " +
+                                  SCA_ErrorText(error) + "; choose another with --control-" +
+                                  (isAddress ? "address, such as 192.0.2.7" : "port"));
+  }
+
   int OpenSocket(SCA_TikaServiceServer* server) {
     const std::string path = installation_.ControlSocket();
     unsigned long error = 0;

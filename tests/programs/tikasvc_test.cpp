@@ -530,6 +530,8 @@ TEST_F(TikaSvc, SaysWhyItDoesNotStart) {
   const Row others[] = {
       {{"--check-config", "--config", dir_.File("damaged.trv")}, 3, "restore it, or remove it"},
       {{"--control-port", taken}, 4, "cannot open the control port"},
+      {{"--control-address", "localhost"}, 4, "on 'localhost': Invalid argument; choose"},
+      {{"--control-address", "192.0.2.7"}, 4, "Cannot assign requested address; choose"},
       {{"--metrics", taken}, 4, "cannot serve metrics"},
       {{"--jar", "/no/such.jar"}, 3, "cannot start a server from /no/such.jar"},
       {{"--control-socket", "/no/socket"}, 3, "cannot open the control socket /no/socket: No such"},
