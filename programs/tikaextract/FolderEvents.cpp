@@ -15,8 +15,16 @@ namespace {
 
 constexpr std::size_t kBlock = 64UL << 10;
 // Each write to a file that stays open is none of these: there may be any number.
-constexpr unsigned kWatched = IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_ATTRIB |
-                              IN_ONLYDIR | IN_EXCL_UNLINK;
+constexpr unsigned kGone = IN_MOVED_FROM | IN_DELETE;
+constexpr unsigned kWatched =
+    IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | kGone | IN_ATTRIB | IN_ONLYDIR | IN_EXCL_UNLINK;
+
+FolderEvents::Kind KindOf(unsigned mask) {
+  if ((mask & IN_ISDIR) != 0) return FolderEvents::Kind::FolderChanged;
+  if ((mask & kGone) != 0) return FolderEvents::Kind::FileGone;
+  return (mask & IN_CREATE) != 0 ? FolderEvents::Kind::FileAppeared
+                                 : FolderEvents::Kind::FileWritten;
+}
 
 }  // namespace
 
@@ -104,13 +112,11 @@ bool FolderEvents::Next(Event* event) {
     // Of the folder itself.
     if (head.len == 0) continue;
     event->path = folder->second.empty() ? name : folder->second + "/" + name;
-    const bool isFolder = (head.mask & IN_ISDIR) != 0;
-    if ((head.mask & IN_MOVED_FROM) != 0) {
-      if (isFolder) Forget(event->path);
+    if ((head.mask & IN_ISDIR) != 0 && (head.mask & kGone) != 0) {
+      Forget(event->path);
       continue;
     }
-    const bool isMade = (head.mask & IN_CREATE) != 0;
-    event->kind = isFolder ? Kind::FolderChanged : isMade ? Kind::FileAppeared : Kind::FileWritten;
+    event->kind = KindOf(head.mask);
     return true;
   }
   return false;

@@ -14,6 +14,7 @@ class FolderEvents {
  public:
   enum class Kind {
     FileWritten,    ///< a file was closed by a writer, moved here, or got other permissions
+    FileGone,       ///< a file was removed, or moved away
     FileAppeared,   ///< a file was made, and may be written to now
     FolderChanged,  ///< a folder was made, moved here, or got other permissions
     Lost            ///< too much has happened: what exactly is not known; without a path

@@ -17,7 +17,8 @@ std::string FolderWalk::Begin(const std::string& root, const std::string& output
   if (!start.empty() && !filter_.EnterFrom(root, fs::path(start).parent_path().string())) return {};
   if (!start.empty() && !filter_.IsOpen(start)) return {};
   const fs::path path = start.empty() ? fs::path(root) : fs::path(root) / start;
-  if (IsOutputDir(path)) return {};
+  // Texts may lie beside their documents, but then the folder is named itself.
+  if (!start.empty() && IsOutputDir(path)) return {};
   std::string complaint = EnterFolder(path, start);
   if (!complaint.empty()) return complaint;
   std::error_code error;

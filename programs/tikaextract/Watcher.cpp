@@ -150,10 +150,16 @@ void Watcher::Take(const FolderEvents::Event& event) {
     case FolderEvents::Kind::FileAppeared:
       return Pend(event.path, IsLink(PathOf(event.path)) ? kSettled : kOpen);
     case FolderEvents::Kind::FileWritten:
-      // It may open what was left out.
-      if (fs::path(event.path).filename() == FolderFilter::kIgnoreFile) return Scan("");
-      return Pend(event.path, kSettled);
+    case FolderEvents::Kind::FileGone:
+      break;
   }
+  // What was left out may be taken now.
+  if (fs::path(event.path).filename() == FolderFilter::kIgnoreFile) return Scan("");
+  if (event.kind == FolderEvents::Kind::FileWritten) return Pend(event.path, kSettled);
+  const auto gone = pending_.find(event.path);
+  if (gone == pending_.end()) return;
+  queue_.erase({gone->second.due, gone->first});
+  pending_.erase(gone);
 }
 
 void Watcher::Scan(const std::string& folder) {

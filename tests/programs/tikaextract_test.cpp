@@ -91,6 +91,8 @@ TEST_F(TikaExtract, RunThatIsEndedLeavesNoPartOfAFile) {
     EXPECT_TRUE(Ends(second, 2, "another run (process " + process.substr(0, process.find(':'))));
     program.Signal(number);
     EXPECT_EQ(program.Wait(), 128 + number);
+    EXPECT_EQ(program.Error().find("with --resume does the rest") != std::string::npos,
+              number != SIGKILL);
     before = number == SIGKILL ? 3U : 2U;
     EXPECT_EQ(CountFiles(out), before);
   }
@@ -197,6 +199,9 @@ TEST_F(TikaExtract, DirectoriesAndListsAreMirroredUnderTheOutput) {
     }
     EXPECT_EQ(texts, expected);
   }
+  Program beside("tikaextract", WithServer({"-r", "in", "-o", "in"}));
+  EXPECT_TRUE(Ends(beside, 0, "2 extracted"));
+  EXPECT_EQ(ReadFile("in/deep/er/c.DOCX.txt"), "text of c");
   fs::current_path("/");
 }
 
