@@ -22,7 +22,6 @@ namespace {
 
 constexpr char kHost[] = "127.0.0.1";
 constexpr std::size_t kCollectSize = 1 << 20;
-constexpr std::size_t kBlockSize = 1 << 16;  // of a file, where the peer leaves it to its user
 constexpr std::size_t kPageSize = 4096;
 constexpr unsigned long kConnectTimeoutMs = 1000;
 
@@ -108,8 +107,10 @@ class LibraryPeer final : public Peer {
 
 class CurlPeer final : public Peer {
  public:
-  explicit CurlPeer(const PeerTarget& target)
-      : url_("http://" + std::string(kHost) + ":" + std::to_string(target.port) + "/tika"),
+  // @param bufferSize  Of requests and replies; 0 for those that it has by itself.
+  CurlPeer(const PeerTarget& target, long bufferSize)
+      : bufferSize_(bufferSize),
+        url_("http://" + std::string(kHost) + ":" + std::to_string(target.port) + "/tika"),
         // Without waiting for a "100 Continue", as the others.
         headers_(::curl_slist_append(::curl_slist_append(nullptr, "Accept: text/plain"), "Expect:"),
                  &::curl_slist_free_all) {
@@ -123,6 +124,10 @@ class CurlPeer final : public Peer {
     ::curl_easy_setopt(curl_.get(), CURLOPT_PROXY, "");
     ::curl_easy_setopt(curl_.get(), CURLOPT_HTTPHEADER, headers_.get());
     ::curl_easy_setopt(curl_.get(), CURLOPT_UPLOAD, 1L);
+    if (bufferSize_ > 0) {
+      ::curl_easy_setopt(curl_.get(), CURLOPT_BUFFERSIZE, bufferSize_);
+      ::curl_easy_setopt(curl_.get(), CURLOPT_UPLOAD_BUFFERSIZE, bufferSize_);
+    }
     ::curl_easy_setopt(curl_.get(), CURLOPT_READFUNCTION, &Read);
     ::curl_easy_setopt(curl_.get(), CURLOPT_WRITEFUNCTION, &Write);
     ::curl_easy_setopt(curl_.get(), CURLOPT_WRITEDATA, &collector_);
@@ -146,6 +151,7 @@ class CurlPeer final : public Peer {
     return size * count;
   }
 
+  const long bufferSize_;
   const std::string url_;
   Collector collector_;
   const std::unique_ptr<curl_slist, decltype(&::curl_slist_free_all)> headers_;
@@ -187,7 +193,7 @@ class HttplibPeer final : public Peer {
 
  private:
   httplib::Client client_;
-  std::vector<char> block_ = std::vector<char>(kBlockSize);
+  std::vector<char> block_ = std::vector<char>(kTunedSize);
   Collector collector_;
 };
 
@@ -265,8 +271,9 @@ class BarePeer final : public Peer {
 
 std::unique_ptr<Peer> MakePeer(const std::string& name, const PeerTarget& target) {
   if (name == kBareName) return std::make_unique<BarePeer>(target);
-  if (name == "libcurl") return std::make_unique<CurlPeer>(target);
-  if (name == "cpp-httplib") return std::make_unique<HttplibPeer>(target);
+  if (name == kOtherNames[0]) return std::make_unique<CurlPeer>(target, 0);
+  if (name == kOtherNames[1]) return std::make_unique<CurlPeer>(target, kTunedSize);
+  if (name == kOtherNames[2]) return std::make_unique<HttplibPeer>(target);
   for (unsigned long variant = 1; variant <= 3; ++variant) {
     if (name == kOurNames[variant - 1]) return std::make_unique<LibraryPeer>(target, variant);
   }

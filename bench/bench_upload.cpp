@@ -3,8 +3,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
+#include <vector>
 
 #include "bench/Contest.h"
 #include "bench/Machine.h"
@@ -15,7 +17,7 @@ namespace {
 
 constexpr unsigned long long kMiB = 1 << 20;
 constexpr unsigned long kTextSize = 2048;
-constexpr double kLimit = 1.05;
+constexpr double kLimit = 0.65;
 
 void MeasureUpload(const std::string& congestionControl, const BenchOptions& options,
                    const ScratchDir& dir, Results* results) {
@@ -29,12 +31,17 @@ void MeasureUpload(const std::string& congestionControl, const BenchOptions& opt
   const auto connect = [&](Peer* peer) {
     peer->Disconnect();
     if (peer->Exchange(tinyFile) != kTextSize) throw std::runtime_error("tiny file refused");
+    // Ours avoids those that pace.
     const std::string inUse = CongestionControlInUse();
-    if (inUse != congestionControl) throw std::runtime_error("connections use " + inUse);
+    if (inUse.find(congestionControl) == std::string::npos) {
+      throw std::runtime_error("connections use " + inUse);
+    }
   };
   ChooseCongestionControl(congestionControl);
   Contest contest;
-  for (const char* name : {kBareName, kOurNames[0], kOtherNames[0], kOtherNames[1]}) {
+  std::vector<std::string> names = {kBareName, kOurNames[0]};
+  names.insert(names.end(), std::begin(kOtherNames), std::end(kOtherNames));
+  for (const std::string& name : names) {
     const std::shared_ptr<Peer> peer = MakePeer(name, target);
     contest.Add(
         name, [=] { connect(peer.get()); }, [=] { return peer->Exchange(fileName) == kTextSize; });
@@ -42,8 +49,9 @@ void MeasureUpload(const std::string& congestionControl, const BenchOptions& opt
   contest.Run(options.rounds);
   std::printf(
       "%s: a file of %llu MiB in the page cache; the bare loop takes %.1f ms of CPU, %.1f ms in "
-      "all\n",
-      congestionControl.c_str(), size / kMiB, contest.BaseCpu() * 1e3, contest.BaseWall() * 1e3);
+      "all; connections used %s\n",
+      congestionControl.c_str(), size / kMiB, contest.BaseCpu() * 1e3, contest.BaseWall() * 1e3,
+      CongestionControlInUse().c_str());
   results->AddCosts(contest, "upload, " + congestionControl, kOurNames[0], kLimit);
 }
 
