@@ -112,10 +112,8 @@ SCA_TikaStep SCA_TikaExtraction::Open(const char* fileName) {
     return SCA_TikaStep::Broken(SCA_ErrorInvalidData);
   }
   unsigned long code = 0;
-  unsigned long long size = 0;
-  if (file_.Open(fileName, SCA_FileOpenRead, &code) == 0 || file_.GetSize(&size, &code) == 0) {
-    return SCA_TikaStep::Failed(code);
-  }
+  if (file_.Open(fileName, SCA_FileOpenRead, &code) == 0) return SCA_TikaStep::Failed(code);
+  const unsigned long long size = file_.GetSizeAtOpen();
   client_.lastFileSize_.Set(size);
   client_.totalFiles_.Add(1);
   if (loan_.traces) {

@@ -33,6 +33,9 @@ class SCA_API SCA_File : public SCA_Object {
   /// @param size  Receives the size in bytes.
   int GetSize(unsigned long long* size, unsigned long* error);
 
+  /// @return The size in bytes that the file had when it was opened, without a call to the system.
+  unsigned long long GetSizeAtOpen() const { return sizeAtOpen_; }
+
   /// @return 1 when only its owner may read or write the file, and the owner is this account
   ///         or root; else 0.
   int IsPrivate() const;
@@ -60,6 +63,7 @@ class SCA_API SCA_File : public SCA_Object {
 
  private:
   int fd_ = -1;
+  unsigned long long sizeAtOpen_ = 0;
 };
 
 /// Permissions of a new file: for its owner only (configuration, logs), or by the process's umask

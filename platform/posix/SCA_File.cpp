@@ -80,6 +80,7 @@ int SCA_File::Open(const char* fileName, unsigned long flags, unsigned long* err
     ::posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   }
   fd_ = fd.Release();
+  sizeAtOpen_ = static_cast<unsigned long long>(status.st_size);
   return 1;
 }
 
