@@ -1,6 +1,7 @@
 // Arbitrary replies in arbitrary pieces for one decoder (SCA_FUZZ_VARIANT), into a data buffer of
-// an arbitrary small size. Half of the inputs begin behind a good header, to get at the decoder.
-// What follows a reply that is taken meets a second document on the same connection.
+// an arbitrary size, with and without room for what follows the text. Half of the inputs begin
+// behind a good header, to get at the decoder. What follows a reply that is taken meets a second
+// document on the same connection.
 
 #include <fuzzer/FuzzedDataProvider.h>
 #include <sys/mman.h>
@@ -41,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   SCA_TikaConfigOrv settings;
   SCA_TikaClient client(&settings, "127.0.0.1", 1);
-  client.SetBufferSize(provider.ConsumeIntegralInRange<unsigned long>(4, 4096));
+  client.SetBufferSize(provider.ConsumeIntegralInRange<unsigned long>(4, 12288));
   client.SetDebugLevel(provider.ConsumeIntegralInRange<unsigned long>(0, 2));
   SocketScript script;
   if (provider.ConsumeBool()) script.pieces.emplace_back(kGoodHeader);
