@@ -19,7 +19,7 @@ enum class SCA_ClassArchiveState {
   Unsupported,  ///< Java is older than 13 or not known, or the options choose an archive themselves
   Missing,      ///< there is none yet
   Used,
-  Refused  ///< the JVM did not take it, or died with it; it was thrown away
+  Refused  ///< the JVM did not take it, or crashed with it; it was thrown away
 };
 
 /// @return One or two words, static storage: "used", "none yet".

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -53,6 +54,13 @@ std::string TextOf(const SCA_Field& field) {
   std::string text = field.GetValue();
   for (int word = 0; word < 3; ++word) text.erase(0, text.find(' ') + 1);
   return text;
+}
+
+// By itself: nobody sends these signals.
+bool HasCrashed(const SCA_TikaObituary& obituary) {
+  constexpr int kSignalBase = 128;  // of the exit code that a shell gives for a signal
+  const int signal = obituary.signal != 0 ? obituary.signal : obituary.exitCode - kSignalBase;
+  return obituary.isExitKnown != 0 && (signal == SIGABRT || signal == SIGBUS || signal == SIGSEGV);
 }
 
 }  // namespace
@@ -547,9 +555,8 @@ void SCA_TikaWatch::Core::RecordEnd(const SCA_TikaObituary& obituary) {
   }
   SCA_FindDeathCause(obituary, verdict, hasAnswered, &death);
   const bool isInVain = !hasAnswered || death.kind == SCA_DeathKind::PortTaken;
-  // A JVM dies of an archive that a disk has damaged. Without it the next may live.
-  if (!hasAnswered && obituary.isRequested == 0 && death.kind != SCA_DeathKind::PortTaken &&
-      DropArchive()) {
+  // A JVM crashes with an archive that a disk has damaged. Without it the next may live.
+  if (!hasAnswered && HasCrashed(obituary) && DropArchive()) {
     deathsInVain_ = 0;
     return Tell(death, obituary);
   }
