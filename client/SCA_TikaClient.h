@@ -134,6 +134,15 @@ class SCA_API SCA_TikaClient : public SCA_Object {
   ///         and made its send fail; 0 when there was none. The file was then refused; another
   ///         server would refuse it too.
   unsigned long GetRefusalCode() const { return refusalCode_.Get(); }
+  /// @return What the server said about the failure of the last extraction, in one line of at most
+  ///         255 bytes without control bytes; empty when it said nothing, as up to Tika 3. Threads:
+  ///         the caller's.
+  const char* GetServerMessage() const { return serverMessage_; }
+  /// @return The seconds after which the server may be asked again, as it said when it failed the
+  ///         last extraction (Retry-After); -1 when it did not. Threads: the caller's.
+  long GetRetryAfter() const {
+    return retryAfterS_ == kNoRetryAfter ? -1 : static_cast<long>(retryAfterS_);
+  }
 
   unsigned long GetClientId() const { return clientId_.Get(); }
   void SetClientId(unsigned long id) { clientId_.Set(static_cast<std::uint32_t>(id)); }
@@ -271,6 +280,9 @@ class SCA_API SCA_TikaClient : public SCA_Object {
   unsigned long dataCapacity_ = 0;  // buffer size that the data buffer was made for
   SCA_Event* cancel_ = nullptr;
   SCA_TikaVersion serverVersion_;
+  static constexpr unsigned long kNoRetryAfter = 0xFFFFFFFF;
+  unsigned long retryAfterS_ = kNoRetryAfter;
+  char serverMessage_[256] = "";
   unsigned long ignoredOptions_ = 0;
   unsigned long refusedOptions_ = 0;
   std::unique_ptr<SCA_TikaLink> link_;

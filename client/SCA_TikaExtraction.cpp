@@ -6,7 +6,38 @@
 #include <cstring>
 
 #include "client/SCA_TikaLink.h"
+#include "client/SCA_TikaMetadataReader.h"
 #include "platform/SCA_Report.h"
+#include "platform/SCA_Text.h"
+
+namespace {
+
+constexpr unsigned long kMaxMessageBody = 4096;
+constexpr unsigned long kMessageWaitMs = 1000;  // for a body that should be there
+
+// Takes the message, or else the status, of a JSON object that tells of a failure.
+class ServerMessage final : public SCA_TikaMetadataReceiver {
+ public:
+  explicit ServerMessage(char (&text)[256]) : text_(text) {}
+
+ private:
+  int TakeText(const char* /*text*/, unsigned long /*length*/) override { return 1; }
+  int TakeDocument(const SCA_TikaMetadata& told) override {
+    const std::string* text = told.Find("message");
+    if (text == nullptr || text->empty()) text = told.Find("status");
+    if (text == nullptr) return 0;
+    const unsigned long length =
+        SCA_CutLength(text->data(), std::min<unsigned long>(text->size(), sizeof text_ - 1));
+    std::memcpy(text_, text->data(), length);
+    text_[length] = '\0';
+    SCA_BlankControls(text_, length);
+    return 0;
+  }
+
+  char (&text_)[256];
+};
+
+}  // namespace
 
 namespace {
 
@@ -106,6 +137,8 @@ int SCA_TikaExtraction::Conclude(const SCA_TikaStep& step, unsigned long* error)
 SCA_TikaStep SCA_TikaExtraction::Open(const char* fileName) {
   client_.lastFileSize_.Set(0);
   client_.refusalCode_.Set(0);
+  client_.retryAfterS_ = SCA_HttpNoRetryAfter;
+  client_.serverMessage_[0] = '\0';
   if (loan_.text == nullptr) {
     SCA_GetReportFunction(variant_.uploadSource, __LINE__)(
         SCA_LevelError, "SCA_TikaClient::%s: data buffer is not initialized", variant_.uploadName);
@@ -239,6 +272,7 @@ SCA_TikaStep SCA_TikaExtraction::SendFailed(unsigned long code) {
       !link_->ReadReplyHeader(0, header, sizeof header - 1, &reply, &headerLength, &received)
            .HasFailed()) {
     client_.refusalCode_.Set(reply.replyCode);
+    TakeMessage(reply, header + headerLength, received - headerLength, 0);
   }
   return step;
 }
@@ -276,11 +310,44 @@ SCA_TikaStep SCA_TikaExtraction::ReadReply() {
   return TakeText(header);
 }
 
+// Keeps what a server says about a failure. From Tika 4 on its body is JSON; one that is larger,
+// does not come soon or is something else is left alone, since the code is enough to go on with.
+// @param held    The bytes of the body that are there, and what follows it.
+// @return Whether the whole body has been received, if it was not among those.
+bool SCA_TikaExtraction::TakeMessage(const tagSCA_HTTP_REQUEST& header, const char* held,
+                                     unsigned long length, unsigned long waitMs) {
+  client_.retryAfterS_ = header.retryAfterS;
+  const unsigned long size = header.contentLength;
+  if (header.isJson == 0 || header.isContentEncoded != 0 || header.transferEncoding[0] != '\0' ||
+      size > std::min(kMaxMessageBody, loan_.capacity)) {
+    return false;
+  }
+  // In the data buffer, which holds nothing any more.
+  unsigned long count = std::min(length, size);
+  std::memcpy(loan_.text, held, count);
+  while (count < size) {
+    unsigned long more = 0;
+    unsigned long code = 0;
+    if (link_->Socket().WaitForData(waitMs, &code) == 0 ||
+        link_->Socket().Receive(loan_.text + count, size - count, &more, &code) == 0) {
+      return false;
+    }
+    count += more;
+  }
+  ServerMessage message(client_.serverMessage_);
+  SCA_TikaMetadataReader(&message, kMaxMessageBody).Take(loan_.text, size);
+  return size > length;
+}
+
 // Checks what the header says, and lets the decoder take the text.
 SCA_TikaStep SCA_TikaExtraction::TakeText(const tagSCA_HTTP_REQUEST& header) {
   const SCA_ReportFunction report = SCA_GetReportFunction(variant_.source, __LINE__);
   // Of a chunked reply the length says nothing (RFC 9112, section 6.3).
   const bool isChunked = header.transferEncoding[0] != '\0';
+  if (header.replyCode != 200 && TakeMessage(header, reply_.Next(), reply_.Unread(),
+                                             std::min(reply_.TimeoutMs(), kMessageWaitMs))) {
+    link_->EndExchange(reply_.Next(), 0, SCA_TikaLink::ReplyEnd::Seen);
+  }
   const bool isWhole =
       !isChunked && header.hasContentLength != 0 && header.contentLength <= reply_.Unread();
   if (isWhole) {

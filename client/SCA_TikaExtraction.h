@@ -39,6 +39,8 @@ class SCA_TikaExtraction {
   SCA_TikaStep SendThroughBuffer(unsigned long long remaining);
   SCA_TikaStep SendFailed(unsigned long code);
   SCA_TikaStep ReadReply();
+  bool TakeMessage(const tagSCA_HTTP_REQUEST& header, const char* held, unsigned long length,
+                   unsigned long waitMs);
   SCA_TikaStep TakeText(const tagSCA_HTTP_REQUEST& header);
   SCA_TikaStep CheckFile(const SCA_TikaStep& outcome);
   int Conclude(const SCA_TikaStep& step, unsigned long* error);

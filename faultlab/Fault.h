@@ -26,6 +26,8 @@ enum class FaultKind {
   Hang,
   HangEarly,
   Status,
+  Busy,
+  Crash,
   Refuse,
   SizeLong,
   SizeShort,

@@ -23,6 +23,34 @@ constexpr char kReply[] =
     "Date: Thu, 01 Jan 2026 00:00:00 GMT\r\n"
     "Server: Jetty(11.0.26)\r\n";
 
+// What a request asks for.
+enum class Content { Text, Markdown, Metadata, Detection };
+
+// @param isLine4  Whether the server is of Tika 4, which answers Markdown at /tika.
+std::optional<Content> ContentAt(std::string_view target, bool isLine4) {
+  if (target == "/tika") return isLine4 ? Content::Markdown : Content::Text;
+  if (target == "/tika/text" && isLine4) return Content::Text;
+  if (target == "/tika/md") return Content::Markdown;
+  if (target == "/rmeta/body" || target == "/rmeta/text") return Content::Metadata;
+  if (target == "/meta") return Content::Detection;
+  return std::nullopt;
+}
+
+std::string JsonString(std::string_view text) {
+  std::string quoted = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') quoted += '\\';
+    if (static_cast<unsigned char>(c) >= 0x20) {
+      quoted += c;
+    } else {
+      char escape[8];
+      std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c));
+      quoted += escape;
+    }
+  }
+  return quoted + '"';
+}
+
 struct Request {
   std::string method;
   std::string target;
@@ -83,18 +111,23 @@ class FaultServer::Exchange {
   bool ReceiveContent(std::size_t wanted);
   bool PlayEarly(const FaultSpec& fault);
   bool Reply(const std::string& content, const FaultSpec& fault);
+  bool SendJson(DocumentText text);
   bool SendChunks(std::string header, DocumentText text, const FaultSpec& fault);
   bool PlayAt(const FaultSpec& fault);
   // Before the last bytes of a reply: the client that has them finds it counted.
   void CountAnswer() { server_->memory_->CountAnswer(); }
   bool WaitForAnswers(unsigned long long others);
-  bool SendStatus(unsigned long long code, std::string_view body = {});
+  bool SendStatus(unsigned long long code, std::string_view body = {},
+                  std::string_view fields = {});
+  bool SendFailure(unsigned long long code, std::string_view message, std::string_view fields = {});
+  bool IsLine4() const { return options_.version.find(" 4.") != std::string::npos; }
   bool SendPaced(std::string_view bytes, const FaultSpec& fault, unsigned long long length);
   bool Die();
 
   FaultServer* const server_;
   const FaultServerOptions& options_;
   ServerConnection connection_;
+  Content content_ = Content::Text;  // that the request asks for
   std::string held_;  // what has been received of the request, its header aside once that is read
 };
 
@@ -123,7 +156,9 @@ bool FaultServer::Exchange::ServeRequest() {
   if (request.method == "GET" && request.target == "/version") {
     return SendStatus(200, options_.version) && !request.isHttp10;
   }
-  if (request.method != "PUT" || request.target != "/tika") {
+  const std::optional<Content> content = ContentAt(request.target, IsLine4());
+  if (content) content_ = *content;
+  if (request.method != "PUT" || !content) {
     server_->strange_.fetch_add(1);
     return SendStatus(404) && false;
   }
@@ -185,12 +220,17 @@ bool FaultServer::Exchange::PlayEarly(const FaultSpec& fault) {
 // @return Whether the connection goes on.
 bool FaultServer::Exchange::Reply(const std::string& content, const FaultSpec& fault) {
   const DocumentText text = TextOf(content, fault);
+  const bool isJson = content_ == Content::Metadata || content_ == Content::Detection;
   const std::string length = "Content-Length: " + std::to_string(text.Length()) + "\r\n";
   std::string header = kReply;
   switch (fault.Kind()) {
     case FaultKind::Status:
       CountAnswer();
-      return SendStatus(fault.Value(), "what went wrong");
+      return SendFailure(fault.Value(), "what went wrong");
+    case FaultKind::Busy:
+    case FaultKind::Crash:
+      return SendFailure(fault.Kind() == FaultKind::Busy ? 429 : 503, "no worker for the document",
+                         "Retry-After: " + std::to_string(fault.Value()) + "\r\n");
     case FaultKind::Garbage:
       CountAnswer();
       return connection_.Send("220 mail.example ready\r\n\r\n");
@@ -220,7 +260,10 @@ bool FaultServer::Exchange::Reply(const std::string& content, const FaultSpec& f
       break;
   }
   if (fault.row != nullptr && fault.row->isPlace && !fault.value) return PlayAt(fault);
-  return SendChunks(header + "Transfer-Encoding: chunked\r\n\r\n", text, fault);
+  if (isJson && fault.row == nullptr) return SendJson(text);
+  header += "Transfer-Encoding: chunked\r\n\r\n";
+  if (content_ == Content::Markdown) header += "2\r\n# \r\n";
+  return SendChunks(header, text, fault);
 }
 
 bool FaultServer::Exchange::SendChunks(std::string header, DocumentText text,
@@ -287,10 +330,38 @@ bool FaultServer::Exchange::WaitForAnswers(unsigned long long others) {
   return true;
 }
 
-bool FaultServer::Exchange::SendStatus(unsigned long long code, std::string_view body) {
-  return connection_.Send("HTTP/1.1 " + std::to_string(code) + (code == 200 ? " OK" : " No") +
-                          "\r\nContent-Type: text/plain\r\nContent-Length: " +
-                          std::to_string(body.size()) + "\r\n\r\n" + std::string(body));
+// The metadata with the text, in one chunk.
+bool FaultServer::Exchange::SendJson(DocumentText text) {
+  std::string json = R"({"Content-Type":"text/plain"})";
+  if (content_ == Content::Metadata) {
+    json.insert(
+        json.size() - 1,
+        R"(,"X-TIKA:content":)" + JsonString(text.Next(static_cast<std::size_t>(text.Length()))));
+    json = "[" + json + "]";
+  }
+  char size[32];
+  std::snprintf(size, sizeof size, "%zX\r\n", json.size());
+  CountAnswer();
+  return connection_.Send(
+      "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nTransfer-Encoding: chunked\r\n\r\n" +
+      (size + json) + "\r\n0\r\n\r\n");
+}
+
+// As Tika 4 tells of a failure; those before it send text.
+bool FaultServer::Exchange::SendFailure(unsigned long long code, std::string_view message,
+                                        std::string_view fields) {
+  if (!IsLine4()) return SendStatus(code, message, fields);
+  return SendStatus(code, R"({"status":"FAILED","message":)" + JsonString(message) + "}",
+                    std::string(fields) + "Content-Type: application/json\r\n");
+}
+
+// @param fields  Further lines; without any, the body is text.
+bool FaultServer::Exchange::SendStatus(unsigned long long code, std::string_view body,
+                                       std::string_view fields) {
+  return connection_.Send(
+      "HTTP/1.1 " + std::to_string(code) + (code == 200 ? " OK" : " No") + "\r\n" +
+      std::string(fields.empty() ? "Content-Type: text/plain\r\n" : fields) +
+      "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + std::string(body));
 }
 
 // @param length  Of the whole text.

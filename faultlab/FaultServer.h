@@ -31,8 +31,10 @@ struct FaultServerOptions {
   unsigned long long muteAfter = ~0ULL;           ///< stops answering after this many requests
 };
 
-/// Answers `GET /version` and `PUT /tika` as Tika does, except for the faults; other requests get
-/// 404. Listens from its construction on, with a thread for each connection.
+/// Answers `GET /version` and `PUT` of /tika, /tika/text, /tika/md, /rmeta/body and /meta as Tika
+/// of its version does, except for the faults; other requests get 404. Markdown is "# " and the
+/// text; metadata is JSON with the text. Listens from its construction on, with a thread for each
+/// connection.
 class FaultServer {
  public:
   /// @param memory  Shared by servers that count tries and answers together.

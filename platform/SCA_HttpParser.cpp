@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::string_view kLineEnd = "\r\n";
 constexpr unsigned long kMaxContentLength = 0xFFFFFFFF;
+constexpr unsigned long kMaxRetryAfterS = 1000000000;
 
 bool IsDigit(char c) {
   return c >= '0' && c <= '9';
@@ -113,6 +114,15 @@ void AddContentEncoding(std::string_view value, tagSCA_HTTP_REQUEST* record) {
   }
 }
 
+void SetRetryAfter(std::string_view value, tagSCA_HTTP_REQUEST* record) {
+  if (value.empty() || Any(value, [](char c) { return !IsDigit(c); })) return;
+  unsigned long seconds = 0;
+  for (const char c : value) {
+    seconds = std::min(seconds * 10 + static_cast<unsigned long>(c - '0'), kMaxRetryAfterS);
+  }
+  record->retryAfterS = seconds;
+}
+
 bool ParseField(std::string_view line, tagSCA_HTTP_REQUEST* record) {
   const std::size_t colon = line.find(':');
   if (colon == std::string_view::npos || colon == 0) return false;
@@ -122,6 +132,10 @@ bool ParseField(std::string_view line, tagSCA_HTTP_REQUEST* record) {
   if (EqualNoCase(name, "Content-Length")) return SetContentLength(value, record);
   if (EqualNoCase(name, "Transfer-Encoding")) return AddTransferEncoding(value, record);
   if (EqualNoCase(name, "Content-Encoding")) AddContentEncoding(value, record);
+  if (EqualNoCase(name, "Retry-After")) SetRetryAfter(value, record);
+  if (EqualNoCase(name, "Content-Type")) {
+    record->isJson = EqualNoCase(Trim(value.substr(0, value.find(';'))), "application/json");
+  }
   return true;
 }
 

@@ -10,6 +10,9 @@
 constexpr unsigned long SCA_HttpMaxHeaderLines = 128;
 constexpr unsigned long SCA_HttpMaxHeaderLength = 65536;
 
+/// A Retry-After that a reply did not have.
+constexpr unsigned long SCA_HttpNoRetryAfter = 0xFFFFFFFF;
+
 /// What the decoders need to know of a reply header. @note Inherited: the name says request.
 struct tagSCA_HTTP_REQUEST {
   unsigned long replyCode = 0;      ///< 100 to 999
@@ -17,6 +20,9 @@ struct tagSCA_HTTP_REQUEST {
   unsigned long contentLength = 0;  ///< 32-bit; 0 unless the next says otherwise
   int hasContentLength = 0;         ///< 1 when the header carried a Content-Length
   int isContentEncoded = 0;         ///< 1 for a Content-Encoding other than "identity"
+  int isJson = 0;                   ///< 1 for a Content-Type of "application/json"
+  /// Seconds after which the server may be asked again, at most 10^9. Dates are not read.
+  unsigned long retryAfterS = SCA_HttpNoRetryAfter;
 };
 
 /// Reads reply headers. Lines end in CR LF; field names match in any case; blanks around values

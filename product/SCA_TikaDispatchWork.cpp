@@ -11,6 +11,9 @@ using Clock = std::chrono::steady_clock;
 // One beside other files, and two as a suspect that has its server alone.
 constexpr unsigned long kMostTries = 3;
 
+// A server that answers how its own worker ended has told more than a broken connection.
+constexpr unsigned long kMostCrashes = 2;
+
 // A file is given up for servers that are not ready only after this many such answers. Time alone
 // is not enough: the file may have waited for another reason.
 constexpr unsigned long kLeastUnready = 8;
@@ -127,10 +130,30 @@ SCA_TikaNextStep SCA_TikaDispatch::AfterTry(SCA_TikaTicket* ticket, SCA_TikaTryE
       server.unreadySince.reset();  // what comes back there is another process
       return ++ticket->tries < kMostTries ? SCA_TikaNextStep::TryAgain
                                           : SCA_TikaNextStep::EndAsKiller;
+    case SCA_TikaTryEnd::Busy:
+      ticket->failedServer = server.id;
+      server.unreadySince.reset();
+      return MayPause(ticket) ? SCA_TikaNextStep::TryAgain : SCA_TikaNextStep::End;
+    case SCA_TikaTryEnd::Crashed:
+      ticket->failedServer = server.id;
+      server.unreadySince.reset();
+      return ++ticket->tries < kMostCrashes && MayPause(ticket) ? SCA_TikaNextStep::TryAgain
+                                                                : SCA_TikaNextStep::End;
     case SCA_TikaTryEnd::NotBegun:
       break;
   }
   return SCA_TikaNextStep::TryAgain;
+}
+
+// Whether the pause that a server asks for ends within the time limit of the file, counted from the
+// first such answer; another server may do without it.
+bool SCA_TikaDispatch::MayPause(SCA_TikaTicket* ticket) {
+  const std::chrono::milliseconds limit(terms_.limits.fileMs);
+  const Clock::time_point now = Clock::now();
+  if (!ticket->busySince) ticket->busySince = now;
+  const auto waited = now - *ticket->busySince;
+  return limit.count() == 0 || waited + std::chrono::milliseconds(ticket->pauseMs) < limit ||
+         (waited < limit && HasOther(*ticket, ticket->server->id));
 }
 
 // Whether a server that is coming up may yet serve a request, or another one can.

@@ -47,8 +47,11 @@ using SCA_TikaPrepareServer = int (*)(SCA_TikaClient* client, SCA_Event* stop, v
 /// reached. A file that breaks these two connections too ends as `ServersDied`; its neighbours
 /// are extracted.
 ///
-/// A server that answers 404 or 503 is starting: its file goes to another one, or waits. A refused
-/// file, a timeout and any other failure answer are final.
+/// A server that answers 404, or 503 without saying when to ask again, is starting: its file goes
+/// to another one, or waits. One that answers 429 is busy: the file waits as long as the server
+/// says (Retry-After; a second when it does not), or goes to another one. This is no try, and lasts
+/// at most as long as the time limit of a file. After 503 with Retry-After the file has one more
+/// try. A refused file, 413 included, a timeout and any other failure answer are final.
 ///
 /// Threads: any thread may call any operation except the destructor. A limit of the settings may
 /// change at any time; texts and services are copied when the dispatcher is made.

@@ -96,6 +96,8 @@ struct SCA_TikaTicket {
   unsigned long unready = 0;                      // how many such answers there were
   SCA_TikaServerShare* server = nullptr;          // that serves it, or that a suspect has claimed
   unsigned long failedServer = kNoServer;         // on which it broke last
+  std::optional<Clock::time_point> busySince;     // the first answer of a server busy with others
+  unsigned long pauseMs = 0;                      // that the last answer asked for; of a try
 };
 
 #endif  // SCA_PRODUCT_SCA_TIKATICKET_H

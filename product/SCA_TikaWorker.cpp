@@ -14,8 +14,13 @@ namespace {
 constexpr unsigned long kFirstHttpCode = 200;
 constexpr unsigned long kFirstRefusal = 400;
 constexpr unsigned long kNotFound = 404;
+constexpr unsigned long kTooLarge = 413;
+constexpr unsigned long kTooManyRequests = 429;
 constexpr unsigned long kFirstFailure = 500;
 constexpr unsigned long kUnavailable = 503;
+
+// Before a server that is busy is asked again, when it does not say when.
+constexpr unsigned long kBusyPauseMs = 1000;
 
 // A lower limit for all delays: a server that is down must not be asked without a pause.
 constexpr unsigned long kLeastDelayMs = 5;
@@ -27,7 +32,8 @@ bool IsComingUp(unsigned long code) {
 
 // Of the replies that arrive before the upload is complete those that are about the file.
 bool IsRefusal(unsigned long code) {
-  return code >= kFirstRefusal && code < kFirstFailure && !IsComingUp(code);
+  return code >= kFirstRefusal && code < kFirstFailure && !IsComingUp(code) &&
+         code != kTooManyRequests;
 }
 
 // What is not an error of the system is one that the server's answer showed.
@@ -35,7 +41,16 @@ bool IsAnswer(unsigned long code) {
   return code >= kFirstHttpCode && code != SCA_ErrorCancelled;
 }
 
-SCA_TikaTryEnd Classify(const SCA_TikaVerdict& verdict, unsigned long refusalCode) {
+// @param refusalCode  Of an answer that came before the file had been read; 0 for none.
+// @param retryAfterS  As a client tells it. A server that is starting does not say when it is
+// ready.
+SCA_TikaTryEnd Classify(const SCA_TikaVerdict& verdict, unsigned long refusalCode,
+                        long retryAfterS) {
+  const unsigned long code = refusalCode != 0 ? refusalCode : verdict.code;
+  if (verdict.outcome == SCA_TikaOutcome::ServerFailed) {
+    if (code == kTooManyRequests) return SCA_TikaTryEnd::Busy;
+    if (code == kUnavailable && retryAfterS >= 0) return SCA_TikaTryEnd::Crashed;
+  }
   if (verdict.outcome == SCA_TikaOutcome::ConnectionBroken) return SCA_TikaTryEnd::Broken;
   if (verdict.outcome == SCA_TikaOutcome::Cancelled) return SCA_TikaTryEnd::Cancelled;
   return IsComingUp(verdict.code) || IsComingUp(refusalCode) ? SCA_TikaTryEnd::NotReady
@@ -98,9 +113,13 @@ bool SCA_TikaWorker::IsServer(const char* hostName, unsigned short port) const {
 
 void SCA_TikaWorker::Run() {
   while (stop_.Wait(0) == 0) {
-    if (!IsReady() && !MakeReady(proof_)) {
-      WaitBeforeNextTry();
-      continue;
+    if (!IsReady()) {
+      // A connection that the server has closed may be that of a process which is gone.
+      if (client_ != nullptr && client_->IsConnected() != 0) client_->SetServerVersion({});
+      if (!MakeReady(proof_)) {
+        WaitBeforeNextTry();
+        continue;
+      }
     }
     if (SCA_TikaTicket* ticket = workplace_->Take(this)) {
       if (!Serve(ticket)) WaitBeforeNextTry();
@@ -172,6 +191,8 @@ bool SCA_TikaWorker::Answers(Proof proof, unsigned long* error) {
 // Replaces the client when there is none that can be trusted.
 bool SCA_TikaWorker::RenewClient(unsigned long* error) {
   if (client_ != nullptr && client_->IsValid() != 0) return true;
+  const SCA_TikaVersion version =
+      client_ != nullptr ? client_->GetServerVersion() : SCA_TikaVersion();
   client_.reset(new (std::nothrow)
                     SCA_TikaClient(workplace_->Terms().settings, hostName_.c_str(), port_));
   if (client_ == nullptr || client_->IsValid() == 0 || client_->InitDataBuffer() == 0) {
@@ -179,6 +200,7 @@ bool SCA_TikaWorker::RenewClient(unsigned long* error) {
     *error = ENOMEM;
     return false;
   }
+  client_->SetServerVersion(version);
   client_->SetServiceId(serviceId_);
   client_->SetCancelEvent(&stop_);
   return true;
@@ -214,7 +236,11 @@ bool SCA_TikaWorker::Serve(SCA_TikaTicket* ticket) {
   }
   Delivery delivery{ticket->request->GetSink(), workplace_->Terms().limits.textBytes};
   SCA_TikaVerdict verdict = Extract(ticket, &delivery);
-  const SCA_TikaTryEnd end = Classify(verdict, delivery.refusalCode);
+  const long retryAfterS = client_->GetRetryAfter();
+  const SCA_TikaTryEnd end = Classify(verdict, delivery.refusalCode, retryAfterS);
+  const bool mustPause = end == SCA_TikaTryEnd::Busy || end == SCA_TikaTryEnd::Crashed;
+  ticket->pauseMs = retryAfterS < 0 ? kBusyPauseMs : static_cast<unsigned long>(retryAfterS) * 1000;
+  const unsigned long pauseMs = mustPause ? ticket->pauseMs : 0;
   if (end == SCA_TikaTryEnd::Final) delayMs_ = workplace_->Terms().limits.firstDelayMs;
   if (end == SCA_TikaTryEnd::Broken) proof_ = Proof::Answer;
   SCA_TikaNextStep next = workplace_->EndTry(ticket, end);
@@ -225,6 +251,7 @@ bool SCA_TikaWorker::Serve(SCA_TikaTicket* ticket) {
   switch (next) {
     case SCA_TikaNextStep::TryAgain:
       workplace_->TryAgain(ticket);
+      Pause(pauseMs);
       return end != SCA_TikaTryEnd::NotReady;
     case SCA_TikaNextStep::EndOverdue:
       verdict =
@@ -238,7 +265,15 @@ bool SCA_TikaWorker::Serve(SCA_TikaTicket* ticket) {
       break;
   }
   workplace_->Finish(ticket, verdict);
+  Pause(pauseMs);
   return end != SCA_TikaTryEnd::NotReady;
+}
+
+// Leaves the server alone for as long as it has asked for; a file's time limit bounds what it can
+// ask for. Other workers may find that it is free again before.
+void SCA_TikaWorker::Pause(unsigned long pauseMs) {
+  const unsigned long limit = workplace_->Terms().limits.fileMs;
+  if (pauseMs != 0) stop_.Wait(limit != 0 ? std::min(pauseMs, limit) : pauseMs);
 }
 
 // One try, and how the request ends if it is the last.
@@ -261,7 +296,13 @@ SCA_TikaVerdict SCA_TikaWorker::Extract(SCA_TikaTicket* ticket, Delivery* delive
   if (isExtracted) return SCA_TikaVerdict::Make(SCA_TikaOutcome::Extracted, 0, nullptr, "");
   // The connection may hold half an exchange; the next file gets a new one.
   client_->Disconnect();
-  return Judge(*delivery, error);
+  SCA_TikaVerdict verdict = Judge(*delivery, error);
+  const bool isAnswered = verdict.outcome == SCA_TikaOutcome::Refused ||
+                          verdict.outcome == SCA_TikaOutcome::ServerFailed;
+  if (isAnswered && client_->GetServerMessage()[0] != '\0') {
+    verdict.Tell(": ").Tell(client_->GetServerMessage());
+  }
+  return verdict;
 }
 
 int SCA_TikaWorker::Send(const SCA_TikaExtractRequest& request, Delivery* delivery,
@@ -304,7 +345,7 @@ SCA_TikaVerdict SCA_TikaWorker::Judge(const Delivery& delivery, unsigned long er
         .Tell(" before it had read the file");
   }
   if (error == SCA_ErrorOptionRefused) return RefusedOptions();
-  if (error == SCA_ErrorTika422)
+  if (error == SCA_ErrorTika422 || error == kTooLarge)
     return SCA_TikaVerdict::Make(Outcome::Refused, error, name_.c_str());
   // A failure that left the client valid came from the file.
   if (client_->IsValid() != 0) return SCA_TikaVerdict::Make(Outcome::FileFailed, error, nullptr);

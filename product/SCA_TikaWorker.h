@@ -27,6 +27,8 @@ enum class SCA_TikaTryEnd {
   Final,      ///< of the file: how it ended is known
   Cancelled,  ///< of its requester, or of its time limit
   NotReady,   ///< of the server: it is starting
+  Busy,       ///< of the server: all that could take the file are taken, and it says until when
+  Crashed,    ///< of either: the server lost what had the file, and says when to ask again
   Broken,     ///< of either: the connection broke
   NotBegun    ///< nothing: the server could not be reached for it
 };
@@ -118,6 +120,7 @@ class SCA_TikaWorker {
   bool Serve(SCA_TikaTicket* ticket);
   SCA_TikaVerdict Extract(SCA_TikaTicket* ticket, Delivery* delivery);
   SCA_TikaVerdict Judge(const Delivery& delivery, unsigned long error) const;
+  void Pause(unsigned long pauseMs);
   static int Deliver(const char* text, unsigned long length, unsigned long offset, void* context);
 
   SCA_TikaWorkplace* const workplace_;

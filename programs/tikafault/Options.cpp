@@ -54,7 +54,7 @@ std::string FaultRows(FaultEffect effect) {
 std::string Footer() {
   return kFaultRules +
          ("\nFaults after which the text still arrives:\n" + FaultRows(FaultEffect::Harmless)) +
-         "\nFaults that break the connection:\n" + FaultRows(FaultEffect::Breaks) +
+         "\nFaults after which another try may bring the text:\n" + FaultRows(FaultEffect::Breaks) +
          "\nFaults after which the document has no text:\n" + FaultRows(FaultEffect::Fails) +
          kExamples;
 }
@@ -70,6 +70,9 @@ void DefineServers(CLI::App* app, Options* options) {
       ->check(CLI::Range(1U, kMaxServers))
       ->capture_default_str()
       ->type_name("N");
+  app->add_option("--tika", options->version, "Version of Tika to imitate")
+      ->capture_default_str()
+      ->type_name("VERSION");
   app->add_flag("--restart", options->restart, "Restart servers that die");
   app->add_option_function<int>(
          "--down", [options](int ms) { options->down = std::chrono::milliseconds(ms); },

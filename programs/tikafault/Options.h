@@ -19,6 +19,7 @@ struct Options {
   std::string address = "127.0.0.1";
   unsigned short port = 9998;
   unsigned servers = 1;
+  std::string version = "3.3.2";  ///< of Tika
   bool restart = false;
   std::chrono::milliseconds down{100};
   std::chrono::milliseconds comingUp{0};

@@ -85,6 +85,7 @@ FaultServerOptions ServerOptions(const Options& options, const FaultPlan& plan,
   server.address = options.address;
   server.port = port;
   server.plan = plan;
+  server.version = "Apache Tika " + options.version;
   server.die = [] { ::kill(::getpid(), SIGKILL); };
   server.chunkSize = options.chunkSize;
   server.maxDocument = options.maxDocumentMb << 20;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
 
 #include "client/SCA_TikaRequestHead.h"
 #include "platform/SCA_Error.h"
@@ -180,6 +181,48 @@ TEST(Options, WholeRequestsByVersionAndContent) {
       plain.client.SetServerVersion(Version(row.version));
       EXPECT_EQ(plain.Extract(variant).text, "text");
       EXPECT_EQ(plain.script.sent, sent) << variant;
+    }
+  }
+}
+
+TEST(ServerMessage, IsReadOnceBoundedAndLeavesTheConnectionUsable) {
+  struct Row {
+    const char* fields;
+    std::string body;
+    std::string message;
+    long retryAfter;
+    bool isUsable;
+  };
+  const std::string kLong(3000, 'x');
+  const Row kRows[] = {
+      {"", R"({"status":"CRASH","message":"it \u0000 \"broke\"\r\n"})", "it   \"broke\"  ", -1,
+       true},
+      {"Retry-After: 5\r\n", R"({"status":"CRASH"})", "CRASH", 5, true},
+      {"Retry-After: soon\r\n", R"({"message":17})", "17", -1, true},
+      {"Retry-After: 99999999999999999999\r\n", "[1,", "", 1000000000, true},
+      {"", "", "", -1, true},
+      {"", "{\"message\":\"" + kLong + "\"}", kLong.substr(0, 255), -1, true},
+      {"", std::string(4097, ' '), "", -1, false},
+      {"Content-Encoding: gzip\r\n", R"({"message":"no"})", "", -1, true},
+  };
+  for (const Row& row : kRows) {
+    const std::string reply =
+        std::string("HTTP/1.1 422 No\r\nContent-Type: application/json; charset=utf-8\r\n") +
+        row.fields + "Content-Length: " + std::to_string(row.body.size()) + "\r\n\r\n" + row.body;
+    for (const std::size_t piece : {std::size_t{100}, reply.size()}) {
+      ClientHarness harness(InPieces(reply, piece));
+      EXPECT_EQ(harness.Extract(3).error, SCA_ErrorTika422);
+      EXPECT_EQ(harness.client.GetServerMessage(), row.message) << reply;
+      EXPECT_EQ(harness.client.GetRetryAfter(), row.retryAfter) << reply;
+      EXPECT_TRUE(harness.reports.All().empty());
+    }
+    ClientHarness harness({reply, ChunkedReply("next", 4)});
+    EXPECT_EQ(harness.Extract(3).error, SCA_ErrorTika422);
+    if (row.isUsable && row.body.size() > 0) {
+      EXPECT_EQ(harness.Extract(3).text, "next") << reply;
+      EXPECT_STREQ(harness.client.GetServerMessage(), "") << "of the last extraction";
+    } else if (!row.isUsable) {
+      EXPECT_EQ(harness.Extract(3).error, static_cast<unsigned long>(EPROTO)) << reply;
     }
   }
 }

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <functional>
@@ -341,6 +342,106 @@ TEST_F(Dispatcher, ServerThatIsComingUpCostsNoFileAndOneThatNeverIsReadyIsGivenU
 }
 
 // A file that waited long for its server has as much time as any other.
+TEST_F(Dispatcher, ServerThatSaysWhenToAskAgainIsAskedThen) {
+  FaultServerOptions options;
+  options.version = "Apache Tika 4.0.0";
+  Tika tika(memory_, options);
+  limits_.fileMs = 20000;
+  AddServer(tika.Port());
+  struct Row {
+    const char* fault;
+    Outcome outcome;
+    unsigned long tries;
+    int documents;  // that the server had
+    int leastMs;
+    const char* cause;
+  };
+  const char* const busy = "HTTP 429: no worker for the document";
+  const char* const crash = "HTTP 503: no worker for the document";
+  const Row rows[] = {
+      {"busy=0,tries=4", Outcome::Extracted, 1, 5, 0, ""},
+      {"busy=1,tries=1", Outcome::Extracted, 1, 2, 1000, ""},
+      {"crash=1,tries=1", Outcome::Extracted, 2, 2, 1000, ""},
+      {"crash=0", Outcome::ServerFailed, 2, 2, 0, crash},
+      {"status=413", Outcome::Refused, 1, 1, 0, "HTTP 413: what went wrong"},
+      {"status=422", Outcome::Refused, 1, 1, 0, "what went wrong"},
+      // Longer than the file may take.
+      {"busy=21", Outcome::ServerFailed, 0, 1, 0, busy},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.fault);
+    tika.documents = 0;
+    const Stopwatch watch;
+    const Request request(Marked(row.fault));
+    EXPECT_EQ(Extract(request), row.outcome) << request->GetCause();
+    EXPECT_EQ(request->GetTries(), row.tries);
+    EXPECT_EQ(tika.documents, row.documents);
+    EXPECT_GE(watch.Ms(), row.leastMs);
+    EXPECT_NE(std::string(request->GetCause()).find(row.cause), std::string::npos)
+        << request->GetCause();
+  }
+  // The server is left alone now, and that is no reason to wait for its worker.
+  const Request waiting(good_);
+  EXPECT_EQ(Submit(waiting), 0U);
+  EXPECT_TRUE(RemoveServer(tika.Port()));
+}
+
+TEST_F(Dispatcher, OptionsAreFollowedByTheServersVersion) {
+  FaultServerOptions four;
+  four.version = "Apache Tika 4.0.0";
+  const Tika tikas[] = {Tika(memory_), Tika(memory_, four)};
+  AddServer(tikas[0].Port());
+  const std::string text = TextOf("a good document");
+  struct Row {
+    SCA_TikaContent content;
+    const char* password;
+    std::array<const char*, 2> got;  // by the server's line; null: refused
+    unsigned long ignoredByFour;
+  };
+  using Content = SCA_TikaContent;
+  const std::string json = R"([{"Content-Type":"text/plain","X-TIKA:content":")" + text + "\"}]";
+  const std::string markdown = "# " + text;
+  const Row rows[] = {
+      {Content::Text, "", {text.c_str(), text.c_str()}, SCA_TikaOptionOcr},
+      {Content::Text, "se cret", {text.c_str(), nullptr}, 0},
+      {Content::Markdown, "", {markdown.c_str(), markdown.c_str()}, SCA_TikaOptionOcr},
+      {Content::Metadata, "", {json.c_str(), json.c_str()}, SCA_TikaOptionOcr},
+  };
+  for (const std::size_t server : {0, 1}) {
+    if (server == 1) {
+      EXPECT_TRUE(RemoveServer(tikas[0].Port()));
+      AddServer(tikas[1].Port());
+    }
+    for (const Row& row : rows) {
+      SCA_TikaRequestOptions options;
+      options.content = row.content;
+      options.password = row.password;
+      options.ocr = SCA_TikaOcr::None;
+      Request request(good_);
+      request.request.reset(new SCA_TikaExtractRequest(good_.c_str(), "pdf", "Default",
+                                                       request.sink = new Collector, options));
+      const bool isRefused = row.got[server] == nullptr;
+      EXPECT_EQ(Extract(request), isRefused ? Outcome::OptionRefused : Outcome::Extracted)
+          << request->GetCause();
+      EXPECT_EQ(request.sink->text, isRefused ? "" : row.got[server]);
+      if (isRefused) {
+        EXPECT_EQ(request->GetCause(), "127.0.0.1:" + std::to_string(tikas[1].Port()) +
+                                           ": Tika 4.0.0 cannot follow this option of a request: "
+                                           "password");
+      }
+      EXPECT_EQ(request->GetIgnoredOptions() & (isRefused ? 0 : ~0UL),
+                server == 1 ? row.ignoredByFour : 0);
+      options.contentType = "\n";
+      const SCA_Owned<SCA_TikaExtractRequest> invalid(
+          new SCA_TikaExtractRequest(good_.c_str(), "pdf", "Default", new Collector, options));
+      unsigned long error = 0;
+      EXPECT_EQ(Dispatch().Submit(invalid.get(), 0, &error), 0);
+      EXPECT_EQ(error, SCA_ErrorOptionInvalid);
+    }
+    EXPECT_EQ(Extract(Request(good_)), Outcome::Extracted);
+  }
+}
+
 TEST_F(Dispatcher, TimeLimitBeginsAnewWithEachTry) {
   limits_.fileMs = 500;
   limits_.fileMsPerMiB = 0;
