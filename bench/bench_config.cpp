@@ -30,7 +30,7 @@ struct Goal {
   double json;
 };
 constexpr Goal kWriteGoal{1 / 1.7, 1 / 5.0};
-constexpr Goal kReadGoal{1 / 2.2, 1 / 3.0};
+constexpr Goal kReadGoal{0.4, 1 / 3.0};
 
 void AddMessages(SCA_ConfigObj* root) {
   for (unsigned int id = 0; id < 500; ++id) {

@@ -20,7 +20,7 @@ constexpr char kOurs[] = "SCA_TikaLog";
 constexpr char kSpdlog[] = "spdlog ring buffer";
 constexpr char kByHand[] = "by hand";
 constexpr double kMessageLimit = 1.3;
-constexpr double kSerializeLimit = 1.2;
+constexpr double kSerializeLimit = 1;
 constexpr char kLine[] = "INFO  [main] 12:00:00,123 org.apache.tika.server.core.TikaServerProcess";
 
 // Ours as a multiple of the other's processor time.

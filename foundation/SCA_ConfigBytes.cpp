@@ -7,6 +7,7 @@
 #include <new>
 
 #include "foundation/SCA_ConfigStream.h"
+#include "foundation/SCA_NewField.h"
 #include "platform/SCA_Error.h"
 #include "platform/SCA_Result.h"
 
@@ -121,21 +122,6 @@ class Writer {
   unsigned long members_ = 0;
 };
 
-// The first byte that is 0x00 or 0x01, or the end. Eight at a time: with its lowest bit cleared
-// such a byte is 0, and only such a byte borrows into its highest bit, or one above it.
-const char* FindMark(const char* at, const char* end) {
-  constexpr std::uint64_t kLow = 0x0101010101010101;
-  constexpr std::uint64_t kHigh = 0x8080808080808080;
-  for (; end - at >= 8; at += 8) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, at, sizeof word);
-    word &= ~kLow;
-    if (((word - kLow) & ~word & kHigh) != 0) break;
-  }
-  while (at != end && static_cast<unsigned char>(*at) > 1) ++at;
-  return at;
-}
-
 }  // namespace
 
 char* SCA_PutRecord(char* at, const SCA_Field& field) {
@@ -239,7 +225,7 @@ SCA_ConfigReader::Step SCA_ConfigReader::TakeRecord(const char* start) {
     isComplete_ = depth_ == 0;
     return Step::Taken;
   }
-  Text name;
+  std::string_view name;
   const Step step = TakeText(SCA_MaxFieldName, "a name is longer than 10240 bytes", &name);
   if (step != Step::Taken) return step;
   if (current_ != nullptr && members_ >= SCA_MaxConfigMembers) {
@@ -254,46 +240,40 @@ SCA_ConfigReader::Step SCA_ConfigReader::TakeRecord(const char* start) {
 
 // A text and the separator after it.
 SCA_ConfigReader::Step SCA_ConfigReader::TakeText(std::size_t limit, const char* tooLong,
-                                                  Text* text) {
+                                                  std::string_view* text) {
   const auto left = static_cast<std::size_t>(end_ - at_);
-  const char* mark = FindMark(at_, at_ + std::min(left, limit + 1));
-  text->data = at_;
-  text->length = static_cast<std::size_t>(mark - at_);
-  if (text->length > limit) return Fail(SCA_ErrorInvalidData, tooLong, at_);
+  const char* mark = SCA_FindFieldMark(at_, at_ + std::min(left, limit + 1));
+  *text = {at_, static_cast<std::size_t>(mark - at_)};
+  if (text->size() > limit) return Fail(SCA_ErrorInvalidData, tooLong, at_);
   if (mark == end_) return OutOfBytes(end_);
   if (*mark == '\0') return Fail(SCA_ErrorInvalidData, "a zero byte stands in a text", mark);
   at_ = mark + 1;
   return Step::Taken;
 }
 
-SCA_ConfigReader::Step SCA_ConfigReader::TakeField(const Text& name) {
-  Text value;
+SCA_ConfigReader::Step SCA_ConfigReader::TakeField(std::string_view name) {
+  std::string_view value;
   const Step step = TakeText(SCA_MaxFieldValue, "a value is longer than 20480 bytes", &value);
   if (step != Step::Taken) return step;
-  SCA_Owned<SCA_Field> field(new (std::nothrow) SCA_Field(current_));
-  if (field == nullptr ||
-      SCA_Field::Assign(&field->name_, &field->hasName_, name.data, name.length) == 0 ||
-      SCA_Field::Assign(&field->value_, &field->hasValue_, value.data, value.length) == 0) {
-    return Fail(ENOMEM, "there is no memory for a field", name.data);
-  }
-  current_->GetFields().AddItemToTail(field.release());
+  // The two lie as they are to be kept, with their separator between them.
+  const std::string_view texts(name.data(), name.size() + 1 + value.size());
+  SCA_Field* const field = SCA_NewField::Plain(current_, texts, name.size());
+  if (field == nullptr) return Fail(ENOMEM, "there is no memory for a field", name.data());
+  current_->GetFields().AddItemToTail(field);
   ++members_;
   followsField_ = true;
   return Step::Taken;
 }
 
-SCA_ConfigReader::Step SCA_ConfigReader::BeginObject(const Text& name) {
-  SCA_Owned<SCA_ConfigObj> child(
-      current_ != nullptr ? new (std::nothrow) SCA_ConfigObj("", current_) : nullptr);
-  SCA_ConfigObj* object = current_ != nullptr ? child.get() : root_;
-  if (object == nullptr ||
-      SCA_Field::Assign(&object->name_, &object->hasName_, name.data, name.length) == 0) {
-    return Fail(ENOMEM, "there is no memory for an object", name.data);
-  }
-  if (current_ != nullptr) {
-    current_->GetFields().AddItemToTail(child.release());
+SCA_ConfigReader::Step SCA_ConfigReader::BeginObject(std::string_view name) {
+  SCA_ConfigObj* object = root_;
+  if (current_ == nullptr) {
+    if (SCA_NewField::Rename(root_, name) == 0) object = nullptr;
+  } else if ((object = SCA_NewField::Object(current_, name)) != nullptr) {
+    current_->GetFields().AddItemToTail(object);
     ++members_;
   }
+  if (object == nullptr) return Fail(ENOMEM, "there is no memory for an object", name.data());
   current_ = object;
   ++depth_;
   followsField_ = false;

@@ -8,6 +8,7 @@
 
 #include "foundation/SCA_ConfigBytes.h"
 #include "foundation/SCA_ConfigFile.h"
+#include "foundation/SCA_NewField.h"
 #include "platform/SCA_Report.h"
 #include "platform/SCA_Result.h"
 #include "platform/SCA_Text.h"
@@ -52,15 +53,28 @@ int SCA_ConfigObj::Link(SCA_Field* member, int setParent) {
 }
 
 SCA_ConfigObj* SCA_ConfigObj::AddConfigObj(const char* name) {
-  SCA_Owned<SCA_ConfigObj> object(new (std::nothrow) SCA_ConfigObj(name, this));
-  if (object == nullptr || object->IsValid() == 0) return nullptr;
-  return Link(object.get(), 1) != 0 ? object.release() : nullptr;
+  const std::size_t length = name != nullptr ? std::strlen(name) : 0;
+  if (name == nullptr || !SCA_IsStorable(name, length, SCA_MaxFieldName)) {
+    const SCA_ConfigObj refused(name, nullptr);  // and reported
+    return nullptr;
+  }
+  SCA_ConfigObj* const object = SCA_NewField::Object(this, {name, length});
+  if (object != nullptr) fields_.AddItemToTail(object);
+  return object;
 }
 
 int SCA_ConfigObj::AddField(const char* name, const char* value, int checkDuplicate) {
-  SCA_Owned<SCA_Field> field(new (std::nothrow) SCA_Field(name, this));
+  // What can be stored is copied once; the field itself tells of the rest.
+  const std::size_t nameLength = name != nullptr ? std::strlen(name) : 0;
+  const std::size_t valueLength = value != nullptr ? std::strlen(value) : 0;
+  const bool isStorable = name != nullptr && value != nullptr &&
+                          SCA_IsStorable(name, nameLength, SCA_MaxFieldName) &&
+                          SCA_IsStorable(value, valueLength, SCA_MaxFieldValue);
+  SCA_Owned<SCA_Field> field(
+      isStorable ? SCA_NewField::Plain(this, {name, nameLength}, {value, valueLength})
+                 : new (std::nothrow) SCA_Field(name, this));
   if (field == nullptr || field->IsValid() == 0) return 0;
-  if (value != nullptr && field->SetValue(value, std::strlen(value)) == 0) return 0;
+  if (!isStorable && value != nullptr && field->SetValue(value, valueLength) == 0) return 0;
   if (AddField(field.get(), checkDuplicate) == 0) return 0;
   static_cast<void>(field.release());
   return 1;
@@ -144,7 +158,7 @@ int SCA_ConfigObj::AddField(SCA_Field* member, int check, int setParent) {
 int SCA_ConfigObj::GetField(const char* name, char* buffer, unsigned long size) const {
   const SCA_Field* member = fields_.GetListItem(name);
   if (member == nullptr || member->type_ != SCA_FieldTypePlain || size == 0) return 0;
-  SCA_CopyText(buffer, size, member->value_.c_str(), SCA_TextFit::Cut);
+  SCA_CopyText(buffer, size, member->GetValue(), SCA_TextFit::Cut);
   return 1;
 }
 
@@ -152,9 +166,10 @@ template <class T>
 int SCA_ConfigObj::GetNumber(const char* name, T* value) const {
   const SCA_Field* member = fields_.GetListItem(name);
   if (member == nullptr) return 0;  // an object has an empty value, which is no number
-  const char* end = member->value_.data() + member->value_.size();
+  const std::string_view text = member->value_.View();
+  const char* const end = text.data() + text.size();
   Stored<T> number{};
-  const auto [last, failure] = std::from_chars(member->value_.data(), end, number);
+  const auto [last, failure] = std::from_chars(text.data(), end, number);
   if (failure != std::errc() || last != end) return 0;
   *value = number;
   return 1;
@@ -243,16 +258,13 @@ int SCA_ConfigObj::DeleteFieldByIndex(unsigned long index) {
 
 int SCA_ConfigObj::TakeContent(SCA_ConfigObj* source) {
   if (source == this) return 1;
-  if (source->hasName_ &&
-      Assign(&name_, &hasName_, source->name_.data(), source->name_.size()) == 0) {
-    return 0;
-  }
+  if (source->GetName() != nullptr && name_.Assign(source->name_.View()) == 0) return 0;
   // Aside first: the source may be one of the members that go.
   SCA_FieldList taken;
   taken.TakeAll(&source->fields_, this);
   fields_.Clear();
   fields_.TakeAll(&taken, this);
-  SetValid(hasName_ ? 1 : 0);
+  SetValid(GetName() != nullptr ? 1 : 0);
   return 1;
 }
 
@@ -260,7 +272,7 @@ int SCA_ConfigObj::TakeContent(SCA_ConfigObj* source) {
 
 int SCA_ConfigObj::CopyFrom(const SCA_Field* source) {
   const SCA_ConfigObj* object = SCA_ToConfigObj(source);
-  if (object == nullptr || !object->hasName_) return 0;
+  if (object == nullptr || object->GetName() == nullptr) return 0;
   SCA_ConfigObj copy(object->GetName(), nullptr);
   if (copy.IsValid() == 0) return 0;
   for (const SCA_Field* member = object->fields_.GetHead(); member != nullptr;

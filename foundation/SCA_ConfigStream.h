@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <string_view>
 
 #include "foundation/SCA_ConfigBytes.h"
 #include "platform/SCA_Result.h"
@@ -43,16 +44,12 @@ class SCA_ConfigReader {
 
  private:
   enum class Step { Taken, NeedsMore, Failed };
-  struct Text {
-    const char* data = nullptr;
-    std::size_t length = 0;
-  };
 
   const char* SkipSeparators();
   Step TakeRecord(const char* start);
-  Step TakeText(std::size_t limit, const char* tooLong, Text* text);
-  Step TakeField(const Text& name);
-  Step BeginObject(const Text& name);
+  Step TakeText(std::size_t limit, const char* tooLong, std::string_view* text);
+  Step TakeField(std::string_view name);
+  Step BeginObject(std::string_view name);
   Step Fail(unsigned long code, const char* text, const char* where);
   Step OutOfBytes(const char* where);
 

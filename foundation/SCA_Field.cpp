@@ -1,10 +1,13 @@
 #include "foundation/SCA_Field.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "foundation/SCA_ConfigObj.h"
 #include "foundation/SCA_ConfigStream.h"
+#include "foundation/SCA_NewField.h"
 #include "platform/SCA_Report.h"
 #include "platform/SCA_Result.h"
 
@@ -12,10 +15,8 @@ namespace {
 
 constexpr char kSource[] = "SCA_Field";
 
-bool IsStorable(const char* data, std::size_t length, std::size_t limit) {
-  return length <= limit && std::memchr(data, '\0', length) == nullptr &&
-         std::memchr(data, SCA_FieldSeparator, length) == nullptr;
-}
+// Of an empty text, which is never written.
+char nothing[] = "";
 
 // Length of the text that ends at a separator.
 // @return False when a zero byte comes first, or none within the limit.
@@ -36,43 +37,66 @@ SCA_Field::SCA_Field(const char* name, SCA_ConfigObj* parent)
     : SCA_Field(SCA_FieldTypePlain, name, parent) {}
 
 SCA_Field::SCA_Field(unsigned long type, const char* name, SCA_ConfigObj* parent)
-    : parent_(parent), type_(static_cast<std::uint32_t>(type)) {
+    : SCA_Field(type, parent) {
   SetName(name);
 }
 
 SCA_Field::~SCA_Field() = default;
 
-int SCA_Field::Assign(std::string* text, bool* isPresent, const char* data, std::size_t length) {
-  try {
-    text->assign(data, length);
-  } catch (const std::bad_alloc&) {
-    return 0;
+void* SCA_Field::operator new(std::size_t size) {
+  return ::operator new(size);
+}
+
+void* SCA_Field::operator new(std::size_t size, const std::nothrow_t& tag) noexcept {
+  return ::operator new(size, tag);
+}
+
+void SCA_Field::operator delete(void* memory) noexcept {
+  ::operator delete(memory);
+}
+
+void SCA_Field::operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
+  ::operator delete(memory);
+}
+
+int SCA_Field::Text::Assign(std::string_view text) {
+  if (text.size() >= room_ && !text.empty()) {
+    std::unique_ptr<char[]> longer(new (std::nothrow) char[text.size() + 1]);
+    if (longer == nullptr) return 0;
+    std::memcpy(longer.get(), text.data(), text.size());
+    Borrow(longer.get(), text.size());
+    own_ = std::move(longer);
+  } else if (room_ > 0) {
+    std::memmove(data_, text.data(), text.size());
+    data_[text.size()] = '\0';
+    length_ = static_cast<std::uint32_t>(text.size());
+  } else {
+    data_ = nothing;
   }
-  *isPresent = true;
   return 1;
 }
 
 int SCA_Field::SetName(const char* name) {
   const std::size_t length = name != nullptr ? std::strlen(name) : 0;
-  if (name == nullptr || !IsStorable(name, length, SCA_MaxFieldName)) {
+  if (name == nullptr || !SCA_IsStorable(name, length, SCA_MaxFieldName)) {
     return SCA_Complain(kSource, __LINE__, SCA_LevelDebug, "Invalid field name.");
   }
-  if (Assign(&name_, &hasName_, name, length) == 0) return 0;
+  if (name_.Assign({name, length}) == 0) return 0;
   SetValid(1);
   return 1;
 }
 
 int SCA_Field::SetValue(const char* data, unsigned long length) {
-  if (data != nullptr &&
-      (type_ != SCA_FieldTypePlain || !IsStorable(data, length, SCA_MaxFieldValue))) {
+  if (data == nullptr) {
+    value_ = Text();
+    return 1;
+  }
+  if (type_ != SCA_FieldTypePlain || !SCA_IsStorable(data, length, SCA_MaxFieldValue)) {
     return SCA_Complain(kSource, __LINE__, SCA_LevelDebug,
                         "SCA_Field::SetValue: a value of %lu bytes cannot be stored in %s", length,
-                        hasName_ ? name_.c_str() : "(null)");
+                        GetName() != nullptr ? GetName() : "(null)");
   }
-  if (data != nullptr) return Assign(&value_, &hasValue_, data, length);
-  std::string().swap(value_);
-  hasValue_ = false;
-  return 1;
+  return value_.Assign({data, length});
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): as deep as the tree, which is the caller's
@@ -80,7 +104,9 @@ void SCA_Field::GetPathName(char* buffer) const {
   if (parent_ != nullptr) parent_->GetPathName(buffer);
   char* end = buffer + std::strlen(buffer);
   if (parent_ != nullptr) *end++ = '/';
-  std::memcpy(end, name_.c_str(), name_.size() + 1);
+  const std::string_view name = name_.View();
+  std::copy(name.begin(), name.end(), end);
+  end[name.size()] = '\0';
 }
 
 unsigned long SCA_Field::GetDataSize() const {
@@ -107,17 +133,15 @@ unsigned long SCA_Field::GetTotalFieldCount() const {
 }
 
 int SCA_Field::CopyFrom(const SCA_Field* source) {
-  if (source->type_ != type_ || !source->hasName_) return 0;
-  try {
-    std::string name = source->name_;
-    std::string value = source->value_;
-    name_.swap(name);
-    value_.swap(value);
-  } catch (const std::bad_alloc&) {
+  if (source->type_ != type_ || source->GetName() == nullptr) return 0;
+  Text name;
+  Text value;
+  if (name.Assign(source->name_.View()) == 0 ||
+      (source->GetValue() != nullptr && value.Assign(source->value_.View()) == 0)) {
     return 0;
   }
-  hasName_ = true;
-  hasValue_ = source->hasValue_;
+  name_ = std::move(name);
+  value_ = std::move(value);
   SetValid(1);
   return 1;
 }
@@ -137,7 +161,7 @@ int SCA_Field::ReadData(const char* buffer, unsigned long* position, SCA_ConfigO
   const char* value = name + nameLength + 1;
   std::size_t valueLength = 0;
   if (!ScanText(value, SCA_MaxFieldValue, &valueLength)) return 0;
-  if (Assign(&name_, &hasName_, name, nameLength) == 0) return 0;
+  if (name_.Assign({name, nameLength}) == 0) return 0;
   if (SetValue(value, valueLength) == 0) return 0;
   const char* end = value + valueLength;
   while (*end == SCA_FieldSeparator) ++end;
@@ -148,17 +172,22 @@ int SCA_Field::ReadData(const char* buffer, unsigned long* position, SCA_ConfigO
 
 int SCA_Field::Compare(const SCA_Field* other) const {
   if (type_ != other->type_) return ReportDifference("Different field type", __LINE__);
-  if (name_ != other->name_) return ReportDifference("Different field name", __LINE__);
-  if (value_ != other->value_) return ReportDifference("Different field value", __LINE__);
+  if (name_.View() != other->name_.View())
+    return ReportDifference("Different field name", __LINE__);
+  if (value_.View() != other->value_.View())
+    return ReportDifference("Different field value", __LINE__);
   // Equal texts differ in length only when one is empty and the other is not there at all.
-  if (hasName_ != other->hasName_) return ReportDifference("Different name length", __LINE__);
-  if (hasValue_ != other->hasValue_) return ReportDifference("Different value length", __LINE__);
+  if (name_.Size() != other->name_.Size())
+    return ReportDifference("Different name length", __LINE__);
+  if (value_.Size() != other->value_.Size())
+    return ReportDifference("Different value length", __LINE__);
   return 1;
 }
 
 SCA_Field* SCA_Field::Clone() const {
-  SCA_Owned<SCA_Field> copy(new (std::nothrow) SCA_Field("Field", nullptr));
-  if (copy == nullptr || copy->CopyFrom(this) == 0) return nullptr;
+  if (GetName() == nullptr) return nullptr;
+  SCA_Owned<SCA_Field> copy(SCA_NewField::Plain(nullptr, name_.View(), value_.View()));
+  if (copy != nullptr && GetValue() == nullptr) copy->SetValue(nullptr, 0);
   return copy.release();
 }
 

@@ -4,7 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
+#include <memory>
+#include <new>
+#include <string_view>
 
 #include "platform/SCA_Object.h"
 
@@ -34,17 +36,22 @@ class SCA_API SCA_Field : public SCA_Object {
   /// @param parent  The object whose member it is to be, or null. Does not link the field.
   SCA_Field(const char* name, SCA_ConfigObj* parent);
   ~SCA_Field() override;
+  /// Deleting does not count on the object's size: its texts may follow it in the same memory.
+  static void* operator new(std::size_t size);
+  static void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept;
+  static void operator delete(void* memory) noexcept;
+  static void operator delete(void* memory, const std::nothrow_t& tag) noexcept;
   SCA_Field(const SCA_Field&) = delete;
   SCA_Field& operator=(const SCA_Field&) = delete;
 
   unsigned long GetType() const { return type_; }
   /// @return The name, or null when there is none. Valid until it changes.
-  const char* GetName() const { return hasName_ ? name_.c_str() : nullptr; }
+  const char* GetName() const { return name_.Get(); }
   /// @return The value, or null when there is none. Valid until it changes.
-  const char* GetValue() const { return hasValue_ ? value_.c_str() : nullptr; }
+  const char* GetValue() const { return value_.Get(); }
   /// @return Bytes with the terminating zero; 0 without a name or a value.
-  unsigned long GetNameLength() const { return hasName_ ? name_.size() + 1 : 0; }
-  unsigned long GetValueLength() const { return hasValue_ ? value_.size() + 1 : 0; }
+  unsigned long GetNameLength() const { return name_.Size(); }
+  unsigned long GetValueLength() const { return value_.Size(); }
   /// Neighbours in the list that holds this member; null at its ends.
   SCA_Field* GetNext() const { return next_; }
   SCA_Field* GetPrev() const { return prev_; }
@@ -107,24 +114,47 @@ class SCA_API SCA_Field : public SCA_Object {
   int SetName(const char* name);
 
  private:
-  friend class SCA_ConfigObj;     // renames, and sets parents
-  friend class SCA_ConfigReader;  // makes fields of bytes that it has checked itself
-  friend class SCA_FieldList;     // links members
+  friend class SCA_ConfigObj;  // renames, and sets parents
+  friend class SCA_FieldList;  // links members
+  friend class SCA_NewField;   // makes fields that have room for their texts
 
-  // Nameless, for the reader of bytes.
-  explicit SCA_Field(SCA_ConfigObj* parent) : parent_(parent), type_(SCA_FieldTypePlain) {
-    SetValid(1);
-  }
-  static int Assign(std::string* text, bool* isPresent, const char* data, std::size_t length);
+  // A text with its terminating zero, or none. It lies in memory of its own, or in what the maker
+  // of the field has put after it.
+  class Text {
+   public:
+    const char* Get() const { return data_; }
+    std::string_view View() const { return {data_, length_}; }
+    unsigned long Size() const { return data_ != nullptr ? length_ + 1UL : 0; }
 
+    // The data may be a part of the old text. @return 0 without memory, with the old text kept.
+    int Assign(std::string_view text);
+    // Takes a text that is about to be written there, except for its zero.
+    // @param room  For one byte more than the length; outlives the text.
+    void Borrow(char* room, std::size_t length) {
+      data_ = room;
+      data_[length] = '\0';
+      length_ = static_cast<std::uint32_t>(length);
+      room_ = length_ + 1;
+    }
+    char* Data() { return data_; }
+
+   private:
+    char* data_ = nullptr;
+    std::uint32_t length_ = 0;
+    std::uint32_t room_ = 0;  // bytes that may be written there
+    std::unique_ptr<char[]> own_;
+  };
+
+  // Nameless, for makers of fields.
+  SCA_Field(unsigned long type, SCA_ConfigObj* parent)
+      : type_(static_cast<std::uint32_t>(type)), parent_(parent) {}
+
+  std::uint32_t type_;
   SCA_Field* next_ = nullptr;
   SCA_Field* prev_ = nullptr;
   SCA_ConfigObj* parent_;
-  std::uint32_t type_;
-  bool hasName_ = false;
-  bool hasValue_ = false;
-  std::string name_;
-  std::string value_;
+  Text name_;
+  Text value_;
 };
 
 /// @return The member as an object, or null when it is null or a plain field. Ask this before using

@@ -55,25 +55,25 @@ void SCA_FieldList::TakeAll(SCA_FieldList* other, SCA_ConfigObj* parent) {
 }
 
 int SCA_FieldList::AddItemToHead(SCA_Field* item) {
-  if (item == nullptr || !item->hasName_) return 0;
+  if (item == nullptr || item->GetName() == nullptr) return 0;
   Link(item, head_);
   return 1;
 }
 
 int SCA_FieldList::AddItemToTail(SCA_Field* item) {
-  if (item == nullptr || !item->hasName_) return 0;
+  if (item == nullptr || item->GetName() == nullptr) return 0;
   Link(item, nullptr);
   return 1;
 }
 
 int SCA_FieldList::InsertItemBefore(SCA_Field* item, SCA_Field* place) {
-  if (item == nullptr || !item->hasName_ || place == nullptr) return 0;
+  if (item == nullptr || item->GetName() == nullptr || place == nullptr) return 0;
   Link(item, place);
   return 1;
 }
 
 int SCA_FieldList::InsertItemAfter(SCA_Field* item, SCA_Field* place) {
-  if (item == nullptr || !item->hasName_ || place == nullptr) return 0;
+  if (item == nullptr || item->GetName() == nullptr || place == nullptr) return 0;
   Link(item, place->next_);
   return 1;
 }
@@ -86,7 +86,7 @@ int SCA_FieldList::GetItem(const char* name, SCA_Field** item) const {
 SCA_Field* SCA_FieldList::GetListItem(const char* name) const {
   if (name == nullptr) return nullptr;
   SCA_Field* item = head_;
-  while (item != nullptr && std::strcmp(item->name_.c_str(), name) != 0) item = item->next_;
+  while (item != nullptr && std::strcmp(item->GetName(), name) != 0) item = item->next_;
   return item;
 }
 

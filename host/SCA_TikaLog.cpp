@@ -6,8 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <string_view>
 
 #include "foundation/SCA_ConfigFile.h"
+#include "foundation/SCA_NewField.h"
 #include "host/SCA_TikaServer.h"
 #include "platform/SCA_File.h"
 #include "platform/SCA_Report.h"
@@ -71,14 +73,33 @@ char* Append(char* to, const char* text) {
   return to + length;
 }
 
-// Gives the length. By hand: this is most of what sending a log takes beside the copies.
-unsigned long WriteValue(const tagSCA_ERROR_DESCR& message, char (&value)[kLineSize]) {
-  char* end = std::to_chars(value, value + sizeof value, message.level).ptr;
-  for (const char* word : {message.date, message.time, message.text}) {
+// Adds a member whose name is the id, and whose value is written where it is kept: this is most of
+// what sending a log takes.
+bool AddMember(SCA_ConfigObj* object, unsigned long id, const tagSCA_ERROR_DESCR& message) {
+  char digits[2][24];
+  const auto write = [](char* to, unsigned long number) {
+    return static_cast<std::size_t>(std::to_chars(to, to + sizeof digits[0], number).ptr - to);
+  };
+  const std::size_t nameLength = write(digits[0], id);
+  const std::size_t levelLength = write(digits[1], message.level);
+  const std::string_view words[] = {message.date, message.time, message.text};
+  std::size_t length = levelLength;
+  for (const std::string_view word : words) length += 1 + word.size();
+  char* name = nullptr;
+  char* value = nullptr;
+  SCA_Owned<SCA_Field> field(SCA_NewField::Plain(object, nameLength, length, &name, &value));
+  if (field == nullptr) return false;
+  std::memcpy(name, digits[0], nameLength);
+  std::memcpy(value, digits[1], levelLength);
+  char* end = value + levelLength;
+  for (const std::string_view word : words) {
     *end++ = ' ';
-    end = Append(end, word);
+    std::memcpy(end, word.data(), word.size());
+    end += word.size();
   }
-  return static_cast<unsigned long>(end - value);
+  // Records are handed out, and may have been written to.
+  if (std::memchr(value, SCA_FieldSeparator, length) != nullptr) return false;
+  return object->AddField(field.release()) != 0;
 }
 
 void WriteLine(const tagSCA_ERROR_DESCR& message, char (&line)[kLineSize]) {
@@ -340,12 +361,7 @@ int SCA_TikaLog::Serialize(SCA_ConfigObj* object, unsigned long back, unsigned l
   const bool takesAll = Narrow(back) < messages_.Count() || Narrow(afterId) == SCA_NoItemId;
   for (const Node* node = FirstOfRun(Narrow(back)); node != nullptr; node = node->GetNext()) {
     if (!takesAll && node->GetId() <= Narrow(afterId)) continue;
-    char name[24];
-    char value[kLineSize];
-    *std::to_chars(name, name + sizeof name - 1, node->GetId()).ptr = '\0';
-    const unsigned long length = WriteValue(*node->GetItem(), value);
-    SCA_Field* field = nullptr;
-    if (object->AddField(name, &field, 1, 0) == 0 || field->SetValue(value, length) == 0) return 0;
+    if (!AddMember(object, node->GetId(), *node->GetItem())) return 0;
   }
   return 1;
 }
