@@ -57,6 +57,7 @@ BenchOptions BeginBench(int argc, char** argv, const std::string& area) {
   if (options.rounds == 0) options.rounds = options.quick ? kQuickRounds : kRounds;
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   PrintMachine();
+  WarnOfLoad();
   std::printf("%s; congestion control %s; medians of %d interleaved rounds\n",
               PeerVersions().c_str(), DefaultCongestionControl().c_str(), options.rounds);
   return options;
@@ -70,7 +71,7 @@ Figure Figure::Of(std::vector<double> values) {
     const std::size_t above = std::min(below + 1, values.size() - 1);
     return values[below] + (values[above] - values[below]) * (place - static_cast<double>(below));
   };
-  return {quantile(0.5), quantile(0.75) - quantile(0.25)};
+  return {quantile(0.5), quantile(0.75) - quantile(0.25), 0, 0};
 }
 
 void Contest::Add(const std::string& name, std::function<void()> prepare, Work work) {
@@ -89,10 +90,16 @@ Contest::Cost Contest::Measure(Entry* entry) {
 
 void Contest::Run(int rounds) {
   for (Entry& entry : entries_) Measure(&entry);
+  Others others;
+  judged_ = disturbed_ = 0;
   for (int round = 0; round < rounds; ++round) {
     for (std::size_t i = 0; i < entries_.size(); ++i) {
       Entry& entry = entries_[(i + static_cast<std::size_t>(round)) % entries_.size()];
       entry.costs.push_back(Measure(&entry));
+    }
+    if (const std::optional<double> share = others.Take()) {
+      if (*share > Others::kMost) disturbed_ += round + 1 - judged_;
+      judged_ = round + 1;
     }
   }
 }
@@ -110,7 +117,10 @@ Figure Contest::Ratio(const std::string& name, double Cost::*cost) const {
   for (std::size_t i = 0; i < entry.costs.size(); ++i) {
     ratios.push_back(entry.costs[i].*cost / entries_.front().costs[i].*cost);
   }
-  return Figure::Of(ratios);
+  Figure figure = Figure::Of(ratios);
+  figure.disturbed = disturbed_;
+  figure.rounds = judged_;
+  return figure;
 }
 
 double Contest::BaseCpu() const {
@@ -140,10 +150,20 @@ void Results::AddCosts(const Contest& contest, const std::string& work, const st
   Add(wall);
 }
 
+void Results::Add(ResultRow row) {
+  const std::optional<double> share = others_.Take();
+  if (row.ours.rounds == 0 && share.has_value()) {
+    row.ours.rounds = 1;
+    row.ours.disturbed = *share > Others::kMost ? 1 : 0;
+  }
+  rows_.push_back(std::move(row));
+}
+
 void Results::Print() const {
   std::printf("\n%-48s %-16s %13s %6s", "work", "unit", "ours", "limit");
   for (const auto& peer : rows_.front().peers) std::printf("   %-20s", peer.first.c_str());
   std::printf("\n");
+  bool isDisturbed = false;
   for (const ResultRow& row : rows_) {
     std::printf("%-48s %-16s %6.2f (%.2f)", row.work.c_str(), row.unit.c_str(), row.ours.median,
                 row.ours.spread);
@@ -156,12 +176,22 @@ void Results::Print() const {
       std::printf("   %5.2f (%.2f) %-6s", peer.second.median, peer.second.spread,
                   Standing(row.ours, peer.second));
     }
+    if (row.ours.disturbed > 0) {
+      std::printf("  ~%d of %d", row.ours.disturbed, row.ours.rounds);
+      isDisturbed = true;
+    }
     std::printf("\n");
   }
   std::printf(
       "Ratios to the bare loop unless the unit says otherwise, with the interquartile range in "
       "parentheses;\n\"ahead\" or \"behind\" is how ours stands to the peer; \"!\" marks a limit "
       "that is missed.\n");
+  if (isDisturbed) {
+    std::printf(
+        "\"~\" counts the rounds in which other programs took more than %.0f %% of the "
+        "processors.\n",
+        Others::kMost * 100);
+  }
 }
 
 int Results::Finish(const BenchOptions& options) const {
@@ -177,6 +207,8 @@ int Results::Finish(const BenchOptions& options) const {
     line["ours"] = row.ours.median;
     line["limit"] = row.limit.has_value() ? nlohmann::ordered_json(*row.limit) : nullptr;
     line["peers"] = nlohmann::ordered_json::object();
+    line["rounds"] = row.ours.rounds;
+    line["disturbed"] = row.ours.disturbed;
     line["spread"]["ours"] = row.ours.spread;
     for (const auto& [name, figure] : row.peers) {
       line["peers"][name] = figure.median;

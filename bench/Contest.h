@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "bench/Machine.h"
+
 /// What a benchmark is called with.
 struct BenchOptions {
   bool quick = false;  ///< a short run that shows that everything works, not what it costs
@@ -25,6 +27,8 @@ BenchOptions BeginBench(int argc, char** argv, const std::string& area);
 struct Figure {
   double median = 0;
   double spread = 0;
+  int disturbed = 0;  ///< measurements while something else took processor time
+  int rounds = 0;     ///< that were watched for this
 
   static Figure Of(std::vector<double> values);
 };
@@ -39,7 +43,9 @@ class Contest {
   /// @param prepare  Called before each time the work is done, unmeasured.
   void Add(const std::string& name, std::function<void()> prepare, Work work);
 
-  /// A round that is not measured, then `rounds` that are. Work that fails is done again; what
+  /// A round that is not measured, then `rounds` that are. Those in which another program took more
+  /// than `Others::kMost` of the processors are counted as disturbed; short rounds are judged
+  /// several at a time. Work that fails is done again; what
   /// never succeeds throws.
   void Run(int rounds);
 
@@ -70,6 +76,8 @@ class Contest {
   Figure Ratio(const std::string& name, double Cost::*cost) const;
 
   std::vector<Entry> entries_;
+  int judged_ = 0;     // rounds
+  int disturbed_ = 0;  // of them
 };
 
 /// One figure of ours, the limit that it is to keep, and the same figure of the other peers.
@@ -84,7 +92,8 @@ struct ResultRow {
 /// Collects rows; prints them as a table and writes them to the output file.
 class Results {
  public:
-  void Add(ResultRow row) { rows_.push_back(std::move(row)); }
+  /// A row whose figure is of no contest counts as one round, since the row before it.
+  void Add(ResultRow row);
   /// Adds a row for the processor time and one for the time that passed.
   void AddCosts(const Contest& contest, const std::string& work, const std::string& ours,
                 std::optional<double> cpuLimit);
@@ -96,6 +105,7 @@ class Results {
   void Print() const;
 
   std::vector<ResultRow> rows_;
+  Others others_;  // since the last row
 };
 
 #endif  // SCA_BENCH_CONTEST_H

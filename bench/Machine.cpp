@@ -8,11 +8,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -26,6 +29,44 @@ std::string Processor() {
     if (line.rfind("model name", 0) == 0) return line.substr(line.find(':') + 2);
   }
   return "unknown processor";
+}
+
+// Processor time of this process and all below it, those that have ended included, in ticks.
+double TreeTicks() {
+  struct Process {
+    int parent = 0;
+    double ticks = 0;
+  };
+  std::map<int, Process> processes;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const int pid = std::atoi(entry.path().filename().c_str());
+    std::ifstream file(entry.path() / "stat");
+    std::string line;
+    if (pid == 0 || !std::getline(file, line)) continue;
+    // The name before it may hold anything.
+    std::istringstream fields(line.substr(line.rfind(')') + 1));
+    std::string skipped;
+    Process process;
+    fields >> skipped >> process.parent;
+    for (int i = 0; i < 9; ++i) fields >> skipped;
+    for (int i = 0; i < 4; ++i) {
+      double ticks = 0;
+      fields >> ticks;
+      process.ticks += ticks;
+    }
+    processes[pid] = process;
+  }
+  const auto isOurs = [&processes](int pid) {
+    for (std::size_t steps = 0; pid > 1 && steps < processes.size(); ++steps) {
+      if (pid == ::getpid()) return true;
+      const auto found = processes.find(pid);
+      pid = found != processes.end() ? found->second.parent : 0;
+    }
+    return false;
+  };
+  double sum = 0;
+  for (const auto& [pid, process] : processes) sum += isOurs(pid) ? process.ticks : 0;
+  return sum;
 }
 
 std::string chosenControl;  // changed between measurements, on the thread that measures
@@ -47,6 +88,43 @@ void PrintMachine() {
   ::uname(&system);
   std::printf("sca_tika %s, %s, %u cores, %s %s, compiler %s\n", SCA_VERSION, Processor().c_str(),
               std::thread::hardware_concurrency(), system.sysname, system.release, __VERSION__);
+}
+
+void WarnOfLoad() {
+  constexpr double kMost = 0.5;
+  double load = 0;
+  if (::getloadavg(&load, 1) != 1 || load <= kMost) return;
+  std::fprintf(stderr,
+               "warning: the load of this machine is %.2f, above %.1f: something else runs or has "
+               "just run;\n         times are upper bounds, compare ratios with care\n",
+               load, kMost);
+}
+
+Others::Others() : since_(Now()) {}
+
+Others::Ticks Others::Now() {
+  Ticks now;
+  now.passed =
+      std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count() *
+      static_cast<double>(::sysconf(_SC_CLK_TCK)) * std::thread::hardware_concurrency();
+  std::ifstream file("/proc/stat");
+  std::string name;
+  double idle = 0;
+  double waiting = 0;  // for a disk, with nothing else to do
+  file >> name >> idle >> idle >> idle >> idle >> waiting;
+  now.unused = idle + waiting;
+  now.ours = TreeTicks();
+  return now;
+}
+
+std::optional<double> Others::Take() {
+  constexpr double kLeast = 80;  // ticks, of which one or two may be wrong
+  const Ticks now = Now();
+  const double passed = now.passed - since_.passed;
+  if (passed < kLeast) return std::nullopt;
+  const double taken = passed - (now.unused - since_.unused) - (now.ours - since_.ours);
+  since_ = now;
+  return std::max(0.0, taken / passed);
 }
 
 std::string DefaultCongestionControl() {

@@ -2,11 +2,39 @@
 #ifndef SCA_BENCH_MACHINE_H
 #define SCA_BENCH_MACHINE_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
 /// Prints the library's version, the machine (processor, cores, kernel) and the compiler.
 void PrintMachine();
+
+/// Says on standard error that figures cannot be trusted when the load of the machine is above 0.5.
+void WarnOfLoad();
+
+/// Tells how much of the machine's processors went elsewhere: not to this program, its children and
+/// theirs, and not unused.
+class Others {
+ public:
+  /// More than this share of all processors spoils a measurement.
+  static constexpr double kMost = 0.05;
+
+  /// Begins.
+  Others();
+  /// @return The share, from 0 to 1, since it began or last told; nothing when that was so short
+  ///         that the system's clock ticks (10 ms) cannot tell.
+  std::optional<double> Take();
+
+ private:
+  struct Ticks {
+    double passed = 0;  // of all processors
+    double unused = 0;
+    double ours = 0;
+  };
+  static Ticks Now();
+
+  Ticks since_;
+};
 
 /// @return The congestion control that new sockets get; empty when the system does not tell.
 std::string DefaultCongestionControl();
