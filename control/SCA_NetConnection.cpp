@@ -190,6 +190,13 @@ SCA_NetNext SCA_NetConnection::End() {
   return hasConnected_ ? CallFor(Due::Disconnect) : SCA_NetNext::End;
 }
 
+// Its last call may have to wait for a thread, which needs no message.
+void SCA_NetConnection::Close() {
+  socket_.Close();
+  input_ = SCA_NetInput();
+  std::vector<char>().swap(output_);
+}
+
 void SCA_NetConnection::Call() {
   switch (due_) {
     case Due::Connect:

@@ -85,7 +85,7 @@ class SCA_NetConnection final : public SCA_NetServerAgent {
   int Handle() const { return socket_.Handle(); }
   /// @return False when it has ended, and is to be closed.
   bool IsOpen() const { return !isEnded_; }
-  void Close() { socket_.Close(); }
+  void Close();
   /// @return When it has waited for too long; `kNever` without a limit.
   Clock::time_point Limit() const { return limit_; }
   /// @return Bytes of memory that it has for what it receives and sends.
