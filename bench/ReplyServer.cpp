@@ -56,7 +56,11 @@ bool SendFile(int fd, int file, std::size_t size) {
   return true;
 }
 
-// Reads one request with its content, which is dropped.
+// Which Tika it stands for. Asked by HTTP/1.0: the answer ends with the connection.
+constexpr char kVersion[] =
+    "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nConnection: close\r\n\r\nApache Tika 3.3.2";
+
+// Reads one request with its content, which is dropped. False when no reply with a text is due.
 bool TakeRequest(int fd, std::vector<char>* buffer) {
   constexpr std::string_view kLength = "Content-Length: ";
   std::size_t held = 0;
@@ -67,6 +71,10 @@ bool TakeRequest(int fd, std::vector<char>* buffer) {
     const std::string_view text(buffer->data(), held);
     const std::size_t end = text.find("\r\n\r\n");
     if (end == std::string_view::npos) continue;
+    if (text.substr(0, 4) == "GET ") {
+      SendAll(fd, kVersion);
+      return false;
+    }
     const std::size_t field = text.find(kLength);
     if (field == std::string_view::npos) return false;
     const std::size_t size = std::strtoull(text.data() + field + kLength.size(), nullptr, 10);
