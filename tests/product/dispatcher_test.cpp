@@ -494,7 +494,7 @@ TEST_F(Dispatcher, ServerThatComesBackIsFoundAndOneThatDoesNotIsGivenUp) {
                                   std::to_string(options.port) + ": Connection refused");
   // One that breaks a file, and then answers without end, is down for all its workers.
   dispatcher_.reset();
-  settings_.SetNetworkTimeout(300);
+  settings_.SetNetworkTimeout(1000);
   std::atomic<int> broken{0};
   const ScriptedServer endless([&](ServerConnection& connection) {
     const bool isGet = connection.ReceiveHeader().rfind("GET", 0) == 0;
