@@ -307,8 +307,8 @@ TEST(ServiceServer, RepliesToRequestsSentAtOnceComeInOrderHoweverSlowlyTheyAreRe
 }
 
 TEST(ServiceServer, PeersThatSendHalfAMessageCannotTakeAllMemory) {
-  Host host;
   ReportCapture reports;
+  Host host;
   TestClient good(host.Port());
   const std::string header("SCA1\0\xd0\0\1\0\0\0\1\0\0\0\1", 16);
   const std::string half(13 << 20, 'x');

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <fstream>
+#include <mutex>
 
 #include "programs/common/Json.h"
 #include "tests/support/Program.h"
@@ -37,6 +38,15 @@ class MetadataRun : public ::testing::Test {
     return status;
   }
 
+  std::string Requests() {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return requests_;
+  }
+  void ForgetRequests() {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    requests_.clear();
+  }
+
   void Answer(ServerConnection& connection) {
     // One connection at a time is served: an idle one must not keep the next one waiting.
     pollfd data{connection.Fd(), POLLIN, 0};
@@ -47,7 +57,10 @@ class MetadataRun : public ::testing::Test {
       connection.Send(kVersionReply);
       return;
     }
-    requests_ += request.substr(0, request.find(" HTTP")) + "\n";
+    {
+      const std::lock_guard<std::mutex> guard(mutex_);
+      requests_ += request.substr(0, request.find(" HTTP")) + "\n";
+    }
     const bool isPlain = request.rfind("PUT /tika ", 0) == 0;
     const std::string reply =
         isPlain ? kRefusal : ChunkedReply(request.substr(request.find("\r\n\r\n") + 4), 7);
@@ -58,7 +71,8 @@ class MetadataRun : public ::testing::Test {
   TempDir dir_;
   std::string out_;
   std::string error_;
-  std::string requests_;  // read when no program runs
+  std::mutex mutex_;
+  std::string requests_;
   std::atomic<int> breaks_{0};
   ScriptedServer server_{[this](ServerConnection& connection) { Answer(connection); }};
 };
@@ -141,31 +155,31 @@ TEST_F(MetadataRun, JournalKnowsWhatWasChecked) {
   const std::string out = dir_.File("out");
   const std::vector<std::string> all = {"-o", out, "--resume", whole, cut, locked};
   const auto run = [&](std::vector<std::string> more) {
-    requests_.clear();
+    ForgetRequests();
     more.insert(more.end(), all.begin(), all.end());
     return Run(more);
   };
   EXPECT_EQ(run({"--check-complete"}), 1);
-  EXPECT_EQ(Lines(requests_).size(), 3U) << requests_;
+  EXPECT_EQ(Lines(Requests()).size(), 3U) << Requests();
   EXPECT_EQ(ReadFile(out + "/cut.pdf.txt"), "half");
   EXPECT_EQ(run({"--check-complete"}), 1);
-  EXPECT_EQ(requests_, "");
+  EXPECT_EQ(Requests(), "");
   EXPECT_TRUE(Has(error_, "1 of the skipped documents have texts that may not be whole"));
   EXPECT_EQ(run({"--password-file", password, "--check-complete"}), 1);
-  EXPECT_EQ(Lines(requests_).size(), 1U) << requests_;
+  EXPECT_EQ(Lines(Requests()).size(), 1U) << Requests();
   EXPECT_TRUE(Has(error_, "the password of --password-file does not open it"));
   EXPECT_FALSE(Has(error_ + out_, "secret"));
   EXPECT_EQ(run({"--check-complete", "--retry-refused"}), 1);
-  EXPECT_EQ(Lines(requests_).size(), 2U) << requests_;
+  EXPECT_EQ(Lines(Requests()).size(), 2U) << Requests();
   // A text that was not checked is extracted again by a run that checks.
   const std::string journal = out + "/.tikaextract.journal";
   std::string lines = ReadFile(journal);
   for (std::size_t at = 0; (at = lines.find("\nC\t", at)) != std::string::npos;) lines[++at] = 'T';
   std::ofstream(journal) << lines;
   EXPECT_EQ(run({"-v"}), 1);
-  EXPECT_EQ(requests_, "");
+  EXPECT_EQ(Requests(), "");
   EXPECT_EQ(run({"--check-complete"}), 1);
-  EXPECT_EQ(Lines(requests_).size(), 1U) << requests_;
+  EXPECT_EQ(Lines(Requests()).size(), 1U) << Requests();
 }
 
 TEST_F(MetadataRun, WrongUseIsSaid) {
