@@ -1,4 +1,4 @@
-/// Reads the JSON that Tika answers to `PUT /rmeta` and `PUT /meta`, as it arrives.
+/// Reads the JSON that Tika answers to `PUT /rmeta/body` and `PUT /meta`, as it arrives.
 #ifndef SCA_CLIENT_SCA_TIKAMETADATAREADER_H
 #define SCA_CLIENT_SCA_TIKAMETADATAREADER_H
 
