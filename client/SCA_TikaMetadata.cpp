@@ -162,7 +162,11 @@ void SCA_TikaCompleteness::AddText(const char* text, unsigned long length) {
 
 void SCA_TikaCompleteness::AddDocument(const SCA_TikaMetadata& metadata) {
   const bool isEmbedded = hasDocument_;
-  hasDocument_ = true;
+  if (!isEmbedded) {
+    hasDocument_ = true;
+    failure_ = SCA_TikaFinding::Complete;
+    cause_.clear();
+  }
   for (const SCA_TikaException& exception : metadata.GetExceptions()) {
     const bool isFailure = !isEmbedded && IsOfTheWholeDocument(exception);
     if (isFailure && failure_ == SCA_TikaFinding::Complete) {

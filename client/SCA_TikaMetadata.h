@@ -44,13 +44,13 @@ struct SCA_API SCA_TikaMetadata {
   const std::string* Find(std::string_view name) const;
 };
 
-/// What became of a document, by the reply of `/rmeta` or `/meta`.
+/// What became of a document, by the reply of `/rmeta/body` or `/meta`.
 enum class SCA_TikaFinding {
   Complete,   ///< Tika noted no exception
   Truncated,  ///< Tika noted an exception: text may be missing
   Locked,     ///< no text: a password is needed, or the one sent is wrong
   Empty,      ///< no text: a file of no bytes
-  Damaged     ///< no text: the parser failed
+  Damaged     ///< no text: the parser failed, or Tika told of no document
 };
 
 /// @return A word for the finding: "complete", "truncated", "locked", "empty file", "damaged";
@@ -79,8 +79,9 @@ class SCA_API SCA_TikaCompleteness {
   bool hasDocument_ = false;
   bool hasText_ = false;  // other than white space
   bool hasNote_ = false;
-  SCA_TikaFinding failure_ = SCA_TikaFinding::Complete;  // of the document's own parser
-  std::string cause_;
+  // Of the document's own parser. A reply may be successful and hold no document.
+  SCA_TikaFinding failure_ = SCA_TikaFinding::Damaged;
+  std::string cause_ = "empty answer";
 };
 
 #endif  // SCA_CLIENT_SCA_TIKAMETADATA_H

@@ -186,6 +186,7 @@ TEST(Completeness, IsJudgedByTheExceptionsThatTikaNotes) {
     EXPECT_STREQ(SCA_TikaFindingText(found.judge.GetFinding()), row.word) << row.json;
     EXPECT_EQ(found.judge.GetCause(), row.cause) << row.json;
   }
+  EXPECT_EQ(SCA_TikaCompleteness().GetFinding(), SCA_TikaFinding::Damaged) << "no document";
 }
 
 }  // namespace
