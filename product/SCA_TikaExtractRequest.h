@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "client/SCA_TikaRequestOptions.h"
+#include "client/SCA_TikaVersion.h"
 #include "product/SCA_TikaClientRequest.h"
 
 class SCA_TikaExtractRequest;
@@ -83,6 +84,8 @@ class SCA_API SCA_TikaExtractRequest : public SCA_TikaClientRequest {
   const char* GetCause() const { return cause_; }
   /// The server that served it last, as host:port; empty when none did.
   const char* GetServer() const { return serverName_; }
+  /// The version of that server; not known when none served it, or the server does not tell.
+  const SCA_TikaVersion& GetServerVersion() const { return serverVersion_; }
   /// The HTTP code with which a server refused the file before it had read it; 0 for none.
   unsigned long GetRefusalCode() const { return refusalCode_; }
   /// The options of which the server takes no notice, as bits of `SCA_TikaOption`.
@@ -108,6 +111,7 @@ class SCA_API SCA_TikaExtractRequest : public SCA_TikaClientRequest {
   SCA_TikaOutcome outcome_ = SCA_TikaOutcome::None;
   char cause_[260] = "";
   char serverName_[272] = "";
+  SCA_TikaVersion serverVersion_;
   unsigned long refusalCode_ = 0;
   unsigned long ignoredOptions_ = 0;
   unsigned long long textLength_ = 0;

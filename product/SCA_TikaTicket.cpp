@@ -69,6 +69,7 @@ void SCA_TikaTicket::NoteServer(const char* name) {
 }
 
 void SCA_TikaTicket::NoteReply(const SCA_TikaClient& client, unsigned long long textLength) {
+  request->serverVersion_ = client.GetServerVersion();
   request->fileSize_ = client.GetLastFileSize();
   request->refusalCode_ = client.GetRefusalCode();
   request->ignoredOptions_ = client.GetIgnoredOptions();

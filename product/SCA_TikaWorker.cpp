@@ -318,10 +318,11 @@ int SCA_TikaWorker::Send(const SCA_TikaExtractRequest& request, Delivery* delive
 SCA_TikaVerdict SCA_TikaWorker::RefusedOptions() const {
   const SCA_TikaVersion& version = client_->GetServerVersion();
   char text[300];
-  if (version.IsKnown())
+  if (version.IsKnown()) {
     std::snprintf(text, sizeof text, "Tika %lu.%lu.%lu cannot follow this option of a request: %s",
                   version.GetMajor(), version.GetMinor(), version.GetPatch(),
                   SCA_TikaOptionNames(client_->GetRefusedOptions()).c_str());
+  }
   return SCA_TikaVerdict::Make(
       SCA_TikaOutcome::OptionRefused, SCA_ErrorOptionRefused, name_.c_str(),
       version.IsKnown()

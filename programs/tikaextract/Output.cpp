@@ -12,8 +12,16 @@ namespace {
 constexpr std::size_t kMostGathered = 64;
 constexpr std::chrono::seconds kLongestGathered{1};
 
+const char* LockedSentence(bool hasPassword, const SCA_TikaVersion& server) {
+  if (hasPassword) return "it is locked, and the password of --password-file does not open it";
+  return server.GetSupport(SCA_TikaOptionPassword) == SCA_TikaSupport::Followed
+             ? "it is locked with a password: give that with --password-file"
+             : "it is locked with a password, and the Tika version of its server takes none with a "
+               "request: configure that server, or use Tika 1 to 3";
+}
+
 // What a finding means, and what to do about it.
-std::string Sentence(SCA_TikaFinding finding, const std::string& cause, bool hasPassword) {
+std::string Sentence(SCA_TikaFinding finding, const std::string& cause, const char* locked) {
   switch (finding) {
     case SCA_TikaFinding::Complete:
       return {};
@@ -21,8 +29,7 @@ std::string Sentence(SCA_TikaFinding finding, const std::string& cause, bool has
       return "its text may not be whole (" + Printable(cause) +
              "): compare it with the document in its own program";
     case SCA_TikaFinding::Locked:
-      return hasPassword ? "it is locked, and the password of --password-file does not open it"
-                         : "it is locked with a password: give that with --password-file";
+      return locked;
     case SCA_TikaFinding::Empty:
       return "it is an empty file: check that it was copied whole";
     case SCA_TikaFinding::Damaged:
@@ -175,16 +182,16 @@ Result Output::Judge(const Job& job) const {
       !job.Metadata()->GetContentType().empty()) {
     return {Outcome::Extracted, {}, SCA_TikaFinding::Complete};
   }
-  const bool hasPassword = !options_.choice.request.password.empty();
+  const char* const locked =
+      LockedSentence(!options_.choice.request.password.empty(), job.request->GetServerVersion());
   if (job.reason) {
-    return {outcome, Sentence(job.reason->finding, job.reason->cause, hasPassword),
-            job.reason->finding};
+    return {outcome, Sentence(job.reason->finding, job.reason->cause, locked), job.reason->finding};
   }
   if (outcome != Outcome::Extracted) return {outcome, Complain(job), {}};
   if (job.report == nullptr) return {outcome, {}, {}};
   const SCA_TikaFinding finding = job.report->Finding();
   const bool isKept = finding == SCA_TikaFinding::Complete || finding == SCA_TikaFinding::Truncated;
-  return {isKept ? outcome : Outcome::Refused, Sentence(finding, job.report->Cause(), hasPassword),
+  return {isKept ? outcome : Outcome::Refused, Sentence(finding, job.report->Cause(), locked),
           finding};
 }
 

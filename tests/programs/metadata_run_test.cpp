@@ -54,14 +54,16 @@ class MetadataRun : public ::testing::Test {
     const std::string request = connection.ReceiveRequest();
     if (request.empty()) return;
     if (request.rfind("GET /version", 0) == 0) {
-      connection.Send(kVersionReply);
+      std::string reply = kVersionReply;
+      if (isFour_) reply.replace(reply.find("3.3.2"), 5, "4.0.0");
+      connection.Send(reply);
       return;
     }
     {
       const std::lock_guard<std::mutex> guard(mutex_);
       requests_ += request.substr(0, request.find(" HTTP")) + "\n";
     }
-    const bool isPlain = request.rfind("PUT /tika ", 0) == 0;
+    const bool isPlain = request.rfind("PUT /tika", 0) == 0;
     const std::string reply =
         isPlain ? kRefusal : ChunkedReply(request.substr(request.find("\r\n\r\n") + 4), 7);
     const bool isBroken = breaks_ > 0 && breaks_-- > 0;
@@ -74,6 +76,7 @@ class MetadataRun : public ::testing::Test {
   std::mutex mutex_;
   std::string requests_;
   std::atomic<int> breaks_{0};
+  std::atomic<bool> isFour_{false};
   ScriptedServer server_{[this](ServerConnection& connection) { Answer(connection); }};
 };
 
@@ -89,6 +92,7 @@ TEST_F(MetadataRun, ToldToPeopleAndByTheExitStatus) {
       {"--check-complete", kCut, 4, "half", "may not be whole (IOException: gone)"},
       {"--check-complete", kLocked, 1, "", "it is locked with a password"},
       {"--check-complete", kDamaged, 1, "", "cannot read it (IOException: bad)"},
+      {"--check-complete", "[]", 1, "", "its metadata: "},
       {"--check-complete", "[{}", 1, "", "its metadata: "},
       {"--check-complete", "<html>", 1, "", "its metadata: "},
       {"--meta", kWhole, 0, "  title: T\\x1B\n", ""},
@@ -108,6 +112,15 @@ TEST_F(MetadataRun, ToldToPeopleAndByTheExitStatus) {
     EXPECT_TRUE(Has(out_, row.out));
     EXPECT_TRUE(Has(error_, row.said));
     EXPECT_EQ(out_.empty(), row.out.empty()) << out_;
+  }
+}
+
+TEST_F(MetadataRun, PasswordIsAskedForWhereItCanBeSent) {
+  isFour_ = true;
+  for (const char* option : {"-v", "--check-complete"}) {
+    EXPECT_EQ(Run({option, dir_.Write("a.pdf", kLocked)}), 1);
+    EXPECT_TRUE(Has(error_, "the Tika version of its server takes none")) << option;
+    EXPECT_FALSE(Has(error_, "--password-file")) << option;
   }
 }
 
