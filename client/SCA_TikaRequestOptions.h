@@ -27,8 +27,8 @@ enum class SCA_TikaOcr {
 /// Options of a request. As they are here, the request is the one without options.
 ///
 /// Lines of Tika differ in which they follow: `SCA_TikaVersion::GetSupport`. An option that a
-/// server ignores is reported after the extraction; one without which the result would be another
-/// is refused before anything is sent.
+/// server ignores is reported after the extraction. Content and password are refused, before
+/// anything is sent, by a server that cannot give or take them.
 struct SCA_TikaRequestOptions {
   SCA_TikaContent content = SCA_TikaContent::Text;
   /// Opens an encrypted document. UTF-8, any character, at most 1024 bytes; empty: none. It is sent

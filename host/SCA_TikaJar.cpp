@@ -7,17 +7,22 @@
 namespace {
 
 constexpr int kFirstLineWithFolders = 4;
+constexpr long kFirstDate = 1000;  // of a snapshot, which follows its version
 
-// The first number of the version, which begins after a hyphen; 0 without one.
+// The first number of the version, which begins after a hyphen; 0 without one. Of several the last
+// counts: what stands before it is the name.
 int LineOf(const std::string& name) {
+  int line = 0;
   for (const char* c = name.c_str(); *c != '\0'; ++c) {
     if (*c != '-' || std::isdigit(static_cast<unsigned char>(c[1])) == 0) continue;
     char* end = nullptr;
-    const long line = std::strtol(c + 1, &end, 10);
-    if (*end == '.' && std::isdigit(static_cast<unsigned char>(end[1])) != 0)
-      return static_cast<int>(line);
+    const long number = std::strtol(c + 1, &end, 10);
+    const bool isVersion = *end == '.' && std::isdigit(static_cast<unsigned char>(end[1])) != 0;
+    if (isVersion && number < kFirstDate) {
+      line = static_cast<int>(number);
+    }
   }
-  return 0;
+  return line;
 }
 
 }  // namespace

@@ -11,6 +11,11 @@ namespace {
 
 constexpr unsigned long kMostRules = 1UL << 20;  // bytes
 
+// The journal of a run, its lock, and files that are not finished: none is a document.
+bool IsOwnName(const std::string& name) {
+  return name.rfind(".tikaextract.", 0) == 0 || SCA_ReplacementFile::IsAsideName(name.c_str()) != 0;
+}
+
 // @return 0, or an error code; `EFBIG` for a file that cannot be one of rules.
 unsigned long ReadRules(const std::string& path, std::string* text) {
   SCA_File file;
@@ -88,7 +93,8 @@ FolderFilter::Verdict FolderFilter::Judge(const std::string& file,
                                           const std::string& extension) const {
   const std::size_t slash = file.rfind('/');
   const std::string name = slash == std::string::npos ? file : file.substr(slash + 1);
-  if (name == kIgnoreFile || IsExcluded(file, false) || !IsIncluded(file)) return Verdict::Excluded;
+  if (name == kIgnoreFile || IsOwnName(name)) return Verdict::Excluded;
+  if (IsExcluded(file, false) || !IsIncluded(file)) return Verdict::Excluded;
   const bool isTaken = !chooseByExtension_ || setup_.IsTaken(extension);
   return isTaken ? Verdict::Taken : Verdict::OtherKind;
 }

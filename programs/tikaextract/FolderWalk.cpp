@@ -45,7 +45,7 @@ bool FolderWalk::Next(Document* document) {
     walk_.increment(error);
     if (error) document->complaint = error.message();
     if (!document->complaint.empty()) return true;
-    if (!isFile) continue;
+    if (!isFile || IsText(path)) continue;
     switch (filter_.Judge(inRoot, document->extension)) {
       case FolderFilter::Verdict::Taken:
         ++taken_;
@@ -74,6 +74,13 @@ std::string FolderWalk::EnterFolder(const fs::path& path, const std::string& fol
 bool FolderWalk::IsOutputDir(const fs::path& path) const {
   std::error_code ignored;
   return !options_.outputDir.empty() && fs::equivalent(path, options_.outputDir, ignored);
+}
+
+// Where texts lie beside their documents, they are none.
+bool FolderWalk::IsText(const fs::path& path) const {
+  if (path.extension() != options_.choice.TextEnding() || !IsOutputDir(root_)) return false;
+  std::error_code ignored;
+  return fs::is_regular_file(fs::path(path).replace_extension(), ignored);
 }
 
 std::string FolderWalk::Note() const {

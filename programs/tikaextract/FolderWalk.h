@@ -38,6 +38,7 @@ class FolderWalk {
 
   std::string EnterFolder(const std::filesystem::path& path, const std::string& folder);
   bool IsOutputDir(const std::filesystem::path& path) const;
+  bool IsText(const std::filesystem::path& path) const;
 
   const Options& options_;
   const Setup& setup_;

@@ -411,7 +411,8 @@ TEST_F(Server, ADistributionRunsWholeAndInItsFolder) {
   unsigned long error = 0;
   const fs::path folder = bin_.Path() + "/tika 4";
   fs::create_directories(folder / "lib");
-  for (const char* name : {"tika-server-standard-4.0.0.jar", "renamed.jar", "t-3.3.2-4.5.jar"}) {
+  for (const char* name :
+       {"tika-server-standard-4.0.0.jar", "renamed.jar", "t-4.5-3.3.2-20260101.123456-1.jar"}) {
     fs::copy_file(jar_, folder / name);
   }
   // Without the other folder only the name tells what the jar is.
@@ -426,7 +427,7 @@ TEST_F(Server, ADistributionRunsWholeAndInItsFolder) {
   const std::string here = fs::current_path();
   const std::string resolved = fs::canonical(folder / "tika-server-standard-4.0.0.jar");
   const std::string renamed = folder / "renamed.jar";
-  const std::string third = folder / "t-3.3.2-4.5.jar";
+  const std::string third = folder / "t-4.5-3.3.2-20260101.123456-1.jar";
   const std::array<std::string, 3> rows[] = {{jar, resolved, folder},
                                              {bin_.File("link.jar"), resolved, folder},
                                              {renamed, renamed, folder},

@@ -199,9 +199,17 @@ TEST_F(TikaExtract, DirectoriesAndListsAreMirroredUnderTheOutput) {
     }
     EXPECT_EQ(texts, expected);
   }
-  Program beside("tikaextract", WithServer({"-r", "in", "-o", "in"}));
-  EXPECT_TRUE(Ends(beside, 0, "2 extracted"));
-  EXPECT_EQ(ReadFile("in/deep/er/c.DOCX.txt"), "text of c");
+  for (const char* said : {"2 extracted", "2 skipped"}) {
+    Program beside("tikaextract", WithServer({"-r", "in", "-o", "in", "--resume"}));
+    EXPECT_TRUE(Ends(beside, 0, said));
+    EXPECT_EQ(ReadFile("in/deep/er/c.DOCX.txt"), "text of c");
+  }
+  // Neither the texts nor what else a run writes there is a document.
+  dir_.Write("in/.tikaextract.other", "");
+  Program all("tikaextract", WithServer({"-r", "in", "-o", "in", "--resume", "--ext", "*"}));
+  all.Wait();
+  EXPECT_FALSE(fs::exists("in/deep/er/c.DOCX.txt.txt")) << all.Error();
+  EXPECT_FALSE(fs::exists("in/.tikaextract.journal.txt")) << all.Error();
   fs::current_path("/");
 }
 
