@@ -39,9 +39,17 @@ unsigned long PortNumber(const std::string& text) {
   return number <= 65535 ? number : 0;
 }
 
+// The text may hold a password, and messages end in logs: it is not repeated.
+std::string RefuseAccount(const std::string& text) {
+  if (text.find('@') == std::string::npos) return {};
+  return "an address has no account or password before '@': name the host and the port alone, such "
+         "as 127.0.0.1:9998";
+}
+
 }  // namespace
 
 std::string ParseHostPort(const std::string& text, unsigned short defaultPort, HostPort* address) {
+  if (std::string complaint = RefuseAccount(text); !complaint.empty()) return complaint;
   const bool isBare = defaultPort != 0 && IsBareHost(text);
   const std::size_t colon = isBare ? std::string::npos : text.rfind(':');
   const std::string host = Unbracketed(text.substr(0, colon));
@@ -57,6 +65,7 @@ std::string ParseHostPort(const std::string& text, unsigned short defaultPort, H
 
 std::string ParseServerAddress(const std::string& text, unsigned short defaultPort,
                                HostPort* address) {
+  if (std::string complaint = RefuseAccount(text); !complaint.empty()) return complaint;
   if (BeginsWithScheme(text, "https")) {
     return Quoted(text) + " cannot be used: Tika servers are reached without TLS, by http";
   }

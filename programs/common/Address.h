@@ -10,7 +10,7 @@ struct HostPort {
   unsigned short port = 0;
 };
 
-/// Splits "host:port"; an IPv6 address stands in brackets.
+/// Splits "host:port"; an IPv6 address stands in brackets. An account is refused, and not repeated.
 /// @param defaultPort  Used when there is only a "host"; 0 makes the port required.
 /// @return A complaint, or nothing.
 std::string ParseHostPort(const std::string& text, unsigned short defaultPort, HostPort* address);

@@ -130,6 +130,9 @@ TEST_F(TikaExtract, WhatIsWrongIsSaidAndHasItsStatus) {
        {"--server", "http://h:1/tika", "x"},
        "has a path: name the server alone, as http://h:1/"},
       {2, {"--server", "https://h:1", "x"}, "without TLS"},
+      {2, {"--server", "u:secret@h", "x"}, "before '@': name the host and the port"},
+      {2, {"--server", "https://u:secret@h:1/", "x"}, "before '@'"},
+      {2, {"--service", "u:secret@h:1", "x"}, "before '@'"},
       {2, {"--ext", "a,b", "--remove-ext", "B,A", "x"}, "--remove-ext leaves no extension"},
       {2, {"--add-ext", std::string(520, 'x'), "x"}, "longer than 519 bytes"},
       {2, {"--server", "host:65536", "x"}, "'host:65536' is not host:port"},
@@ -161,6 +164,7 @@ TEST_F(TikaExtract, WhatIsWrongIsSaidAndHasItsStatus) {
     Program program("tikaextract", row.arguments, row.environment);
     EXPECT_TRUE(Ends(program, row.status, row.complaint));
     EXPECT_EQ(program.Output(), "");
+    EXPECT_EQ(program.Error().find("secret"), std::string::npos);
     EXPECT_TRUE(row.status != 1 || Lines(program.Error()).size() == 1) << program.Error();
   }
 }
