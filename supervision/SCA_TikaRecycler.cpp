@@ -5,6 +5,7 @@
 #include <chrono>
 #include <exception>
 #include <new>
+#include <optional>
 #include <thread>
 
 #include "platform/SCA_Error.h"
@@ -180,9 +181,10 @@ void SCA_TikaRecycler::Core::Overlap() {
 // A client that has not seen the withdrawal yet may still send a document.
 void SCA_TikaRecycler::Core::Finish() {
   if (!HasPassed(rules_.noticeMs)) return;
-  const unsigned long connections = SCA_CountConnections(port_);
-  if (connections != 0 && !HasPassed(rules_.finishLimitMs)) return;
-  owner_->StopWithdrawn(serverId_, connections);
+  const std::optional<unsigned long> connections = SCA_CountConnections(port_);
+  const bool isFinished = connections.has_value() && *connections == 0;
+  if (!isFinished && !HasPassed(rules_.finishLimitMs)) return;
+  owner_->StopWithdrawn(serverId_, connections.value_or(0));
   Enter(Phase::None);
 }
 

@@ -64,7 +64,8 @@ class SCA_API SCA_TikaRecyclerOwner {
   /// @return 1, or 0 when it is gone, or may no longer be replaced.
   virtual int Withdraw(unsigned long serverId, unsigned long successorId) = 0;
   /// Stops a server that was withdrawn.
-  /// @param connections  That it still has because the limit has passed; else 0.
+  /// @param connections  That it still has because the limit has passed; else 0, and 0 when the
+  ///                     system has not told them by then.
   virtual void StopWithdrawn(unsigned long serverId, unsigned long connections) = 0;
   /// A succession has failed or is no longer wanted: the server stays as it is.
   /// @param successorId  To be deleted, if it is still there; 0xFFFFFFFF for none.

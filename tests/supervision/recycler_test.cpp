@@ -4,11 +4,14 @@
 #include "supervision/SCA_TikaRecycler.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cerrno>
 #include <mutex>
+#include <optional>
 
 #include "faultlab/ServerConnection.h"
+#include "platform/SCA_PortHolder.h"
 #include "platform/SCA_TcpSock.h"
 #include "tests/support/Timing.h"
 
@@ -135,7 +138,7 @@ TEST(Recycler, LimitsOfAllKindsAreKept) {
 
 TEST(Recycler, ServerFinishesWhatIsConnected) {
   for (const bool isPatient : {true, false}) {
-    const Listener listener("127.0.0.1", 0, 1);
+    Listener listener("127.0.0.1", 0, 1);
     SCA_TikaTenure tenure = Tenure();
     tenure.port = listener.Port();
     SCA_TcpSock client;
@@ -150,11 +153,26 @@ TEST(Recycler, ServerFinishesWhatIsConnected) {
     ASSERT_TRUE(Eventually(
         [&] { return !isPatient || recycler.GetSuccession() == SCA_TikaSuccession::Finishing; }));
     if (isPatient) {
-      EXPECT_FALSE(Eventually([&] { return owner.Said().size() > 2; }, 100)) << "stopped early";
+      const auto isStopped = [&] { return owner.Said().size() > 2; };
+      EXPECT_FALSE(Eventually(isStopped, 100)) << "stopped early";
       client.Shutdown();
+      EXPECT_FALSE(Eventually(isStopped, 100)) << "a client that sends no more awaits its reply";
+      listener.Close();
     }
     EXPECT_TRUE(owner.Comes(isPatient ? "stop 0 with 0" : "stop 0 with 1"));
   }
+}
+
+TEST(Recycler, UnreadableConnectionsAreNotNone) {
+  const Listener listener("127.0.0.1", 0, 1);
+  EXPECT_EQ(SCA_CountConnections(listener.Port()), 0UL);
+  rlimit descriptors{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &descriptors), 0);
+  const rlimit none{0, descriptors.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  const std::optional<unsigned long> count = SCA_CountConnections(listener.Port());
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &descriptors), 0);
+  EXPECT_FALSE(count.has_value());
 }
 
 TEST(Recycler, ServerStaysUntilASuccessorComesUp) {
