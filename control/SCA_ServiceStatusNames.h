@@ -27,8 +27,9 @@
 ///   `Suspend`, which ends the suspension. Both succeed with a status code other than 0 where the
 ///   host can say why it did not do what was asked: an `SCA_Error.h` code, `SCA_ErrorNoJar` or
 ///   `SCA_ErrorAlreadyActive` for instance; `EINVAL` for a port or heap of 0 or no jar,
-///   `SCA_ErrorDataTooLarge` beyond `SCA_MaxHostedServers`, `EBUSY` while a suspension is still
-///   stopping the server. `AddServer` then gives the id `SCA_NoServerId`.
+///   `SCA_ErrorDataTooLarge` beyond `SCA_MaxHostedServers`, `EADDRINUSE` while a server that was
+///   replaced finishes its documents on the port, `EBUSY` while a suspension is still stopping the
+///   server. `AddServer` then gives the id `SCA_NoServerId`.
 /// - `DeleteServer` stops and deletes any server; `DeleteAllServers` those that the connection has
 ///   added, except those that another live connection has asked for since, which pass to that one.
 ///   Both return when the processes are gone and the ports are free.

@@ -74,6 +74,21 @@ bool HostedServers::Adopt(SCA_TikaServer* server, unsigned long agent) {
   return false;
 }
 
+// Whether a server has the port that has left the list, and still finishes its documents there.
+bool HostedServers::IsWithdrawn(unsigned short port) const {
+  return std::any_of(withdrawn_.begin(), withdrawn_.end(), [port](const auto& entry) {
+    return entry.second.server->GetPortNumber() == port;
+  });
+}
+
+// @return An error code, or 0 where a server may be added, or is there already.
+unsigned long HostedServers::WhyNotOn(unsigned short port) const {
+  SCA_TikaServer* server = nullptr;
+  if (list_.GetServerByPort(port, &server) != 0) return 0;
+  if (IsWithdrawn(port)) return EADDRINUSE;
+  return list_.Count() >= SCA_MaxHostedServers ? SCA_ErrorDataTooLarge : 0;
+}
+
 int HostedServers::Add(unsigned long agent, const char* fileName, unsigned short port,
                        unsigned long heapSize, const char* javaOptions, unsigned long* id,
                        unsigned long* status, unsigned long* code) {
@@ -88,11 +103,9 @@ int HostedServers::Add(unsigned long agent, const char* fileName, unsigned short
   bool isAnother = false;
   {
     const SCA_LockGuard guard(lock_);
+    *code = WhyNotOn(port);
+    if (*code != 0) return 1;
     SCA_TikaServer* server = nullptr;
-    if (list_.GetServerByPort(port, &server) == 0 && list_.Count() >= SCA_MaxHostedServers) {
-      *code = SCA_ErrorDataTooLarge;
-      return 1;
-    }
     if (list_.AddServer(config_, fileName, port, heapSize, javaOptions, &server, code) == 0) {
       return 1;
     }
@@ -262,8 +275,7 @@ unsigned short HostedServers::FindSparePort() const {
     const auto isIts = [=](const auto& entry) {
       return entry.second.server->GetPortNumber() == number;
     };
-    if (std::any_of(hosted_.begin(), hosted_.end(), isIts)) continue;
-    if (std::any_of(withdrawn_.begin(), withdrawn_.end(), isIts)) continue;
+    if (IsWithdrawn(number) || std::any_of(hosted_.begin(), hosted_.end(), isIts)) continue;
     if (SCA_IsPortFree(number) != 0) return number;
   }
   return 0;

@@ -99,6 +99,8 @@ class HostedServers {
 
   const HostedServer* Find(unsigned long id) const SCA_REQUIRES(lock_);
   bool Adopt(SCA_TikaServer* server, unsigned long agent) SCA_REQUIRES(lock_);
+  bool IsWithdrawn(unsigned short port) const SCA_REQUIRES(lock_);
+  unsigned long WhyNotOn(unsigned short port) const SCA_REQUIRES(lock_);
   void StopAll() SCA_REQUIRES(lock_);
   bool IsStopping() const SCA_EXCLUDES(lock_);
   Leaving Take(unsigned long id) SCA_REQUIRES(lock_);

@@ -172,11 +172,12 @@ std::string CheckControl(const Options& options, bool noLogin) {
   return "--control-socket must be an absolute path, such as /run/tikasvc/control.socket";
 }
 
-std::string CheckBindAddress(const std::string& address) {
+std::string CheckAddress(const char* option, const std::string& address) {
   const bool isAddress =
       !address.empty() && address.size() <= 259 &&
       std::all_of(address.begin(), address.end(), [](unsigned char c) { return std::isgraph(c); });
-  return isAddress ? "" : "--tika-bind " + Quoted(address) + " is not an address such as 127.0.0.1";
+  if (isAddress) return {};
+  return std::string(option) + " " + Quoted(address) + " is not an address such as 127.0.0.1";
 }
 
 std::string ReadMetricsAddress(std::string text, Options* options) {
@@ -215,7 +216,11 @@ std::optional<int> ParseOptions(int argc, char** argv, Options* options) {
   if (const auto status = ParseCommandLine(&app, argc, argv)) return status;
   std::string complaint = CheckControl(*options, noLogin);
   if (complaint.empty()) complaint = CompleteServers(options);
-  if (complaint.empty()) complaint = CheckBindAddress(options->tikaBind);
+  if (complaint.empty()) complaint = CheckAddress("--tika-bind", options->tikaBind);
+  // Given but empty, as from an unset variable, it must not open the port on all addresses.
+  if (complaint.empty() && app.count("--control-address") > 0) {
+    complaint = CheckAddress("--control-address", options->controlAddress);
+  }
   if (complaint.empty()) complaint = ReadMetricsAddress(metrics, options);
   if (complaint.empty()) complaint = ReadRecycleLimits(recycleLimits, &options->recycle);
   if (complaint.empty()) return std::nullopt;

@@ -471,6 +471,12 @@ TEST_F(TikaSvc, ReplacesServersThatHaveServedForLong) {
   EXPECT_EQ(Number(status.get(), SCA_ServerFields::HeapSize), 64ULL);
   const auto successor = static_cast<unsigned short>(Number(status.get(), SCA_ServerFields::Port));
   EXPECT_GT(successor, port);
+  unsigned long id = 0;
+  unsigned long ignored = 0;
+  unsigned long code = 0;
+  EXPECT_EQ(client->AddServer(Jar("busy").c_str(), port, 64, "", &id, &ignored, &code), 1);
+  EXPECT_EQ(code, static_cast<unsigned long>(EADDRINUSE)) << "the first has that port still";
+  EXPECT_EQ(id, SCA_NoServerId);
   // A client that asks for a server by its port keeps it.
   EXPECT_EQ(Add(*client, Jar("busy"), successor), 1UL);
   EXPECT_EQ(::kill(process, 0), 0);
@@ -518,6 +524,7 @@ TEST_F(TikaSvc, SaysWhyItDoesNotStart) {
       {{"--jar", "x", "--first-port", "65535", "--servers", "2"}, 2, "exceed port 65535"},
       {{"--metrics", "nowhere"}, 2, "is not host:port"},
       {{"--tika-bind", "127.0.0.1 "}, 2, "is not an address"},
+      {{"--control-address", ""}, 2, "--control-address '' is not an address"},
       {{"--recycle-after", "12x"}, 2, "'12x' is no limit"},
       {{"--recycle-after", "0"}, 2, "'0' is no limit"},
       {{"--recycle-after", "9h", "--recycle-after", "2d"}, 2, "'2d' is a second limit"},
