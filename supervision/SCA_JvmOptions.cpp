@@ -35,11 +35,19 @@ bool ChoosesCollector(const std::string& word) {
   return isSwitch && word.size() > 10 && word.compare(word.size() - 2, 2, "GC") == 0;
 }
 
+// In a file of options, which is not read here, there may be a collector.
+bool NamesFile(const std::string& word) {
+  const auto begins = [&](const char* text) { return word.rfind(text, 0) == 0; };
+  return begins("@") || begins("-XX:Flags=") || begins("-XX:VMOptionsFile=");
+}
+
 }  // namespace
 
 std::string SCA_JvmOptions(SCA_JvmPurpose purpose, const SCA_TikaLaunch& launch) {
   const std::vector<std::string> words = SCA_JavaWordsInForce(launch.javaOptions);
-  const bool isChosen = std::any_of(words.begin(), words.end(), ChoosesCollector);
+  const bool isChosen = std::any_of(words.begin(), words.end(), [](const std::string& word) {
+    return ChoosesCollector(word) || NamesFile(word);
+  });
   std::string options;
   for (const Row& row : kRows) {
     if (row.purpose != purpose || launch.heapSize > row.mostHeapMb) continue;

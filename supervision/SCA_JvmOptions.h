@@ -17,8 +17,9 @@ enum class SCA_JvmPurpose {
 /// The options for a purpose, from the table in SCA_JvmOptions.cpp. None of them lets a JVM take
 /// more memory than without it.
 /// @param launch  Where its options, or the environment (JAVA_TOOL_OPTIONS, JDK_JAVA_OPTIONS,
-///                _JAVA_OPTIONS), choose a garbage collector, none is chosen here: a JVM refuses
-///                two. Any other option of the user wins by standing last.
+///                _JAVA_OPTIONS), choose a garbage collector or name a file of options, none is
+///                chosen here: a JVM refuses two. Any other option of the user wins by standing
+///                last.
 /// @return Words with blanks between them, for JAVA_TOOL_OPTIONS; may be empty.
 /// @throws std::bad_alloc
 SCA_API std::string SCA_JvmOptions(SCA_JvmPurpose purpose, const SCA_TikaLaunch& launch);

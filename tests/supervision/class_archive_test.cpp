@@ -150,6 +150,9 @@ TEST(JvmOptions, PurposeChoosesAndTheUserWins) {
       {SCA_JvmPurpose::Service, "", "", 1024, "-XX:+UseSerialGC"},
       {SCA_JvmPurpose::Service, "-XX:+UseNUMA -Dc=-XX:+UseG1GC", "", 1024, "-XX:+UseSerialGC"},
       {SCA_JvmPurpose::Service, "", "'-XX:+UseParallelGC'", 1024, ""},
+      {SCA_JvmPurpose::Service, "@/etc/java.args", "", 1024, ""},
+      {SCA_JvmPurpose::Service, "", "-XX:Flags=/etc/flags", 1024, ""},
+      {SCA_JvmPurpose::Service, "", "-XX:VMOptionsFile=/etc/options", 1024, ""},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::string(row.userOptions) + row.environment);
