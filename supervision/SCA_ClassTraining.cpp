@@ -94,8 +94,10 @@ class Training {
     const unsigned long heapMb = run.launch.heapSize;
     const unsigned long enoughMb = heapMb < kWideHeapMb ? std::min(heapMb, kMostHeapMb) : heapMb;
     // The first compiler alone: a short run is not worth the second's time.
+    // Last, so that a larger initial heap from anywhere is taken back: the JVM refuses one that is
+    // above the limit. With 0 it chooses.
     java_ = "java -XX:TieredStopAtLevel=1 " + run.launch.javaOptions + " -Xmx" +
-            std::to_string(enoughMb) + "m ";
+            std::to_string(enoughMb) + "m -Xms0 ";
   }
 
   SCA_Result Run() {
