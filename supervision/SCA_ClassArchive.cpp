@@ -13,6 +13,7 @@
 #include "platform/SCA_File.h"
 #include "platform/SCA_FileLock.h"
 #include "platform/SCA_Lock.h"
+#include "platform/SCA_Memory.h"
 #include "platform/SCA_Path.h"
 #include "platform/SCA_Process.h"
 #include "platform/SCA_Report.h"
@@ -34,6 +35,8 @@ constexpr std::chrono::hours kRetryAfter{1};
 constexpr unsigned long kTrainingMs = 120000;
 // An archive with what the JVM needs while it writes it, rounded up.
 constexpr std::uintmax_t kSpace = 200UL << 20;
+// A training run takes about 350 MB with Tika 3.3.2, which leaves some to others.
+constexpr unsigned long long kMemory = 512ULL << 20;
 
 bool HasHappened(const fs::path& file, std::chrono::hours within) {
   std::error_code error;
@@ -158,6 +161,7 @@ class SCA_ClassArchive::Store {
     std::error_code error;
     const fs::space_info space = fs::space(directory_, error);
     if (!error && space.available < kSpace) return SCA_Result(ENOSPC);
+    if (SCA_GetAvailableMemory() < kMemory) return SCA_Result(ENOMEM);
     return lock->Take((directory_ / kLockName).c_str());
   }
 

@@ -22,6 +22,8 @@ std::string Why(unsigned long error) {
              "an archive in JAVA_TOOL_OPTIONS";
     case EWOULDBLOCK:
       return "another process is making one";
+    case ENOMEM:
+      return "this takes 512 MB of free memory";
     case EPERM:
       return "others may write to the directory, or it belongs to another account";
     default:
