@@ -95,7 +95,7 @@ class SCA_ClassArchive::Store {
     if (!IsUsable(file)) return SCA_ClassArchiveState::Missing;
     Touch(file);
     // Quotes group in JAVA_TOOL_OPTIONS; a path with one in it is not made.
-    *option = "\"-XX:SharedArchiveFile=" + file.native() + "\"";
+    *option = SCA_ClassArchiveOptions(file.native());
     return SCA_ClassArchiveState::Used;
   }
 

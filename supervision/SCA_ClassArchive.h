@@ -46,7 +46,7 @@ class SCA_API SCA_ClassArchive : public SCA_Object {
 
   /// Looks for the archive of a server. Its name has a digest of the Java, of the jar's path, size
   /// and time, and of the options that matter; heap limits below 32 GB are alike.
-  /// @param option  Receives the word for JAVA_TOOL_OPTIONS, quoted; empty unless it is `Used`.
+  /// @param option  Receives the words for JAVA_TOOL_OPTIONS, quoted; empty unless it is `Used`.
   /// @return `Unsupported`, `Missing` or `Used`, without memory `Unsupported`.
   SCA_ClassArchiveState Find(const SCA_TikaLaunch& launch, std::string* option) const;
 

@@ -12,7 +12,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // Other contents of the digest, or of the training run, need another number.
-constexpr char kForm[] = "class archive 1";
+constexpr char kForm[] = "class archive 2";
 constexpr int kFirstMajor = 13;
 constexpr std::size_t kDigestBytes = 16;
 // From here on references to objects have another width, and archives with them.

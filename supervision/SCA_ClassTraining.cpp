@@ -167,11 +167,12 @@ class Training {
     return SCA_Done;
   }
 
-  // A JVM dies of an archive that was cut, as on a full disk. Here it is one of ours.
+  // A JVM dies of an archive that was cut, as on a full disk. Here it is one of ours. So is one
+  // that does not know an option with which servers would use the archive.
   SCA_Result CheckArchive() {
     JavaRun run(run_, deadline_);
-    const std::string command = java_ + "-Xshare:on \"-XX:SharedArchiveFile=" + run_.archive +
-                                "\" -cp \"" + jar_.path + "\" -version";
+    const std::string command = java_ + "-Xshare:on " + SCA_ClassArchiveOptions(run_.archive) +
+                                " -cp \"" + jar_.path + "\" -version";
     if (const SCA_Result started = run.Start(command, jar_); started.HasFailed()) return started;
     if (const SCA_Result ended = run.WaitForEnd(); ended.HasFailed()) return ended;
     return run.HasSucceeded() ? SCA_Done : SCA_Result(SCA_ErrorInvalidData);
@@ -184,6 +185,10 @@ class Training {
 };
 
 }  // namespace
+
+std::string SCA_ClassArchiveOptions(const std::string& archive) {
+  return "\"-XX:SharedArchiveFile=" + archive + "\" -XX:+VerifySharedSpaces";
+}
 
 SCA_Result SCA_TrainClasses(const SCA_TrainingRun& run) {
   return Training(run).Run();

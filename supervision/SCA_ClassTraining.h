@@ -29,6 +29,12 @@ struct SCA_TrainingRun {
   SCA_Event* cancel = nullptr;  ///< may be null
 };
 
+/// The words, for JAVA_TOOL_OPTIONS and for a command line, with which a JVM begins with an
+/// archive. It compares the checksums first: from damaged classes it would crash, or read a
+/// document wrongly. The path must have no double quote in it.
+/// @throws std::bad_alloc
+std::string SCA_ClassArchiveOptions(const std::string& archive);
+
 /// Runs a server, lets it read the documents, stops it, and makes sure that the JVM takes the
 /// archive that it wrote. The server and all its processes are gone at the end, and when the
 /// calling thread ends.

@@ -56,11 +56,13 @@ std::string TextOf(const SCA_Field& field) {
   return text;
 }
 
-// By itself: nobody sends these signals.
-bool HasCrashed(const SCA_TikaObituary& obituary) {
-  constexpr int kSignalBase = 128;  // of the exit code that a shell gives for a signal
+// Not by a signal that others send: from outside, or as memory runs out.
+bool HasFailedItself(const SCA_TikaObituary& obituary) {
+  constexpr int kSignalBase = 128;  // of the exit code that a JVM or a shell gives for a signal
   const int signal = obituary.signal != 0 ? obituary.signal : obituary.exitCode - kSignalBase;
-  return obituary.isExitKnown != 0 && (signal == SIGABRT || signal == SIGBUS || signal == SIGSEGV);
+  const bool isSent =
+      signal == SIGHUP || signal == SIGINT || signal == SIGKILL || signal == SIGTERM;
+  return obituary.isRequested == 0 && obituary.isExitKnown != 0 && !isSent;
 }
 
 }  // namespace
@@ -555,8 +557,10 @@ void SCA_TikaWatch::Core::RecordEnd(const SCA_TikaObituary& obituary) {
   }
   SCA_FindDeathCause(obituary, verdict, hasAnswered, &death);
   const bool isInVain = !hasAnswered || death.kind == SCA_DeathKind::PortTaken;
-  // A JVM crashes with an archive that a disk has damaged. Without it the next may live.
-  if (!hasAnswered && HasCrashed(obituary) && DropArchive()) {
+  // A JVM may die of its archive, and one that has forked it ends with a status of its own. Without
+  // the archive the next may live.
+  if (!hasAnswered && death.kind != SCA_DeathKind::PortTaken && HasFailedItself(obituary) &&
+      DropArchive()) {
     deathsInVain_ = 0;
     return Tell(death, obituary);
   }

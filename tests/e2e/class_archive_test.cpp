@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 
 #include "platform/SCA_Error.h"
 #include "platform/SCA_FreePort.h"
@@ -13,6 +15,8 @@
 #include "tests/support/Timing.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr unsigned long kReadyMs = 60000;
 
@@ -26,6 +30,17 @@ long CountLines(SCA_TikaServer* server, const std::string& level, const std::str
     if (line.rfind(level, 0) == 0 && line.find(text) != std::string::npos) ++count;
   }
   return count;
+}
+
+// As a bad disk does: the head is whole, of the classes a byte here and there is wrong.
+void DamageArchive(const std::string& directory) {
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    if (entry.path().extension() != ".jsa") continue;
+    fs::permissions(entry.path(), fs::perms(0600));
+    std::fstream file(entry.path(), std::ios::in | std::ios::out | std::ios::binary);
+    const auto size = static_cast<long>(fs::file_size(entry.path()));
+    for (long at = size / 10; at < size; at += size / 400) file.seekp(at).put('Z');
+  }
 }
 
 TEST(RealClassArchive, EveryJvmOfAServerBeginsWithItAfterAKillToo) {
@@ -65,6 +80,17 @@ TEST(RealClassArchive, EveryJvmOfAServerBeginsWithItAfterAKillToo) {
   }
   EXPECT_EQ(CountLines(&server, "4", "[cds"), 0);
   EXPECT_EQ(CountLines(&server, "5", "[cds"), 0);
+
+  // A damaged one is refused before a JVM takes a class from it, and none dies of it.
+  watch.Stop();
+  DamageArchive(dir.File("archives"));
+  ASSERT_EQ(watch.Start(&error), 1) << SCA_ErrorText(error);
+  ASSERT_EQ(watch.WaitReady(kReadyMs, nullptr, &error), 1) << SCA_ErrorText(error);
+  SCA_TikaWatchState state;
+  ASSERT_EQ(watch.GetState(&state), 1);
+  EXPECT_EQ(state.archive, SCA_ClassArchiveState::Refused);
+  EXPECT_EQ(state.restarts + state.workerDeaths, 0U);
+  EXPECT_EQ(archive.IsWanted(launch), false);  // within the hour
 }
 
 }  // namespace

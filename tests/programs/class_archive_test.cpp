@@ -34,6 +34,7 @@ case $JAVA_TOOL_OPTIONS in
     case $(cat "${used%%\"*}") in
       classes) ;;
       deadly) exit 134 ;;
+      broken) exit 255 ;;
       *) echo "[0.005s][error  ][cds] Not a valid shared archive file" >&2 ;;
     esac ;;
 esac
@@ -99,7 +100,7 @@ TEST_F(ClassArchives, EndOfARunMakesOneAndTheNextUsesIt) {
 
 TEST_F(ClassArchives, RefusedOneIsThrownAwayAndMadeAgainLater) {
   EXPECT_TRUE(Ends(*Run("--make-class-archive"), 0));
-  for (const char* damage : {"damaged", "deadly"}) {
+  for (const char* damage : {"damaged", "deadly", "broken"}) {
     SCOPED_TRACE(damage);
     ASSERT_EQ(Files(".jsa").size(), 1U);
     dir_.Write("damage", damage);
