@@ -32,7 +32,7 @@ constexpr Advice kDocument[] = {
     {SCA_ErrorFileShrank, "try again while no program writes to it"},
     {SCA_ErrorFileGrew, "copy it first, while no program writes to it"},
     {SCA_ErrorContentEncoding, "turn off compression in the proxy in front of the Tika server"},
-    {SCA_ErrorInvalidData, "check that the server is a Tika server of version 1.x to 3.x"},
+    {SCA_ErrorInvalidData, "check that the server is a Tika server of version 1.x to 4.x"},
     {SCA_ErrorServersDied, "it may need more memory than they have: raise their heaps"},
     {SCA_ErrorTimeLimit, "raise --time-limit"},
     {SCA_ErrorTextTooLong, "raise --text-limit if the document has so much text"},

@@ -32,6 +32,10 @@ struct Job {
     if (report != nullptr && report->IsWhole()) return &report->Metadata();
     return reason ? &reason->metadata : nullptr;
   }
+  /// @return The finding that goes with the metadata, which must be there.
+  SCA_TikaFinding MetadataFinding() const {
+    return report != nullptr && report->IsWhole() ? report->Finding() : reason->finding;
+  }
 };
 
 /// The outcome of a job, as it is reported.

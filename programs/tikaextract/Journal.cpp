@@ -298,9 +298,11 @@ Journal::Verdict Journal::JudgeFormer(const Record& record, bool isOwn) const {
     case Kind::Checked:
       return isIntact ? Verdict::Done : Verdict::Extract;
     case Kind::Truncated:
-      return isIntact && !terms.retryRefused ? Verdict::Truncated : Verdict::Extract;
+      return isIntact && !terms.retryRefused && !terms.hasPassword ? Verdict::Truncated
+                                                                   : Verdict::Extract;
     case Kind::Refused:
-      return terms.retryRefused || (terms.hasPassword && record.detail == kLocked)
+      return terms.retryRefused ||
+                     (terms.hasPassword && (record.detail == kLocked || record.detail.empty()))
                  ? Verdict::Extract
                  : Verdict::Refused;
     case Kind::Killer:

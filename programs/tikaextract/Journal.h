@@ -67,7 +67,7 @@ class Journal {
     bool resume = false;        ///< they count, ...
     bool retryRefused = false;  ///< ... except for what was refused or is not whole, ...
     bool checksTexts = false;   ///< ... or was not checked, ...
-    bool hasPassword = false;   ///< ... or was locked
+    bool hasPassword = false;   ///< ... or may be locked, it or a part of it
   };
 
   /// A document in its present state.
@@ -107,7 +107,7 @@ class Journal {
   void Withdraw(const Entry& entry) { claims_.erase(entry.output); }
   /// Adds a line, which `Write` writes.
   /// @param detail  Of a text its length in bytes, of a killer the digest of its content, of a
-  ///                refused document `kLocked` where that is known.
+  ///                refused document the reason where that is known, such as `kLocked`.
   void Add(const Entry& entry, Kind kind, const std::string& detail);
   /// Writes what was added. @return A complaint, or nothing.
   std::string Write();

@@ -115,8 +115,8 @@ void Ledger::Note(const Job& job, const Result& result) {
     if (result.IsTruncated()) kind = Kind::Truncated;
     journal_.Add(job.entry, kind, std::to_string(job.TextLength()));
   } else if (result.outcome == SCA_TikaOutcome::Refused) {
-    const bool isLocked = result.finding == SCA_TikaFinding::Locked;
-    journal_.Add(job.entry, Kind::Refused, isLocked ? Journal::kLocked : "");
+    journal_.Add(job.entry, Kind::Refused,
+                 result.finding ? SCA_TikaFindingText(*result.finding) : "");
   } else {
     journal_.Add(job.entry, Kind::Failed, "");
   }

@@ -80,8 +80,8 @@ void SetEmbedded(Json* record, const DocumentReport& report) {
   (*record)["embedded"] = std::move(embedded);
 }
 
-std::string DescribeMetadata(const std::string& path, const DocumentReport& report) {
-  const SCA_TikaMetadata& metadata = report.Metadata();
+std::string DescribeMetadata(const std::string& path, const SCA_TikaMetadata& metadata,
+                             SCA_TikaFinding finding, const DocumentReport& report) {
   std::string lines = Printable(path) + "\n";
   for (const Field& field : kFields) AddLine(&lines, field.label, (metadata.*field.get)());
   for (const std::string& author : metadata.GetAuthors()) AddLine(&lines, "author", author);
@@ -98,7 +98,7 @@ std::string DescribeMetadata(const std::string& path, const DocumentReport& repo
   for (const SCA_TikaException& exception : metadata.GetExceptions()) {
     AddLine(&lines, "exception", exception.kind + ": " + exception.text);
   }
-  AddLine(&lines, "text", SCA_TikaFindingText(report.Finding()));
+  AddLine(&lines, "text", SCA_TikaFindingText(finding));
   return lines + "\n";
 }
 

@@ -21,7 +21,8 @@ void SetCompleteness(nlohmann::ordered_json* record, SCA_TikaFinding finding,
 void SetEmbedded(nlohmann::ordered_json* record, const DocumentReport& report);
 
 /// @return Lines for people, the last one empty; none of them moves a terminal's cursor.
-std::string DescribeMetadata(const std::string& path, const DocumentReport& report);
+std::string DescribeMetadata(const std::string& path, const SCA_TikaMetadata& metadata,
+                             SCA_TikaFinding finding, const DocumentReport& report);
 /// @return One line: the path, the type, and the language where it is known.
 std::string DescribeType(const std::string& path, const SCA_TikaMetadata& metadata);
 

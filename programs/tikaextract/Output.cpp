@@ -39,6 +39,20 @@ std::string Sentence(SCA_TikaFinding finding, const std::string& cause, const ch
   return {};
 }
 
+// With the server's own message where its answer had one, as with Tika 4. The cause is "SERVER:
+// TEXT", and then the message.
+std::string ExplainReply(const SCA_TikaExtractRequest& request) {
+  const unsigned long code = request.GetStatusCode();
+  const SCA_TikaOutcome outcome = request.GetOutcome();
+  const bool isAnswered =
+      outcome == SCA_TikaOutcome::Refused || outcome == SCA_TikaOutcome::ServerFailed;
+  const std::string cause = request.GetCause();
+  const std::string begin = std::string(request.GetServer()) + ": " + SCA_ErrorText(code) + ": ";
+  if (!isAnswered || cause.compare(0, begin.size(), begin) != 0) return Explain(code);
+  return std::string(SCA_ErrorText(code)) + ": " + Printable(cause.substr(begin.size())) + "; " +
+         AdviceOn(code, ErrorOf::Document);
+}
+
 }  // namespace
 
 std::string Output::Open() {
@@ -94,7 +108,18 @@ std::optional<Reason> Output::AskWhy(const Job& job) {
     return std::nullopt;
   }
   if (request->GetFileSize() == 0) return Reason{SCA_TikaFinding::Empty, {}, {}};
+  if (!inquiry_.HasTime()) {
+    TellUnasked();
+    return std::nullopt;
+  }
   return inquiry_.Ask(request->GetServer(), request->GetPath(), job.document.path);
+}
+
+void Output::TellUnasked() {
+  if (!options_.verbose || toldUnasked_) return;
+  toldUnasked_ = true;
+  progress_.PrintLine(
+      "tikaextract: many documents are refused: to save time, the reason of some is not asked for");
 }
 
 void Output::FlushWhenDue() {
@@ -203,7 +228,7 @@ std::string Output::Complain(const Job& job) const {
   if (request.GetOutcome() == SCA_TikaOutcome::OptionRefused) return Printable(request.GetCause());
   if (request.GetOutcome() != SCA_TikaOutcome::NoServer &&
       request.GetStatusCode() != SCA_ErrorNoServer) {
-    return Explain(request.GetStatusCode());
+    return ExplainReply(request);
   }
   return whyNoServer_(request.GetCause());
 }

@@ -72,6 +72,7 @@ class Output {
   Result Judge(const Job& job) const;
   std::string Complain(const Job& job) const;
   void Worsen(ExitStatus status);
+  void TellUnasked();
   Result Print(const Job& job, const Result& result);
   void Fail(const std::string& complaint);
 
@@ -80,6 +81,7 @@ class Output {
   SCA_Event* const cancel_;
   const WhyNoServer whyNoServer_;
   Inquiry inquiry_;
+  bool toldUnasked_ = false;
   unsigned long toldIgnored_ = 0;  // options, as bits
   Ledger ledger_;
   Printer printer_;

@@ -30,7 +30,8 @@ void Printer::PrintMetadata(const Job& job) const {
   if (metadata == nullptr) return;
   const std::string& path = job.document.path;
   const bool isTypeAlone = !options_.choice.HasText();
-  Write(isTypeAlone ? DescribeType(path, *metadata) : DescribeMetadata(path, *job.report));
+  Write(isTypeAlone ? DescribeType(path, *metadata)
+                    : DescribeMetadata(path, *metadata, job.MetadataFinding(), *job.report));
 }
 
 bool Printer::PrintRecord(const Job& job, const Result& result) {

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <string_view>
 
 #include "programs/common/Advice.h"
 #include "programs/common/Escape.h"
@@ -12,6 +13,7 @@ namespace {
 
 constexpr std::size_t kMostPassword = 1024;  // bytes
 constexpr std::size_t kMostName = 1024;
+constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";  // some editors put it first
 
 SCA_TikaContent ContentFor(Aim aim) {
   switch (aim) {
@@ -28,17 +30,18 @@ SCA_TikaContent ContentFor(Aim aim) {
   return SCA_TikaContent::Text;
 }
 
-// The first line of a file, which may end with CR LF.
+// The first line of a file, which may begin with a mark of UTF-8 and end with CR LF.
 std::string ReadPassword(const std::string& path, std::string* password) {
   errno = 0;
   std::ifstream file(path, std::ios::binary);
-  std::string text(kMostPassword + 3, '\0');
+  std::string text(kUtf8Mark.size() + kMostPassword + 3, '\0');
   file.read(text.data(), static_cast<std::streamsize>(text.size()));
   if (!file.is_open() || file.bad()) {
     return "cannot read the password file " + Quoted(path) + ": " +
            Explain(errno != 0 ? static_cast<unsigned long>(errno) : EIO);
   }
   text.resize(static_cast<std::size_t>(file.gcount()));
+  if (text.compare(0, kUtf8Mark.size(), kUtf8Mark) == 0) text.erase(0, kUtf8Mark.size());
   std::string line = text.substr(0, text.find('\n'));
   if (!line.empty() && line.back() == '\r') line.pop_back();
   if (line.empty()) return "the first line of " + Quoted(path) + " is empty: it is the password";
@@ -66,7 +69,7 @@ SCA_TikaRequestOptions OptionsFor(const RequestChoice& choice, const std::string
   SCA_TikaRequestOptions options = choice.request;
   std::string name = std::filesystem::path(path).filename().string();
   // A hint is no reason to fail, and "-" is not the name of anything.
-  if (choice.sendsName && name.size() <= kMostName && name != kStandardInput)
+  if (choice.sendsName && !choice.IsPlain() && name.size() <= kMostName && name != kStandardInput)
     options.fileName = std::move(name);
   return options;
 }

@@ -164,7 +164,7 @@ TEST_F(MetadataRun, JournalKnowsWhatWasChecked) {
   const std::string whole = dir_.Write("whole.pdf", kWhole);
   const std::string cut = dir_.Write("cut.pdf", kCut);
   const std::string locked = dir_.Write("locked.pdf", kLocked);
-  const std::string password = dir_.Write("password", "secret\r\nmore");
+  const std::string password = dir_.Write("password", "\xEF\xBB\xBFsecret\r\nmore");
   const std::string out = dir_.File("out");
   const std::vector<std::string> all = {"-o", out, "--resume", whole, cut, locked};
   const auto run = [&](std::vector<std::string> more) {
@@ -179,7 +179,8 @@ TEST_F(MetadataRun, JournalKnowsWhatWasChecked) {
   EXPECT_EQ(Requests(), "");
   EXPECT_TRUE(Has(error_, "1 of the skipped documents have texts that may not be whole"));
   EXPECT_EQ(run({"--password-file", password, "--check-complete"}), 1);
-  EXPECT_EQ(Lines(Requests()).size(), 1U) << Requests();
+  // An attachment that was locked may be why a text is not whole.
+  EXPECT_EQ(Lines(Requests()).size(), 2U) << Requests();
   EXPECT_TRUE(Has(error_, "the password of --password-file does not open it"));
   EXPECT_FALSE(Has(error_ + out_, "secret"));
   EXPECT_EQ(run({"--check-complete", "--retry-refused"}), 1);
