@@ -142,6 +142,7 @@ class SCA_TikaDispatch : public SCA_TikaWorkplace {
   bool Begin(SCA_TikaTicket* ticket, const Seat& seat) SCA_REQUIRES(lock_);
   SCA_TikaNextStep AfterTry(SCA_TikaTicket* ticket, SCA_TikaTryEnd end) SCA_REQUIRES(lock_);
   bool IsWorthWaiting(SCA_TikaTicket* ticket) SCA_REQUIRES(lock_);
+  bool IsWorthAsking(SCA_TikaTicket* ticket) SCA_REQUIRES(lock_);
   bool MayPause(SCA_TikaTicket* ticket) SCA_REQUIRES(lock_);
   bool BeginIdle(Seat* seat) SCA_EXCLUDES(lock_);
   void Rouse(Seat* seat) SCA_REQUIRES(lock_);

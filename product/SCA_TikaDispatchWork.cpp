@@ -125,6 +125,9 @@ SCA_TikaNextStep SCA_TikaDispatch::AfterTry(SCA_TikaTicket* ticket, SCA_TikaTryE
     case SCA_TikaTryEnd::NotReady:
       ticket->failedServer = server.id;
       return IsWorthWaiting(ticket) ? SCA_TikaNextStep::TryAgain : SCA_TikaNextStep::End;
+    case SCA_TikaTryEnd::Withheld:
+      ticket->failedServer = server.id;
+      return IsWorthAsking(ticket) ? SCA_TikaNextStep::TryAgain : SCA_TikaNextStep::End;
     case SCA_TikaTryEnd::Broken:
       ticket->failedServer = server.id;
       server.unreadySince.reset();  // what comes back there is another process
@@ -166,6 +169,17 @@ bool SCA_TikaDispatch::IsWorthWaiting(SCA_TikaTicket* ticket) {
   // Servers may be ready for others and never for this one.
   if (++ticket->unready >= kLeastUnready && now - *ticket->unreadySince >= limit) return false;
   return HasOther(*ticket, server.id) || now - *server.unreadySince < limit;
+}
+
+// As above, while a server does not tell its version. Its workers ask for as long as it may be
+// coming up, and send the file then: only a server that starts over and over gets to this limit.
+bool SCA_TikaDispatch::IsWorthAsking(SCA_TikaTicket* ticket) {
+  const Clock::time_point now = Clock::now();
+  Server& server = *ticket->server;
+  if (!server.unreadySince) server.unreadySince = now;
+  if (!ticket->unreadySince) ticket->unreadySince = now;
+  return ++ticket->unready < kLeastUnready ||
+         now - *ticket->unreadySince < 2 * std::chrono::milliseconds(terms_.limits.notReadyMs);
 }
 
 void SCA_TikaDispatch::TryAgain(SCA_TikaTicket* ticket) {

@@ -48,8 +48,10 @@ using SCA_TikaPrepareServer = int (*)(SCA_TikaClient* client, SCA_Event* stop, v
 /// are extracted.
 ///
 /// A server that answers 404, or 503 without saying when to ask again, is starting: its file goes
-/// to another one, or waits. One that answers 429 is busy: the file waits as long as the server
-/// says (Retry-After; a second when it does not), or goes to another one. This is no try, and lasts
+/// to another one, or waits. One that answers 404 to the question for its version for longer than
+/// `notReadyMs` gets plain requests of Tika 1 to 3; options are refused there. One that answers 429
+/// is busy: the file waits as long as the server says (Retry-After; a second at least), or goes to
+/// another one. This is no try, and lasts
 /// at most as long as the time limit of a file. After 503 with Retry-After the file has one more
 /// try. A refused file, 413 included, a timeout and any other failure answer are final.
 ///

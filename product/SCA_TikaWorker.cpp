@@ -19,7 +19,8 @@ constexpr unsigned long kTooManyRequests = 429;
 constexpr unsigned long kFirstFailure = 500;
 constexpr unsigned long kUnavailable = 503;
 
-// Before a server that is busy is asked again, when it does not say when.
+// Before a server that is busy is asked again, at least: one that asks for no pause would get the
+// whole file again and again.
 constexpr unsigned long kBusyPauseMs = 1000;
 
 // A lower limit for all delays: a server that is down must not be asked without a pause.
@@ -115,7 +116,10 @@ void SCA_TikaWorker::Run() {
   while (stop_.Wait(0) == 0) {
     if (!IsReady()) {
       // A connection that the server has closed may be that of a process which is gone.
-      if (client_ != nullptr && client_->IsConnected() != 0) client_->SetServerVersion({});
+      if (client_ != nullptr && client_->IsConnected() != 0 && client_->IsUsable() == 0) {
+        client_->SetServerVersion({});
+        if (unready_ != 0) silentSince_.reset();
+      }
       if (!MakeReady(proof_)) {
         WaitBeforeNextTry();
         continue;
@@ -131,7 +135,9 @@ void SCA_TikaWorker::Run() {
 }
 
 bool SCA_TikaWorker::IsReady() const {
-  return client_ != nullptr && client_->IsValid() != 0 && client_->IsConnected() != 0 &&
+  // What a starting server said before the worker rested may be out of date.
+  return unready_ == 0 && client_ != nullptr && client_->IsValid() != 0 &&
+         client_->IsConnected() != 0 &&
          Clock::now() - usedAt_ < std::chrono::milliseconds(workplace_->Terms().limits.idleMs) &&
          client_->IsUsable() != 0;
 }
@@ -150,8 +156,28 @@ bool SCA_TikaWorker::MakeReady(Proof proof) {
       return true;
     }
   }
+  // What answers there next may be another server; one that answers 404 is there still.
+  const auto silentSince = silentSince_;
+  Forget();
+  if (error == kNotFound) silentSince_ = silentSince;
   workplace_->ServerIsDown(this, error);
   return false;
+}
+
+// What a server has told holds for one start of it. Where a connection was refused or broke,
+// another start may follow.
+void SCA_TikaWorker::Forget() {
+  if (client_ != nullptr) client_->SetServerVersion({});
+  silentSince_.reset();
+}
+
+// Notes that the server answered 404 to the question for its version.
+// @return True when it has done so for longer than a server takes to start, as a proxy does that
+// passes on nothing but documents: it then has a version that is not known.
+bool SCA_TikaWorker::IsSilentForGood() {
+  const Clock::time_point now = Clock::now();
+  if (!silentSince_) silentSince_ = now;
+  return now - *silentSince_ >= std::chrono::milliseconds(workplace_->Terms().limits.notReadyMs);
 }
 
 bool SCA_TikaWorker::Prepare(unsigned long* error) {
@@ -175,8 +201,13 @@ bool SCA_TikaWorker::Answers(Proof proof, unsigned long* error) {
   char version[101];
   workplace_->BeginAsk(this, &askEnds_);
   client_->SetCancelEvent(&askEnds_);
-  bool answers = client_->GetVersion(version, sizeof version, error) != 0 ||
-                 (IsAnswer(*error) && !IsComingUp(*error));
+  const bool isTold = client_->GetVersion(version, sizeof version, error) != 0;
+  bool answers = isTold || (IsAnswer(*error) && !IsComingUp(*error));
+  if (!isTold && *error == kNotFound) {
+    answers = IsSilentForGood();
+  } else {
+    silentSince_.reset();
+  }
   if (!answers && IsComingUp(*error) && proof == Proof::None) {
     unready_ = *error;
     answers = true;
@@ -237,12 +268,19 @@ bool SCA_TikaWorker::Serve(SCA_TikaTicket* ticket) {
   Delivery delivery{ticket->request->GetSink(), workplace_->Terms().limits.textBytes};
   SCA_TikaVerdict verdict = Extract(ticket, &delivery);
   const long retryAfterS = client_->GetRetryAfter();
-  const SCA_TikaTryEnd end = Classify(verdict, delivery.refusalCode, retryAfterS);
+  const SCA_TikaTryEnd end = unready_ == kNotFound && verdict.code == kNotFound
+                                 ? SCA_TikaTryEnd::Withheld
+                                 : Classify(verdict, delivery.refusalCode, retryAfterS);
   const bool mustPause = end == SCA_TikaTryEnd::Busy || end == SCA_TikaTryEnd::Crashed;
   ticket->pauseMs = retryAfterS < 0 ? kBusyPauseMs : static_cast<unsigned long>(retryAfterS) * 1000;
+  if (end == SCA_TikaTryEnd::Busy) ticket->pauseMs = std::max(ticket->pauseMs, kBusyPauseMs);
   const unsigned long pauseMs = mustPause ? ticket->pauseMs : 0;
   if (end == SCA_TikaTryEnd::Final) delayMs_ = workplace_->Terms().limits.firstDelayMs;
   if (end == SCA_TikaTryEnd::Broken) proof_ = Proof::Answer;
+  const bool isNotReady = end == SCA_TikaTryEnd::NotReady || end == SCA_TikaTryEnd::Withheld;
+  if (end == SCA_TikaTryEnd::Broken) Forget();
+  // Another server may start before the next connection.
+  if (isNotReady || mustPause) client_->SetServerVersion({});
   SCA_TikaNextStep next = workplace_->EndTry(ticket, end);
   if (next == SCA_TikaNextStep::TryAgain && delivery.length > 0 && delivery.sink->Restart() == 0) {
     verdict = RefusedBySink();
@@ -252,7 +290,7 @@ bool SCA_TikaWorker::Serve(SCA_TikaTicket* ticket) {
     case SCA_TikaNextStep::TryAgain:
       workplace_->TryAgain(ticket);
       Pause(pauseMs);
-      return end != SCA_TikaTryEnd::NotReady;
+      return !isNotReady;
     case SCA_TikaNextStep::EndOverdue:
       verdict =
           SCA_TikaVerdict::Make(SCA_TikaOutcome::TimeLimit, SCA_ErrorTimeLimit, name_.c_str());
@@ -266,7 +304,7 @@ bool SCA_TikaWorker::Serve(SCA_TikaTicket* ticket) {
   }
   workplace_->Finish(ticket, verdict);
   Pause(pauseMs);
-  return end != SCA_TikaTryEnd::NotReady;
+  return !isNotReady;
 }
 
 // Leaves the server alone for as long as it has asked for; a file's time limit bounds what it can

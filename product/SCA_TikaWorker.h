@@ -4,6 +4,7 @@
 #define SCA_PRODUCT_SCA_TIKAWORKER_H
 
 #include <chrono>
+#include <optional>
 #include <random>
 #include <string>
 #include <thread>
@@ -27,6 +28,7 @@ enum class SCA_TikaTryEnd {
   Final,      ///< of the file: how it ended is known
   Cancelled,  ///< of its requester, or of its time limit
   NotReady,   ///< of the server: it is starting
+  Withheld,   ///< of the server: it is not known yet whether it is one of Tika 4 that is starting
   Busy,       ///< of the server: all that could take the file are taken, and it says until when
   Crashed,    ///< of either: the server lost what had the file, and says when to ask again
   Broken,     ///< of either: the connection broke
@@ -115,6 +117,8 @@ class SCA_TikaWorker {
   bool Answers(Proof proof, unsigned long* error);
   int Send(const SCA_TikaExtractRequest& request, Delivery* delivery, unsigned long* error);
   SCA_TikaVerdict RefusedOptions() const;
+  void Forget();
+  bool IsSilentForGood();
   bool RenewClient(unsigned long* error);
   void WaitBeforeNextTry();
   bool Serve(SCA_TikaTicket* ticket);
@@ -137,6 +141,8 @@ class SCA_TikaWorker {
   Clock::time_point usedAt_;
   Proof proof_ = Proof::None;  // what the next connection needs
   unsigned long unready_ = 0;  // the HTTP code of a starting server that has told no version yet
+  // Since when it has answered the question for its version with 404 only.
+  std::optional<Clock::time_point> silentSince_;
   unsigned long delayMs_;
   std::minstd_rand random_;
 

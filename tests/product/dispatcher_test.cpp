@@ -100,12 +100,16 @@ class Collector : public SCA_TikaTextSink {
     ++restarts;
     return 1;
   }
-  void Finish(SCA_TikaExtractRequest* /*request*/) override { ++finishes; }
+  void Finish(SCA_TikaExtractRequest* /*request*/) override {
+    ++finishes;
+    if (onFinish) onFinish();
+  }
 
   std::string text;
   bool accepts = true;
   int restarts = 0;
   int finishes = 0;
+  std::function<void()> onFinish;
 };
 
 struct Request {
@@ -359,7 +363,7 @@ TEST_F(Dispatcher, ServerThatSaysWhenToAskAgainIsAskedThen) {
   const char* const busy = "HTTP 429: no worker for the document";
   const char* const crash = "HTTP 503: no worker for the document";
   const Row rows[] = {
-      {"busy=0,tries=4", Outcome::Extracted, 1, 5, 0, ""},
+      {"busy=0,tries=1", Outcome::Extracted, 1, 2, 1000, ""},
       {"busy=1,tries=1", Outcome::Extracted, 1, 2, 1000, ""},
       {"crash=1,tries=1", Outcome::Extracted, 2, 2, 1000, ""},
       {"crash=0", Outcome::ServerFailed, 2, 2, 0, crash},
@@ -440,6 +444,52 @@ TEST_F(Dispatcher, OptionsAreFollowedByTheServersVersion) {
     }
     EXPECT_EQ(Extract(Request(good_)), Outcome::Extracted);
   }
+}
+
+// Taken for one of Tika 3, a server of Tika 4 would send Markdown.
+TEST_F(Dispatcher, VersionIsForgottenWhenItsServerRefusesAConnectionAfterAnAnswer) {
+  limits_.noServerMs = 500;
+  FaultServerOptions options;
+  const Listener port("127.0.0.1", 0, -1);
+  options.port = port.Port();
+  auto server = std::make_unique<FaultServer>(options, memory_);
+  AddServer(options.port);
+  const Request failed(Marked("status=500"));
+  failed.sink->onFinish = [&server] { server.reset(); };
+  EXPECT_EQ(Extract(failed), Outcome::ServerFailed);
+  EXPECT_EQ(Extract(Request(good_)), Outcome::NoServer);
+  options.version = "Apache Tika 4.0.0";
+  server = std::make_unique<FaultServer>(options, memory_);
+  ASSERT_TRUE(Eventually([&server] { return server->Connections() >= 1; }));
+  const Request next(good_);
+  EXPECT_EQ(Extract(next), Outcome::Extracted) << next->GetCause();
+  EXPECT_EQ(next.sink->text, TextOf("a good document"));
+}
+
+// As behind a proxy that passes on nothing but documents.
+TEST_F(Dispatcher, ServerThatNeverTellsItsVersionGetsPlainRequests) {
+  limits_.notReadyMs = 300;
+  std::atomic<int> asked{0};
+  std::atomic<int> documents{0};
+  const ScriptedServer server([&](ServerConnection& connection) {
+    for (std::string got; !(got = connection.ReceiveRequest()).empty();) {
+      const bool isPlain = got.rfind("PUT /tika HTTP", 0) == 0;
+      ++(isPlain ? documents : asked);
+      connection.Send(isPlain ? ChunkedReply("text", 4)
+                              : "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n");
+      if (!isPlain) return;
+    }
+  });
+  AddServer(server.Port());
+  const Stopwatch watch;
+  for (int i = 1; i <= 3; ++i) {
+    const Request request(good_);
+    EXPECT_EQ(Extract(request), Outcome::Extracted) << request->GetCause();
+    EXPECT_EQ(request.sink->text, "text");
+    EXPECT_GE(watch.Ms(), static_cast<long long>(limits_.notReadyMs)) << "it may be starting";
+    EXPECT_EQ(documents, i);
+  }
+  EXPECT_GT(asked, 1);
 }
 
 TEST_F(Dispatcher, TimeLimitBeginsAnewWithEachTry) {
