@@ -6,7 +6,6 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/sendfile.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -14,6 +13,7 @@
 
 #include <atomic>
 #include <climits>
+#include <csignal>
 #include <cstring>
 #include <memory>
 #include <new>
