@@ -30,7 +30,6 @@ class Output {
   Output(const Options& options, Progress* progress, SCA_Event* cancel, WhyNoServer whyNoServer)
       : options_(options),
         progress_(*progress),
-        cancel_(cancel),
         whyNoServer_(std::move(whyNoServer)),
         inquiry_(options.choice, cancel),
         ledger_(options),
@@ -78,7 +77,6 @@ class Output {
 
   const Options& options_;
   Progress& progress_;
-  SCA_Event* const cancel_;
   const WhyNoServer whyNoServer_;
   Inquiry inquiry_;
   bool toldUnasked_ = false;
